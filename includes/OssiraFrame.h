@@ -1,0 +1,374 @@
+// What a component module builds its classes from: the object base, the class table and the
+// bootstrap chain. A class takes four steps:
+//
+//     class T_Greeter : public IGreeter, public COssiraUnknown
+//     {
+//     public:
+//         static constexpr CLSID ClassId = CLSID_Greeter;
+//         OSSIRA_INTERFACES(IGreeter)          // what QueryInterface answers
+//         Result Greet(...) override;          // its operations
+//     };
+//     OSSIRA_CLASS(T_Greeter, "Greeter")       // enters it in the module's class table
+//     OSSIRA_BOOTSTRAP(CLSID_Greeter, BootstrapRegistryStartup_Level1, GUID_Null, "Greeter")
+//                                              // files it in a category, where it belongs in one
+//
+// The module's exports and its entry come with the frame library.
+#pragma once
+
+#include "OssiraCheck.h"
+#include "OssiraObject.h"
+#include "OssiraPointer.h"
+
+#include <atomic>
+#include <memory>
+#include <new>
+#include <type_traits>
+
+namespace Tavrik::Ossira
+{
+
+class COssiraUnknown;
+
+// The object's own unknown. It makes aggregation possible: an outer object owns the inner one by it
+// and receives every other reference on it.
+class CPrivateUnknown final : public IUnknown
+{
+public:
+    Result QueryInterface(const IID& iid, void** out) override;
+    std::uint32_t AddRef() override;
+    std::uint32_t Release() override;
+
+    void SetOwner(COssiraUnknown* owner) noexcept
+    {
+        mOwner = owner;
+    }
+
+private:
+    COssiraUnknown* mOwner = nullptr;
+};
+
+// The base of every object that is created by class identifier: the reference count, and the
+// answer for the unknown interface.
+class COssiraUnknown
+{
+public:
+    COssiraUnknown() noexcept
+    {
+        mPrivateUnknown.SetOwner(this);
+    }
+
+    COssiraUnknown(const COssiraUnknown&) = delete;
+    COssiraUnknown& operator=(const COssiraUnknown&) = delete;
+
+    virtual ~COssiraUnknown()
+    {
+        mCount.store(DestroyedCount, std::memory_order_relaxed);
+    }
+
+    // Asks this object, whatever it is aggregated in.
+    virtual Result NonDelegatingQueryInterface(const IID& iid, void** out)
+    {
+        return InternalQueryInterface(iid, out);
+    }
+
+    // The object's own answer: null and `E_NOINTERFACE` for what it does not have.
+    virtual Result InternalQueryInterface(const IID& iid, void** out)
+    {
+        return AnswerPrivateUnknown(iid, out);
+    }
+
+    virtual std::int32_t InternalAddRef()
+    {
+        return CountUp();
+    }
+
+    // Never destroys: whoever sees 0 does.
+    virtual std::int32_t InternalRelease()
+    {
+        return CountDown();
+    }
+
+    [[nodiscard]] IUnknown* PrivateUnknown() noexcept
+    {
+        return &mPrivateUnknown;
+    }
+
+protected:
+    // A count that cannot arise in use, so that a call on a destroyed object shows itself. It also
+    // stands while an object is being destroyed: references taken and given back by its own
+    // destructor do not destroy it again.
+    static constexpr std::int32_t DestroyedCount = static_cast<std::int32_t>(0xC0000001);
+
+    [[nodiscard]] bool IsAggregated() const noexcept
+    {
+        return mOuter != &mPrivateUnknown;
+    }
+
+    [[nodiscard]] IUnknown* Outer() const noexcept
+    {
+        return mOuter;
+    }
+
+    void SetOuter(IUnknown* outer) noexcept
+    {
+        if (outer != nullptr)
+            mOuter = outer;
+    }
+
+    std::int32_t CountUp() noexcept
+    {
+        return mCount.fetch_add(1, std::memory_order_relaxed) + 1;
+    }
+
+    std::int32_t CountDown() noexcept
+    {
+        return mCount.fetch_sub(1, std::memory_order_acq_rel) - 1;
+    }
+
+    void MarkDestroyed() noexcept
+    {
+        mCount.store(DestroyedCount, std::memory_order_relaxed);
+    }
+
+    // The reference behind an interface pointer belongs to the outer object, if there is one.
+    std::uint32_t DelegatingAddRef()
+    {
+        if (IsAggregated()) [[unlikely]]
+            return mOuter->AddRef();
+        return static_cast<std::uint32_t>(CountUp());
+    }
+
+    Result AnswerPrivateUnknown(const IID& iid, void** out) noexcept;
+
+    // Answers the interfaces of an implementation class, those that they extend included. Unrolled
+    // by the compiler into comparisons with constants, which is as fast as a table and has no
+    // table to keep.
+    template <class Primary, class... Others, class Implementation>
+    Result AnswerInterfaces(Implementation* object, const IID& iid, void** out)
+    {
+        if (out == nullptr)
+            return E_POINTER;
+        if (TryAnswer<Primary>(object, iid, out) || (TryAnswer<Others>(object, iid, out) || ...))
+        {
+            DelegatingAddRef();
+            return S_OK;
+        }
+        // An aggregated object is known to its owner by the private unknown; every other object by
+        // its primary interface, so that it has one identity.
+        if (!IsAggregated() && SameGuid(iid, IID_IUnknown))
+        {
+            *out = static_cast<Primary*>(object);
+            CountUp();
+            return S_OK;
+        }
+        return AnswerPrivateUnknown(iid, out);
+    }
+
+private:
+    template <class Interface>
+    [[nodiscard]] static constexpr bool Answers(const IID& iid) noexcept
+    {
+        if (SameGuid(iid, Interface::Iid))
+            return true;
+        if constexpr (!std::is_same_v<typename Interface::Extends, IUnknown>)
+            return Answers<typename Interface::Extends>(iid);
+        else
+            return false;
+    }
+
+    template <class Interface, class Implementation>
+    [[nodiscard]] static bool TryAnswer(Implementation* object, const IID& iid, void** out) noexcept
+    {
+        if (!Answers<Interface>(iid))
+            return false;
+        *out = static_cast<Interface*>(object);
+        return true;
+    }
+
+    IUnknown* mOuter = &mPrivateUnknown;
+    std::atomic<std::int32_t> mCount = 0;
+    CPrivateUnknown mPrivateUnknown;
+};
+
+// Tell the module's component server of an object's birth and death, which is how the module knows
+// whether it can be unloaded. Without a server (before attach, after detach) they do nothing.
+void AnnounceBirth(IUnknown* privateUnknown, const CLSID& clsid) noexcept;
+void AnnounceDeath(IUnknown* privateUnknown) noexcept;
+
+// The concrete class of every creatable object: joins an implementation class with the base and
+// supplies the unknown's three operations on each of its interfaces. "NoLock": it adds no lock,
+// all counting is atomic.
+template <class Implementation>
+class CComInstanceNoLock final : public Implementation
+{
+public:
+    template <class... Arguments>
+    explicit CComInstanceNoLock(IUnknown* outer, Arguments&&... arguments)
+        : Implementation(std::forward<Arguments>(arguments)...)
+    {
+        this->SetOuter(outer);
+        AnnounceBirth(this->PrivateUnknown(), Implementation::ClassId);
+    }
+
+    CComInstanceNoLock(const CComInstanceNoLock&) = delete;
+    CComInstanceNoLock& operator=(const CComInstanceNoLock&) = delete;
+
+    ~CComInstanceNoLock() override
+    {
+        this->MarkDestroyed();
+        AnnounceDeath(this->PrivateUnknown());
+    }
+
+    Result QueryInterface(const IID& iid, void** out) override
+    {
+        if (this->IsAggregated()) [[unlikely]]
+            return this->Outer()->QueryInterface(iid, out);
+        return Implementation::InternalQueryInterface(iid, out);
+    }
+
+    std::uint32_t AddRef() override
+    {
+        return this->DelegatingAddRef();
+    }
+
+    std::uint32_t Release() override
+    {
+        if (this->IsAggregated()) [[unlikely]]
+            return this->Outer()->Release();
+        const std::int32_t count = this->CountDown();
+        if (count == 0)
+            delete this;
+        return static_cast<std::uint32_t>(count);
+    }
+};
+
+// A new object that is not in the class table, an enumerator say, with one reference; `arguments`
+// go to its constructor. Throws `std::bad_alloc`, or what the constructor throws.
+template <class Implementation, class... Arguments>
+[[nodiscard]] ObjectPtr<CComInstanceNoLock<Implementation>> MakeObject(Arguments&&... arguments)
+{
+    return ObjectPtr(
+        new CComInstanceNoLock<Implementation>(nullptr, std::forward<Arguments>(arguments)...));
+}
+
+// Makes an object for the component server: *out has count 0.
+using ClassCreator = Result (*)(IUnknown* outer, COssiraUnknown** out);
+
+// One creatable class of the module. Each entry links itself in front of the module's list while
+// the module is initialised.
+class ClassEntry
+{
+public:
+    ClassEntry(const CLSID& clsid, ClassCreator creator, const char* text) noexcept;
+
+    CLSID ClassId;
+    const ClassEntry* Next;
+    ClassCreator Creator;
+    const char* Text;
+};
+
+// One class that the module files under a category when it is registered.
+class BootstrapRecord
+{
+public:
+    BootstrapRecord(const CLSID& clsid, const GUID& category, const GUID& group,
+                    const char* text) noexcept;
+
+    const BootstrapRecord* Next;
+    const CLSID* ClassId;
+    const GUID* Category;
+    const GUID* Group;
+    const char* Text;
+};
+
+// Releases the exception being handled, if it is one; a creator reports nothing.
+void DiscardCaught() noexcept;
+
+// The creator function of a class. Whatever goes wrong while the object is built, memory is what
+// is said to be missing.
+template <class Implementation>
+Result CreateInstance(IUnknown* outer, COssiraUnknown** out) noexcept
+{
+    *out = nullptr;
+    try
+    {
+        *out = new CComInstanceNoLock<Implementation>(outer);
+        return S_OK;
+    }
+    catch (...)
+    {
+        DiscardCaught();
+        return E_OUTOFMEMORY;
+    }
+}
+
+// Implements `IObjectName` for a class that lists it among its bases in the interface's place.
+class CObjectName : public IObjectName
+{
+public:
+    Result SetObjectName(const char* name) override;
+    Result GetObjectName(char* buffer, std::int32_t size) override;
+
+protected:
+    ~CObjectName() = default;
+
+private:
+    std::unique_ptr<char[]> mName; // one pointer, because most objects have no name
+};
+
+// The two answers of `IObjectIdentity`.
+[[nodiscard]] Result AnswerClassID(const CLSID& own, CLSID* clsid) noexcept;
+[[nodiscard]] Result AnswerClassName(std::string_view own, char* buffer,
+                                     std::int32_t size) noexcept;
+
+// Implements `IObjectIdentity` from `Traits::ClassId` and `Traits::ClassName`.
+template <class Traits>
+class CObjectIdentity : public IObjectIdentity
+{
+public:
+    Result GetObjectClassID(CLSID* clsid) override
+    {
+        return AnswerClassID(Traits::ClassId, clsid);
+    }
+
+    Result GetObjectClassName(char* buffer, std::int32_t size) override
+    {
+        return AnswerClassName(Traits::ClassName, buffer, size);
+    }
+
+protected:
+    ~CObjectIdentity() = default;
+};
+
+} // namespace Tavrik::Ossira
+
+// What the class's `QueryInterface` answers: its interfaces, the first one the primary, and those
+// that they extend.
+#define OSSIRA_INTERFACES(...)                                                                     \
+    ::Tavrik::Ossira::Result InternalQueryInterface(const ::IID& iid, void** out) override         \
+    {                                                                                              \
+        return this->template AnswerInterfaces<__VA_ARGS__>(this, iid, out);                       \
+    }
+
+#define OSSIRA_JOIN_NAMES(a, b) a##b
+#define OSSIRA_UNIQUE_NAME(prefix, line) OSSIRA_JOIN_NAMES(prefix, line)
+
+// Enters a class in the module's class table, under its `ClassId` or under another identifier.
+#define OSSIRA_CLASS_AS(implementation, clsid, text)                                               \
+    namespace                                                                                      \
+    {                                                                                              \
+    const ::Tavrik::Ossira::ClassEntry OSSIRA_UNIQUE_NAME(ossiraClass, __LINE__)(                  \
+        clsid, &::Tavrik::Ossira::CreateInstance<implementation>, text);                           \
+    }
+
+#define OSSIRA_CLASS(implementation, text)                                                         \
+    OSSIRA_CLASS_AS(implementation, implementation::ClassId, text)
+
+// Files a class under a category and a group (`GUID_Null`: none) when the module is registered.
+// The three identifiers must live as long as the module.
+#define OSSIRA_BOOTSTRAP(clsid, category, group, text)                                             \
+    namespace                                                                                      \
+    {                                                                                              \
+    const ::Tavrik::Ossira::BootstrapRecord                                                        \
+        OSSIRA_UNIQUE_NAME(ossiraBootstrap, __LINE__)(clsid, category, group, text);               \
+    }

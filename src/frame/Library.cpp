@@ -1,0 +1,170 @@
+// Attach and detach of a module, the global singleton as the module holds it, and the chain of
+// classes that the module files when it is registered. The variables here need no construction and
+// no destruction: they are used before the module's static objects live and after they are gone.
+#include "Library.h"
+
+#include "ComServer.h"
+#include "PublicUtil.h"
+
+#include <atomic>
+#include <mutex>
+#include <new>
+
+namespace Tavrik::Ossira
+{
+
+namespace
+{
+
+constinit std::atomic<CComServer*> gServer = nullptr;
+constinit std::atomic<ISingleton*> gSingleton = nullptr;
+constinit void* gModule = nullptr;
+constinit const BootstrapRecord* gBootstrapChain = nullptr;
+
+} // namespace
+
+BootstrapRecord::BootstrapRecord(const CLSID& clsid, const GUID& category, const GUID& group,
+                                 const char* text) noexcept
+    : Next(gBootstrapChain), ClassId(&clsid), Category(&category), Group(&group), Text(text)
+{
+    gBootstrapChain = this;
+}
+
+CComServer* ModuleServer() noexcept
+{
+    return gServer.load(std::memory_order_acquire);
+}
+
+void AnnounceBirth(IUnknown* privateUnknown, const CLSID& clsid) noexcept
+{
+    if (CComServer* const server = ModuleServer(); server != nullptr)
+        server->AddObject(privateUnknown, clsid);
+}
+
+void AnnounceDeath(IUnknown* privateUnknown) noexcept
+{
+    if (CComServer* const server = ModuleServer(); server != nullptr)
+        server->RemoveObject(privateUnknown);
+}
+
+tSystem::CCriticalSection& GlobalCriticalSection() noexcept
+{
+    // Never destroyed: objects of this module may be released while the process ends.
+    alignas(
+        tSystem::CCriticalSection) static unsigned char storage[sizeof(tSystem::CCriticalSection)];
+    static auto* const section = new (storage) tSystem::CCriticalSection;
+    return *section;
+}
+
+bool AttachLibrary(void* module) noexcept
+{
+    gModule = module;
+    static_cast<void>(GlobalCriticalSection()); // made now, while no other thread can be here
+    if (ModuleServer() == nullptr)
+    {
+        gServer = new (std::nothrow) CComServer;
+        if (ModuleServer() == nullptr)
+        {
+            DebugOutputF("\aOssira: CreateComServer failed - fatal [Build-DynLib]\n");
+            return false;
+        }
+    }
+    return Succeeded(OnAttached());
+}
+
+void DetachLibrary(bool processEnds) noexcept
+{
+    CComServer* const server = ModuleServer();
+    if (processEnds)
+    {
+        if (server != nullptr)
+            server->DumpLiveObjects();
+        return;
+    }
+    if (CanReleaseForeignObjects())
+    {
+        ObjectPtr<ISingleton>::Adopt(gSingleton.exchange(nullptr)).Reset();
+        OnDetaching();
+    }
+    gServer = nullptr;
+    if (server != nullptr)
+        server->Destroy();
+}
+
+ISingleton* ExistingSingleton() noexcept
+{
+    return gSingleton.load(std::memory_order_acquire);
+}
+
+bool IsSingletonVariable(void** out) noexcept
+{
+    return static_cast<void*>(out) == static_cast<void*>(&gSingleton);
+}
+
+Result InitializeGlobalSingleton()
+{
+    if (ExistingSingleton() != nullptr)
+        return S_OK;
+    if (ModuleServer() == nullptr)
+        return E_ACCESSDENIED;
+
+    ObjectPtr<ISingleton> singleton;
+    const Result result = CreateGlobalSingleton(IID_ISingleton, singleton.PutVoid());
+    if (Failed(result))
+    {
+        DebugOutputF("\aOssira: InitializeGlobalSingleton, cannot create CLSID_GlobalSingleton "
+                     "object [Build-DynLib]\n");
+        return result;
+    }
+    if (!singleton)
+    {
+        DebugOutputF("\aOssira: InitializeGlobalSingleton: error #5 [Build-DynLib]\n");
+        return E_NOINTERFACE;
+    }
+
+    // The loser of a race releases its object again.
+    const std::lock_guard guard(GlobalCriticalSection());
+    if (ExistingSingleton() == nullptr)
+        gSingleton = singleton.Detach();
+    return result;
+}
+
+Result Library_BootstrapRegisterChain(IUnknown* registry)
+try
+{
+    const std::uint32_t mask = CurrentLevelMask();
+    if (registry == nullptr)
+    {
+        OSSIRA_PRINT(mask, PRINT_ERROR, "clsidRegistry == NULL\n");
+        return E_INVALIDARG;
+    }
+    ObjectPtr<IClsidRegistry> clsidRegistry;
+    if (const Result result = registry->QueryInterface(IID_IClsidRegistry, clsidRegistry.PutVoid());
+        Failed(result))
+    {
+        OSSIRA_PRINT(mask, PRINT_ERROR,
+                     "clsidRegistry->QueryInterface(IID_IClsidRegistry, ) failed\n");
+        return result;
+    }
+
+    for (const BootstrapRecord* record = gBootstrapChain; record != nullptr; record = record->Next)
+    {
+        OSSIRA_PRINT(mask, PRINT_TRACE, "  Bootstrap Register %s - Cat:%s  Group:%s  Class:%s\n",
+                     record->Text, CGuidText(*record->Category).Text(),
+                     CGuidText(*record->Group).Text(), CGuidText(*record->ClassId).Text());
+        const Result result =
+            clsidRegistry->RegisterGroupClass(*record->Category, *record->Group, *record->ClassId);
+        if (Failed(result))
+        {
+            OSSIRA_PRINT(mask, PRINT_ERROR,
+                         "Bootstrap Register %s failed - Cat:%s  Group:%s  Class:%s\n",
+                         record->Text, CGuidText(*record->Category).Text(),
+                         CGuidText(*record->Group).Text(), CGuidText(*record->ClassId).Text());
+            return result;
+        }
+    }
+    return S_OK;
+}
+OSSIRA_CATCH_RETURN
+
+} // namespace Tavrik::Ossira

@@ -1,0 +1,51 @@
+// The module as a whole: its server, its way to the global singleton, its bootstrap chain and its
+// process-wide lock. `AttachLibrary` and `DetachLibrary`, which the platform's library entry calls,
+// are declared with what a platform supplies.
+#pragma once
+
+#include "OssiraFrame.h"
+#include "OssiraServices.h"
+#include "Platform.h"
+
+namespace Tavrik::Ossira
+{
+
+// The lock under which object names are kept. In the runtime it is also the process-wide one, under
+// which singletons are created and released; in a module it is the module's own.
+[[nodiscard]] tSystem::CCriticalSection& GlobalCriticalSection() noexcept;
+
+// Gets hold of the global singleton, creating it at the first request. `E_ACCESSDENIED` before
+// attach and after detach. Threads that race end with one singleton.
+[[nodiscard]] Result InitializeGlobalSingleton();
+
+// The global singleton, borrowed: the module holds it until detach. Throws `E_NOINTERFACE` when
+// there is none to be had. Returns `out`.
+ISingleton** GetSingleton(ISingleton** out);
+
+// The global singleton if this module has it already, borrowed, or null.
+[[nodiscard]] ISingleton* ExistingSingleton() noexcept;
+
+// Whether an out parameter points at the module's own variable of the singleton: filling it would
+// overwrite the owning pointer.
+[[nodiscard]] bool IsSingletonVariable(void** out) noexcept;
+
+// Files every class of the module's bootstrap chain with a CLSID registry.
+Result Library_BootstrapRegisterChain(IUnknown* registry);
+
+// --- What the runtime does in one way and a component module in another ------------------------
+
+// The runtime makes the one singleton; a module asks the runtime for it.
+[[nodiscard]] Result CreateGlobalSingleton(const IID& iid, void** out);
+
+// The runtime puts the default observer in place; a module has nothing to do. A failure refuses
+// the load.
+[[nodiscard]] Result OnAttached() noexcept;
+
+// The runtime releases the observer. After this nothing is printed but the list of live objects.
+void OnDetaching() noexcept;
+
+// Whether objects of other modules can still be released. At the end of a process modules are torn
+// down before the runtime that they depend on; their objects must then be left alone.
+[[nodiscard]] bool CanReleaseForeignObjects() noexcept;
+
+} // namespace Tavrik::Ossira

@@ -1,0 +1,97 @@
+// The parts of the object base that need not be inline: the private unknown, and the name and
+// identity that most classes offer in the same way.
+#include "Library.h"
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+
+namespace Tavrik::Ossira
+{
+
+Result CPrivateUnknown::QueryInterface(const IID& iid, void** out)
+{
+    return mOwner->NonDelegatingQueryInterface(iid, out);
+}
+
+std::uint32_t CPrivateUnknown::AddRef()
+{
+    return static_cast<std::uint32_t>(mOwner->InternalAddRef());
+}
+
+std::uint32_t CPrivateUnknown::Release()
+{
+    const std::int32_t count = mOwner->InternalRelease();
+    if (count == 0)
+        delete mOwner;
+    return static_cast<std::uint32_t>(count);
+}
+
+Result COssiraUnknown::AnswerPrivateUnknown(const IID& iid, void** out) noexcept
+{
+    if (out == nullptr)
+        return E_POINTER;
+    if (!SameGuid(iid, IID_IUnknown))
+    {
+        *out = nullptr;
+        return E_NOINTERFACE;
+    }
+    *out = &mPrivateUnknown;
+    CountUp();
+    return S_OK;
+}
+
+Result CObjectName::SetObjectName(const char* name)
+try
+{
+    const std::size_t size = name == nullptr ? 0 : std::strlen(name) + 1;
+    std::unique_ptr<char[]> copy;
+    if (size > 1)
+    {
+        copy = std::make_unique<char[]>(size);
+        std::memcpy(copy.get(), name, size);
+    }
+    const std::lock_guard guard(GlobalCriticalSection());
+    mName.swap(copy);
+    return S_OK;
+}
+OSSIRA_CATCH_RETURN
+
+Result CObjectName::GetObjectName(char* buffer, std::int32_t size)
+{
+    if (buffer != nullptr && size < 0)
+        return E_INVALIDARG;
+    const std::lock_guard guard(GlobalCriticalSection());
+    const std::string_view name = mName == nullptr ? std::string_view() : mName.get();
+    const auto length = static_cast<std::int32_t>(name.size());
+    if (buffer == nullptr)
+        return length;
+    const std::int32_t copied = std::min(length, size);
+    std::copy_n(name.data(), copied, buffer);
+    if (copied < size)
+        buffer[copied] = '\0';
+    return copied;
+}
+
+Result AnswerClassID(const CLSID& own, CLSID* clsid) noexcept
+{
+    if (clsid == nullptr)
+        return E_POINTER;
+    *clsid = own;
+    return S_OK;
+}
+
+Result AnswerClassName(std::string_view own, char* buffer, std::int32_t size) noexcept
+{
+    const auto length = static_cast<std::int32_t>(own.size());
+    if (buffer == nullptr)
+        return length;
+    if (size < length)
+        return E_INVALIDARG;
+    std::copy_n(own.data(), length, buffer);
+    if (size > length) // a buffer of exactly the length receives no terminator
+        buffer[length] = '\0';
+    return length;
+}
+
+} // namespace Tavrik::Ossira

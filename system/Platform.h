@@ -1,0 +1,125 @@
+// What a platform supplies. Each platform has a folder of sources beside this header that define
+// what is declared here; above this layer there is no platform header and no #ifdef. Whoever ports
+// the runtime reads this page.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace Tavrik::tSystem
+{
+
+// Writes one line of diagnostics to the platform's debug output, in one piece, so that the lines of
+// several threads never mix. UTF-8; the text carries its own newline.
+void WriteDebugText(const char* text) noexcept;
+
+// What joins a folder and a name. Both slash and backslash separate in a given path, everywhere.
+extern const wchar_t PathSeparator;
+
+// True where file names are bytes. There a byte that is no valid UTF-8 stands in a wide string as
+// the code 0xDC00 + byte, and comes out again as that byte.
+extern const bool FileNamesAreBytes;
+
+// A re-entrant lock for longer sections.
+class CCriticalSection
+{
+public:
+    CCriticalSection() noexcept;
+    ~CCriticalSection();
+    CCriticalSection(const CCriticalSection&) = delete;
+    CCriticalSection& operator=(const CCriticalSection&) = delete;
+
+    void lock() noexcept;
+    void unlock() noexcept;
+
+private:
+    alignas(std::max_align_t) unsigned char mStorage[48];
+};
+
+// A loaded library. Loading searches the library's own folder first for what it depends on. A file
+// that is not a complete library of this machine is refused, never mapped halfway.
+class CLibrary
+{
+public:
+    CLibrary() noexcept = default;
+    CLibrary(CLibrary&& other) noexcept;
+    CLibrary& operator=(CLibrary&& other) noexcept;
+    CLibrary(const CLibrary&) = delete;
+    CLibrary& operator=(const CLibrary&) = delete;
+    ~CLibrary();
+
+    // False when the file cannot be loaded; a library that was open is closed first. Throws
+    // `std::bad_alloc`.
+    [[nodiscard]] bool Open(const wchar_t* path);
+
+    // Unloads the library; without other users its file is no longer mapped afterwards.
+    void Close() noexcept;
+
+    [[nodiscard]] bool IsOpen() const noexcept
+    {
+        return mHandle != nullptr;
+    }
+
+    // The address of an export, or null.
+    [[nodiscard]] void* Find(const char* name) const noexcept;
+
+private:
+    void* mHandle = nullptr;
+};
+
+// Lists the entries of one folder that match a pattern, in the order of the platform's listing.
+// See `IDirectoryService` for the rules.
+class CFolderSearch
+{
+public:
+    struct Entry
+    {
+        std::wstring Name; // bare
+        bool IsHidden = false;
+    };
+
+    CFolderSearch() noexcept;
+    ~CFolderSearch();
+    CFolderSearch(const CFolderSearch&) = delete;
+    CFolderSearch& operator=(const CFolderSearch&) = delete;
+
+    // Begins a search and finds its first entry. False when the folder cannot be read or nothing
+    // matches; `LastError` is then the platform's error number. The text is a folder, a separator
+    // and a pattern. Throws `std::bad_alloc`.
+    [[nodiscard]] bool Open(const std::wstring& searchText);
+
+    // Copies the found entry and moves on; false at the end.
+    [[nodiscard]] bool Next(Entry& entry);
+
+    void Close() noexcept;
+
+    [[nodiscard]] std::uint32_t LastError() const noexcept
+    {
+        return mLastError;
+    }
+
+private:
+    struct State;
+    std::unique_ptr<State> mState;
+    std::uint32_t mLastError = 0;
+};
+
+} // namespace Tavrik::tSystem
+
+namespace Tavrik::Ossira
+{
+
+// What the platform's library entry (the entry sources of the platform folder, linked into every
+// module and into the runtime) calls when the library is attached to and detached from a process.
+// The entry switches thread notifications off.
+
+// `module` is the platform's handle of the library, or null. False refuses the load.
+[[nodiscard]] bool AttachLibrary(void* module) noexcept;
+
+// `processEnds`: the process is ending and its other threads are gone, maybe while they held
+// locks; then nothing is released, since modules and locks may be in any state.
+void DetachLibrary(bool processEnds) noexcept;
+
+} // namespace Tavrik::Ossira
