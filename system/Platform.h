@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace Tavrik::tSystem
 {
@@ -19,7 +20,8 @@ void WriteDebugText(const char* text) noexcept;
 extern const wchar_t PathSeparator;
 
 // True where file names are bytes. There a byte that is no valid UTF-8 stands in a wide string as
-// the code 0xDC00 + byte, and comes out again as that byte.
+// the code 0xDC00 + byte, and comes out again as that byte; so does a backslash in a listed name,
+// which is no separator there.
 extern const bool FileNamesAreBytes;
 
 // A re-entrant lock for longer sections.
@@ -44,13 +46,24 @@ class CLibrary
 {
 public:
     CLibrary() noexcept = default;
-    CLibrary(CLibrary&& other) noexcept;
-    CLibrary& operator=(CLibrary&& other) noexcept;
+    CLibrary(CLibrary&& other) noexcept : mHandle(std::exchange(other.mHandle, nullptr))
+    {
+    }
+    CLibrary& operator=(CLibrary&& other) noexcept
+    {
+        CLibrary moved(std::move(other));
+        std::swap(mHandle, moved.mHandle);
+        return *this;
+    }
     CLibrary(const CLibrary&) = delete;
     CLibrary& operator=(const CLibrary&) = delete;
-    ~CLibrary();
+    ~CLibrary()
+    {
+        Close();
+    }
 
-    // False when the file cannot be loaded; a library that was open is closed first. Throws
+    // False when the file cannot be loaded; a library that was open is closed first. A bare name
+    // is looked for in the host program's folder and where the system looks. Throws
     // `std::bad_alloc`.
     [[nodiscard]] bool Open(const wchar_t* path);
 
@@ -86,8 +99,8 @@ public:
     CFolderSearch& operator=(const CFolderSearch&) = delete;
 
     // Begins a search and finds its first entry. False when the folder cannot be read or nothing
-    // matches; `LastError` is then the platform's error number. The text is a folder, a separator
-    // and a pattern. Throws `std::bad_alloc`.
+    // matches (2 on every platform); `LastError` is then the platform's error number. The text is
+    // a folder, a separator and a pattern. "." and ".." are entries too. Throws `std::bad_alloc`.
     [[nodiscard]] bool Open(const std::wstring& searchText);
 
     // Copies the found entry and moves on; false at the end.

@@ -1,0 +1,81 @@
+// The three ways in which a collection is guarded. A collection's class takes one of these lock
+// types as a parameter; nothing else distinguishes the plain, the lockable and the unsafe variant.
+//
+// The spin word is for the plain ones: an item's `QueryInterface` runs while it is held, so it must
+// not call back into the collection. Items are released after it was left.
+#pragma once
+
+#include "FastCriticalSection.h"
+#include "OssiraObject.h"
+#include "Platform.h"
+
+#include <type_traits>
+
+namespace Tavrik::Ossira
+{
+
+using CSpinLock = tSystem::CFastCriticalSection;
+
+// Re-entrant, and offered to callers through `IObjectLock`.
+using CCallerLock = tSystem::CCriticalSection;
+
+class CNoLock
+{
+public:
+    void lock() noexcept
+    {
+    }
+
+    void unlock() noexcept
+    {
+    }
+};
+
+// The base through which a collection has its lock.
+template <class LockType>
+class CLockHolder
+{
+public:
+    static constexpr bool IsLockable = false;
+
+    [[nodiscard]] LockType& EnumerationLock() const noexcept
+    {
+        return mLock;
+    }
+
+protected:
+    ~CLockHolder() = default;
+
+    mutable LockType mLock;
+};
+
+template <>
+class CLockHolder<CCallerLock> : public IObjectLock
+{
+public:
+    static constexpr bool IsLockable = true;
+
+    [[nodiscard]] CCallerLock& EnumerationLock() const noexcept
+    {
+        return mLock;
+    }
+
+    Result Lock(std::uint32_t) override
+    {
+        mLock.lock();
+        return S_OK;
+    }
+
+    Result Unlock() override
+    {
+        mLock.unlock();
+        return S_OK;
+    }
+
+protected:
+    ~CLockHolder() = default;
+
+    mutable CCallerLock mLock;
+};
+
+} // namespace Tavrik::Ossira

@@ -1,0 +1,307 @@
+// The node lists: objects in the order in which they were put, in an array of owned references, so
+// that an index costs the same everywhere. An item is stored as its unknown interface, which is
+// what it is recognised by. `SetItemAt` leaves the stamp alone, so that a running enumerator goes
+// on and meets the new item.
+#include "ItemEnumerator.h"
+#include "LockPolicy.h"
+#include "OssiraClasses.h"
+#include "RefusedValue.h"
+#include "TryMakeObject.h"
+
+#include <algorithm>
+#include <limits>
+#include <vector>
+
+namespace Tavrik::Ossira
+{
+namespace
+{
+
+template <class Traits>
+class CNodeList : public IList,
+                  public CRefusedValue<Traits>,
+                  public CLockHolder<typename Traits::LockType>,
+                  public CObjectName,
+                  public CObjectIdentity<Traits>,
+                  public COssiraUnknown
+{
+    struct EnumeratorTraits
+    {
+        using Owner = CNodeList;
+        using Primary = IList;
+        using Position = std::size_t;
+        static constexpr std::string_view ReportedClass = ReportedNested<Traits, EnumeratorName>;
+    };
+
+public:
+    static constexpr CLSID ClassId = Traits::ClassId;
+    static constexpr std::string_view OssiraReportedClass = ReportedClass<Traits>;
+
+    Result InternalQueryInterface(const IID& iid, void** out) override
+    {
+        if constexpr (CNodeList::IsLockable)
+            return this->template AnswerInterfaces<IList, IValue, IObjectLock, IObjectName,
+                                                   IObjectIdentity>(this, iid, out);
+        else
+            return this->template AnswerInterfaces<IList, IValue, IObjectName, IObjectIdentity>(
+                this, iid, out);
+    }
+
+    Result GetEnumerator(const IID& riid, void** ppv) override
+    try
+    {
+        OSSIRA_CHECK_POINTER(ppv);
+        const auto enumerator = TryMakeObject<CItemEnumerator<EnumeratorTraits>>(this);
+        OSSIRA_CHECK(enumerator, E_OUTOFMEMORY, "new T_Enumerator");
+        return enumerator->QueryInterface(riid, ppv);
+    }
+    OSSIRA_CATCH_RETURN
+
+    Result GetCount() override
+    {
+        return mCount.load(std::memory_order_relaxed);
+    }
+
+    Result Clear() override
+    try
+    {
+        std::vector<ObjectPtr<IUnknown>> removed;
+        const std::lock_guard guard(this->mLock);
+        mItems.swap(removed);
+        MarkChanged();
+        return S_OK;
+    }
+    OSSIRA_CATCH_RETURN
+
+    Result IsReadOnly() override
+    {
+        return 0;
+    }
+
+    Result Add(IUnknown* item) override
+    try
+    {
+        OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
+        ObjectPtr<IUnknown> identity;
+        OSSIRA_CHECK_CALL(item->QueryInterface(IID_IUnknown, identity.PutVoid()), IdentityText);
+        const std::lock_guard guard(this->mLock);
+        OSSIRA_CHECK(mItems.size() < MaximumSize, E_OUTOFMEMORY, TooLongText);
+        mItems.push_back(std::move(identity));
+        MarkChanged();
+        return S_OK;
+    }
+    OSSIRA_CATCH_RETURN
+
+    Result Remove(IUnknown* item) override
+    try
+    {
+        OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
+        ObjectPtr<IUnknown> identity;
+        OSSIRA_CHECK_CALL(item->QueryInterface(IID_IUnknown, identity.PutVoid()), IdentityText);
+        OSSIRA_CHECK(identity, E_POINTER, "item");
+        ObjectPtr<IUnknown> removed;
+        const std::lock_guard guard(this->mLock);
+        const auto found = Find(identity.Get());
+        OSSIRA_CHECK(found != mItems.end(), E_INVALIDARG, "item not member of this list");
+        removed = std::move(*found);
+        mItems.erase(found);
+        MarkChanged();
+        return S_OK;
+    }
+    OSSIRA_CATCH_RETURN
+
+    Result Contains(IUnknown* item) override
+    try
+    {
+        OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
+        ObjectPtr<IUnknown> identity;
+        OSSIRA_CHECK_CALL(item->QueryInterface(IID_IUnknown, identity.PutVoid()), IdentityText);
+        const std::lock_guard guard(this->mLock);
+        return Find(identity.Get()) != mItems.end() ? S_OK : S_FALSE;
+    }
+    OSSIRA_CATCH_RETURN
+
+    Result CopyTo(std::int32_t index, std::int32_t count, const IID& riid, void** pppv[]) override
+    try
+    {
+        OSSIRA_CHECK_POINTER(pppv);
+        const std::lock_guard guard(this->mLock);
+        const auto size = static_cast<std::int32_t>(mItems.size());
+        OSSIRA_CHECK(index >= 0 && count >= 0 && index <= size && count <= size - index,
+                     E_INVALIDARG, "Invalid Index or Count param");
+        for (std::int32_t i = 0; i < count; ++i)
+        {
+            OSSIRA_CHECK_POINTER(pppv[i]);
+            *pppv[i] = nullptr;
+        }
+        for (std::int32_t i = 0; i < count; ++i)
+        {
+            IUnknown* const item = ItemAt(static_cast<std::size_t>(index + i));
+            OSSIRA_CHECK(item != nullptr, E_NOINTERFACE, "QueryInterface(riid, pppv[i])");
+            OSSIRA_CHECK_CALL(item->QueryInterface(riid, pppv[i]), "QueryInterface(riid, pppv[i])");
+        }
+        return S_OK;
+    }
+    OSSIRA_CATCH_RETURN
+
+    Result IndexOf(IUnknown* item) override
+    try
+    {
+        OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
+        ObjectPtr<IUnknown> identity;
+        OSSIRA_CHECK_CALL(item->QueryInterface(IID_IUnknown, identity.PutVoid()), IdentityText);
+        const std::lock_guard guard(this->mLock);
+        const auto found = Find(identity.Get());
+        return found != mItems.end() ? static_cast<Result>(found - mItems.begin()) : E_NOT_FOUND;
+    }
+    OSSIRA_CATCH_RETURN
+
+    Result Insert(std::int32_t index, IUnknown* item) override
+    try
+    {
+        OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
+        ObjectPtr<IUnknown> identity;
+        OSSIRA_CHECK_CALL(item->QueryInterface(IID_IUnknown, identity.PutVoid()), IdentityText);
+        const std::lock_guard guard(this->mLock);
+        OSSIRA_CHECK(IsInside(index) || IsSize(index), E_INVALIDARG, IndexText);
+        OSSIRA_CHECK(mItems.size() < MaximumSize, E_OUTOFMEMORY, TooLongText);
+        mItems.insert(mItems.begin() + index, std::move(identity));
+        MarkChanged();
+        return S_OK;
+    }
+    OSSIRA_CATCH_RETURN
+
+    Result RemoveAt(std::int32_t index) override
+    try
+    {
+        ObjectPtr<IUnknown> removed;
+        const std::lock_guard guard(this->mLock);
+        OSSIRA_CHECK(IsInside(index), E_INVALIDARG, IndexText);
+        const auto found = mItems.begin() + index;
+        removed = std::move(*found);
+        mItems.erase(found);
+        MarkChanged();
+        return S_OK;
+    }
+    OSSIRA_CATCH_RETURN
+
+    Result GetItemAt(std::int32_t index, const IID& riid, void** ppv) override
+    try
+    {
+        OSSIRA_CHECK_POINTER(ppv);
+        const std::lock_guard guard(this->mLock);
+        OSSIRA_CHECK(IsInside(index), E_INVALIDARG, IndexText);
+        IUnknown* const item = ItemAt(static_cast<std::size_t>(index));
+        if (item == nullptr)
+            return E_NOINTERFACE;
+        OSSIRA_CHECK_CALL(item->QueryInterface(riid, ppv), "Item->QueryInterface(riid, ppv)");
+        return S_OK;
+    }
+    OSSIRA_CATCH_RETURN
+
+    Result SetItemAt(std::int32_t index, IUnknown* item) override
+    try
+    {
+        OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
+        ObjectPtr<IUnknown> identity;
+        OSSIRA_CHECK_CALL(item->QueryInterface(IID_IUnknown, identity.PutVoid()), IdentityText);
+        const std::lock_guard guard(this->mLock);
+        OSSIRA_CHECK(IsInside(index), E_INVALIDARG, IndexText);
+        std::swap(mItems[static_cast<std::size_t>(index)], identity);
+        return S_OK;
+    }
+    OSSIRA_CATCH_RETURN
+
+    // For the enumerator, which holds the lock.
+
+    [[nodiscard]] std::uint32_t EnumerationStamp() const noexcept
+    {
+        return mStamp;
+    }
+
+    [[nodiscard]] bool FirstPosition(std::size_t& at) const noexcept
+    {
+        at = 0;
+        return !mItems.empty();
+    }
+
+    [[nodiscard]] bool NextPosition(std::size_t& at) const noexcept
+    {
+        if (at + 1 >= mItems.size())
+            return false;
+        ++at;
+        return true;
+    }
+
+    [[nodiscard]] IUnknown* ItemAt(std::size_t at) const noexcept
+    {
+        return mItems[at].Get();
+    }
+
+private:
+    static constexpr const char* IdentityText =
+        "_item->QueryInterface(IID_IUnknown, (void**)&Item)";
+    static constexpr const char* IndexText = "Invalid Index param";
+    static constexpr const char* TooLongText = "list<T> too long";
+    static constexpr std::size_t MaximumSize = std::numeric_limits<std::int32_t>::max();
+
+    [[nodiscard]] auto Find(const IUnknown* identity) noexcept
+    {
+        return std::find_if(mItems.begin(), mItems.end(),
+                            [&](const auto& item) { return item.Get() == identity; });
+    }
+
+    [[nodiscard]] bool IsInside(std::int32_t index) const noexcept
+    {
+        return index >= 0 && static_cast<std::size_t>(index) < mItems.size();
+    }
+
+    [[nodiscard]] bool IsSize(std::int32_t index) const noexcept
+    {
+        return index >= 0 && static_cast<std::size_t>(index) == mItems.size();
+    }
+
+    void MarkChanged() noexcept
+    {
+        ++mStamp;
+        mCount.store(static_cast<std::int32_t>(mItems.size()), std::memory_order_relaxed);
+    }
+
+    std::vector<ObjectPtr<IUnknown>> mItems;
+    std::atomic<std::int32_t> mCount = 0; // read without the lock
+    std::uint32_t mStamp = 0;
+};
+
+struct NodeListText
+{
+    static constexpr const char* RefusalText = "Call of NodeList::IValue-Methode not supported";
+};
+
+struct NodeListTraits : NodeListText
+{
+    using LockType = CSpinLock;
+    static constexpr CLSID ClassId = CLSID_NodeList;
+    static constexpr std::string_view ClassName = "NodeList";
+};
+
+struct LockableNodeListTraits : NodeListText
+{
+    using LockType = CCallerLock;
+    static constexpr CLSID ClassId = CLSID_LockableNodeList;
+    static constexpr std::string_view ClassName = "LockableNodeList";
+};
+
+struct UnsafeNodeListTraits : NodeListText
+{
+    using LockType = CNoLock;
+    static constexpr CLSID ClassId = CLSID_UnsafeNodeList;
+    static constexpr std::string_view ClassName = "UnsafeNodeList";
+};
+
+} // namespace
+
+OSSIRA_CLASS(CNodeList<NodeListTraits>, "NodeList")
+OSSIRA_CLASS(CNodeList<LockableNodeListTraits>, "LockableNodeList")
+OSSIRA_CLASS(CNodeList<UnsafeNodeListTraits>, "UnsafeNodeList")
+
+} // namespace Tavrik::Ossira

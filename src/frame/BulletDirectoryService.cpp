@@ -1,0 +1,60 @@
+// The client's side of a folder scan: puts the parameters together, asks the directory service,
+// which every module reaches as a singleton, and keeps the result to walk over.
+#include "BulletDirectoryService.h"
+
+#include "OssiraBullets.h"
+#include "PublicUtil.h"
+
+namespace Tavrik::Ossira
+{
+
+Result CDirectoryCollection::ScanDirectory(const wchar_t* path, const wchar_t* pattern)
+{
+    return InternalScanDirectory(path, pattern);
+}
+
+Result CDirectoryCollection::InternalScanDirectory(const wchar_t* path, const wchar_t* pattern)
+{
+    ObjectPtr<IDirectoryService> directoryService;
+    OSSIRA_CHECK_CALL(CreateSingleton(CLSID_DirectoryService, directoryService),
+                      "CreateSingletonDirectoryService(&DirectoryService)");
+    mCollection.Reset();
+    mEnumerator.Reset();
+    mParam.Reset();
+
+    OSSIRA_CHECK_CALL(CreateValueSet(mParam.Put()), "CreateValueSet(&ValueSet)");
+    if (path != nullptr)
+    {
+        OSSIRA_CHECK_CALL(SetValueUniString(mParam.Get(), DirectoryServiceParam_Path, path),
+                          "SetValueUniString(ValueSet, DirectoryServiceParam_Path, path)");
+    }
+    if (pattern != nullptr)
+    {
+        OSSIRA_CHECK_CALL(SetValueUniString(mParam.Get(), DirectoryServiceParam_Pattern, pattern),
+                          "SetValueUniString(ValueSet, DirectoryServiceParam_Pattern, pattern)");
+    }
+
+    const Result result = directoryService->GetDirectoryCollection(mParam.Get(), IID_ICollection,
+                                                                   mCollection.PutVoid());
+    if (Failed(result))
+        return result;
+    return mCollection->GetEnumerator(IID_IEnumerator, mEnumerator.PutVoid());
+}
+
+Result CDirectoryCollection::MoveNext()
+{
+    return mEnumerator ? mEnumerator->MoveNext() : E_FAIL;
+}
+
+Result CDirectoryCollection::CurrentItemPath(std::wstring* out)
+{
+    if (!mEnumerator)
+        return E_FAIL;
+    ObjectPtr<IValueSet> item;
+    const Result result = mEnumerator->GetCurrent(IID_IValueSet, item.PutVoid());
+    if (Failed(result))
+        return result;
+    return GetValueUniString(item.Get(), DirectoryServiceParam_Path, out);
+}
+
+} // namespace Tavrik::Ossira

@@ -1,0 +1,282 @@
+// The registry of singletons. Objects are created and destroyed under the process-wide critical
+// section, and while that happens they may call the registry on the same thread: nothing here goes
+// on with what it found before such a call. A change of the table needs the spin word as well,
+// which is all that the enumerators take; for reading either of the two is enough.
+#include "FastCriticalSection.h"
+#include "GuidKeyEnumerator.h"
+#include "Library.h"
+#include "ObjectDescription.h"
+#include "OssiraServices.h"
+#include "TryMakeObject.h"
+
+#include <mutex>
+#include <vector>
+
+namespace Tavrik::Ossira
+{
+
+namespace
+{
+
+class T_GlobalSingleton : public ISingleton,
+                          public IEnumerable,
+                          public CObjectIdentity<T_GlobalSingleton>,
+                          public ISingletonRegistry,
+                          public COssiraUnknown
+{
+public:
+    static constexpr CLSID ClassId = CLSID_GlobalSingleton;
+    static constexpr std::string_view ClassName = "GlobalSingleton";
+
+    OSSIRA_INTERFACES(ISingleton, IEnumerable, IObjectIdentity, ISingletonRegistry)
+
+    ~T_GlobalSingleton() override
+    {
+        InternalClear();
+    }
+
+    Result GetClassObject(const CLSID& clsid, const IID& iid, void** ppv) override;
+    Result RegisterObject(const CLSID& clsid, IUnknown* obj) override;
+    Result UnregisterObject(const CLSID& clsid) override;
+    Result ClearObjects() override;
+    Result GetEnumerator(const IID& iid, void** ppv) override;
+
+    // For the enumerator.
+    [[nodiscard]] tSystem::CFastCriticalSection& EnumerationLock() noexcept
+    {
+        return mEnumerationLock;
+    }
+
+    [[nodiscard]] std::uint32_t EnumerationStamp() const noexcept
+    {
+        return mStamp;
+    }
+
+    [[nodiscard]] bool FirstPosition(CGuidPosition& at)
+    {
+        return mObjects.First(at);
+    }
+
+    [[nodiscard]] bool NextPosition(CGuidPosition& at)
+    {
+        return mObjects.Next(at);
+    }
+
+private:
+    using Object = ObjectPtr<IUnknown>;
+
+    struct EnumeratorTraits
+    {
+        using Owner = T_GlobalSingleton;
+        using Primary = ISingleton;
+        using Position = CGuidPosition;
+        static constexpr std::string_view ReportedClass =
+            "Tavrik::Ossira::`anonymous-namespace'::T_GlobalSingleton::T_Enumerator";
+        static constexpr bool OffersGuids = false;
+    };
+    using T_Enumerator = CGuidKeyEnumerator<EnumeratorTraits>;
+
+    // Each of these with the critical section held. Null stands for no object.
+    [[nodiscard]] Object Find(const CLSID& clsid) const;
+    [[nodiscard]] Object Create(const CLSID& clsid, std::uint32_t mask);
+    void Enter(const CLSID& clsid, Object object);
+    [[nodiscard]] Object Take(const CLSID& clsid) noexcept;
+    [[nodiscard]] std::vector<CLSID> Keys();
+    [[nodiscard]] bool HoldsOnlyTheFactory() const noexcept;
+    void InternalClear() noexcept;
+    void ClearOnce(std::uint32_t mask) noexcept;
+    void ReleaseInOrder(std::uint32_t mask);
+
+    CGuidTable<Object> mObjects;
+    std::uint32_t mStamp = 0; // the number of insertions
+    tSystem::CFastCriticalSection mEnumerationLock;
+};
+
+T_GlobalSingleton::Object T_GlobalSingleton::Find(const CLSID& clsid) const
+{
+    const Object* const object = mObjects.Find(clsid);
+    return object == nullptr ? Object() : *object;
+}
+
+void T_GlobalSingleton::Enter(const CLSID& clsid, Object object)
+{
+    const std::lock_guard guard(mEnumerationLock);
+    mObjects.Insert(clsid, std::move(object));
+    ++mStamp;
+}
+
+T_GlobalSingleton::Object T_GlobalSingleton::Take(const CLSID& clsid) noexcept
+{
+    const std::lock_guard guard(mEnumerationLock);
+    return mObjects.Take(clsid).value_or(Object());
+}
+
+T_GlobalSingleton::Object T_GlobalSingleton::Create(const CLSID& clsid, std::uint32_t mask)
+{
+    // The global object factory is an ordinary one in a special place.
+    const CLSID& created = SameGuid(clsid, CLSID_GlobalObjectFactory) ? CLSID_ObjectFactory : clsid;
+    Object unk;
+    OSSIRA_CHECK_CALL(CreateClassObject(&created, &IID_IUnknown, unk.PutVoid()),
+                      "CreateClassObject()");
+    OSSIRA_CHECK(unk, E_NOINTERFACE, "CreateClassObject()");
+
+    // While it was created, an object of this class may have been entered.
+    if (Object existing = Find(clsid))
+        return existing;
+    Enter(clsid, unk);
+    OSSIRA_PRINT(mask, PRINT_TRACE, "Singleton created %s as %s\n",
+                 CObjectDescription(*unk, created).Text(), CGuidText(clsid).Text());
+    return unk;
+}
+
+Result T_GlobalSingleton::GetClassObject(const CLSID& clsid, const IID& iid, void** ppv)
+try
+{
+    const std::uint32_t mask = CurrentLevelMask();
+    OSSIRA_CHECK_POINTER(ppv);
+    OSSIRA_CHECK(!SameGuid(clsid, CLSID_GlobalSingleton), E_INVALIDARG,
+                 "CLSID_GlobalSingleton - cannot create singleton from singleton");
+    OSSIRA_CHECK(!SameGuid(clsid, CLSID_ObjectFactory), E_INVALIDARG,
+                 "CLSID_ObjectFactory is not allowd by singleton, use CLSID_GlobalObjectFactory");
+
+    const std::lock_guard guard(GlobalCriticalSection());
+    Object object = Find(clsid);
+    if (!object)
+        object = Create(clsid, mask);
+    OSSIRA_CHECK_CALL(object->QueryInterface(iid, ppv), "QueryInterface()");
+    return S_OK;
+}
+OSSIRA_CATCH_RETURN
+
+Result T_GlobalSingleton::RegisterObject(const CLSID& clsid, IUnknown* obj)
+try
+{
+    const std::uint32_t mask = CurrentLevelMask();
+    OSSIRA_CHECK_POINTER(obj);
+    OSSIRA_CHECK(!SameGuid(clsid, CLSID_GlobalSingleton), E_INVALIDARG,
+                 "CLSID_GlobalSingleton - cannot use singleton from singleton");
+
+    const std::lock_guard guard(GlobalCriticalSection());
+    if (Find(clsid))
+    {
+        OSSIRA_PRINT(mask, PRINT_WARN, "Singleton already registered: %s\n",
+                     CObjectDescription(*obj, clsid).Text());
+        return S_FALSE;
+    }
+    Enter(clsid, Object(obj));
+    OSSIRA_PRINT(mask, PRINT_TRACE, "Singleton register %s\n",
+                 CObjectDescription(*obj, clsid).Text());
+    return S_OK;
+}
+OSSIRA_CATCH_RETURN
+
+Result T_GlobalSingleton::UnregisterObject(const CLSID& clsid)
+try
+{
+    const std::uint32_t mask = CurrentLevelMask();
+    const std::lock_guard guard(GlobalCriticalSection());
+    const Object object = Take(clsid);
+    if (!object)
+    {
+        OSSIRA_PRINT(mask, PRINT_WARN, "Singleton unregister %s not found\n",
+                     CGuidText(clsid).Text());
+        return S_FALSE;
+    }
+    OSSIRA_PRINT(mask, PRINT_TRACE, "Singleton unregister %s\n",
+                 CObjectDescription(*object, clsid).Text());
+    return S_OK;
+}
+OSSIRA_CATCH_RETURN
+
+Result T_GlobalSingleton::ClearObjects()
+try
+{
+    const std::lock_guard guard(GlobalCriticalSection());
+    InternalClear();
+    return S_OK;
+}
+OSSIRA_CATCH_RETURN
+
+// Objects may enter others while they are destroyed, which are then cleared in their turn. A pair
+// that keeps bringing back each other would do so for ever; it is left alone after some rounds.
+void T_GlobalSingleton::InternalClear() noexcept
+{
+    constexpr int mostRounds = 16;
+    const std::uint32_t mask = CurrentLevelMask();
+    for (int round = 0; round < mostRounds && mObjects.Size() != 0; ++round)
+        ClearOnce(mask);
+}
+
+// The global object factory goes last, because the objects' modules live as long as it does.
+void T_GlobalSingleton::ClearOnce(std::uint32_t mask) noexcept
+{
+    const Object factory = Find(CLSID_GlobalObjectFactory);
+    if ((mask & PRINT_PROGRESS) != 0 && factory)
+    {
+        OSSIRA_PRINT(mask, PRINT_TRACE, "Singleton lock object and release later: %s\n",
+                     CObjectDescription(*factory, CLSID_GlobalObjectFactory).Text());
+    }
+    try
+    {
+        ReleaseInOrder(mask);
+    }
+    catch (const std::bad_alloc&)
+    {
+        // There is no memory to work out the order: then they go in any.
+        CGuidTable<Object> objects;
+        const std::lock_guard guard(mEnumerationLock);
+        mObjects.Swap(objects);
+    }
+    if (HoldsOnlyTheFactory())
+        Take(CLSID_GlobalObjectFactory).Reset();
+}
+
+// Without progress lines in descending order of the identifiers, with them in ascending order.
+void T_GlobalSingleton::ReleaseInOrder(std::uint32_t mask)
+{
+    const bool showsProgress = (mask & PRINT_PROGRESS) != 0;
+    std::vector<CLSID> keys = Keys();
+    if (!showsProgress)
+        std::reverse(keys.begin(), keys.end());
+    for (const CLSID& key : keys)
+    {
+        const bool isFactory = SameGuid(key, CLSID_GlobalObjectFactory);
+        const Object object = isFactory ? Find(key) : Take(key);
+        if (showsProgress && object)
+        {
+            OSSIRA_PRINT(mask, PRINT_TRACE, "Singleton release object %s\n",
+                         CObjectDescription(*object, key).Text());
+        }
+    }
+}
+
+std::vector<CLSID> T_GlobalSingleton::Keys()
+{
+    std::vector<CLSID> keys;
+    keys.reserve(mObjects.Size());
+    const std::lock_guard guard(mEnumerationLock);
+    mObjects.ForEachOrdered([&keys](const GUID& key, const Object&) { keys.push_back(key); });
+    return keys;
+}
+
+bool T_GlobalSingleton::HoldsOnlyTheFactory() const noexcept
+{
+    return mObjects.Size() == 1 && mObjects.Find(CLSID_GlobalObjectFactory) != nullptr;
+}
+
+Result T_GlobalSingleton::GetEnumerator(const IID& iid, void** ppv)
+try
+{
+    OSSIRA_CHECK_POINTER(ppv);
+    const auto enumerator = TryMakeObject<T_Enumerator>(this);
+    OSSIRA_CHECK(enumerator, E_OUTOFMEMORY, "new T_Enumerator");
+    return enumerator->QueryInterface(iid, ppv);
+}
+OSSIRA_CATCH_RETURN
+
+} // namespace
+
+OSSIRA_CLASS(T_GlobalSingleton, "GlobalSingleton")
+OSSIRA_CLASS_AS(T_GlobalSingleton, CLSID_DebugSingleton, "DebugSingleton")
+
+} // namespace Tavrik::Ossira

@@ -1,0 +1,126 @@
+// Lists one folder as a collection of value sets, and is the only class that enumerates files. It
+// keeps nothing between calls, so one object serves every caller.
+#include "OssiraBullets.h"
+#include "OssiraFrame.h"
+#include "OssiraServices.h"
+#include "Platform.h"
+
+namespace Tavrik::Ossira
+{
+
+namespace
+{
+
+// One scan of a folder.
+class T_DirectoryScanner
+{
+public:
+    // `E_FAIL` when the folder cannot be read, or when nothing in it matches.
+    [[nodiscard]] Result Open(const std::wstring& path, const std::wstring& pattern);
+
+    // To the next entry that is listed; false at the end, or when the platform fails.
+    [[nodiscard]] bool Next(tSystem::CFolderSearch::Entry& entry);
+
+private:
+    tSystem::CFolderSearch mSearch;
+};
+
+class T_DirectoryService : public IDirectoryService,
+                           public CObjectIdentity<T_DirectoryService>,
+                           public COssiraUnknown
+{
+public:
+    static constexpr CLSID ClassId = CLSID_DirectoryService;
+    static constexpr std::string_view ClassName = "DirectoryService";
+
+    OSSIRA_INTERFACES(IDirectoryService, IObjectIdentity)
+
+    Result GetDirectoryCollection(IValueSet* param, const IID& riid, void** ppv) override;
+
+private:
+    [[nodiscard]] static Result ScanDirectory(ICollection* list, const std::wstring& path,
+                                              const std::wstring& pattern);
+};
+
+// A slash at the end of the path gets its backslash too: it need not be a separator everywhere.
+Result T_DirectoryScanner::Open(const std::wstring& path, const std::wstring& pattern)
+{
+    const std::uint32_t mask = CurrentLevelMask();
+    std::wstring searchText = path.empty() ? L"." : path;
+    if (searchText.back() != L'\\')
+        searchText += L'\\';
+    searchText += pattern.empty() ? L"*.*" : pattern;
+
+    if (!mSearch.Open(searchText))
+    {
+        OSSIRA_PRINT(mask, PRINT_TRACE, "Scan Path \"%ls\" failed: LastError: %d\n",
+                     searchText.c_str(), static_cast<std::int32_t>(mSearch.LastError()));
+        return E_FAIL;
+    }
+    OSSIRA_PRINT(mask, PRINT_TRACE, "Scan Path \"%ls\"\n", searchText.c_str());
+    return S_OK;
+}
+
+bool T_DirectoryScanner::Next(tSystem::CFolderSearch::Entry& entry)
+{
+    while (mSearch.Next(entry))
+    {
+        if (entry.Name != L"." && entry.Name != L".." && !entry.IsHidden)
+            return true;
+    }
+    return false;
+}
+
+Result T_DirectoryService::ScanDirectory(ICollection* list, const std::wstring& path,
+                                         const std::wstring& pattern)
+{
+    const std::uint32_t mask = CurrentLevelMask();
+    T_DirectoryScanner scanner;
+    if (const Result opened = scanner.Open(path, pattern); Failed(opened))
+        return opened;
+
+    tSystem::CFolderSearch::Entry entry;
+    while (scanner.Next(entry))
+    {
+        OSSIRA_PRINT(mask, PRINT_TRACE, "  \"%ls\"\n", entry.Name.c_str());
+        ObjectPtr<IValueSet> item;
+        OSSIRA_CHECK_CALL(CreateValueSet(item.Put()), "CreateValueSet(&ValueSet)");
+        OSSIRA_CHECK_CALL(SetValueUniString(item.Get(), DirectoryServiceParam_Path, entry.Name),
+                          "SetValueUniString(ValueSet, DirectoryServiceParam_Path, PartName)");
+        OSSIRA_CHECK_CALL(list->Add(item.Get()), "Add(ValueSet)");
+    }
+    return S_OK;
+}
+
+Result T_DirectoryService::GetDirectoryCollection(IValueSet* param, const IID& riid, void** ppv)
+try
+{
+    OSSIRA_CHECK_POINTER(param);
+    OSSIRA_CHECK_POINTER(ppv);
+    std::wstring path;
+    OSSIRA_CHECK_CALL(GetValueUniString(param, DirectoryServiceParam_Path, &path),
+                      "GetValueUniString(param, DirectoryServiceParam_Path, &Path)");
+    std::wstring pattern;
+    if (param->ContainsGUID(DirectoryServiceParam_Pattern) == S_OK)
+    {
+        OSSIRA_CHECK_CALL(GetValueUniString(param, DirectoryServiceParam_Pattern, &pattern),
+                          "GetValueUniString(param, DirectoryServiceParam_Pattern, &Pattern)");
+    }
+
+    ObjectPtr<IList> list;
+    OSSIRA_CHECK_CALL(CreateNodeList(list.Put()), "CreateNodeList()");
+    ObjectPtr<ICollection> collection;
+    OSSIRA_CHECK_CALL(list.QueryTo(collection), "List->QueryInterface(IID_ICollection, )");
+    const Result scanned = ScanDirectory(collection.Get(), path, pattern);
+    if (Failed(scanned))
+        return scanned;
+    OSSIRA_CHECK_CALL(list->QueryInterface(riid, ppv), "List->QueryInterface(riid, ppv)");
+    return scanned;
+}
+OSSIRA_CATCH_RETURN
+
+} // namespace
+
+OSSIRA_CLASS(T_DirectoryService, "DirectoryService")
+
+} // namespace Tavrik::Ossira

@@ -1,0 +1,155 @@
+// Loads a library only after its file was found complete, and what it depends on from its own
+// folder before it. The system's loader searches that folder only for libraries that were linked so
+// (run path $ORIGIN), but it takes a library that is already loaded under the name it looks for; so
+// those are loaded first, by their full paths, and given back once the library itself holds them.
+#include "../Platform.h"
+#include "ElfFile.h"
+#include "NativePath.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <dlfcn.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace Tavrik::tSystem
+{
+
+namespace
+{
+
+struct UnloadLibrary
+{
+    void operator()(void* library) const noexcept
+    {
+        dlclose(library);
+    }
+};
+
+using LibraryHandle = std::unique_ptr<void, UnloadLibrary>;
+
+LibraryHandle MapLibrary(const char* path)
+{
+    return LibraryHandle(dlopen(path, RTLD_NOW | RTLD_LOCAL));
+}
+
+bool Exists(const std::string& path)
+{
+    return access(path.c_str(), F_OK) == 0;
+}
+
+bool IsLoaded(const char* name)
+{
+    return LibraryHandle(dlopen(name, RTLD_LAZY | RTLD_NOLOAD)) != nullptr;
+}
+
+// Loads the libraries of one folder that a library needs, and keeps them as long as it lives.
+class CNeighbours
+{
+public:
+    explicit CNeighbours(std::string_view folder) noexcept : mFolder(folder)
+    {
+    }
+
+    // False when a file, or one that it needs, is not complete.
+    bool LoadNeeded(const char* path, int level)
+    {
+        constexpr int levelLimit = 8;
+
+        CElfFile file(path);
+        if (!file.IsComplete())
+            return false;
+        const std::size_t count = level < levelLimit ? file.NeededCount() : 0;
+        char name[CElfFile::NameLimit];
+        for (std::size_t index = 0; index < count; ++index)
+        {
+            if (file.ReadNeeded(index, name) && !LoadNeighbour(name, level + 1))
+                return false;
+        }
+        return true;
+    }
+
+private:
+    bool LoadNeighbour(const char* name, int level)
+    {
+        if (std::strchr(name, '/') != nullptr)
+            return true;
+        const std::string path = std::string(mFolder) + name;
+        if (!Exists(path) || IsLoaded(name) ||
+            std::find(mVisited.begin(), mVisited.end(), path) != mVisited.end())
+            return true;
+        mVisited.push_back(path);
+        if (!LoadNeeded(path.c_str(), level))
+            return false;
+        // If this one fails, so will the library that needs it, unless the system finds another.
+        mHandles.push_back(MapLibrary(path.c_str()));
+        return true;
+    }
+
+    std::string_view mFolder; // ends in a slash
+    std::vector<std::string> mVisited;
+    std::vector<LibraryHandle> mHandles;
+};
+
+// Takes a path with a slash in it.
+LibraryHandle LoadFile(const std::string& path)
+{
+    const std::string_view folder = std::string_view(path).substr(0, path.rfind('/') + 1);
+    CNeighbours neighbours(folder);
+    if (!neighbours.LoadNeeded(path.c_str(), 0))
+        return nullptr;
+    return MapLibrary(path.c_str());
+}
+
+// The folder of the program that runs, with a slash at its end; empty when it cannot be told.
+std::string HostFolder()
+{
+    char program[PATH_MAX];
+    const ssize_t size = readlink("/proc/self/exe", program, sizeof program);
+    if (size <= 0)
+        return {};
+    const std::string_view path(program, static_cast<std::size_t>(size));
+    return std::string(path.substr(0, path.rfind('/') + 1));
+}
+
+// A bare name is looked for where Windows looks first. Where a file of that name is, it decides.
+LibraryHandle LoadByName(const std::string& name)
+{
+    for (const std::string& folder : {HostFolder(), std::string("./")})
+    {
+        const std::string path = folder + name;
+        if (!folder.empty() && Exists(path))
+            return LoadFile(path);
+    }
+    return MapLibrary(name.c_str());
+}
+
+} // namespace
+
+bool CLibrary::Open(const wchar_t* path)
+{
+    Close();
+    if (path == nullptr)
+        return false;
+    const std::string native = NativePath(path);
+    if (native.empty()) // the loader would answer with the program itself
+        return false;
+    const bool isBareName = native.find('/') == std::string::npos;
+    mHandle = (isBareName ? LoadByName(native) : LoadFile(native)).release();
+    return IsOpen();
+}
+
+void CLibrary::Close() noexcept
+{
+    if (void* handle = std::exchange(mHandle, nullptr))
+        dlclose(handle);
+}
+
+void* CLibrary::Find(const char* name) const noexcept
+{
+    return mHandle != nullptr && name != nullptr ? dlsym(mHandle, name) : nullptr;
+}
+
+} // namespace Tavrik::tSystem

@@ -1,0 +1,42 @@
+// Tells the library that it was attached to a process and is about to be detached.
+//
+// This object stands last on the library's link line, so that it runs after the library's own
+// static objects were built. Detaching has two triggers, because no single one comes early enough:
+// on unloading, the destructor function runs before any static object of the library is destroyed;
+// when the process ends, a library that was loaded at run time loses its static objects before its
+// destructor functions run, and only what was registered with `atexit` after they were built comes
+// before that.
+#include "../Platform.h"
+
+#include <cstdlib>
+
+namespace
+{
+
+bool IsAttached = false;
+
+// The other threads of an ending process run on here and hold no lock for ever, so that what is
+// left over can be released in order.
+void Detach()
+{
+    if (!IsAttached)
+        return;
+    IsAttached = false;
+    Tavrik::Ossira::DetachLibrary(false);
+}
+
+// Here a library cannot refuse to be loaded. If attaching fails, the library stays, and every one
+// of its exports answers `E_ACCESSDENIED` as it does before attaching and after detaching.
+__attribute__((constructor)) void OnLoad()
+{
+    IsAttached = Tavrik::Ossira::AttachLibrary(nullptr);
+    if (IsAttached)
+        std::atexit(Detach);
+}
+
+__attribute__((destructor)) void OnUnload()
+{
+    Detach();
+}
+
+} // namespace

@@ -1,0 +1,43 @@
+// The system's critical section, which is re-entrant by itself.
+#include "../Platform.h"
+
+#include <windows.h>
+
+#include <new>
+
+namespace Tavrik::tSystem
+{
+
+namespace
+{
+
+CRITICAL_SECTION* Section(unsigned char* storage)
+{
+    return std::launder(reinterpret_cast<CRITICAL_SECTION*>(storage));
+}
+
+} // namespace
+
+CCriticalSection::CCriticalSection() noexcept
+{
+    static_assert(sizeof(CRITICAL_SECTION) <= sizeof mStorage);
+    static_assert(alignof(CRITICAL_SECTION) <= alignof(CCriticalSection));
+    InitializeCriticalSection(::new (mStorage) CRITICAL_SECTION);
+}
+
+CCriticalSection::~CCriticalSection()
+{
+    DeleteCriticalSection(Section(mStorage));
+}
+
+void CCriticalSection::lock() noexcept
+{
+    EnterCriticalSection(Section(mStorage));
+}
+
+void CCriticalSection::unlock() noexcept
+{
+    LeaveCriticalSection(Section(mStorage));
+}
+
+} // namespace Tavrik::tSystem

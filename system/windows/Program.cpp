@@ -1,0 +1,52 @@
+// The arguments that `main` receives have gone through the system's code page, which loses what is
+// outside of it; the wide command line has not. Debug output is an exception that a debugger
+// catches: a handler of the process sees it first and passes it on.
+#include "Program.h"
+#include "WideText.h"
+
+#include <windows.h>
+
+#include <shellapi.h>
+
+#include <memory>
+
+namespace Tavrik::tSystem
+{
+
+namespace
+{
+
+LONG CALLBACK CopyDebugText(EXCEPTION_POINTERS* pointers)
+{
+    const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
+    if (record.ExceptionCode == DBG_PRINTEXCEPTION_C && record.NumberParameters >= 2)
+    {
+        const auto text = reinterpret_cast<const char*>(record.ExceptionInformation[1]);
+        const auto size = static_cast<DWORD>(record.ExceptionInformation[0]);
+        DWORD written = 0;
+        if (size > 1) // the terminating zero counts
+            WriteFile(GetStdHandle(STD_ERROR_HANDLE), text, size - 1, &written, nullptr);
+    }
+    return EXCEPTION_CONTINUE_SEARCH;
+}
+
+} // namespace
+
+std::vector<std::string> ProgramArguments(int, char**)
+{
+    int count = 0;
+    const std::unique_ptr<LPWSTR, decltype(&LocalFree)> arguments(
+        CommandLineToArgvW(GetCommandLineW(), &count), &LocalFree);
+    std::vector<std::string> texts;
+    for (int index = 1; arguments && index < count; ++index)
+        texts.push_back(ToUtf8(arguments.get()[index]));
+    return texts;
+}
+
+void PrepareOutput()
+{
+    SetConsoleOutputCP(CP_UTF8);
+    AddVectoredExceptionHandler(1, &CopyDebugText);
+}
+
+} // namespace Tavrik::tSystem
