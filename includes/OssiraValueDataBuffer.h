@@ -26,8 +26,8 @@ public:
             return E_INVALIDARG;
         if (size <= mSize)
             return S_OK;
-        std::unique_ptr<unsigned char[]> heap(new (std::nothrow)
-                                                  unsigned char[static_cast<std::size_t>(size)]);
+        std::unique_ptr<unsigned char[]> heap(
+            new (std::nothrow) unsigned char[static_cast<std::size_t>(size)]);
         if (heap == nullptr)
             return E_OUTOFMEMORY;
         mHeap.swap(heap);

@@ -30,10 +30,7 @@ enum class ELength
     Char,
     Short,
     Long,
-    LongLong,
-    Max,
-    Size,
-    Difference,
+    LongLong, // and the types of its size: j, z, t
     LongDouble
 };
 
@@ -130,11 +127,12 @@ private:
         case 'l':
             return *++at == 'l' ? (++at, ELength::LongLong) : ELength::Long;
         case 'j':
-            return ++at, ELength::Max;
         case 'z':
-            return ++at, ELength::Size;
         case 't':
-            return ++at, ELength::Difference;
+            static_assert(sizeof(std::intmax_t) == sizeof(long long) &&
+                          sizeof(std::size_t) == sizeof(long long) &&
+                          sizeof(std::ptrdiff_t) == sizeof(long long));
+            return ++at, ELength::LongLong;
         case 'L':
             return ++at, ELength::LongDouble;
         default:
@@ -220,12 +218,6 @@ private:
             return Take<As<long>>();
         case ELength::LongLong:
             return Take<As<long long>>();
-        case ELength::Max:
-            return Take<As<std::intmax_t>>();
-        case ELength::Size:
-            return Take<As<std::size_t>>();
-        case ELength::Difference:
-            return Take<As<std::ptrdiff_t>>();
         default:
             return Take<As<int>>();
         }

@@ -41,7 +41,7 @@ constexpr CaseRange CaseRanges[] = {
 // Where a character stands among all others: by its first UTF-16 code unit.
 std::uint32_t Rank(wchar_t character)
 {
-    const auto code = static_cast<std::uint32_t>(character);
+    const auto code = static_cast<char32_t>(character);
     return code >= 0xDC00 && code <= 0xFFFF ? code + 0x110000 : code;
 }
 
@@ -49,7 +49,7 @@ std::uint32_t Rank(wchar_t character)
 
 wchar_t FoldCase(wchar_t character) noexcept
 {
-    const auto code = static_cast<std::uint32_t>(character);
+    const auto code = static_cast<char32_t>(character);
     for (const CaseRange& range : CaseRanges)
     {
         if (code < range.First)

@@ -10,8 +10,8 @@ namespace Tavrik::tSystem
 {
 
 // The upper-case form of a letter, whatever the process's locale. Covered are the letters of ASCII,
-// Latin-1, Latin Extended-A, Greek and Cyrillic that have one upper-case form; any other character
-// stays as it is.
+// Latin-1, Latin Extended-A (but for the dotless i and the long s), modern Greek and Cyrillic; any
+// other character stays as it is.
 [[nodiscard]] wchar_t FoldCase(wchar_t character) noexcept;
 
 // True when `left` stands before `right` in a folder listing: by name without regard to case, names

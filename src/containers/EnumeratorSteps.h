@@ -57,8 +57,7 @@ protected:
     using Owner = typename Traits::Owner;
     using Position = typename Traits::Position;
 
-    static constexpr const char* OutOfDateText =
-        "List was modified, the enumerator is invalid now";
+    static constexpr const char* OutOfDateText = "List was modified, the enumerator is invalid now";
     static constexpr const char* AtEndText = "Enumerator at End";
 
     explicit CEnumeratorSteps(Owner* owner) : mReference(owner), mOwner(owner)

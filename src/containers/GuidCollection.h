@@ -49,9 +49,11 @@ public:
     OSSIRA_CATCH_RETURN
 
     Result GetCount() override
+    try
     {
         return mStorage.Count();
     }
+    OSSIRA_CATCH_RETURN
 
     Result Clear() override
     try
@@ -89,7 +91,7 @@ public:
     try
     {
         const std::lock_guard guard(this->mLock);
-        return mStorage.Find(key) != nullptr ? S_OK : S_FALSE;
+        return mStorage.Contains(key) ? S_OK : S_FALSE;
     }
     OSSIRA_CATCH_RETURN
 
@@ -98,8 +100,7 @@ public:
     {
         OSSIRA_CHECK_POINTER(ppv);
         const std::lock_guard guard(this->mLock);
-        Item* const item = mStorage.Find(key);
-        return item != nullptr ? item->QueryInterface(riid, ppv) : E_NOT_FOUND;
+        return mStorage.Ask(key, riid, ppv);
     }
     OSSIRA_CATCH_RETURN
 

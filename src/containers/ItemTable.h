@@ -2,8 +2,9 @@
 // change moves. The operations are called with the collection's lock held, and hand out what they
 // remove, so that it dies after the lock was left.
 //
-// A collection knows its storage by these operations only; a view that merges other collections
-// puts another storage in this one's place.
+// A collection knows its storage by these operations only, and a value set by those of ValueTable.h
+// besides. The layers of a value set group, and what they show together, stand in this one's place
+// as other storages.
 #pragma once
 
 #include "GuidTable.h"
@@ -30,6 +31,18 @@ public:
     [[nodiscard]] std::int32_t Count() const noexcept
     {
         return mCount.load(std::memory_order_relaxed);
+    }
+
+    [[nodiscard]] bool Contains(const GUID& key) const noexcept
+    {
+        return Find(key) != nullptr;
+    }
+
+    // Asks the item under a key for an interface; `E_NOT_FOUND` without one.
+    [[nodiscard]] Result Ask(const GUID& key, const IID& riid, void** ppv) const
+    {
+        Item* const item = Find(key);
+        return item != nullptr ? item->QueryInterface(riid, ppv) : E_NOT_FOUND;
     }
 
     // The item under a key, or null; borrowed.

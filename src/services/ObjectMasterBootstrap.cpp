@@ -165,9 +165,12 @@ OSSIRA_CATCH_RETURN
 [[nodiscard]] Result ReadFolder(IEnumerator& folders, std::wstring& path)
 {
     ObjectPtr<IValue> value;
-    if (Succeeded(folders.GetCurrent(IID_IValue, value.PutVoid())) &&
-        Succeeded(GetValueUniString(value.Get(), &path)))
-        return S_OK;
+    if (Succeeded(folders.GetCurrent(IID_IValue, value.PutVoid())))
+    {
+        const Result read = GetValueUniString(value.Get(), &path);
+        if (Succeeded(read) || read == E_OUTOFMEMORY)
+            return read;
+    }
     ObjectPtr<IValueSet> values;
     const Result result = folders.GetCurrent(IID_IValueSet, values.PutVoid());
     if (Failed(result))
@@ -195,6 +198,7 @@ try
     {
         std::wstring path;
         result = ReadFolder(*folders, path);
+        OSSIRA_CHECK(result != E_OUTOFMEMORY, result, "ReadFolder(*folders, path)");
         if (Failed(result))
         {
             OSSIRA_PRINT(mask, PRINT_WARN, "Cannot get path-string from Folder-Collection: %s\n",

@@ -2,6 +2,7 @@
 // folder before it. The system's loader searches that folder only for libraries that were linked so
 // (run path $ORIGIN), but it takes a library that is already loaded under the name it looks for; so
 // those are loaded first, by their full paths, and given back once the library itself holds them.
+// That does not help libraries that carry no name of their own (soname), or that need each other.
 #include "../Platform.h"
 #include "ElfFile.h"
 #include "NativePath.h"

@@ -1,0 +1,226 @@
+// The layers of a value set group, as the storage of a dictionary (see ItemTable.h): value sets by
+// identifier, kept in their order from the bottom to the top. The operations are called with the
+// group's lock held, and hand out what they remove.
+#pragma once
+
+#include "GuidTable.h"
+#include "OssiraCheck.h"
+#include "OssiraPointer.h"
+#include "OssiraValueSetGroup.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <span>
+
+namespace Tavrik::Ossira
+{
+
+struct Layer
+{
+    GUID ID = GUID_Null;
+    ObjectPtr<IValueSet> ValueSet;
+    std::uint32_t AccessFlags = 0;
+
+    [[nodiscard]] bool HasNoneOf(std::uint32_t flags) const noexcept
+    {
+        return (AccessFlags & flags) == 0;
+    }
+};
+
+class CManager
+{
+public:
+    static constexpr std::int32_t ItemMaximum = 8;
+    static constexpr std::int32_t OnTop = -1;
+
+    using Item = IValueSet;
+    using Removed = std::array<ObjectPtr<IValueSet>, ItemMaximum>;
+
+    // The used layers, the bottom one first.
+    [[nodiscard]] std::span<const Layer> Layers() const noexcept
+    {
+        return {mItems.data(), static_cast<std::size_t>(Count())};
+    }
+
+    // Moved when layers come and go.
+    [[nodiscard]] std::uint32_t Stamp() const noexcept
+    {
+        return mStamp;
+    }
+
+    // Moved then, and when anything was changed through a merged view.
+    [[nodiscard]] std::uint32_t ContentStamp() const noexcept
+    {
+        return mContentStamp;
+    }
+
+    void MarkContentChanged() noexcept
+    {
+        ++mContentStamp;
+    }
+
+    // The only operation that needs no lock.
+    [[nodiscard]] std::int32_t Count() const noexcept
+    {
+        return mCount.load(std::memory_order_relaxed);
+    }
+
+    [[nodiscard]] Layer& At(std::int32_t index)
+    {
+        OSSIRA_CHECK(index >= 0 && index < Count(), E_INVALIDARG, IndexText);
+        return mItems[static_cast<std::size_t>(index)];
+    }
+
+    // Whether `Insert` would take these arguments.
+    void CheckInsertion(std::int32_t index, const GUID* id) const
+    {
+        OSSIRA_CHECK(index == OnTop || (index >= 0 && index <= Count()), E_INVALIDARG, IndexText);
+        OSSIRA_CHECK(id == nullptr || !Contains(*id), E_INVALIDARG, "id already exists");
+        OSSIRA_CHECK(id == nullptr || !SameGuid(*id, GUID_Null), E_INVALIDARG, "id == GUID_Null");
+        OSSIRA_CHECK(Count() < ItemMaximum, E_OUTOFMEMORY, "too many - item maximum");
+    }
+
+    void Insert(std::int32_t index, ObjectPtr<IValueSet> valueSet, const GUID* id,
+                std::uint32_t flags)
+    {
+        CheckInsertion(index, id);
+        AdvanceUnique();
+        const std::int32_t place = index == OnTop ? Count() : index;
+        const auto at = mItems.begin() + place;
+        std::move_backward(at, mItems.begin() + Count(), mItems.begin() + Count() + 1);
+        *at = {id != nullptr ? *id : mUnique, std::move(valueSet), flags};
+        SetCount(Count() + 1);
+    }
+
+    [[nodiscard]] std::int32_t IndexOf(const IValueSet* valueSet) const noexcept
+    {
+        return LastIndex([valueSet](const Layer& layer)
+                         { return layer.ValueSet.Get() == valueSet; });
+    }
+
+    // --- As a storage ----------------------------------------------------------------------------
+
+    [[nodiscard]] bool Contains(const GUID& id) const noexcept
+    {
+        return Find(id) != nullptr;
+    }
+
+    [[nodiscard]] Result Ask(const GUID& id, const IID& riid, void** ppv) const
+    {
+        IValueSet* const valueSet = Find(id);
+        return valueSet != nullptr ? valueSet->QueryInterface(riid, ppv) : E_NOT_FOUND;
+    }
+
+    [[nodiscard]] IValueSet* Find(const GUID& id) const noexcept
+    {
+        const std::int32_t index = IndexOf(id);
+        return index >= 0 ? mItems[static_cast<std::size_t>(index)].ValueSet.Get() : nullptr;
+    }
+
+    // Empty when there is no such layer, which moves the stamps all the same.
+    [[nodiscard]] ObjectPtr<IValueSet> Take(const GUID& id) noexcept
+    {
+        const std::int32_t index = IndexOf(id);
+        return index >= 0 ? Remove(index) : (SetCount(Count()), ObjectPtr<IValueSet>());
+    }
+
+    void TakeAll(Removed& removed) noexcept
+    {
+        for (std::size_t index = 0; index < Layers().size(); ++index)
+            removed[index] = std::move(mItems[index].ValueSet);
+        SetCount(0);
+    }
+
+    [[nodiscard]] bool First(CGuidPosition& at) const noexcept
+    {
+        return LeastAbove(nullptr, at);
+    }
+
+    [[nodiscard]] bool Next(CGuidPosition& at) const noexcept
+    {
+        const GUID key = at.Key;
+        return LeastAbove(&key, at);
+    }
+
+private:
+    static constexpr const char* IndexText = "Index out of Range";
+
+    template <class Condition>
+    [[nodiscard]] std::int32_t LastIndex(Condition condition) const noexcept
+    {
+        for (std::int32_t index = Count() - 1; index >= 0; --index)
+        {
+            if (condition(mItems[static_cast<std::size_t>(index)]))
+                return index;
+        }
+        return E_NOT_FOUND;
+    }
+
+    [[nodiscard]] std::int32_t IndexOf(const GUID& id) const noexcept
+    {
+        return LastIndex([&id](const Layer& layer) { return SameGuid(layer.ID, id); });
+    }
+
+    [[nodiscard]] ObjectPtr<IValueSet> Remove(std::int32_t index) noexcept
+    {
+        const auto at = mItems.begin() + index;
+        ObjectPtr<IValueSet> removed = std::move(at->ValueSet);
+        std::move(at + 1, mItems.begin() + Count(), at);
+        SetCount(Count() - 1);
+        return removed;
+    }
+
+    void SetCount(std::int32_t count) noexcept
+    {
+        mCount.store(count, std::memory_order_relaxed);
+        ++mStamp;
+        ++mContentStamp;
+    }
+
+    // What is made up must not be there, even when a caller gave it to a layer or the counter has
+    // come round.
+    void AdvanceUnique() noexcept
+    {
+        do
+            ++mUnique.Data1;
+        while (Contains(mUnique));
+    }
+
+    // To the least identifier, in the order of the bytes, that is greater than the given one.
+    [[nodiscard]] bool LeastAbove(const GUID* bound, CGuidPosition& at) const noexcept
+    {
+        const auto precedes = [](const GUID& a, const GUID& b)
+        {
+            return std::memcmp(&a, &b, sizeof(GUID)) < 0;
+        };
+        const GUID* least = nullptr;
+        for (const Layer& layer : Layers())
+        {
+            const bool isAbove = bound == nullptr || precedes(*bound, layer.ID);
+            if (isAbove && (least == nullptr || precedes(layer.ID, *least)))
+                least = &layer.ID;
+        }
+        if (least != nullptr)
+            at.Key = *least;
+        return least != nullptr;
+    }
+
+    // A number for each group of the process, so that no two make up the same identifier.
+    [[nodiscard]] static GUID NewUnique() noexcept
+    {
+        static std::atomic<std::uint64_t> groups = 0;
+        GUID unique = {0, 0x6F5C, 0x4E1B, {}};
+        const std::uint64_t number = ++groups;
+        std::memcpy(unique.Data4, &number, sizeof(number));
+        return unique;
+    }
+
+    std::array<Layer, ItemMaximum> mItems;
+    std::atomic<std::int32_t> mCount = 0;
+    GUID mUnique = NewUnique();
+    std::uint32_t mStamp = 0;
+    std::uint32_t mContentStamp = 0;
+};
+
+} // namespace Tavrik::Ossira

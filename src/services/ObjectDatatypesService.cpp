@@ -1,0 +1,356 @@
+// The directory of datatypes: a lockable dictionary of providers, which readers ask without any
+// lock of the service. The first question fills it; because the mark for that is taken away before
+// the work begins, a provider that asks the service while it is being created finds it as far as
+// it got.
+#include "OssiraBullets.h"
+#include "OssiraDatatypes.h"
+#include "OssiraFrame.h"
+#include "PublicUtil.h"
+
+#include <mutex>
+
+namespace Tavrik::Ossira
+{
+
+namespace
+{
+
+constexpr const char* NullTypeText = "GUID_Null for dataType not allowed";
+
+class T_DatatypesService : public IDatatypesService,
+                           public CObjectIdentity<T_DatatypesService>,
+                           public COssiraUnknown
+{
+public:
+    static constexpr CLSID ClassId = CLSID_DatatypesService;
+    static constexpr std::string_view ClassName = "DatatypesService";
+
+    OSSIRA_INTERFACES(IDatatypesService, IObjectIdentity)
+
+    T_DatatypesService();
+
+    Result GetEnumerator(const IID& riid, void** ppv) override;
+    Result Contains(const GUID& dataType) override;
+    Result GetCharacteristics(const GUID& dataType, DatatypeCharacteristics* pInfo) override;
+    Result ValueCompare(const GUID& dataType, const void* dataA, std::uint32_t sizeA,
+                        const void* dataB, std::uint32_t sizeB, std::int32_t* result) override;
+    Result ValueLerp(const GUID& dataType, const void* dataA, std::uint32_t sizeA,
+                     const void* dataB, std::uint32_t sizeB, double t, void* dataR,
+                     std::uint32_t sizeR) override;
+
+    Result RegisterDatatype(const GUID& dataType, IDatatypes* pType) override;
+    Result RegisterDatatypes(IDatatypes* pTypes) override;
+    Result UnregisterDatatype(const GUID& dataType) override;
+    Result UnregisterDatatypes(IDatatypes* pTypes) override;
+    Result ClearDatatypes() override;
+    Result GetDatatype(const GUID& dataType, IDatatypes** ppType) override;
+
+private:
+    void EnsureInstalled();
+    [[nodiscard]] ObjectPtr<IDatatypes> InternalGetDatatype(const GUID& dataType);
+    [[nodiscard]] bool IsThis(IDatatypes* types) noexcept;
+
+    // The following with the section held.
+    Result InstallDatatypes();
+    void InternalRegisterDatatype(IDatatypes* pTypes);
+    void InternalRegisterDatatype(const GUID& dataType, IDatatypes* pType);
+    void InternalUngegisterDatatype(const GUID& dataType);
+
+    // Whoever installs makes singletons and therefore takes the process-wide section before this
+    // one: a singleton that registers its datatypes while it is created holds them in that order.
+    tSystem::CCriticalSection mSection;
+    ObjectPtr<IDictionaryGUID> mTable;
+    std::atomic<bool> mInstallPending = true;
+};
+
+[[nodiscard]] bool Holds(IDictionaryGUID& table, const GUID& dataType)
+{
+    Result contains = S_FALSE;
+    OSSIRA_CHECK_CALL(contains = table.ContainsGUID(dataType), "ContainsGUID");
+    return contains == S_OK;
+}
+
+template <class Work>
+void ForEachGUID(IEnumeratorGUID& enumerator, Work work)
+{
+    for (;;)
+    {
+        Result step = S_FALSE;
+        OSSIRA_CHECK_CALL(step = enumerator.MoveNext(), "MoveNext");
+        if (step != S_OK)
+            return;
+        GUID guid = GUID_Null;
+        OSSIRA_CHECK_CALL(enumerator.GetCurrentGUID(&guid), "GetCurrentGUID");
+        work(guid);
+    }
+}
+
+// Hands every datatype of a provider to `work`.
+template <class Work>
+void ForEachDatatype(IDatatypes& types, Work work)
+{
+    ObjectPtr<IEnumeratorGUID> enumerator;
+    OSSIRA_CHECK_CALL(types.GetEnumerator(IID_IEnumeratorGUID, enumerator.PutVoid()),
+                      "GetEnumerator");
+    OSSIRA_CHECK(enumerator, E_NOINTERFACE, "GetEnumerator");
+    ForEachGUID(*enumerator, work);
+}
+
+// A description whose name is fit to be printed, whoever filled it.
+class CPrintableInfo
+{
+public:
+    CPrintableInfo(IDatatypes& provider, const GUID& dataType)
+    {
+        OSSIRA_CHECK_CALL(provider.GetCharacteristics(dataType, &mInfo), "GetCharacteristics");
+        mInfo.Name[sizeof(mInfo.Name) - 1] = '\0';
+    }
+
+    [[nodiscard]] const char* Name() const noexcept
+    {
+        return mInfo.Name;
+    }
+
+private:
+    DatatypeCharacteristics mInfo = {};
+};
+
+T_DatatypesService::T_DatatypesService()
+{
+    OSSIRA_CHECK_CALL(CreateObject(CLSID_LockableDictionaryGUID, mTable),
+                      "CreateLockableDictionaryGUID");
+}
+
+// --- Installation -------------------------------------------------------------------------------
+
+// Tried once; what came of it is reported and does not concern the question that is being asked.
+void T_DatatypesService::EnsureInstalled()
+{
+    if (!mInstallPending)
+        return;
+    const std::lock_guard singletons(GlobalCriticalSection());
+    const std::lock_guard guard(mSection);
+    if (mInstallPending.exchange(false))
+        (void)InstallDatatypes();
+}
+
+Result T_DatatypesService::InstallDatatypes()
+try
+{
+    const std::uint32_t mask = CurrentLevelMask();
+    OSSIRA_PRINT(mask, PRINT_TRACE, "\n");
+    OSSIRA_PRINT(mask, PRINT_TRACE, "--- Register Intrinsic-Datatypes ---\n");
+    ObjectPtr<IDatatypes> provider;
+    OSSIRA_CHECK_CALL(CreateSingleton(CLSID_IntrinsicDatatypes, provider),
+                      "CreateSingletonIntrinsicDatatypes");
+    InternalRegisterDatatype(provider.Get());
+
+    ObjectPtr<IClsidRegistry> registry;
+    OSSIRA_CHECK_CALL(CreateSingleton(CLSID_ClsidRegistry, registry),
+                      "CreateSingletonClsidRegistry");
+    if (registry->ContainsCategory(REGCAT_Datatypes) == S_FALSE)
+    {
+        OSSIRA_PRINT(mask, PRINT_TRACE,
+                     "REGCAT_Datatypes is empty - No further registered IDatatypes\n");
+        return S_OK;
+    }
+    ObjectPtr<IEnumeratorGUID> classes;
+    OSSIRA_CHECK_CALL(
+        registry->GetClasses(REGCAT_Datatypes, IID_IEnumeratorGUID, classes.PutVoid()),
+        "GetClasses");
+    ForEachGUID(*classes,
+                [&](const CLSID& clsid)
+                {
+                    OSSIRA_CHECK_RESULT(CreateObject(clsid, provider),
+                                        "Could not create Datatypes-Object");
+                    InternalRegisterDatatype(provider.Get());
+                });
+    return S_OK;
+}
+OSSIRA_CATCH_RETURN
+
+void T_DatatypesService::InternalRegisterDatatype(IDatatypes* pTypes)
+{
+    ForEachDatatype(*pTypes,
+                    [&](const GUID& dataType) { InternalRegisterDatatype(dataType, pTypes); });
+}
+
+void T_DatatypesService::InternalRegisterDatatype(const GUID& dataType, IDatatypes* pType)
+{
+    const std::uint32_t mask = CurrentLevelMask();
+    OSSIRA_CHECK(!SameGuid(dataType, GUID_Null), E_INVALIDARG, NullTypeText);
+    OSSIRA_CHECK(pType->Contains(dataType) == S_OK, E_INVALIDARG,
+                 "Could not find dataType in pType");
+    if (Holds(*mTable, dataType))
+    {
+        OSSIRA_PRINT(mask, PRINT_WARN, "Datatype \"%s\" already registerd [%s]\n",
+                     CPrintableInfo(*pType, dataType).Name(), CGuidText(dataType).Text());
+        return;
+    }
+    OSSIRA_PRINT(mask, PRINT_TRACE, "Register \"%s\" Datatype [%s]\n",
+                 CPrintableInfo(*pType, dataType).Name(), CGuidText(dataType).Text());
+    OSSIRA_CHECK_CALL(mTable->SetValueGUID(dataType, pType), "SetValueGUID");
+}
+
+void T_DatatypesService::InternalUngegisterDatatype(const GUID& dataType)
+{
+    const std::uint32_t mask = CurrentLevelMask();
+    OSSIRA_CHECK(!SameGuid(dataType, GUID_Null), E_INVALIDARG, NullTypeText);
+    if (!Holds(*mTable, dataType))
+    {
+        OSSIRA_PRINT(mask, PRINT_WARN, "Datatype %s already unregistered\n",
+                     CGuidText(dataType).Text());
+        return;
+    }
+    OSSIRA_PRINT(mask, PRINT_TRACE, "Unregister \"%s\" Datatype [%s]\n",
+                 CPrintableInfo(*InternalGetDatatype(dataType), dataType).Name(),
+                 CGuidText(dataType).Text());
+    OSSIRA_CHECK_CALL(mTable->RemoveGUID(dataType), "RemoveGUID()");
+}
+
+// The provider of a datatype, never null.
+ObjectPtr<IDatatypes> T_DatatypesService::InternalGetDatatype(const GUID& dataType)
+{
+    ObjectPtr<IDatatypes> provider;
+    OSSIRA_CHECK_CALL(mTable->GetValueGUID(dataType, IID_IDatatypes, provider.PutVoid()),
+                      "GetValueGUID( dataType )");
+    return provider;
+}
+
+bool T_DatatypesService::IsThis(IDatatypes* types) noexcept
+{
+    return types == static_cast<IDatatypes*>(this);
+}
+
+// --- Questions ----------------------------------------------------------------------------------
+
+Result T_DatatypesService::GetEnumerator(const IID& riid, void** ppv)
+try
+{
+    OSSIRA_CHECK_POINTER(ppv);
+    EnsureInstalled();
+    OSSIRA_CHECK_CALL(mTable->GetEnumerator(riid, ppv), "GetEnumerator");
+    return S_OK;
+}
+OSSIRA_CATCH_RETURN
+
+Result T_DatatypesService::Contains(const GUID& dataType)
+try
+{
+    EnsureInstalled();
+    return mTable->ContainsGUID(dataType);
+}
+OSSIRA_CATCH_RETURN
+
+Result T_DatatypesService::GetCharacteristics(const GUID& dataType, DatatypeCharacteristics* pInfo)
+try
+{
+    OSSIRA_CHECK_POINTER(pInfo);
+    EnsureInstalled();
+    const ObjectPtr<IDatatypes> provider = InternalGetDatatype(dataType);
+    Result answer = S_OK;
+    OSSIRA_CHECK_CALL(answer = provider->GetCharacteristics(dataType, pInfo), "GetCharacteristics");
+    return answer;
+}
+OSSIRA_CATCH_RETURN
+
+Result T_DatatypesService::ValueCompare(const GUID& dataType, const void* dataA,
+                                        std::uint32_t sizeA, const void* dataB, std::uint32_t sizeB,
+                                        std::int32_t* result)
+try
+{
+    EnsureInstalled();
+    const ObjectPtr<IDatatypes> provider = InternalGetDatatype(dataType);
+    Result answer = S_OK;
+    OSSIRA_CHECK_CALL(answer = provider->ValueCompare(dataType, dataA, sizeA, dataB, sizeB, result),
+                      "ValueCompare");
+    return answer;
+}
+OSSIRA_CATCH_RETURN
+
+Result T_DatatypesService::ValueLerp(const GUID& dataType, const void* dataA, std::uint32_t sizeA,
+                                     const void* dataB, std::uint32_t sizeB, double t, void* dataR,
+                                     std::uint32_t sizeR)
+try
+{
+    EnsureInstalled();
+    const ObjectPtr<IDatatypes> provider = InternalGetDatatype(dataType);
+    Result written = S_OK;
+    OSSIRA_CHECK_CALL(
+        written = provider->ValueLerp(dataType, dataA, sizeA, dataB, sizeB, t, dataR, sizeR),
+        "ValueLerp");
+    return written;
+}
+OSSIRA_CATCH_RETURN
+
+Result T_DatatypesService::GetDatatype(const GUID& dataType, IDatatypes** ppType)
+try
+{
+    OSSIRA_CHECK_POINTER(ppType);
+    EnsureInstalled();
+    *ppType = InternalGetDatatype(dataType).Detach();
+    return S_OK;
+}
+OSSIRA_CATCH_RETURN
+
+// --- Changes ------------------------------------------------------------------------------------
+
+Result T_DatatypesService::RegisterDatatype(const GUID& dataType, IDatatypes* pType)
+try
+{
+    OSSIRA_CHECK_POINTER(pType);
+    OSSIRA_CHECK(!IsThis(pType), E_INVALIDARG, "this as pType not allowed");
+    const std::lock_guard guard(mSection);
+    InternalRegisterDatatype(dataType, pType);
+    return S_OK;
+}
+OSSIRA_CATCH_RETURN
+
+Result T_DatatypesService::RegisterDatatypes(IDatatypes* pTypes)
+try
+{
+    OSSIRA_CHECK_POINTER(pTypes);
+    OSSIRA_CHECK(!IsThis(pTypes), E_INVALIDARG, "this as pTypes not allowed");
+    const std::lock_guard guard(mSection);
+    InternalRegisterDatatype(pTypes);
+    return S_OK;
+}
+OSSIRA_CATCH_RETURN
+
+Result T_DatatypesService::UnregisterDatatype(const GUID& dataType)
+try
+{
+    const std::lock_guard guard(mSection);
+    InternalUngegisterDatatype(dataType);
+    return S_OK;
+}
+OSSIRA_CATCH_RETURN
+
+Result T_DatatypesService::UnregisterDatatypes(IDatatypes* pTypes)
+try
+{
+    OSSIRA_CHECK_POINTER(pTypes);
+    OSSIRA_CHECK(!IsThis(pTypes), E_INVALIDARG, "this as pTypes not allowed");
+    const std::lock_guard guard(mSection);
+    ForEachDatatype(*pTypes, [&](const GUID& dataType) { InternalUngegisterDatatype(dataType); });
+    return S_OK;
+}
+OSSIRA_CATCH_RETURN
+
+// Whoever enumerates or asks goes on with the same dictionary.
+Result T_DatatypesService::ClearDatatypes()
+try
+{
+    OSSIRA_PRINT(CurrentLevelMask(), PRINT_TRACE, "ClearDatatypes\n");
+    const std::lock_guard guard(mSection);
+    mInstallPending = false;
+    OSSIRA_CHECK_CALL(mTable->Clear(), "Clear()");
+    return S_OK;
+}
+OSSIRA_CATCH_RETURN
+
+} // namespace
+
+OSSIRA_CLASS(T_DatatypesService, "DatatypesService")
+
+} // namespace Tavrik::Ossira
