@@ -2,11 +2,10 @@
 // whatever fails on the way, clean-up comes at the end and the counts are shown.
 #include "Run.h"
 
+#include "Ask.h"
 #include "OssiraBullets.h"
 #include "OssiraDiagnostics.h"
-#include "OssiraObject.h"
 #include "Print.h"
-#include "Sample.h"
 #include "Survey.h"
 #include "WideText.h"
 
@@ -37,6 +36,14 @@ constexpr Level CleanupLevels[] = {{"level 2", BootstrapRegistryCleanup_Level2},
 std::wstring BareName(const std::wstring& fileName)
 {
     return fileName.substr(fileName.find_last_of(L"/\\") + 1);
+}
+
+// The runtime's own file, in whatever case, is no module and is passed over.
+bool IsRuntimeFile(std::wstring name)
+{
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](wchar_t c) { return c >= L'A' && c <= L'Z' ? c - L'A' + L'a' : c; });
+    return name == L"tavrikossira.dll";
 }
 
 ObjectPtr<ISingleton> TheSingletons()
@@ -154,7 +161,9 @@ private:
         ShowCategories();
         PrintHeading("Start-up");
         ShowLevels(StartupLevels, Failed(started) ? "(did not say)" : "started");
-        Require(started, "Start-up");
+        if (Failed(started))
+            throw CFailure("Start-up failed: " + CodeText(started) +
+                           "; --diagnostics trace shows which class");
         ShowObjects();
     }
 
@@ -189,7 +198,7 @@ private:
                                              return module.FileName.starts_with(folder) &&
                                                     BareName(module.FileName) == file;
                                          });
-        if (!isKnown && file != L"TavrikOssira.dll")
+        if (!isKnown && !IsRuntimeFile(file))
             Complain("No class could be read from \"" + tSystem::ToUtf8(file) + "\" in \"" +
                      tSystem::ToUtf8(folder) + "\"; --diagnostics trace shows each step");
     }
@@ -245,51 +254,13 @@ private:
         for (const KnownModule& module : mModules)
         {
             for (const KnownClass& known : module.Classes)
-                table.AddRow({ClassName(known.Id), AskNewObject(known.Id)});
+            {
+                const Answer answer = AskNewObject(*mFactory, known.Id);
+                mFailures += answer.IsFailure ? 1 : 0;
+                table.AddRow({ClassName(known.Id), answer.Text});
+            }
         }
         table.Print(2);
-    }
-
-    std::string AskNewObject(const CLSID& clsid)
-    {
-        ObjectPtr<IUnknown> object;
-        const Result created = mFactory->GetClassObject(clsid, IID_IUnknown, object.PutVoid());
-        if (Failed(created))
-            return Failure("could not be created: " + CodeText(created));
-
-        ObjectPtr<Samples::ISample> sample;
-        if (Succeeded(object.QueryTo(sample)))
-        {
-            ObjectPtr<IValue> value;
-            Require(CreateValue(value.Put()), "Creating a value");
-            const Result described = sample->Describe(value.Get());
-            if (Failed(described))
-                return Failure("could not answer: " + CodeText(described));
-            std::wstring words;
-            const Result read = GetValueUniString(value.Get(), &words);
-            if (Failed(read))
-                return Failure("answered no text: " + CodeText(read));
-            return '"' + tSystem::ToUtf8(words) + '"';
-        }
-        ObjectPtr<IObjectIdentity> identity;
-        if (Failed(object.QueryTo(identity)))
-            return "created (it offers neither ISample nor IObjectIdentity)";
-        return "created, an object of class \"" + IdentityName(*identity) + '"';
-    }
-
-    static std::string IdentityName(IObjectIdentity& identity)
-    {
-        const Result length = identity.GetObjectClassName(nullptr, 0);
-        Require(length, "Asking for a class name's length");
-        std::string name(static_cast<std::size_t>(length), '\0');
-        Require(identity.GetObjectClassName(name.data(), length), "Asking for a class name");
-        return name;
-    }
-
-    std::string Failure(const std::string& text)
-    {
-        ++mFailures;
-        return text;
     }
 
     void CleanUp()
@@ -299,7 +270,7 @@ private:
         Require(mParameters->Clear(), "Emptying the parameters");
         const Result cleaned = mBootstrap->Cleanup(mParameters.Get());
         PrintHeading("Clean-up");
-        ShowLevels(CleanupLevels, "cleaned up");
+        ShowLevels(CleanupLevels, Failed(cleaned) ? "(did not say)" : "cleaned up");
         Require(cleaned, "Clean-up");
     }
 
