@@ -1,0 +1,179 @@
+// Folders of modules registered. The modules are copies of one built file, each with identifiers of
+// its own for its classes, so that every class is entered in the tables. The times are per module:
+// as long as they agree for folders of every size, the cost is linear.
+#include "Job.h"
+#include "Limits.h"
+#include "OssiraClasses.h"
+#include "modules/BenchModule.h"
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <stdlib.h>
+#include <string_view>
+
+namespace Tavrik::Ossira::tBench
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+// Replaces the first half of an identifier wherever it stands in the file.
+void Renumber(std::string& file, const GUID& guid, std::uint32_t number)
+{
+    const std::string_view former(reinterpret_cast<const char*>(&guid), 8);
+    std::string replacement(former);
+    std::memcpy(replacement.data(), &number, sizeof number);
+    std::size_t found = 0;
+    for (std::size_t at = 0; (at = file.find(former, at)) != std::string::npos; ++found)
+        file.replace(at, former.size(), replacement);
+    if (found == 0)
+        throw std::runtime_error("the module's class identifier is not in its file");
+}
+
+[[nodiscard]] std::string Content(const fs::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        throw std::runtime_error("cannot read " + path.string());
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class CModuleFolder
+{
+public:
+    explicit CModuleFolder(std::uint32_t count)
+    {
+        std::string name = (fs::temp_directory_path() / "ossira-bench-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr)
+            throw std::runtime_error("cannot make " + name);
+        mPath = name;
+        const std::string original = Content(fs::read_symlink("/proc/self/exe").parent_path() /
+                                             "bench-modules" / "BenchModule.dll");
+        for (std::uint32_t number = 1; number <= count; ++number)
+        {
+            std::string file = original;
+            Renumber(file, CLSID_BenchFirst, 2 * number);
+            Renumber(file, CLSID_BenchSecond, 2 * number + 1);
+            std::ofstream(mPath / ("Module" + std::to_string(number) + ".dll"), std::ios::binary)
+                << file;
+        }
+    }
+
+    CModuleFolder(const CModuleFolder&) = delete;
+    CModuleFolder& operator=(const CModuleFolder&) = delete;
+
+    ~CModuleFolder()
+    {
+        std::error_code ignored;
+        fs::remove_all(mPath, ignored);
+    }
+
+    [[nodiscard]] const fs::path& Path() const noexcept
+    {
+        return mPath;
+    }
+
+private:
+    fs::path mPath;
+};
+
+// The factory and the registry to fill, new for every round; with the factory the modules go.
+struct Tables
+{
+    Tables()
+    {
+        Require(CreateObject(CLSID_ObjectFactory, Factory), "CreateObject");
+        Require(CreateObject(CLSID_ClsidRegistry, Registry), "CreateObject");
+        Require(CreateObject(CLSID_ClassRegisterService, Service), "CreateObject");
+        Require(Service->SetFactory(Factory.Get()), "SetFactory");
+    }
+
+    [[nodiscard]] Result Register(const CModuleFolder& folder) const
+    {
+        return Service->RegisterFolder(folder.Path().wstring().c_str(), nullptr, Registry.Get(),
+                                       nullptr);
+    }
+
+    [[nodiscard]] std::size_t ClassCount() const
+    {
+        ObjectPtr<IEnumerator> classes;
+        Require(Factory->GetClasses(IID_IEnumerator, classes.PutVoid()), "GetClasses");
+        std::size_t count = 0;
+        while (classes->MoveNext() == S_OK)
+            ++count;
+        return count;
+    }
+
+    ObjectPtr<IObjectFactory> Factory;
+    ObjectPtr<IClsidRegistry> Registry;
+    ObjectPtr<IClassRegisterService> Service;
+};
+
+// Making the tables and unloading the modules again are not part of the time.
+template <class Work>
+void RegisterModules(benchmark::State& state, std::uint32_t count, Work work)
+{
+    const CRoundReport report(state, count);
+    for (auto _ : state)
+    {
+        state.PauseTiming();
+        {
+            const Tables tables;
+            state.ResumeTiming();
+            [[maybe_unused]] const auto loaded = work(tables);
+            state.PauseTiming();
+        }
+        state.ResumeTiming();
+    }
+}
+
+[[nodiscard]] std::vector<Contender> RegisterContenders(std::uint32_t count)
+{
+    const auto folder = std::make_shared<CModuleFolder>(count);
+    const auto loadBare = [folder](const Tables& tables)
+    {
+        return std::make_unique<LimitModules>(folder->Path().string(), tables.Registry.Get());
+    };
+    const auto registerFolder = [folder](const Tables& tables)
+    {
+        return tables.Register(*folder);
+    };
+    {
+        const Tables tables;
+        Require(registerFolder(tables), "RegisterFolder");
+        if (tables.ClassCount() != 2 * count || loadBare(tables)->ClassCount() != 2 * count)
+            throw std::runtime_error("not every class was registered");
+    }
+    return {{"runtime",
+             [=](benchmark::State& state)
+             {
+                 RegisterModules(state, count, registerFolder);
+             }},
+            {"the loader's calls", [=](benchmark::State& state)
+             {
+                 RegisterModules(state, count, loadBare);
+             }}};
+}
+
+} // namespace
+
+std::vector<Job> ModuleJobs()
+{
+    std::vector<Job> jobs;
+    for (const std::uint32_t count : {50u, 100u, 200u})
+    {
+        jobs.push_back({"one of " + std::to_string(count) + " modules registered from a folder",
+                        1.3,
+                        [count]
+                        {
+                            return RegisterContenders(count);
+                        }});
+    }
+    return jobs;
+}
+
+} // namespace Tavrik::Ossira::tBench

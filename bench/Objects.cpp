@@ -1,0 +1,27 @@
+// Makes the objects one after the other, so that they lie in memory as in a host that has just
+// filled a collection.
+#include "Objects.h"
+
+#include "Job.h"
+#include "OssiraClasses.h"
+
+namespace Tavrik::Ossira::tBench
+{
+
+Objects MakeObjects(std::size_t count)
+{
+    Objects objects(count);
+    for (ObjectPtr<IUnknown>& object : objects)
+        Require(CreateObject(CLSID_Value, object), "CreateObject");
+    return objects;
+}
+
+Objects MakeSmallObjects(std::size_t count)
+{
+    Objects objects(count);
+    for (ObjectPtr<IUnknown>& object : objects)
+        object = ObjectPtr<IUnknown>(MakeLimitValue().Get());
+    return objects;
+}
+
+} // namespace Tavrik::Ossira::tBench

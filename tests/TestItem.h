@@ -1,0 +1,64 @@
+// An object for collections to hold, with what a test wants to see or to happen.
+#pragma once
+
+#include "Ossira.h"
+
+#include <atomic>
+#include <functional>
+
+namespace Tavrik::Ossira::tTest
+{
+
+class TestItem final : public IUnknown
+{
+public:
+    [[nodiscard]] static ObjectPtr<TestItem> New(std::function<void()> onDestruction = {})
+    {
+        return ObjectPtr<TestItem>(new TestItem(std::move(onDestruction)));
+    }
+
+    Result QueryInterface(const IID& iid, void** out) override
+    {
+        if (FailingQueries > 0)
+        {
+            --FailingQueries;
+            *out = nullptr;
+            return E_ABORT;
+        }
+        const bool known = SameGuid(iid, IID_IUnknown);
+        *out = known ? this : nullptr;
+        return known ? static_cast<Result>(AddRef(), S_OK) : E_NOINTERFACE;
+    }
+
+    std::uint32_t AddRef() override
+    {
+        return ++mCount;
+    }
+
+    std::uint32_t Release() override
+    {
+        const std::uint32_t count = --mCount;
+        if (count == 0)
+            delete this;
+        return count;
+    }
+
+    int FailingQueries = 0;
+
+private:
+    explicit TestItem(std::function<void()> onDestruction)
+        : mOnDestruction(std::move(onDestruction))
+    {
+    }
+
+    ~TestItem()
+    {
+        if (mOnDestruction)
+            mOnDestruction();
+    }
+
+    std::atomic<std::uint32_t> mCount = 0;
+    std::function<void()> mOnDestruction;
+};
+
+} // namespace Tavrik::Ossira::tTest

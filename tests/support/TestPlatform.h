@@ -1,0 +1,68 @@
+// What a platform supplies to the tests. Each platform has a folder of sources beside this header;
+// the tests themselves know no platform.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Tavrik::Ossira::tTest
+{
+
+// Collects what this process writes to the platform's debug output, as it leaves the process: on
+// Linux standard error is led into a file, on Windows the debug-output exception is listened to.
+// One at a time.
+class CDebugOutputTap
+{
+public:
+    CDebugOutputTap();
+    ~CDebugOutputTap();
+    CDebugOutputTap(const CDebugOutputTap&) = delete;
+    CDebugOutputTap& operator=(const CDebugOutputTap&) = delete;
+
+    // Everything written so far.
+    [[nodiscard]] std::string Text() const;
+
+private:
+    struct State;
+    std::unique_ptr<State> mState;
+};
+
+// The file of the running program.
+[[nodiscard]] std::filesystem::path ProgramPath();
+
+// Whether a library file is mapped into this process.
+[[nodiscard]] bool IsMapped(const std::filesystem::path& library);
+
+// Whether the platform keeps a library mapped that defines process-unique symbols.
+extern const bool UniqueSymbolsKeepALibraryMapped;
+
+// The bytes that are allocated on the process's heaps and not freed, and those of the address space
+// that the process has to itself. Sanitizers have heaps of their own and make the first one 0.
+struct MemoryInUse
+{
+    std::size_t Heap = 0;
+    std::size_t Process = 0;
+};
+[[nodiscard]] MemoryInUse MeasureMemory();
+
+struct ProgramResult
+{
+    // What the program answered; a program that died of a fault has a code that no program of ours
+    // answers. -1: it did not end in time and was ended.
+    int ExitCode = 0;
+    std::string Output; // standard output and standard error
+};
+
+// Runs a program to its end.
+[[nodiscard]] ProgramResult RunProgram(const std::filesystem::path& program,
+                                       const std::vector<std::string>& arguments,
+                                       std::chrono::seconds timeout);
+
+// Overwrites, in the image of a library file, the field that names the machine it was built for.
+void PatchMachineType(std::string& image);
+
+} // namespace Tavrik::Ossira::tTest
