@@ -93,6 +93,27 @@ public:
         return &mPrivateUnknown;
     }
 
+    // The reference by which whoever has just made the object holds it while asking for the first
+    // interface. As long as it is the only one no other thread can be counting, and an atomic
+    // operation is saved; the creation of a small object consists of little else.
+    void TakeFirstReference() noexcept
+    {
+        if (mCount.load(std::memory_order_relaxed) == 0)
+            mCount.store(1, std::memory_order_relaxed);
+        else
+            CountUp();
+    }
+
+    // Gives that reference back once the interface is there, which has a reference of its own, and
+    // answers the count. If these two are all, both are still in the hands of the caller.
+    [[nodiscard]] std::int32_t DropFirstReference() noexcept
+    {
+        if (mCount.load(std::memory_order_acquire) != 2)
+            return CountDown();
+        mCount.store(1, std::memory_order_relaxed);
+        return 1;
+    }
+
 protected:
     // A count that cannot arise in use, so that a call on a destroyed object shows itself. It also
     // stands while an object is being destroyed: references taken and given back by its own
@@ -202,12 +223,18 @@ template <class Implementation>
 class CComInstanceNoLock final : public Implementation
 {
 public:
-    template <class... Arguments>
-    explicit CComInstanceNoLock(IUnknown* outer, Arguments&&... arguments)
-        : Implementation(std::forward<Arguments>(arguments)...)
+    // The base is not named here: named without arguments, it would have all its memory cleared
+    // before it is constructed.
+    explicit CComInstanceNoLock(IUnknown* outer)
     {
-        this->SetOuter(outer);
-        AnnounceBirth(this->PrivateUnknown(), Implementation::ClassId);
+        Announce(outer);
+    }
+
+    template <class First, class... Others>
+    explicit CComInstanceNoLock(IUnknown* outer, First&& first, Others&&... others)
+        : Implementation(std::forward<First>(first), std::forward<Others>(others)...)
+    {
+        Announce(outer);
     }
 
     CComInstanceNoLock(const CComInstanceNoLock&) = delete;
@@ -239,6 +266,13 @@ public:
         if (count == 0)
             delete this;
         return static_cast<std::uint32_t>(count);
+    }
+
+private:
+    void Announce(IUnknown* outer)
+    {
+        this->SetOuter(outer);
+        AnnounceBirth(this->PrivateUnknown(), Implementation::ClassId);
     }
 };
 

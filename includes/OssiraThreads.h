@@ -127,8 +127,7 @@ protected:
     ~IThreadPool() = default;
 };
 
-// --- For those who write jobs
-// ----------------------------------------------------------------------
+// --- For those who write jobs --------------------------------------------------------------------
 
 // A run's abort flag, from the parameter of the job's `Run`: a byte that every copy may raise.
 class CAbortFlag

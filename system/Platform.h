@@ -34,6 +34,7 @@ public:
     CCriticalSection& operator=(const CCriticalSection&) = delete;
 
     void lock() noexcept;
+    [[nodiscard]] bool try_lock() noexcept;
     void unlock() noexcept;
 
 private:
@@ -131,8 +132,8 @@ namespace Tavrik::Ossira
 // `module` is the platform's handle of the library, or null. False refuses the load.
 [[nodiscard]] bool AttachLibrary(void* module) noexcept;
 
-// `processEnds`: the process is ending and its other threads are gone, maybe while they held
-// locks; then nothing is released, since modules and locks may be in any state.
+// `processEnds`: the process is ending. Its other threads are gone, maybe while they held locks, or
+// run on, as the platform has it; modules may be torn down already. Then nothing is released.
 void DetachLibrary(bool processEnds) noexcept;
 
 } // namespace Tavrik::Ossira

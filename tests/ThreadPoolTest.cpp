@@ -515,7 +515,7 @@ TEST(ConcurrentThreadPool, RacingRequestsForTheProcessesPoolGetOne)
     EXPECT_EQ(CThreadPool::LiveCount(), pools) << "the pool goes with its box";
 }
 
-// --- Threads
+// --- Threads -------------------------------------------------------------------------------------
 
 struct ReleaseThread
 {
@@ -565,89 +565,6 @@ public:
     std::atomic<int> Stops = 0;
     std::atomic<bool> HasEnded = false;
 };
-
-// --- The binary contract -----------------------------------------------------------------------------
-
-// The interfaces as a compiler of another make sees them.
-struct RawFunction
-{
-    const struct Slots
-    {
-        void* (*Delete)(RawFunction*, std::uint32_t);
-        void (*Run)(RawFunction*, void*);
-        void (*RequestStop)(RawFunction*);
-    }* Table;
-};
-
-struct RawPool
-{
-    const struct Slots
-    {
-        void* (*Delete)(RawPool*, std::uint32_t);
-        Result (*Release)(RawPool*);
-        Result (*Run)(RawPool*, RawFunction*, std::uint8_t*, std::uint8_t, const char*);
-        std::int32_t (*GetThreadCount)(RawPool*);
-    }* Table;
-};
-
-struct RawThread
-{
-    const struct Slots
-    {
-        void* (*Delete)(RawThread*, std::uint32_t);
-        void (*Release)(RawThread*);
-        std::uint8_t (*Start)(RawThread*, RawFunction*, void*);
-        std::uint8_t (*Stop)(RawThread*);
-        std::int32_t (*GetState)(RawThread*);
-        std::uint8_t (*Suspend)(RawThread*);
-        std::uint8_t (*Resume)(RawThread*);
-        void (*Wait)(RawThread*);
-        std::uint32_t (*GetThreadId)(RawThread*);
-    }* Table;
-};
-
-template <class Raw, class Interface>
-Raw* AsRaw(Interface* object)
-{
-    return std::bit_cast<Raw*>(object);
-}
-
-TEST(ThreadInterfaces, HaveOneSlotForEachOperation)
-{
-    Counter counter;
-    auto* const function = AsRaw<RawFunction>(static_cast<IThreadFunction*>(&counter));
-    function->Table->RequestStop(function);
-    EXPECT_EQ(counter.Stops, 1);
-    function->Table->Run(function, &counter);
-    EXPECT_EQ(counter.Parameter, &counter);
-
-    auto* pool = AsRaw<RawPool>(static_cast<IThreadPool*>(CreateThreadPool(1)));
-    std::uint8_t flag = 1;
-    EXPECT_EQ(pool->Table->Run(pool, function, &flag, 1, "raw"), S_OK);
-    EXPECT_EQ(counter.Parameter, &flag);
-    EXPECT_EQ(pool->Table->GetThreadCount(pool), 1);
-    EXPECT_EQ(pool->Table->Release(pool), S_OK);
-    pool = AsRaw<RawPool>(static_cast<IThreadPool*>(CreateThreadPool(2)));
-    EXPECT_EQ(pool->Table->Delete(pool, 1), pool);
-    EXPECT_EQ(CThreadPool::LiveCount(), 0);
-
-    auto* thread = AsRaw<RawThread>(static_cast<IThread*>(WinThread::Create()));
-    EXPECT_EQ(thread->Table->GetState(thread), ThreadNotStarted);
-    EXPECT_EQ(thread->Table->GetThreadId(thread), 0u);
-    EXPECT_EQ(thread->Table->Start(thread, function, nullptr), 1);
-    EXPECT_EQ(thread->Table->Resume(thread), 1);
-    thread->Table->Wait(thread);
-    EXPECT_EQ(thread->Table->GetState(thread), ThreadFinished);
-    EXPECT_EQ(thread->Table->GetThreadId(thread), counter.ThreadId);
-    EXPECT_EQ(thread->Table->Suspend(thread), 0);
-    EXPECT_EQ(thread->Table->Stop(thread), 1);
-    thread->Table->Release(thread);
-    thread = AsRaw<RawThread>(static_cast<IThread*>(WinThread::Create()));
-    EXPECT_EQ(thread->Table->Delete(thread, 1), thread);
-    EXPECT_EQ(WinThread::LiveCount(), 0);
-}
-
-// --- Threads
 
 TEST(ConcurrentThread, GoesThroughItsStatesAndCanBeStartedAgain)
 {
@@ -724,6 +641,87 @@ TEST(ConcurrentThread, WhatAFunctionThrowsIsReported)
     ASSERT_EQ(thread->Start(&job, nullptr), 1);
     thread->Wait();
     EXPECT_EQ(capture.CountLinesWith("0x8000000a from a thread"), 1u) << capture.Text();
+}
+
+// --- The binary contract -------------------------------------------------------------------------
+
+// The interfaces as a compiler of another make sees them.
+struct RawFunction
+{
+    const struct Slots
+    {
+        void* (*Delete)(RawFunction*, std::uint32_t);
+        void (*Run)(RawFunction*, void*);
+        void (*RequestStop)(RawFunction*);
+    } * Table;
+};
+
+struct RawPool
+{
+    const struct Slots
+    {
+        void* (*Delete)(RawPool*, std::uint32_t);
+        Result (*Release)(RawPool*);
+        Result (*Run)(RawPool*, RawFunction*, std::uint8_t*, std::uint8_t, const char*);
+        std::int32_t (*GetThreadCount)(RawPool*);
+    } * Table;
+};
+
+struct RawThread
+{
+    const struct Slots
+    {
+        void* (*Delete)(RawThread*, std::uint32_t);
+        void (*Release)(RawThread*);
+        std::uint8_t (*Start)(RawThread*, RawFunction*, void*);
+        std::uint8_t (*Stop)(RawThread*);
+        std::int32_t (*GetState)(RawThread*);
+        std::uint8_t (*Suspend)(RawThread*);
+        std::uint8_t (*Resume)(RawThread*);
+        void (*Wait)(RawThread*);
+        std::uint32_t (*GetThreadId)(RawThread*);
+    } * Table;
+};
+
+template <class Raw, class Interface>
+Raw* AsRaw(Interface* object)
+{
+    return std::bit_cast<Raw*>(object);
+}
+
+TEST(ThreadInterfaces, HaveOneSlotForEachOperation)
+{
+    Counter counter;
+    auto* const function = AsRaw<RawFunction>(static_cast<IThreadFunction*>(&counter));
+    function->Table->RequestStop(function);
+    EXPECT_EQ(counter.Stops, 1);
+    function->Table->Run(function, &counter);
+    EXPECT_EQ(counter.Parameter, &counter);
+
+    auto* pool = AsRaw<RawPool>(static_cast<IThreadPool*>(CreateThreadPool(1)));
+    std::uint8_t flag = 1;
+    EXPECT_EQ(pool->Table->Run(pool, function, &flag, 1, "raw"), S_OK);
+    EXPECT_EQ(counter.Parameter, &flag);
+    EXPECT_EQ(pool->Table->GetThreadCount(pool), 1);
+    EXPECT_EQ(pool->Table->Release(pool), S_OK);
+    pool = AsRaw<RawPool>(static_cast<IThreadPool*>(CreateThreadPool(2)));
+    EXPECT_EQ(pool->Table->Delete(pool, 1), pool);
+    EXPECT_EQ(CThreadPool::LiveCount(), 0);
+
+    auto* thread = AsRaw<RawThread>(static_cast<IThread*>(WinThread::Create()));
+    EXPECT_EQ(thread->Table->GetState(thread), ThreadNotStarted);
+    EXPECT_EQ(thread->Table->GetThreadId(thread), 0u);
+    EXPECT_EQ(thread->Table->Start(thread, function, nullptr), 1);
+    EXPECT_EQ(thread->Table->Resume(thread), 1);
+    thread->Table->Wait(thread);
+    EXPECT_EQ(thread->Table->GetState(thread), ThreadFinished);
+    EXPECT_EQ(thread->Table->GetThreadId(thread), counter.ThreadId);
+    EXPECT_EQ(thread->Table->Suspend(thread), 0);
+    EXPECT_EQ(thread->Table->Stop(thread), 1);
+    thread->Table->Release(thread);
+    thread = AsRaw<RawThread>(static_cast<IThread*>(WinThread::Create()));
+    EXPECT_EQ(thread->Table->Delete(thread, 1), thread);
+    EXPECT_EQ(WinThread::LiveCount(), 0);
 }
 
 } // namespace

@@ -298,6 +298,9 @@ struct UnsafeNodeListTraits : NodeListText
     static constexpr std::string_view ClassName = "UnsafeNodeList";
 };
 
+static_assert(ReportedNested<UnsafeNodeListTraits, EnumeratorName> ==
+              "Tavrik::Ossira::`anonymous-namespace'::T_UnsafeNodeList::T_Enumerator");
+
 } // namespace
 
 OSSIRA_CLASS(CNodeList<NodeListTraits>, "NodeList")

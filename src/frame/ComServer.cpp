@@ -3,6 +3,7 @@
 // left.
 #include "ComServer.h"
 
+#include "Library.h"
 #include "ObjectAddress.h"
 
 #include <algorithm>
@@ -118,14 +119,14 @@ Result CComServer::CreateObject(const ClassEntry* entry, const CLSID& clsid, con
         return result;
     }
 
-    object->InternalAddRef();
+    object->TakeFirstReference();
     result = object->NonDelegatingQueryInterface(iid, out);
     if (Failed(result))
     {
         OSSIRA_PRINT(mask, PRINT_WARN, "No such interface available: %s - CLSID %s, IID %s\n",
                      entry->Text, CGuidText(clsid).Text(), CGuidText(iid).Text());
     }
-    if (object->InternalRelease() == 0)
+    if ((Succeeded(result) ? object->DropFirstReference() : object->InternalRelease()) == 0)
         delete object;
     if (Succeeded(result))
     {
@@ -179,30 +180,35 @@ Result CComServer::GetClassObjectInfo(std::uint32_t index, char* buffer, std::ui
 Result CComServer::AddObject(IUnknown* privateUnknown, const CLSID& clsid)
 {
     mOpenObjectCount.fetch_add(1, std::memory_order_relaxed);
-    if (!mTrackObjects) [[likely]]
-        return S_OK;
-    try
-    {
-        const std::lock_guard guard(mLock);
-        if (!mLiveObjects.emplace(privateUnknown, clsid).second)
-            DebugOutputF("\aCComServer::AddObject: Object already exists\n");
-    }
-    catch (const std::bad_alloc&)
-    {
-        // The object lives all the same; the list of live objects will lack it.
-    }
+    if (mTrackObjects) [[unlikely]]
+        Track(privateUnknown, clsid);
     return S_OK;
 }
 
 Result CComServer::RemoveObject(IUnknown* privateUnknown)
 {
-    if (mTrackObjects)
-    {
-        const std::lock_guard guard(mLock);
-        mLiveObjects.erase(privateUnknown);
-    }
+    if (mTrackObjects) [[unlikely]]
+        Untrack(privateUnknown);
     mOpenObjectCount.fetch_sub(1, std::memory_order_release);
     return S_OK;
+}
+
+void CComServer::Track(IUnknown* privateUnknown, const CLSID& clsid) noexcept
+try
+{
+    const std::lock_guard guard(mLock);
+    if (!mLiveObjects.emplace(privateUnknown, clsid).second)
+        DebugOutputF("\aCComServer::AddObject: Object already exists\n");
+}
+catch (const std::bad_alloc&)
+{
+    // The object lives all the same; the list of live objects will lack it.
+}
+
+void CComServer::Untrack(IUnknown* privateUnknown) noexcept
+{
+    const std::lock_guard guard(mLock);
+    mLiveObjects.erase(privateUnknown);
 }
 
 Result CComServer::IsForeignClass(const CLSID& clsid)
@@ -210,22 +216,34 @@ Result CComServer::IsForeignClass(const CLSID& clsid)
     return FindClass(clsid) == nullptr ? 1 : 0;
 }
 
-void CComServer::DumpLiveObjects() noexcept
+void CComServer::DumpLiveObjects(bool processEnds) noexcept
 {
     const std::unique_lock guard(mLock, std::try_to_lock);
-    if (!guard.owns_lock() || mLiveObjects.empty())
+    if (!guard.owns_lock())
         return;
+    // Objects ask for their names under this lock; without it the names stay out.
+    const std::unique_lock nameGuard(GlobalCriticalSection(), std::try_to_lock);
 
-    DebugOutputF("\aComServer ALive Objects:\n");
+    bool isFirst = true;
     for (const auto& [object, clsid] : mLiveObjects)
     {
+        // Where other threads still run, one of them may have given back the last reference a
+        // moment ago: the one taken here stays, or the object would be destroyed twice.
+        const std::int32_t count = static_cast<std::int32_t>(object->AddRef()) - 1;
+        if (processEnds && IsHeldByLibrary(object))
+            continue;
+        if (isFirst)
+            DebugOutputF("\aComServer ALive Objects:\n");
+        isFirst = false;
+
         char name[256] = {};
         ObjectPtr<IObjectName> objectName;
-        if (Succeeded(object->QueryInterface(IID_IObjectName, objectName.PutVoid())))
+        if (nameGuard.owns_lock() &&
+            Succeeded(object->QueryInterface(IID_IObjectName, objectName.PutVoid())))
             objectName->GetObjectName(name, 255);
         objectName.Reset();
-        object->AddRef();
-        const auto count = static_cast<std::int32_t>(object->Release());
+        if (!processEnds)
+            object->Release();
 
         if (const ClassEntry* const entry = FindClass(clsid); entry != nullptr)
         {
@@ -238,12 +256,13 @@ void CComServer::DumpLiveObjects() noexcept
                          CGuidText(clsid).Text(), count);
         }
     }
-    DebugOutputF("\n");
+    if (!isFirst)
+        DebugOutputF("\n");
 }
 
 void CComServer::Destroy()
 {
-    DumpLiveObjects();
+    DumpLiveObjects(false);
     delete this;
 }
 

@@ -70,7 +70,7 @@ public:
     Result CreateObject(const ClassEntry* entry, const CLSID& clsid, const IID& iid, void** out);
 
     // Writes the list of live objects. Skips it when a thread that is gone holds the lock.
-    void DumpLiveObjects() noexcept;
+    void DumpLiveObjects(bool processEnds) noexcept;
 
 private:
     // The table is built when the server is made, and again should further entries be linked.
@@ -83,6 +83,10 @@ private:
     }
 
     [[nodiscard]] static const ClassEntry* ClassListHead() noexcept;
+
+    // Not inline: they would burden every birth and death.
+    [[gnu::noinline]] void Track(IUnknown* privateUnknown, const CLSID& clsid) noexcept;
+    [[gnu::noinline]] void Untrack(IUnknown* privateUnknown) noexcept;
 
     std::atomic<std::uint32_t> mOpenObjectCount = 0;
     tSystem::CFastCriticalSection mLock; // guards mLiveObjects

@@ -78,7 +78,7 @@ void DetachLibrary(bool processEnds) noexcept
     if (processEnds)
     {
         if (server != nullptr)
-            server->DumpLiveObjects();
+            server->DumpLiveObjects(true);
         return;
     }
     if (CanReleaseForeignObjects())

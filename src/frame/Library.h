@@ -44,6 +44,10 @@ Result Library_BootstrapRegisterChain(IUnknown* registry);
 // The runtime releases the observer. After this nothing is printed but the list of live objects.
 void OnDetaching() noexcept;
 
+// Whether the library itself holds an object until it is detached: the global singleton and the
+// observer in place. Waits for no lock.
+[[nodiscard]] bool IsHeldByLibrary(IUnknown* object) noexcept;
+
 // Whether objects of other modules can still be released. At the end of a process modules are torn
 // down before the runtime that they depend on; their objects must then be left alone.
 [[nodiscard]] bool CanReleaseForeignObjects() noexcept;

@@ -27,6 +27,12 @@ void OnDetaching() noexcept
 {
 }
 
+bool IsHeldByLibrary(IUnknown* /*object*/) noexcept
+{
+    // The singleton that it holds is the runtime's.
+    return false;
+}
+
 bool CanReleaseForeignObjects() noexcept
 {
     // The runtime, which a module depends on, is torn down after it.

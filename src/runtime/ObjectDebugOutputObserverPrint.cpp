@@ -1,5 +1,6 @@
 // The default observer: decorates a line with its level and place and writes it to the platform's
 // debug output. The BEL that begins error lines is part of the text, a mark for debug viewers.
+#include "GlobalObserver.h"
 #include "OssiraClasses.h"
 #include "OssiraFrame.h"
 #include "Platform.h"
@@ -31,6 +32,7 @@ public:
     Result SetLevelMask(std::uint32_t set, std::uint32_t clear) override
     {
         mMask.store((GetLevelMask() & ~clear) | set, std::memory_order_relaxed);
+        TellLevelMask(*this);
         return S_OK;
     }
 

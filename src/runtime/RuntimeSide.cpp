@@ -2,6 +2,7 @@
 // keeps the observer in place between attach and detach.
 #include "ComServer.h"
 #include "DynLib.h"
+#include "GlobalObserver.h"
 #include "Library.h"
 #include "OssiraClasses.h"
 
@@ -27,12 +28,23 @@ Result OnAttached() noexcept
                      "[Build-DynLib]\n");
         return result;
     }
-    return SetGlobalObserver(observer.Get());
+    SetGlobalObserver(observer.Get());
+    return observer->SetLevelMask(0, 0); // changes nothing; the observer tells its mask
 }
 
 void OnDetaching() noexcept
 {
     SetGlobalObserver(nullptr);
+}
+
+bool IsHeldByLibrary(IUnknown* object) noexcept
+{
+    ObjectPtr<ISingleton> singleton;
+    if (Succeeded(object->QueryInterface(IID_ISingleton, singleton.PutVoid())))
+        return singleton.Get() == ExistingSingleton();
+    ObjectPtr<IObserverPrint> observer;
+    return Succeeded(object->QueryInterface(IID_IObserverPrint, observer.PutVoid())) &&
+           IsGlobalObserver(observer.Get());
 }
 
 bool CanReleaseForeignObjects() noexcept

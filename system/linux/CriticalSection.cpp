@@ -32,6 +32,11 @@ void CCriticalSection::lock() noexcept
     pthread_mutex_lock(Mutex(mStorage));
 }
 
+bool CCriticalSection::try_lock() noexcept
+{
+    return pthread_mutex_trylock(Mutex(mStorage)) == 0;
+}
+
 void CCriticalSection::unlock() noexcept
 {
     pthread_mutex_unlock(Mutex(mStorage));

@@ -60,7 +60,7 @@ private:
     std::size_t mNeededCount = 0;
     std::uint64_t mNeeded[NeededLimit];
     std::size_t mHeadSize = 0;
-    unsigned char mHead[4096]; // the file's first bytes: headers, and mostly the names
+    unsigned char mHead[8192]; // the file's first bytes: headers, and mostly the names
 };
 
 } // namespace Tavrik::tSystem

@@ -15,14 +15,18 @@ namespace
 
 bool IsAttached = false;
 
-// The other threads of an ending process run on here and hold no lock for ever, so that what is
-// left over can be released in order.
-void Detach()
+void Detach(bool processEnds)
 {
     if (!IsAttached)
         return;
     IsAttached = false;
-    Tavrik::Ossira::DetachLibrary(false);
+    Tavrik::Ossira::DetachLibrary(processEnds);
+}
+
+// Other threads run on here while the process ends, and use what would be released.
+void OnProcessEnd()
+{
+    Detach(true);
 }
 
 // Here a library cannot refuse to be loaded. If attaching fails, the library stays, and every one
@@ -31,12 +35,12 @@ __attribute__((constructor)) void OnLoad()
 {
     IsAttached = Tavrik::Ossira::AttachLibrary(nullptr);
     if (IsAttached)
-        std::atexit(Detach);
+        std::atexit(OnProcessEnd);
 }
 
 __attribute__((destructor)) void OnUnload()
 {
-    Detach();
+    Detach(false);
 }
 
 } // namespace

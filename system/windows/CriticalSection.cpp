@@ -35,6 +35,11 @@ void CCriticalSection::lock() noexcept
     EnterCriticalSection(Section(mStorage));
 }
 
+bool CCriticalSection::try_lock() noexcept
+{
+    return TryEnterCriticalSection(Section(mStorage)) != 0;
+}
+
 void CCriticalSection::unlock() noexcept
 {
     LeaveCriticalSection(Section(mStorage));
