@@ -173,7 +173,7 @@ template <class Work>
 inline Result SetWide(const CValuePlace& place, std::wstring_view text) noexcept
 {
     return WithMemory(
-        [&]
+        [&]() -> Result
         {
             std::u16string units;
             if (!AppendUtf16(units, text))

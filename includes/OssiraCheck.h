@@ -127,6 +127,14 @@ consteval FunctionText<Length> FunctionName(std::string_view pretty, std::string
 
 } // namespace tDetail
 
+namespace tDetail
+{
+
+// For the macro below: a name that the platform's header may define as a macro cannot be qualified.
+inline constexpr Result NullPointerCode = E_POINTER;
+
+} // namespace tDetail
+
 // Throws a new exception; a null one when not even that can be allocated.
 [[noreturn]] void ThrowException(Result code, const SourceLocation& location, const char* text);
 
@@ -171,7 +179,7 @@ consteval FunctionText<Length> FunctionName(std::string_view pretty, std::string
 
 // The pointer must not be null, or else `E_POINTER` is thrown with the pointer's name.
 #define OSSIRA_CHECK_POINTER(pointer)                                                              \
-    OSSIRA_CHECK((pointer) != nullptr, ::Tavrik::Ossira::E_POINTER, #pointer)
+    OSSIRA_CHECK((pointer) != nullptr, ::Tavrik::Ossira::tDetail::NullPointerCode, #pointer)
 
 // The call must succeed. A failing call is made a second time, and the code of the repeat is
 // thrown with `text`; callers see the extra attempt. Should the repeat succeed, the operation goes

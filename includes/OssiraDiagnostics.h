@@ -87,7 +87,10 @@ protected:
     ~IObserverPrint() = default;
 };
 
-// --- For the code that reports: these are compiled into every module's frame -----------------
+// --- For the code that reports: these are compiled into every module's frame. A host that uses
+// them
+//     links the frame library too.
+//     ------------------------------------------------------------------
 
 // The mask of the observer in place, 0 when there is none. Test it before building costly
 // arguments for `DebugOutput`. Any thread may call.
@@ -107,7 +110,7 @@ void DebugOutputF(const char* format, ...) noexcept OSSIRA_PRINTF(1, 2);
 void ReportException(const SourceLocation& location, IException* exception) noexcept;
 
 // The text of a result code. Codes outside the table are written as eight hexadecimal digits into
-// one buffer that all callers share: use the text at once.
+// one buffer of the calling thread: use the text at once.
 [[nodiscard]] const char* ErrorText(Result code) noexcept;
 
 inline constexpr std::size_t GuidTextSize = 37; // 36 characters and a terminating zero

@@ -157,7 +157,8 @@ struct IObjectFactory : IUnknown
 
     // Unloads every loaded module that has no live object and in which no call of this factory is
     // running. Answers `S_OK`. A module counts an object as gone when its destruction begins: call
-    // this when no other thread is giving back a module's last object.
+    // this when no other thread is giving back a module's last object, and never from a module's
+    // own destructors.
     virtual Result FlushModules() = 0;
 
     // A new value set with a module's file name, its class count and, while it is loaded, the

@@ -49,9 +49,9 @@ struct IValueSetGroup : IDictionaryGUID
 
     // Inserts a layer before the one at `index`; -1 or the number of layers puts it on top. `id`
     // may be null: then an identifier is made up. An identifier that is there already and
-    // `GUID_Null` answer `E_INVALIDARG`, a ninth layer `E_OUTOFMEMORY`. So does `E_INVALIDARG` a
-    // merged view of this group, or of one that holds a view of this group among its layers: a ring
-    // is refused.
+    // `GUID_Null` answer `E_INVALIDARG`, a ninth layer `E_OUTOFMEMORY`. Rings are refused: a merged
+    // view of this group, or of one that has a view of this group among its layers, however deep,
+    // answers `E_INVALIDARG`.
     virtual Result InsertValueSet(std::int32_t index, IValueSet* valueSet, const GUID* id,
                                   std::uint32_t flags) = 0;
 

@@ -32,6 +32,7 @@ class CGuidCollection : public Interface,
         static constexpr std::string_view ReportedClass =
             ReportedNested<Traits, Traits::EnumeratorClass>;
         static constexpr bool OffersGuids = true;
+        static constexpr bool ReportsEnd = false;
     };
 
 public:

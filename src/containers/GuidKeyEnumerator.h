@@ -6,6 +6,7 @@
 // owner hands `FirstPosition` and `NextPosition` on to its `CGuidTable`. A traits structure names,
 // besides what is said there,
 //   OffersGuids    whether `QueryInterface` answers `IEnumeratorGUID`; `IEnumerator` it always does
+//   ReportsEnd     whether asking behind the last key is a mistake to report, or a quiet `E_FAIL`
 // An owner whose stamp does not move when a key is removed needs nothing more: the enumerator goes
 // on with the next greater key.
 #pragma once
@@ -46,6 +47,7 @@ public:
             const std::lock_guard guard(this->Lock());
             OSSIRA_CHECK(this->IsUpToDate(), E_ACCESSDENIED, Steps::OutOfDateText);
             OSSIRA_CHECK_POINTER(ppv);
+            OSSIRA_CHECK(!Traits::ReportsEnd || this->State() >= 0, E_FAIL, Steps::AtEndText);
             if (this->State() < 0)
                 return this->State();
             OSSIRA_CHECK(this->Locate(at), E_FAIL, Steps::AtEndText);
@@ -64,6 +66,7 @@ public:
         const std::lock_guard guard(this->Lock());
         OSSIRA_CHECK(this->IsUpToDate(), E_ACCESSDENIED, Steps::OutOfDateText);
         OSSIRA_CHECK_POINTER(pguid);
+        OSSIRA_CHECK(!Traits::ReportsEnd || this->State() >= 0, E_FAIL, Steps::AtEndText);
         if (this->State() < 0)
             return this->State();
         OSSIRA_CHECK(this->Locate(at), E_FAIL, Steps::AtEndText);

@@ -73,6 +73,7 @@ private:
         static constexpr std::string_view ReportedClass =
             "Tavrik::Ossira::`anonymous-namespace'::T_GlobalSingleton::T_Enumerator";
         static constexpr bool OffersGuids = false;
+        static constexpr bool ReportsEnd = true;
     };
     using T_Enumerator = CGuidKeyEnumerator<EnumeratorTraits>;
 

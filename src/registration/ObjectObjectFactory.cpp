@@ -87,6 +87,7 @@ private:
         static constexpr std::string_view ReportedClass =
             "Tavrik::Ossira::`anonymous-namespace'::T_ObjectFactory::T_Enumerator";
         static constexpr bool OffersGuids = true;
+        static constexpr bool ReportsEnd = true;
     };
     using T_Enumerator = CGuidKeyEnumerator<EnumeratorTraits>;
 

@@ -4,6 +4,13 @@
 
 #include <windows.h>
 
+// Of the compiler's run-time library, of which every module has its own copy: gives back the memory
+// that the copy keeps for exceptions when there is no other. It would stay behind at each unload.
+namespace __gnu_cxx
+{
+void __freeres();
+}
+
 extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID reserved)
 {
     switch (reason)
@@ -14,6 +21,8 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID reserved)
     case DLL_PROCESS_DETACH:
         // Set when the process ends, null when the library is unloaded.
         Tavrik::Ossira::DetachLibrary(reserved != nullptr);
+        if (reserved == nullptr)
+            __gnu_cxx::__freeres();
         return TRUE;
     default:
         return TRUE;

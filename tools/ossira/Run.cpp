@@ -6,6 +6,7 @@
 #include "OssiraBullets.h"
 #include "OssiraDiagnostics.h"
 #include "Print.h"
+#include "Services.h"
 #include "Survey.h"
 #include "WideText.h"
 
@@ -165,6 +166,7 @@ private:
             throw CFailure("Start-up failed: " + CodeText(started) +
                            "; --diagnostics trace shows which class");
         ShowObjects();
+        ShowServices();
     }
 
     void ShowModules()
@@ -259,6 +261,19 @@ private:
                 mFailures += answer.IsFailure ? 1 : 0;
                 table.AddRow({ClassName(known.Id), answer.Text});
             }
+        }
+        table.Print(2);
+    }
+
+    void ShowServices()
+    {
+        PrintHeading("Services at work");
+        CTable table;
+        for (const ServiceAtWork& service : ServicesAtWork())
+        {
+            std::string outcome = "(failed)";
+            Try([&] { outcome = service.Work(*mSingletons); });
+            table.AddRow({service.Name, outcome});
         }
         table.Print(2);
     }

@@ -15,9 +15,9 @@ struct RunOptions
     std::optional<std::uint32_t> DiagnosticsMask; // the levels to print; else the runtime's own
 };
 
-// Starts the modules of the folders, creates one object of each of their classes, cleans up, and
-// prints what it found and did. Answers the program's exit code: 0 when everything worked and
-// nothing was left over, else 1.
+// Starts the modules of the folders, creates one object of each of their classes, puts the
+// runtime's services to work, cleans up, and prints what it found and did. Answers the program's
+// exit code: 0 when everything worked and nothing was left over, else 1.
 [[nodiscard]] int Run(const RunOptions& options);
 
 } // namespace Tavrik::tHost

@@ -3,6 +3,7 @@
 #include "Survey.h"
 
 #include "OssiraBullets.h"
+#include "OssiraDatatypes.h"
 #include "Print.h"
 #include "WideText.h"
 
@@ -24,18 +25,19 @@ struct NamedCategory
     const char* Name;
 };
 
-constexpr std::array BootstrapCategories = {
+constexpr std::array RuntimeCategories = {
     NamedCategory{BootstrapRegistryStartup_Level0, "BootstrapRegistryStartup_Level0"},
     NamedCategory{BootstrapRegistryStartup_Level1, "BootstrapRegistryStartup_Level1"},
     NamedCategory{BootstrapRegistryStartup_Level2, "BootstrapRegistryStartup_Level2"},
     NamedCategory{BootstrapRegistryCleanup_Level2, "BootstrapRegistryCleanup_Level2"},
     NamedCategory{BootstrapRegistryCleanup_Level1, "BootstrapRegistryCleanup_Level1"},
     NamedCategory{BootstrapRegistryCleanup_Level0, "BootstrapRegistryCleanup_Level0"},
+    NamedCategory{REGCAT_Datatypes, "REGCAT_Datatypes"},
 };
 
-auto FindBootstrapCategory(const GUID& category)
+auto FindRuntimeCategory(const GUID& category)
 {
-    return std::find_if(BootstrapCategories.begin(), BootstrapCategories.end(),
+    return std::find_if(RuntimeCategories.begin(), RuntimeCategories.end(),
                         [&](const NamedCategory& named) { return SameGuid(named.Id, category); });
 }
 
@@ -165,7 +167,7 @@ std::vector<KnownCategory> ReadCategories(IClsidRegistry& registry)
     }
     std::stable_sort(categories.begin(), categories.end(),
                      [](const KnownCategory& a, const KnownCategory& b)
-                     { return FindBootstrapCategory(a.Id) < FindBootstrapCategory(b.Id); });
+                     { return FindRuntimeCategory(a.Id) < FindRuntimeCategory(b.Id); });
     return categories;
 }
 
@@ -185,8 +187,8 @@ std::optional<std::uint32_t> ReadLiveObjects(IObjectFactory& factory, const std:
 
 std::string CategoryName(const GUID& category)
 {
-    const auto found = FindBootstrapCategory(category);
-    return found != BootstrapCategories.end() ? found->Name : std::string();
+    const auto found = FindRuntimeCategory(category);
+    return found != RuntimeCategories.end() ? found->Name : std::string();
 }
 
 } // namespace Tavrik::tHost

@@ -58,15 +58,15 @@ template <class Interface>
 
 [[nodiscard]] std::vector<KnownModule> ReadModules(Ossira::IObjectFactory& factory);
 
-// The start-up categories by level, the clean-up categories in the order in which they run, then
-// the others.
+// The start-up categories by level, the clean-up categories in the order in which they run, that of
+// the datatypes, then the others.
 [[nodiscard]] std::vector<KnownCategory> ReadCategories(Ossira::IClsidRegistry& registry);
 
 // The number of a module's live objects; nothing when it is not loaded.
 [[nodiscard]] std::optional<std::uint32_t> ReadLiveObjects(Ossira::IObjectFactory& factory,
                                                            const std::wstring& fileName);
 
-// The name of a bootstrap category; empty for any other.
+// The name of a category that the runtime itself asks for; empty for any other.
 [[nodiscard]] std::string CategoryName(const GUID& category);
 
 } // namespace Tavrik::tHost
