@@ -20,12 +20,14 @@ struct Contender
     std::function<void(benchmark::State&)> Body;
 };
 
+inline constexpr double NoReach = 0; // only for comparison
+
 // The first contender is the runtime, the second one the limit; further ones are what somebody
 // might use instead, and are printed for comparison. They exist only while their job is run.
 struct Job
 {
     std::string Title;
-    double Reach; // times the limit
+    double Reach; // times the limit, or `NoReach`
     std::function<std::vector<Contender>()> Prepare;
 };
 

@@ -20,9 +20,19 @@ constexpr std::size_t ItemCount = 1'000'000;
 
 using SharedObjects = std::shared_ptr<const Objects>;
 
+constexpr const char* Limit = "vector of counted pointers";
+constexpr const char* LimitOfSmall = "the same, holding objects of half the size";
+constexpr const char* Unlocked = "the runtime's list without a lock";
+constexpr const char* Standard = "std::vector of std::shared_ptr";
+
 [[nodiscard]] SharedObjects MakeSharedObjects()
 {
     return std::make_shared<const Objects>(MakeObjects(ItemCount));
+}
+
+[[nodiscard]] SharedObjects MakeSharedSmallObjects()
+{
+    return std::make_shared<const Objects>(MakeSmallObjects(ItemCount));
 }
 
 [[nodiscard]] std::vector<StandardObject> MakeStandardObjects()
@@ -95,26 +105,35 @@ void AppendAll(benchmark::State& state, Make make, const Items& items, Append ap
             }};
 }
 
+[[nodiscard]] Contender LimitAppend(const char* name, const SharedObjects& objects)
+{
+    return {name, [objects](benchmark::State& state)
+            {
+                AppendAll(
+                    state, [] { return MakeLimitList(); }, *objects,
+                    [](const std::unique_ptr<LimitList>& list, const ObjectPtr<IUnknown>& item)
+                    { list->Append(item.Get()); });
+            }};
+}
+
+void AppendStandard(benchmark::State& state, const std::vector<StandardObject>& objects)
+{
+    AppendAll(
+        state, [] { return std::vector<StandardObject>(); }, objects,
+        [](std::vector<StandardObject>& list, const StandardObject& item)
+        { list.push_back(item); });
+}
+
 [[nodiscard]] std::vector<Contender> AppendContenders()
 {
     const SharedObjects objects = MakeSharedObjects();
     return {RuntimeAppend("runtime", CLSID_NodeList, objects),
-            {"vector of counted pointers",
-             [objects](benchmark::State& state)
+            LimitAppend(Limit, objects),
+            LimitAppend(LimitOfSmall, MakeSharedSmallObjects()),
+            RuntimeAppend(Unlocked, CLSID_UnsafeNodeList, objects),
+            {Standard, [items = MakeStandardObjects()](benchmark::State& state)
              {
-                 AppendAll(
-                     state, [] { return MakeLimitList(); }, *objects,
-                     [](const std::unique_ptr<LimitList>& list, const ObjectPtr<IUnknown>& item)
-                     { list->Append(item.Get()); });
-             }},
-            RuntimeAppend("the runtime's list without a lock", CLSID_UnsafeNodeList, objects),
-            {"std::vector of std::shared_ptr",
-             [standard = MakeStandardObjects()](benchmark::State& state)
-             {
-                 AppendAll(
-                     state, [] { return std::vector<StandardObject>(); }, standard,
-                     [](std::vector<StandardObject>& list, const StandardObject& item)
-                     { list.push_back(item); });
+                 AppendStandard(state, items);
              }}};
 }
 
@@ -163,18 +182,22 @@ void WalkStandard(benchmark::State& state, const std::vector<StandardObject>& li
             }};
 }
 
+[[nodiscard]] Contender LimitWalk(const char* name, const Objects& objects)
+{
+    return {name, [list = FillLimitList(objects)](benchmark::State& state)
+            {
+                WalkLimit(state, *list);
+            }};
+}
+
 [[nodiscard]] std::vector<Contender> WalkContenders()
 {
     const SharedObjects objects = MakeSharedObjects();
     return {RuntimeWalk("runtime", CLSID_NodeList, *objects),
-            {"vector of counted pointers",
-             [list = FillLimitList(*objects)](benchmark::State& state)
-             {
-                 WalkLimit(state, *list);
-             }},
-            RuntimeWalk("the runtime's list without a lock", CLSID_UnsafeNodeList, *objects),
-            {"std::vector of std::shared_ptr",
-             [list = MakeStandardObjects()](benchmark::State& state)
+            LimitWalk(Limit, *objects),
+            LimitWalk(LimitOfSmall, *MakeSharedSmallObjects()),
+            RuntimeWalk(Unlocked, CLSID_UnsafeNodeList, *objects),
+            {Standard, [list = MakeStandardObjects()](benchmark::State& state)
              {
                  WalkStandard(state, list);
              }}};
@@ -206,32 +229,41 @@ void IndexAll(benchmark::State& state, const std::vector<std::int32_t>& indices,
             }};
 }
 
+[[nodiscard]] Contender LimitIndex(const char* name, const Objects& objects)
+{
+    return {name,
+            [list = FillLimitList(objects), indices = ShuffledIndices()](benchmark::State& state)
+            {
+                IndexAll(state, indices,
+                         [&list](std::int32_t index)
+                         {
+                             void* item;
+                             list->Get(static_cast<std::size_t>(index), &item);
+                             static_cast<IUnknown*>(item)->Release();
+                         });
+            }};
+}
+
+[[nodiscard]] Contender StandardIndex()
+{
+    return {Standard,
+            [list = MakeStandardObjects(), indices = ShuffledIndices()](benchmark::State& state)
+            {
+                IndexAll(state, indices,
+                         [&list](std::int32_t index)
+                         {
+                             StandardObject item(list[static_cast<std::size_t>(index)]);
+                             benchmark::DoNotOptimize(item);
+                         });
+            }};
+}
+
 [[nodiscard]] std::vector<Contender> IndexContenders()
 {
     const SharedObjects objects = MakeSharedObjects();
-    return {RuntimeIndex("runtime", CLSID_NodeList, *objects),
-            {"vector of counted pointers",
-             [list = FillLimitList(*objects), indices = ShuffledIndices()](benchmark::State& state)
-             {
-                 IndexAll(state, indices,
-                          [&list](std::int32_t index)
-                          {
-                              void* item;
-                              list->Get(static_cast<std::size_t>(index), &item);
-                              static_cast<IUnknown*>(item)->Release();
-                          });
-             }},
-            RuntimeIndex("the runtime's list without a lock", CLSID_UnsafeNodeList, *objects),
-            {"std::vector of std::shared_ptr",
-             [list = MakeStandardObjects(), indices = ShuffledIndices()](benchmark::State& state)
-             {
-                 IndexAll(state, indices,
-                          [&list](std::int32_t index)
-                          {
-                              StandardObject item(list[static_cast<std::size_t>(index)]);
-                              benchmark::DoNotOptimize(item);
-                          });
-             }}};
+    return {RuntimeIndex("runtime", CLSID_NodeList, *objects), LimitIndex(Limit, *objects),
+            LimitIndex(LimitOfSmall, *MakeSharedSmallObjects()),
+            RuntimeIndex(Unlocked, CLSID_UnsafeNodeList, *objects), StandardIndex()};
 }
 
 } // namespace

@@ -107,10 +107,14 @@ void PrintJob(const Job& job, const std::vector<std::string>& contenders, const 
     const auto& limit = runs.Of(contenders[1]);
     const double ratio = Median(runtime.Nanoseconds) / Median(limit.Nanoseconds);
     const Numbers ratios = Ratios(runtime.Nanoseconds, limit.Nanoseconds);
-    std::printf("%-56s %-26s %-26s %-18s %-6.1f %-9s %.2f\n", job.Title.c_str(),
+    const std::string reach = job.Reach == NoReach ? "" : Format("%.1f", job.Reach);
+    const char* const verdict = job.Reach == NoReach ? ""
+                                : ratio <= job.Reach ? "reached"
+                                                     : "missed";
+    std::printf("%-56s %-26s %-26s %-18s %-6s %-9s %.2f\n", job.Title.c_str(),
                 TimeText(runtime.Nanoseconds).c_str(), TimeText(limit.Nanoseconds).c_str(),
-                (Format("%.2f ", ratio) + Range(ratios, 1, 2)).c_str(), job.Reach,
-                ratio <= job.Reach ? "reached" : "missed", runtime.Allocations);
+                (Format("%.2f ", ratio) + Range(ratios, 1, 2)).c_str(), reach.c_str(), verdict,
+                runtime.Allocations);
     for (std::size_t at = 1; at < contenders.size(); ++at)
     {
         const auto& other = runs.Of(contenders[at]);

@@ -135,7 +135,8 @@ TEST(BinaryContract, SlotZeroOfAnExceptionIsADeletingDestructorOfTheOtherCompile
     ::operator delete(memory); // without bit 0 the memory is still there to be freed
 }
 
-// --- The class table -------------------------------------------------------------------------------
+// --- The class table
+// -------------------------------------------------------------------------------
 
 struct ClassOfTheTable
 {
@@ -144,50 +145,58 @@ struct ClassOfTheTable
     std::vector<IID> Interfaces;
 };
 
-const std::vector<IID> ListInterfaces = {IID_IList,       IID_ICollection,    IID_IEnumerable,
+const std::vector<IID> ListInterfaces = {IID_IList,       IID_ICollection,     IID_IEnumerable,
                                          IID_IObjectName, IID_IObjectIdentity, IID_IValue};
 const std::vector<IID> DictionaryInterfaces = {IID_IDictionaryGUID, IID_ICollectionGUID,
                                                IID_IEnumerable, IID_IObjectName,
                                                IID_IObjectIdentity};
-const std::vector<IID> ValueSetInterfaces = {IID_IValueSet,   IID_IDictionaryGUID,
-                                             IID_ICollectionGUID, IID_IEnumerable,
-                                             IID_IObjectName, IID_IObjectIdentity, IID_IValue};
+const std::vector<IID> ValueSetInterfaces = {
+    IID_IValueSet,   IID_IDictionaryGUID, IID_ICollectionGUID, IID_IEnumerable,
+    IID_IObjectName, IID_IObjectIdentity, IID_IValue};
 const std::vector<IID> ValueInterfaces = {IID_IValue, IID_IObjectName, IID_IObjectIdentity,
                                           IID_IComparable, IID_ICloneable};
-const std::vector<IID> SingletonInterfaces = {IID_ISingleton, IID_IEnumerable,
-                                              IID_IObjectIdentity, IID_ISingletonRegistry};
+const std::vector<IID> SingletonInterfaces = {IID_ISingleton, IID_IEnumerable, IID_IObjectIdentity,
+                                              IID_ISingletonRegistry};
 
 const ClassOfTheTable ClassTable[] = {
-    {"BDDA5768-7FFA-4D68-AD89-35E008CFCD7E", "ClsidObjectCacheStack",
+    {"BDDA5768-7FFA-4D68-AD89-35E008CFCD7E",
+     "ClsidObjectCacheStack",
      {IID_IClsidObjectCacheStack, IID_IObjectIdentity}},
-    {"5A758B5D-A34D-4D8C-A897-086D640D167A", "CommonMemoryAllocator32",
+    {"5A758B5D-A34D-4D8C-A897-086D640D167A",
+     "CommonMemoryAllocator32",
      {IID_ICommonMemoryAllocator32, IID_IObjectIdentity}},
-    {"101D80BB-26BF-4C6A-A6F0-DEA612C18F03", "CommonMemorySegment32",
+    {"101D80BB-26BF-4C6A-A6F0-DEA612C18F03",
+     "CommonMemorySegment32",
      {IID_IMemorySegment32, IID_IObjectIdentity}},
     {"31192AD0-59D9-4E1B-84D1-C094FB3F24C2", "CommonThreadPoolBox", {IID_ICommonThreadPoolBox}},
     {"8CB67C0D-FD27-4363-8D90-11012805F1BA", "DatatypesService", {IID_IDatatypesService}},
     {"60D9D76D-797C-4D54-A448-CCA169A682C6", "IntrinsicDatatypes", {IID_IDatatypes}},
     {"ED419C1D-41A8-407B-A1E7-131E6FB2034C", "ModifiedService", {IID_IModifiedService}},
     {"72C63FBC-8B21-4F9D-A5EB-192500F322F0", "ValueSetGroup", {IID_IValueSetGroup}},
-    {"7CE8E2D9-922C-4109-B932-94E255D71A93", "ClassRegisterService",
+    {"7CE8E2D9-922C-4109-B932-94E255D71A93",
+     "ClassRegisterService",
      {IID_IClassRegisterService, IID_IObjectIdentity}},
-    {"FDBC992D-2B9E-4D05-8201-A67D16218A3F", "ClsidRegistry",
+    {"FDBC992D-2B9E-4D05-8201-A67D16218A3F",
+     "ClsidRegistry",
      {IID_IClsidRegistry, IID_IObjectIdentity}},
     {"86B24C4B-FE4D-4361-9986-E40DCAAA0D0F", "DebugOutputObserverPrint", {IID_IObserverPrint}},
     {"D08B871B-86AE-4609-92EE-EFC90BC1FCA0", "DictionaryGUID", DictionaryInterfaces},
     {"4B462101-383B-4835-BB8C-7DDEF8C9185F", "UnsafeDictionaryGUID", DictionaryInterfaces},
     {"F295B23A-EBCE-4E92-9EC0-B44C46C373F7", "LockableDictionaryGUID", DictionaryInterfaces},
     {"7D6F80B1-A062-4E8B-96D2-3EF574CAD1A0", "DirectoryService", {IID_IDirectoryService}},
-    {"28BF0045-6C93-40D6-AF9E-F318B6DE27A4", "GlobalCriticalSection - via gbCS",
+    {"28BF0045-6C93-40D6-AF9E-F318B6DE27A4",
+     "GlobalCriticalSection - via gbCS",
      {IID_ICriticalSection}},
     {"B0097FAB-7B89-4496-B509-281FBC402B56", "GlobalSingleton", SingletonInterfaces},
     {"0C02733F-1451-4FFF-9D66-91EC92E99083", "DebugSingleton", SingletonInterfaces},
-    {"EF048D6C-43FD-42C2-90C4-5FC282BD8B77", "MasterBootstrap",
+    {"EF048D6C-43FD-42C2-90C4-5FC282BD8B77",
+     "MasterBootstrap",
      {IID_IMasterBootstrap, IID_IBootstrap, IID_IObjectName, IID_IObjectIdentity}},
     {"CAB670AA-F607-4FDB-9A90-80AD4965A732", "NodeList", ListInterfaces},
     {"2D00EE57-BC30-44AA-B83D-01A7255475A0", "UnsafeNodeList", ListInterfaces},
     {"9BF700C9-168B-495D-A422-531344BE1C46", "LockableNodeList", ListInterfaces},
-    {"1B51CDE4-D34F-4B43-9A8A-366ACC84A313", "ObjectFactory",
+    {"1B51CDE4-D34F-4B43-9A8A-366ACC84A313",
+     "ObjectFactory",
      {IID_IObjectFactory, IID_IEnumerable, IID_IObjectIdentity}},
     {"EB745675-051D-4863-BBAB-A0EC187CF425", "Value", ValueInterfaces},
     {"8DFE7961-F0BA-4A8A-9202-A0AF7B9B0A57", "Read-Only Value", ValueInterfaces},
@@ -258,39 +267,6 @@ TEST(BinaryContract, EveryClassCanBeCreatedAndHasItsInterfaces)
         EXPECT_EQ(object->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
         object.Reset();
         EXPECT_EQ(GetObjectOpenCount(), before);
-    }
-}
-
-TEST(BinaryContract, AClassNameIsThatOfTheClass)
-{
-    constexpr std::pair<CLSID, const char*> names[] = {
-        {CLSID_Value, "Value"},
-        {CLSID_ReadOnlyValue, "ReadOnlyValue"},
-        {CLSID_NodeList, "NodeList"},
-        {CLSID_UnsafeNodeList, "UnsafeNodeList"},
-        {CLSID_LockableNodeList, "LockableNodeList"},
-        {CLSID_DictionaryGUID, "DictionaryGUID"},
-        {CLSID_UnsafeDictionaryGUID, "UnsafeDictionaryGUID"},
-        {CLSID_LockableDictionaryGUID, "LockableDictionaryGUID"},
-        {CLSID_ValueSet, "ValueSet"},
-        {CLSID_UnsafeValueSet, "UnsafeValueSet"},
-        {CLSID_LockableValueSet, "LockableValueSet"},
-        {CLSID_GlobalSingleton, "GlobalSingleton"},
-        {CLSID_ObjectFactory, "ObjectFactory"},
-        {CLSID_ClsidRegistry, "ClsidRegistry"},
-        {CLSID_ClassRegisterService, "ClassRegisterService"},
-        {CLSID_MasterBootstrap, "MasterBootstrap"},
-    };
-    for (const auto& [clsid, name] : names)
-    {
-        const auto identity = Make<IObjectIdentity>(clsid);
-        CLSID own = {};
-        char text[32] = {};
-        EXPECT_EQ(identity->GetObjectClassID(&own), S_OK);
-        EXPECT_TRUE(SameGuid(own, clsid)) << name;
-        EXPECT_EQ(identity->GetObjectClassName(text, sizeof text),
-                  static_cast<Result>(std::strlen(name)));
-        EXPECT_STREQ(text, name);
     }
 }
 

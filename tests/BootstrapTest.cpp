@@ -19,59 +19,6 @@ using WideStrings = std::vector<std::wstring>;
 
 // --- Class register service ---------------------------------------------------------------------
 
-TEST(ClassRegisterService, SaysWhatItReadsFromAModule)
-{
-    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
-    const auto registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
-    const auto file = ModuleFile("bootstrap", "BootstrapInner");
-    const ObserverMaskScope mask(PRINT_TRACE);
-    const DiagnosticsCapture capture;
-    EXPECT_EQ(RegisterModule(file, registry.Get(), factory.Get()), S_OK);
-    EXPECT_EQ(RegisterModule(file / "none", registry.Get(), factory.Get()), E_FAIL);
-    char address[16];
-    std::snprintf(address, sizeof address, "0x%x",
-                  static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(factory.Get())));
-    const Strings messages = Messages(capture);
-    const Strings first = {"Library \"" + file.string() + "\" opened",
-                           "Register Classes from Library \"" + file.string() +
-                               "\" [#1] [f:" + address + "]:",
-                           "Register Classes Finished"};
-    ASSERT_GT(messages.size(), first.size());
-    EXPECT_EQ(Strings(messages.begin(), messages.begin() + 3), first);
-    EXPECT_EQ(messages.back(), "Cannot open Library \"" + (file / "none").string() + "\"");
-    EXPECT_EQ(registry->ContainsClass(BootstrapRegistryStartup_Level0, CLSID_BootstrapB), S_OK);
-    EXPECT_EQ(CountClasses(*factory), 1u);
-}
-
-TEST(ClassRegisterService, FillsTheFactoryThatWasSetAndLendsIt)
-{
-    const auto service = Make<IClassRegisterService>(CLSID_ClassRegisterService);
-    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
-    IObjectFactory* lent = factory.Get();
-    EXPECT_EQ(service->GetFactory(&lent), S_OK);
-    EXPECT_EQ(lent, nullptr);
-    const auto file = ModuleFile("good", "Counter").wstring();
-    EXPECT_EQ(service->RegisterModule(file.c_str(), nullptr, nullptr), S_OK);
-    EXPECT_EQ(CountClasses(*GlobalFactory()), 1u);
-    for (int repeat = 0; repeat < 2; ++repeat)
-        EXPECT_EQ(service->SetFactory(factory.Get()), S_OK);
-    EXPECT_EQ(service->GetFactory(&lent), S_OK);
-    EXPECT_EQ(lent, factory.Get());
-    EXPECT_EQ(ReferencesOn(*factory), 2u) << "the service's and this test's";
-    EXPECT_EQ(service->RegisterModule(file.c_str(), nullptr, nullptr), S_OK);
-    EXPECT_EQ(CountClasses(*factory), 1u);
-
-    FAILS(service->GetFactory(nullptr), E_POINTER, "ppv");
-    FAILS(service->RegisterModule(nullptr, nullptr, nullptr), E_POINTER, "fileName");
-    FAILS(service->RegisterModule(L"TAVRIKossira.dLL", nullptr, nullptr), E_INVALIDARG,
-          "Cannot register base-dll");
-    FAILS(service->RegisterFolder(nullptr, nullptr, nullptr, nullptr), E_POINTER, "path");
-    FAILS(service->RegisterFolder(L"no such folder", nullptr, nullptr, nullptr), E_FAIL,
-          "Directory.ScanDirectory()");
-    EXPECT_EQ(service->SetFactory(nullptr), S_OK);
-    EXPECT_EQ(ReferencesOn(*factory), 1u);
-}
-
 TEST(ClassRegisterService, JoinsNamesToAFolderHoweverTheFolderEnds)
 {
     const TempFolder folder;
@@ -162,28 +109,6 @@ TEST(DirectoryService, ListsFilesAndFoldersThatMatchByTheirBareNames)
     EXPECT_EQ(Messages(capture),
               (Strings{"Scan Path \"" + shown + "?.dll\"", "  \"a.dll\"", "  \"C.DLL\"",
                        "Scan Path \"" + shown + "*.none\" failed: LastError: 2"}));
-}
-
-TEST(DirectoryService, RefusesWhatIsNoRequest)
-{
-    const auto service = Singleton<IDirectoryService>(CLSID_DirectoryService);
-    const auto empty = Make<IValueSet>(CLSID_ValueSet);
-    const auto numbers = ScanParameters(L"", nullptr);
-    EXPECT_EQ(SetValueSINT32(numbers.Get(), DirectoryServiceParam_Pattern, 1), S_OK);
-    const auto good = ScanParameters(L"", nullptr); // the current folder
-    ObjectPtr<IUnknown> list;
-    const auto scan = [&](IValueSet* parameters, const IID& iid)
-    {
-        return service->GetDirectoryCollection(parameters, iid, list.PutVoid());
-    };
-    FAILS(scan(nullptr, IID_IList), E_POINTER, "param");
-    FAILS(service->GetDirectoryCollection(good.Get(), IID_IList, nullptr), E_POINTER, "ppv");
-    FAILS(scan(empty.Get(), IID_IList), E_NOT_FOUND,
-          "GetValueUniString(param, DirectoryServiceParam_Path, &Path)");
-    FAILS(scan(numbers.Get(), IID_IList), E_INVALIDARG,
-          "GetValueUniString(param, DirectoryServiceParam_Pattern, &Pattern)");
-    FAILS(scan(good.Get(), IID_ICounter), E_NOINTERFACE, "List->QueryInterface(riid, ppv)");
-    EXPECT_EQ(scan(good.Get(), IID_IList), S_OK);
 }
 
 // --- Master bootstrap ---------------------------------------------------------------------------
@@ -356,85 +281,6 @@ protected:
     const ObjectPtr<IMasterBootstrap> mBootstrap = NewBootstrap({});
 };
 
-TEST_F(ScriptedBootstrap, SaysEverythingThatItDoes)
-{
-    const auto fails = []
-    {
-        return E_ABORT;
-    };
-    const auto throws = []() -> Result
-    {
-        throw std::runtime_error("thrown");
-    };
-    mFactory.Scripts[1] = {};
-    mFactory.Scripts[2] = {fails, fails};
-    mFactory.Scripts[3] = {fails, throws};
-    mFactory.Unknown = 4;
-    Enrol(1, &BootstrapRegistryStartup_Level0, &BootstrapRegistryCleanup_Level2);
-    Enrol(2, &BootstrapRegistryStartup_Level1, &BootstrapRegistryCleanup_Level2);
-    Enrol(3, &BootstrapRegistryStartup_Level1, &BootstrapRegistryCleanup_Level2);
-    Enrol(4, nullptr, &BootstrapRegistryCleanup_Level2);
-    Enrol(5, nullptr, &BootstrapRegistryCleanup_Level2);
-    Enrol(2, nullptr, &BootstrapRegistryCleanup_Level0);
-    const auto id = [](std::uint32_t number)
-    {
-        return Text(Numbered(number));
-    };
-    const std::string dashes(36, '-');
-
-    const ObserverMaskScope mask(PRINT_TRACE | PRINT_PROGRESS | PRINT_WARN);
-    const auto lines = [](const DiagnosticsCapture& capture)
-    {
-        Strings messages = Messages(capture);
-        std::erase_if(messages,
-                      [](const std::string& message) { return message.starts_with("Singleton "); });
-        return messages;
-    };
-    {
-        const DiagnosticsCapture capture;
-        EXPECT_EQ(mBootstrap->Cleanup(nullptr), S_OK);
-        EXPECT_EQ(mBootstrap->Startup(nullptr), E_ABORT);
-        EXPECT_EQ(lines(capture),
-                  (Strings{"Skip Cleanup(), because Startup() was never called", "",
-                           "Performing MasterBootstrap::Startup:", dashes,
-                           "Startup BootstrapRegistryStartup_Level0:",
-                           "Startup BootstrapRegistryStartup_Level0 finished",
-                           "Startup BootstrapRegistryStartup_Level1:",
-                           "Startup BootstrapRegistryStartup_Level1: Startup() of " + id(2) +
-                               " failed: Operation aborted",
-                           "Startup BootstrapRegistryStartup_Level1 finished"}));
-    }
-    const DiagnosticsCapture capture;
-    EXPECT_EQ(mBootstrap->Cleanup(nullptr), E_POINTER) << "the first level's last class";
-    EXPECT_EQ(mBootstrap->Cleanup(nullptr), S_OK) << "a second one does nothing";
-    const std::string level = "Cleanup BootstrapRegistryCleanup_Level2: ";
-    EXPECT_EQ(lines(capture),
-              (Strings{"", "Performing MasterBootstrap::Cleanup:", dashes,
-                       "Cleanup BootstrapRegistryCleanup_Level2:",
-                       level + "Cleanup() of " + id(2) + " failed: Operation aborted",
-                       level + "Cleanup() of " + id(3) + " failed: Catastrophic failure",
-                       level + "CreateClassObject(" + id(4) + ") failed: Operation aborted",
-                       level + "Object " + id(5) + " not supports IBootstrap: Invalid pointer",
-                       "Cleanup BootstrapRegistryCleanup_Level2 finished",
-                       "Cleanup-Category BootstrapRegistryCleanup_Level1 is empty",
-                       "Cleanup BootstrapRegistryCleanup_Level0:",
-                       "Cleanup BootstrapRegistryCleanup_Level0: Cleanup() of " + id(2) +
-                           " failed: Operation aborted",
-                       "Cleanup BootstrapRegistryCleanup_Level0 finished",
-                       "Cleanup of MasterBootstrap also cleans all singleton object", dashes,
-                       "MasterBootstrap::Cleanup finished", ""}));
-}
-
-TEST_F(ScriptedBootstrap, SaysLittleWithoutTrace)
-{
-    const ObserverMaskScope mask(PRINT_PROGRESS);
-    const DiagnosticsCapture capture;
-    EXPECT_EQ(mBootstrap->Startup(nullptr), S_OK) << "empty categories are no failure";
-    EXPECT_EQ(mBootstrap->Cleanup(nullptr), S_OK);
-    EXPECT_EQ(Messages(capture), (Strings{"Performing MasterBootstrap-Startup",
-                                          "Performing MasterBootstrap Cleanup"}));
-}
-
 TEST_F(ScriptedBootstrap, AClassMayEnrolOthersWhileItIsStarted)
 {
     Strings started;
@@ -501,32 +347,6 @@ TEST_F(ScriptedBootstrap, ABadFolderIsPassedOverUnlessItIsTheLast)
             EXPECT_EQ(capture.CountLinesWith(one.Error), 1u);
         }
     }
-}
-
-TEST(MasterBootstrap, KeepsWhatItIsGivenAndHandsItOutAgain)
-{
-    const auto bootstrap = Make<IMasterBootstrap>(CLSID_MasterBootstrap);
-    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
-    const auto registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
-    ObjectPtr<IObjectFactory> gotFactory;
-    ObjectPtr<IClsidRegistry> gotRegistry;
-    EXPECT_EQ(bootstrap->GetFactory(gotFactory.PutVoid()), S_OK);
-    EXPECT_EQ(bootstrap->GetClsidRegistry(gotRegistry.PutVoid()), S_OK);
-    EXPECT_FALSE(gotFactory || gotRegistry);
-    for (int repeat = 0; repeat < 2; ++repeat)
-    {
-        EXPECT_EQ(bootstrap->SetFactory(factory.Get()), S_OK);
-        EXPECT_EQ(bootstrap->SetClsidRegistry(registry.Get()), S_OK);
-    }
-    EXPECT_EQ(bootstrap->GetFactory(gotFactory.PutVoid()), S_OK);
-    EXPECT_EQ(bootstrap->GetClsidRegistry(gotRegistry.PutVoid()), S_OK);
-    EXPECT_EQ(gotFactory.Get(), factory.Get());
-    EXPECT_EQ(gotRegistry.Get(), registry.Get());
-    EXPECT_EQ(ReferencesOn(*factory), 3u);
-    EXPECT_EQ(ReferencesOn(*registry), 3u);
-    FAILS(bootstrap->GetFactory(nullptr), E_POINTER, "ppv");
-    FAILS(bootstrap->GetClsidRegistry(nullptr), E_POINTER, "ppv");
-    FAILS(bootstrap->GetModuleFolders(nullptr), E_POINTER, "ppv");
 }
 
 } // namespace

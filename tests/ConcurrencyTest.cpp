@@ -91,7 +91,8 @@ TEST(Concurrency, ADictionaryTakesEveryOperationFromEveryThread)
                     EXPECT_EQ(dictionary->SetValueGUID(own, value.Get()), S_OK);
                     dictionary->SetValueGUID(shared, value.Get());
                     ObjectPtr<IValue> found;
-                    const Result got = dictionary->GetValueGUID(shared, IID_IValue, found.PutVoid());
+                    const Result got =
+                        dictionary->GetValueGUID(shared, IID_IValue, found.PutVoid());
                     EXPECT_TRUE(got == S_OK ? found.Get() == value.Get() : got == E_NOT_FOUND);
                     EXPECT_EQ(dictionary->ContainsGUID(own), S_OK);
                     EXPECT_EQ(dictionary->RemoveGUID(shared), S_OK);
@@ -104,67 +105,6 @@ TEST(Concurrency, ADictionaryTakesEveryOperationFromEveryThread)
         EXPECT_EQ(ReferencesOn(*value), 1u + ThreadCount);
         EXPECT_EQ(dictionary->Clear(), S_OK);
         EXPECT_EQ(ReferencesOn(*value), 1u);
-    }
-}
-
-TEST(Concurrency, AListTakesEveryOperationFromEveryThread)
-{
-    const ObserverMaskScope silence(0);
-    for (const CLSID& clsid : {CLSID_NodeList, CLSID_LockableNodeList})
-    {
-        const auto list = Make<IList>(clsid);
-        const auto common = TestItem::New();
-        RunThreads(
-            [&](int)
-            {
-                const auto own = TestItem::New();
-                EXPECT_EQ(list->Add(own.Get()), S_OK);
-                for (int round = 0; round < 300; ++round)
-                {
-                    EXPECT_EQ(list->Insert(0, common.Get()), S_OK);
-                    EXPECT_EQ(list->Contains(own.Get()), S_OK);
-                    EXPECT_GE(list->IndexOf(own.Get()), 0);
-                    ObjectPtr<IUnknown> item;
-                    EXPECT_EQ(list->GetItemAt(0, IID_IUnknown, item.PutVoid()), S_OK);
-                    ObjectPtr<IEnumerator> items;
-                    EXPECT_EQ(list->GetEnumerator(IID_IEnumerator, items.PutVoid()), S_OK);
-                    EXPECT_LE(Walk(*items), 2 * ThreadCount);
-                    EXPECT_EQ(list->Remove(common.Get()), S_OK);
-                }
-                EXPECT_EQ(list->Remove(own.Get()), S_OK);
-            });
-        EXPECT_EQ(list->GetCount(), 0);
-        EXPECT_EQ(ReferencesOn(*common), 1u);
-    }
-}
-
-TEST(Concurrency, AHeldLockMakesSeveralCallsOne)
-{
-    const auto list = Make<IList>(CLSID_LockableNodeList);
-    constexpr std::int32_t perThread = 100;
-    RunThreads(
-        [&](int)
-        {
-            ObjectPtr<IObjectLock> lock;
-            ASSERT_EQ(list.QueryTo(lock), S_OK);
-            for (std::int32_t round = 0; round < perThread; ++round)
-            {
-                ASSERT_EQ(lock->Lock(0), S_OK);
-                ObjectPtr<IValue> value;
-                ASSERT_EQ(CreateValue(value.Put()), S_OK);
-                ASSERT_EQ(SetValueSINT32(value.Get(), list->GetCount()), S_OK);
-                ASSERT_EQ(list->Add(value.Get()), S_OK);
-                ASSERT_EQ(lock->Unlock(), S_OK);
-            }
-        });
-    ASSERT_EQ(list->GetCount(), ThreadCount * perThread);
-    for (std::int32_t index = 0; index < list->GetCount(); ++index)
-    {
-        ObjectPtr<IValue> value;
-        ASSERT_EQ(list->GetItemAt(index, IID_IValue, value.PutVoid()), S_OK);
-        std::int32_t number = -1;
-        ASSERT_EQ(value->GetValue(DATATYPE_SINT32, &number, sizeof number), 4);
-        ASSERT_EQ(number, index);
     }
 }
 
@@ -229,69 +169,8 @@ TEST(Concurrency, AnUnloadedModuleIsLoadedOnceForAllWhoAskWhileOthersFlush)
     }
 }
 
-TEST(Concurrency, ModulesAreReadInByManyServicesAtOnce)
-{
-    const std::filesystem::path file = ModuleFile("good", "Counter");
-    const ObserverMaskScope silence(0); // the raw modules throw
-    for (int round = 0; round < 10; ++round)
-    {
-        const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
-        const auto registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
-        RunThreads(
-            [&](int number)
-            {
-                EXPECT_EQ(RegisterModule(file, registry.Get(), factory.Get()), S_OK);
-                const char* const folders[] = {"bootstrap", "raw"};
-                EXPECT_EQ(RegisterFolder(ModuleFolder(folders[number % 2]), registry.Get(),
-                                         factory.Get()),
-                          S_OK);
-            });
-        EXPECT_EQ(CountClasses(*factory), 1u + 4u + 2u);
-        ObjectPtr<IValueSet> values;
-        ASSERT_EQ(
-            factory->GetModuleValue(file.wstring().c_str(), IID_IValueSet, values.PutVoid()),
-            S_OK);
-        std::int32_t count = 0;
-        EXPECT_EQ(values->GetValueData(ObjectFactoryItem_ClassCount, DATATYPE_SINT32, &count, 4), 4);
-        EXPECT_EQ(count, 1);
-    }
-}
-
-TEST(Concurrency, TheClsidRegistryTakesEveryOperationFromEveryThread)
-{
-    const ObserverMaskScope silence(0);
-    const auto registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
-    const GUID category = Key(0);
-    RunThreads(
-        [&](int number)
-        {
-            const GUID own = Key(1 + number);
-            for (int round = 0; round < 300; ++round)
-            {
-                EXPECT_EQ(registry->RegisterClass(category, own), S_OK);
-                EXPECT_EQ(registry->RegisterGroupClass(own, category, own), S_OK);
-                EXPECT_EQ(registry->ContainsClass(category, own), S_OK);
-                for (const GUID& listed : {category, own})
-                {
-                    ObjectPtr<IEnumeratorGUID> classes;
-                    EXPECT_EQ(registry->GetGroupClasses(listed, SameGuid(listed, own) ? category
-                                                                                      : GUID_Null,
-                                                        IID_IEnumeratorGUID, classes.PutVoid()),
-                              S_OK);
-                    Walk(*classes);
-                }
-                ObjectPtr<IEnumeratorGUID> categories;
-                EXPECT_EQ(registry->GetCategories(IID_IEnumeratorGUID, categories.PutVoid()), S_OK);
-                Walk(*categories);
-                EXPECT_EQ(registry->UnregisterClass(category, own), S_OK);
-                EXPECT_EQ(registry->UnregisterGroupClass(own, category, own), S_OK);
-                EXPECT_EQ(registry->ContainsCategory(own), S_FALSE);
-            }
-        });
-    EXPECT_EQ(registry->ContainsCategory(category), S_FALSE);
-}
-
-// --- Diagnostics ----------------------------------------------------------------------------------
+// --- Diagnostics
+// ----------------------------------------------------------------------------------
 
 // Counts what it is asked to print, and its deaths.
 class CountingObserver final : public IObserverPrint
@@ -374,30 +253,6 @@ TEST(Concurrency, TheObserverMayBeSwappedWhileOthersPrint)
     EXPECT_EQ(SetGlobalObserver(former.Get()), S_OK);
     EXPECT_EQ(deaths, swaps * 3 / 4);
     EXPECT_EQ(ReferencesOn(*former), 2u);
-}
-
-TEST(Concurrency, LinesOfSeveralThreadsNeverMix)
-{
-    const ObserverMaskScope trace(PRINT_TRACE);
-    constexpr int linesEach = 50;
-    constexpr std::size_t length = 1500;
-    const DiagnosticsCapture capture;
-    RunThreads(
-        [&](int number)
-        {
-            const std::wstring name(length, static_cast<wchar_t>(L'a' + number));
-            const auto service = Make<IClassRegisterService>(CLSID_ClassRegisterService);
-            for (int line = 0; line < linesEach; ++line)
-                EXPECT_EQ(service->RegisterModule(name.c_str(), nullptr, nullptr), E_FAIL);
-        });
-    for (int number = 0; number < ThreadCount; ++number)
-    {
-        const std::string whole =
-            "Library \"" + std::string(length, static_cast<char>('a' + number)) + "\"";
-        EXPECT_EQ(capture.CountLinesWith(whole), static_cast<std::size_t>(linesEach));
-    }
-    for (const std::string& line : capture.Lines())
-        EXPECT_EQ(line.find("[src/"), 1u) << line;
 }
 
 } // namespace

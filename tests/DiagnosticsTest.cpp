@@ -15,32 +15,6 @@ namespace
 
 constexpr SourceLocation SomePlace = {"src/Some.cpp", 12, "Some::Function"};
 
-TEST(Diagnostics, EveryCodeHasItsText)
-{
-    constexpr std::pair<Result, const char*> texts[] = {
-        {S_OK, "Ok"},
-        {S_FALSE, "False"},
-        {E_PENDING, "The data necessary to complete this operation is not yet available"},
-        {E_NOTIMPL, "Not implemented"},
-        {E_NOINTERFACE, "No such interface supported"},
-        {E_POINTER, "Invalid pointer"},
-        {E_ABORT, "Operation aborted"},
-        {E_FAIL, "Fail; Unspecified error"},
-        {E_UNEXPECTED, "Catastrophic failure"},
-        {E_ACCESSDENIED, "General access denied error"},
-        {E_OUTOFMEMORY, "Ran out of memory"},
-        {E_FILE_EXISTS, "The file exists"},
-        {E_INVALIDARG, "One or more arguments are invalid"},
-        {E_NOT_FOUND, "Not Found"},
-        {E_NOT_SUPPORTED, "Not supported by this instance"},
-        {E_DISPOSED, "An operation is performed on a disposed object"},
-        {0x1234, "0x00001234"},
-        {static_cast<Result>(0x80ABCDEF), "0x80abcdef"},
-    };
-    for (const auto& [code, text] : texts)
-        EXPECT_STREQ(ErrorText(code), text);
-}
-
 TEST(Diagnostics, ALineIsLaidOutByItsLevel)
 {
     const ObserverMaskScope everything(0xFF);
@@ -113,15 +87,8 @@ TEST(Diagnostics, TheMaskDecidesWhatIsPrinted)
     EXPECT_EQ(capture.Text(), "");
 }
 
-TEST(Diagnostics, FatalLinesNeedNoObserverAndNoFormat)
-{
-    const DiagnosticsCapture capture;
-    void (*const write)(const char*, ...) noexcept = &DebugOutputF; // else the compiler objects
-    write(nullptr);
-    EXPECT_EQ(capture.Text(), "\aDebugOutputF invalid pointer: format == NULL\n");
-}
-
-// --- Observers ------------------------------------------------------------------------------------
+// --- Observers
+// ------------------------------------------------------------------------------------
 
 // Remembers what it was asked to print; throws from it on demand.
 class T_ListeningObserver : public IObserverPrint, public COssiraUnknown
@@ -179,22 +146,24 @@ private:
     ObjectPtr<IObserverPrint> mFormer;
 };
 
-TEST(Diagnostics, AHostsObserverGetsTheLinesOfItsLevels)
+TEST(Diagnostics, TheMaskIsAlwaysThatOfTheObserverInPlace)
 {
-    const auto observer = MakeObject<T_ListeningObserver>();
-    const DiagnosticsCapture capture;
-    {
-        const ObserverScope scope(observer.Get());
-        EXPECT_EQ(SetGlobalObserver(observer.Get()), S_OK); // again: changes nothing
-        EXPECT_EQ(ReferencesOn(*observer), 2u);
-        DebugOutput(PRINT_TRACE, SomePlace, "%s\n", "heard");
-        DebugOutput(PRINT_WARN, SomePlace, "not of its levels\n");
-        observer->Throws = true;
-        DebugOutput(PRINT_ERROR, SomePlace, "thrown\n");
-    }
-    EXPECT_EQ(ReferencesOn(*observer), 1u);
-    EXPECT_EQ(observer->Heard, "1 Some::Function: heard\n64 Some::Function: thrown\n");
-    EXPECT_EQ(capture.Text(), "");
+    const auto own = Make<IObserverPrint>(CLSID_DebugOutputObserverPrint);
+    const auto other = Make<IObserverPrint>(CLSID_DebugOutputObserverPrint);
+    const auto foreign = MakeObject<T_ListeningObserver>();
+    const ObserverScope scope(own.Get());
+    EXPECT_EQ(CurrentLevelMask(), PRINT_ERROR);
+    own->SetLevelMask(PRINT_WARN, 0);
+    EXPECT_EQ(CurrentLevelMask(), PRINT_ERROR | PRINT_WARN);
+    other->SetLevelMask(PRINT_TRACE, 0);
+    EXPECT_EQ(CurrentLevelMask(), PRINT_ERROR | PRINT_WARN);
+    SetGlobalObserver(foreign.Get());
+    foreign->Mask = PRINT_PROGRESS;
+    EXPECT_EQ(CurrentLevelMask(), PRINT_PROGRESS);
+    own->SetLevelMask(0, PRINT_ERROR);
+    EXPECT_EQ(CurrentLevelMask(), PRINT_PROGRESS);
+    SetGlobalObserver(own.Get());
+    EXPECT_EQ(CurrentLevelMask(), PRINT_WARN);
 }
 
 TEST(Diagnostics, WithoutAnObserverMessagesAreUnfilteredAndReportsSilent)
@@ -215,7 +184,8 @@ TEST(Diagnostics, WithoutAnObserverMessagesAreUnfilteredAndReportsSilent)
     EXPECT_EQ(capture.Text().size(), 3999u);
 }
 
-// --- Checks and boundaries ------------------------------------------------------------------------
+// --- Checks and boundaries
+// ------------------------------------------------------------------------
 
 struct Thrower
 {
@@ -274,15 +244,6 @@ TEST(Checks, WhateverIsThrownEndsAsACodeAndOneLine)
     }
 }
 
-TEST(Checks, AReportIsLocatedWhereItWasThrown)
-{
-    const DiagnosticsCapture capture;
-    EXPECT_EQ(AnswerOf(&ThrowByCheck), E_INVALIDARG);
-    EXPECT_TRUE(capture.Text().starts_with("\a[tests/DiagnosticsTest.cpp: " +
-                                           std::to_string(gLineOfCheck) + "] -ERROR- \a0x"))
-        << capture.Text();
-}
-
 // Answers the given codes, one a call.
 struct Answers
 {
@@ -328,75 +289,8 @@ TEST(Checks, AFailingCallIsMadeTwiceAndTheRepeatCounts)
     EXPECT_EQ(capture.Lines().size(), 2u);
 }
 
-// --- Exceptions and the names of functions ---------------------------------------------------------
-
-TEST(Exceptions, KeepWhatTheyWereMadeOf)
-{
-    std::string text = "a check";
-    IException* const exception =
-        NewException(static_cast<std::uint32_t>(E_ABORT), &SomePlace, text.c_str());
-    text = "changed";
-    EXPECT_EQ(GetExceptionOpenCount(), 1);
-    EXPECT_EQ(exception->GetCode(), E_ABORT);
-    EXPECT_STREQ(exception->GetExpression(), "a check");
-    SourceLocation place = {};
-    EXPECT_EQ(exception->GetLocation(&place), &place);
-    EXPECT_EQ(place.File, SomePlace.File);
-    EXPECT_EQ(place.Line, 12);
-    EXPECT_EQ(place.Function, SomePlace.Function);
-    const char* const description = exception->GetDescription();
-    EXPECT_STREQ(description, "src/Some.cpp:12 Some::Function");
-    EXPECT_EQ(exception->GetDescription(), description);
-    exception->Release();
-    EXPECT_EQ(GetExceptionOpenCount(), 0);
-}
-
-TEST(Exceptions, OfNothingSayAQuestionMark)
-{
-    const SourceLocation nowhere = {};
-    for (const SourceLocation* place : {&nowhere, static_cast<const SourceLocation*>(nullptr)})
-    {
-        IException* const exception = NewException(0, place, nullptr);
-        EXPECT_STREQ(exception->GetExpression(), "?");
-        EXPECT_STREQ(exception->GetDescription(), "?");
-        exception->Release();
-    }
-}
-
-TEST(Exceptions, FunctionNamesAreSpelledAlikeOnEveryCompiler)
-{
-    using tDetail::FunctionName;
-    using tDetail::FunctionNameLength;
-#define SPELL(pretty, reported)                                                                    \
-    std::string(FunctionName<FunctionNameLength(pretty, reported)>(pretty, reported).Text)
-    EXPECT_EQ(SPELL("Tavrik::Ossira::Result Tavrik::Ossira::{anonymous}::T_Value::Compare("
-                    "Tavrik::Ossira::IUnknown*, int32_t*)",
-                    ""),
-              "Tavrik::Ossira::`anonymous-namespace'::T_Value::Compare");
-    EXPECT_EQ(SPELL("Tavrik::Ossira::Result (anonymous namespace)::T_List<(anonymous namespace)::"
-                    "Plain<1> >::Add(Tavrik::Ossira::IUnknown *)",
-                    ""),
-              "`anonymous-namespace'::T_List::Add");
-    EXPECT_EQ(SPELL("std::map<int, A::B>& A::C::Items() const", ""), "A::C::Items");
-    EXPECT_EQ(SPELL("virtual A::Result A::T_List<Lock>::Add(A::IUnknown*) [with Lock = A::Fast]",
-                    "A::T_LockableList"),
-              "A::T_LockableList::Add");
-    EXPECT_EQ(SPELL("int main()", ""), "main");
-#undef SPELL
-    IException* exception = nullptr;
-    try
-    {
-        ThrowByCheck();
-    }
-    catch (IException* thrown)
-    {
-        exception = thrown;
-    }
-    SourceLocation place = {};
-    EXPECT_STREQ(exception->GetLocation(&place)->Function,
-                 "Tavrik::Ossira::`anonymous-namespace'::ThrowByCheck");
-    exception->Release();
-}
+// --- Exceptions and the names of functions
+// ---------------------------------------------------------
 
 } // namespace
 

@@ -106,9 +106,10 @@ TEST_P(Dictionary, FindsReplacesRemovesAndOrdersKeysLikeAnOrderedMap)
         const GUID key = randomKey(round < 2000 ? 6 : 2000);
         const auto found = model.find(key);
         IValue* const item = items[below(4)].Get();
-        // More is entered in the first half, more is removed in the second.
+        // More is entered in the first half, more is removed in the second, nothing is entered in
+        // the end, so that walks meet an order with holes.
         const std::uint32_t die = below(10);
-        if (die < (round < 10000 ? 5u : 2u))
+        if (die < (round < 10000 ? 5u : round < 18000 ? 2u : 0u))
         {
             EXPECT_EQ(Map->SetValueGUID(key, item), S_OK);
             model[key] = item;
@@ -228,95 +229,6 @@ TEST_P(Dictionary, AnEnumeratorYieldsKeysInTheOrderOfTheirBytesAndOutlivesItsDic
         check(enumerator->Reset(), S_OK);
     }
     EXPECT_EQ(ReferencesOn(*Item), 4u) << "the enumerator keeps the entries";
-}
-
-TEST_P(Dictionary, AnEnumeratorOfNothingHasNoCurrentKey)
-{
-    const auto keys = Enumerate<IEnumeratorGUID>();
-    GUID key = Absent;
-    AnswerCheck check;
-    check(keys->GetCurrentGUID(&key), E_FAIL, "Enumerator at End");
-    check(keys->MoveNext(), S_FALSE);
-    check(keys->GetCurrentGUID(&key), E_FAIL);
-    EXPECT_TRUE(SameGuid(key, Absent));
-}
-
-TEST(DictionaryViews, ShowTheDictionaryAsItIsAndRefuseEveryChange)
-{
-    for (const CLSID& clsid :
-         {CLSID_DictionaryGUID, CLSID_LockableDictionaryGUID, CLSID_UnsafeDictionaryGUID})
-    {
-        auto map = Make<IDictionaryGUID>(clsid);
-        const auto item = TestItem::New();
-        ObjectPtr<ICollectionGUID> keys;
-        ObjectPtr<ICollection> values;
-        AnswerCheck check;
-        check(map->GetKeys(nullptr), E_POINTER, "ppv");
-        check(map->GetValues(nullptr), E_POINTER, "ppv");
-        ASSERT_EQ(map->GetKeys(keys.PutVoid()), S_OK);
-        ASSERT_EQ(map->GetValues(values.PutVoid()), S_OK);
-        check(map->SetValueGUID(KeyB, Make<IValue>(CLSID_Value).Get()), S_OK);
-        check(map->SetValueGUID(KeyA, item.Get()), S_OK);
-        check(keys->GetCount(), 2);
-        check(values->GetCount(), 2);
-        check(keys->ContainsGUID(KeyB), S_OK);
-        check(keys->ContainsGUID(Absent), S_FALSE);
-        check(map->RemoveGUID(KeyB), S_OK);
-
-        check(keys->Clear(), E_ACCESSDENIED, "Clear() - Readonly collection");
-        check(keys->AddGUID(Absent), E_ACCESSDENIED, "Add() - Readonly collection");
-        check(keys->RemoveGUID(KeyA), E_ACCESSDENIED, "Remove() - Readonly collection");
-        check(values->Clear(), E_ACCESSDENIED, "Clear() - Readonly collection");
-        check(values->Add(item.Get()), E_ACCESSDENIED, "Add() - Readonly collection");
-        check(values->Remove(item.Get()), E_ACCESSDENIED, "Remove() - Readonly collection");
-        check(values->Contains(item.Get()), E_NOTIMPL, " Contains:");
-        check(values->CopyTo(0, 0, IID_IUnknown, nullptr), E_NOTIMPL, " CopyTo:");
-        check(keys->IsReadOnly(), 0);
-        check(values->IsReadOnly(), 0);
-
-        ObjectPtr<IEnumerator> walk;
-        ObjectPtr<IEnumeratorGUID> keyWalk;
-        ObjectPtr<IUnknown> current;
-        check(values->GetEnumerator(IID_IEnumerator, walk.PutVoid()), S_OK);
-        check(keys->GetEnumerator(IID_IEnumeratorGUID, keyWalk.PutVoid()), S_OK);
-        map.Reset();
-        values.Reset();
-        GUID key = GUID_Null;
-        check(walk->MoveNext(), S_OK);
-        check(walk->GetCurrent(IID_IUnknown, current.PutVoid()), S_OK);
-        EXPECT_EQ(current.Get(), item.Get());
-        check(walk->GetCurrent(IID_IValue, current.PutVoid()), E_NOINTERFACE);
-        check(walk->MoveNext(), S_FALSE);
-        check(keyWalk->MoveNext(), S_OK);
-        check(keyWalk->GetCurrentGUID(&key), S_OK);
-        EXPECT_TRUE(SameGuid(key, KeyA));
-    }
-}
-
-TEST(Dictionaries, AnItemMayCallTheDictionaryFromItsDestruction)
-{
-    for (const CLSID& clsid :
-         {CLSID_DictionaryGUID, CLSID_LockableDictionaryGUID, CLSID_UnsafeDictionaryGUID})
-    {
-        const auto map = Make<IDictionaryGUID>(clsid);
-        int destroyed = 0;
-        const auto enter = [&]
-        {
-            const auto item = TestItem::New(
-                [&]
-                {
-                    ++destroyed;
-                    EXPECT_EQ(map->ContainsGUID(Absent), S_FALSE);
-                });
-            EXPECT_EQ(map->SetValueGUID(KeyA, item.Get()), S_OK);
-        };
-        enter();
-        enter(); // replaces
-        EXPECT_EQ(map->RemoveGUID(KeyA), S_OK);
-        enter();
-        EXPECT_EQ(map->Clear(), S_OK);
-        EXPECT_EQ(destroyed, 3);
-    }
 }
 
 class ValueSet : public testing::TestWithParam<CLSID>

@@ -65,34 +65,6 @@ TEST(WildcardPattern, ManyWildcardsTakeNoLongerThanThePatternTimesTheName)
     EXPECT_FALSE(CWildcardPattern(text + L"*b").Matches(std::wstring(5000, L'a')));
 }
 
-TEST(FoldCase, KnowsTheLettersOfEuropeAndLeavesTheRest)
-{
-    const std::wstring lower = L"az\u00e0\u00fe\u00ff\u0101\u013a\u0148\u014b\u0177\u017e"
-                               L"\u03ac\u03af\u03b1\u03c2\u03c9\u03cc\u03ce\u0430\u044f\u0451\u045f"
-                               L"\u0491\u04cf\u04d9";
-    const std::wstring upper = L"AZ\u00c0\u00de\u0178\u0100\u0139\u0147\u014a\u0176\u017d"
-                               L"\u0386\u038a\u0391\u03a3\u03a9\u038c\u038f\u0410\u042f\u0401\u040f"
-                               L"\u0490\u04c0\u04d8";
-    const std::wstring same =
-        L"@[`{09_\u00d7\u00f7\u00df\u0131\u0138\u0149\u03b0\u4e00\xDC80\xD83D";
-    std::wstring folded = lower + upper + same;
-    std::transform(folded.begin(), folded.end(), folded.begin(), FoldCase);
-    EXPECT_EQ(folded, upper + upper + same);
-}
-
-TEST(FolderOrder, IsByNameWithoutRegardToCaseAndTotal)
-{
-    const std::vector<std::wstring> sorted = {
-        L"",        L"!", L"A",       L"a",       L"AB",          L"Ab",      L"aB",      L"ab",
-        L"abc.dll", L"B", L"z\u00c4", L"z\u00e4", L"z\U0001F600", L"z\xDC80", L"z\uFF21", L"_"};
-    for (std::size_t left = 0; left < sorted.size(); ++left)
-    {
-        for (std::size_t right = 0; right < sorted.size(); ++right)
-            EXPECT_EQ(ListsBefore(sorted[left], sorted[right]), left < right)
-                << left << " " << right;
-    }
-}
-
 // What a search finds: the names in order, hidden ones in brackets, or the error number.
 std::wstring List(const std::wstring& searchText)
 {
@@ -149,27 +121,6 @@ TEST(FolderSearch, FailsWhereNothingMatchesOrNothingCanBeRead)
         const std::wstring error = List(path + noFolder + L"/*.*");
         EXPECT_EQ(error.find(L"error "), 0u);
         EXPECT_NE(error, L"error 2");
-    }
-}
-
-TEST(FolderSearch, ASearchIsUsedAgainAndAgain)
-{
-    const TempFolder folder;
-    folder.Write("a.txt", "");
-    const std::wstring path = folder.Path().wstring() + PathSeparator;
-    CFolderSearch search;
-    CFolderSearch::Entry entry;
-    EXPECT_FALSE(search.Next(entry));
-    for (int round = 0; round < 3; ++round)
-    {
-        EXPECT_FALSE(search.Open(path + L"*.none"));
-        EXPECT_EQ(search.LastError(), 2u);
-        ASSERT_TRUE(search.Open(path + L"*.txt"));
-        EXPECT_EQ(search.LastError(), 0u);
-        EXPECT_TRUE(search.Next(entry));
-        EXPECT_EQ(entry.Name, L"a.txt");
-        EXPECT_FALSE(search.Next(entry));
-        EXPECT_FALSE(search.Next(entry));
     }
 }
 

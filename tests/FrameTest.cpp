@@ -59,14 +59,6 @@ std::vector<CLSID> AllClasses()
     return classes;
 }
 
-std::uint32_t IndexOf(const CLSID& clsid)
-{
-    const std::vector<CLSID> classes = AllClasses();
-    return static_cast<std::uint32_t>(
-        std::ranges::find_if(classes, [&](const CLSID& one) { return SameGuid(one, clsid); }) -
-        classes.begin());
-}
-
 // The library as it is while this lives: not attached.
 class Detached
 {
@@ -85,18 +77,8 @@ public:
     Detached& operator=(const Detached&) = delete;
 };
 
-// --- The exports of every module ------------------------------------------------------------------
-
-TEST(ComponentServer, ListsItsClassesInTheOrderOfTheirBytes)
-{
-    const std::vector<CLSID> classes = AllClasses();
-    EXPECT_GE(classes.size(), 2u);
-    for (std::size_t at = 1; at < classes.size(); ++at)
-        EXPECT_LT(std::memcmp(&classes[at - 1], &classes[at], sizeof(CLSID)), 0);
-    CLSID second = {};
-    EXPECT_EQ(DLLGetClassObjectID(1, 1, &second), S_OK);
-    EXPECT_TRUE(SameGuid(second, classes[1]));
-}
+// --- The exports of every module
+// ------------------------------------------------------------------
 
 TEST(ComponentServer, RefusesARangeOutsideItsTable)
 {
@@ -119,37 +101,8 @@ TEST(ComponentServer, RefusesARangeOutsideItsTable)
         {0x80000000, 0x80000000, E_INVALIDARG},
     };
     for (const auto& [first, number, answer] : cases)
-        EXPECT_EQ(DLLGetClassObjectID(first, number, out.data()), answer)
-            << first << " " << number;
+        EXPECT_EQ(DLLGetClassObjectID(first, number, out.data()), answer) << first << " " << number;
     EXPECT_EQ(DLLGetClassObjectID(0, 1, nullptr), E_INVALIDARG);
-}
-
-TEST(ComponentServer, CopiesATextOnlyWhereAllOfItFits)
-{
-    const std::uint32_t index = IndexOf(CLSID_Unbuildable);
-    const std::string text = "A text of exactly forty characters......";
-    char buffer[64];
-    struct
-    {
-        std::uint32_t Index;
-        std::uint32_t Size;
-        Result Answer;
-        std::string Text;
-    } const cases[] = {{index, 64, S_OK, text},
-                       {index, 41, S_OK, text},
-                       {index, 40, S_OK, ""},
-                       {index, 1, S_OK, ""},
-                       {index, 0, E_INVALIDARG, "#"},
-                       {index, 0xFFFFFFFF, E_INVALIDARG, "#"},
-                       {static_cast<std::uint32_t>(DLLGetClassCount()), 64, E_INVALIDARG, "#"},
-                       {0xFFFFFFFF, 64, E_INVALIDARG, "#"}};
-    for (const auto& [at, size, answer, content] : cases)
-    {
-        std::strcpy(buffer, "#");
-        EXPECT_EQ(DLLGetClassObjectInfo(at, buffer, size), answer) << size;
-        EXPECT_EQ(buffer, content) << size;
-    }
-    EXPECT_EQ(DLLGetClassObjectInfo(0, nullptr, 64), E_INVALIDARG);
 }
 
 TEST(ComponentServer, SaysWhyThereIsNoObjectAndLeavesNoneBehind)
@@ -188,25 +141,6 @@ TEST(ComponentServer, SaysWhyThereIsNoObjectAndLeavesNoneBehind)
     }
 }
 
-TEST(ComponentServer, AnswersNullArgumentsOfCallersInOtherLanguages)
-{
-    void* out = &out;
-    EXPECT_EQ(DllGetClassObject(&CLSID_Value, &IID_IUnknown, nullptr), E_INVALIDARG);
-    EXPECT_EQ(DllGetClassObject(nullptr, &IID_IUnknown, &out), E_POINTER);
-    EXPECT_EQ(DllGetClassObject(&CLSID_Value, nullptr, &out), E_POINTER);
-    EXPECT_EQ(out, nullptr);
-}
-
-TEST(ComponentServer, CountsObjectsAndNotReferences)
-{
-    const Result others = DLLGetOpenObjectCount();
-    auto one = Make<IBootstrap>(T_Sample::ClassId);
-    const ObjectPtr<IBootstrap> two = one;
-    EXPECT_EQ(DLLGetOpenObjectCount(), others + 1);
-    EXPECT_EQ(static_cast<std::uint32_t>(DLLGetOpenObjectCount()), GetObjectOpenCount());
-    EXPECT_EQ(DllCanUnloadNow(), S_FALSE);
-}
-
 TEST(ComponentServer, WithoutAServerEveryExportDeniesAccess)
 {
     const Detached detached;
@@ -228,15 +162,8 @@ TEST(ComponentServer, WithoutAServerEveryExportDeniesAccess)
                               "Access Denied [Build-DynLib]\n");
 }
 
-// --- Attach and detach ----------------------------------------------------------------------------
-
-TEST(Library, LeavesNothingAliveThroughItsOwnDoing)
-{
-    (void)Make<ISingleton>(CLSID_GlobalSingleton);
-    const DiagnosticsCapture capture;
-    const Detached detached;
-    EXPECT_EQ(capture.Text(), "");
-}
+// --- Attach and detach
+// ----------------------------------------------------------------------------
 
 TEST(Library, ListsTheObjectsThatAreStillAliveAtDetach)
 {
@@ -282,15 +209,15 @@ TEST(Library, FilesItsBootstrapChainWithARegistry)
         const DiagnosticsCapture capture;
         EXPECT_EQ(DLLRegisterBootstrap(static_cast<ISample*>(noRegistry.Get()), nullptr),
                   E_NOINTERFACE);
-        EXPECT_EQ(capture.CountLinesWith(
-                      "clsidRegistry->QueryInterface(IID_IClsidRegistry, ) failed"),
-                  1u);
+        EXPECT_EQ(
+            capture.CountLinesWith("clsidRegistry->QueryInterface(IID_IClsidRegistry, ) failed"),
+            1u);
     }
     const DiagnosticsCapture capture;
     EXPECT_EQ(DLLRegisterBootstrap(registry.Get(), nullptr), S_OK);
-    EXPECT_EQ(registry->ContainsGroupClass(BootstrapRegistryStartup_Level1, Nobody,
-                                           T_Sample::ClassId),
-              S_OK);
+    EXPECT_EQ(
+        registry->ContainsGroupClass(BootstrapRegistryStartup_Level1, Nobody, T_Sample::ClassId),
+        S_OK);
     EXPECT_EQ(capture.CountLinesWith("    Bootstrap Register Sample - "
                                      "Cat:F54E31DA-DBBA-49BC-8140-F1FE5D8F4E5E  "
                                      "Group:12345678-0000-0000-0000-000000000000  "
@@ -299,7 +226,8 @@ TEST(Library, FilesItsBootstrapChainWithARegistry)
         << capture.Text();
 }
 
-// --- The front door -------------------------------------------------------------------------------
+// --- The front door
+// -------------------------------------------------------------------------------
 
 TEST(CreateClassObject, AnswersEveryWrongCallWithItsCodeAndLine)
 {
@@ -333,53 +261,6 @@ TEST(CreateClassObject, AnswersEveryWrongCallWithItsCodeAndLine)
         EXPECT_EQ(out, target == nullptr ? &out : nullptr) << line;
         EXPECT_EQ(capture.CountLinesWith(line), 1u) << capture.Text();
     }
-}
-
-// The address of the variable that owns the singleton. Nothing hands it out, but the library knows
-// it when it sees it, and it lies among the program's variables, where this one lies too.
-void** SingletonVariable()
-{
-    static void* neighbour = nullptr;
-    constexpr std::ptrdiff_t reach = 1 << 20;
-    const auto here = reinterpret_cast<std::intptr_t>(&neighbour);
-    for (std::ptrdiff_t offset = -reach; offset < reach; offset += 8)
-    {
-        auto** const candidate = reinterpret_cast<void**>(here + offset);
-        if (IsSingletonVariable(candidate))
-            return candidate;
-    }
-    return nullptr;
-}
-
-TEST(CreateClassObject, RefusesToOverwriteTheOwnerOfTheSingleton)
-{
-    void** const variable = SingletonVariable();
-    ASSERT_NE(variable, nullptr);
-    ISingleton* const singleton = ExistingSingleton();
-    const DiagnosticsCapture capture;
-    EXPECT_EQ(CreateClassObject(&CLSID_GlobalSingleton, &IID_ISingleton, variable),
-              E_ACCESSDENIED);
-    EXPECT_EQ(ExistingSingleton(), singleton);
-    EXPECT_EQ(capture.Text(), "\aOssira: CreateClassObject: Forbidden use of &gbSingleton as ppv "
-                              "[Build-DynLib]\n");
-}
-
-TEST(CreateClassObject, HandsOutOneSingletonToEveryone)
-{
-    const auto one = Make<ISingleton>(CLSID_GlobalSingleton);
-    ISingleton* borrowed = nullptr;
-    EXPECT_EQ(GetSingleton(&borrowed), &borrowed);
-    EXPECT_EQ(borrowed, one.Get());
-    EXPECT_EQ(ReferencesOn(*one), 2u) << "the library's own and this test's";
-
-    const ObserverMaskScope trace(PRINT_TRACE);
-    const DiagnosticsCapture capture;
-    EXPECT_EQ(Make<ISingleton>(CLSID_GlobalSingleton).Get(), one.Get());
-    EXPECT_TRUE(std::regex_search(
-        capture.Text(), std::regex("  GlobalSingleton Object 0x[0-9a-f]+ obtained "
-                                   "\\[Build-DynLib\\]\n")))
-        << capture.Text();
-    EXPECT_NE(Make<ISingleton>(CLSID_DebugSingleton).Get(), one.Get());
 }
 
 TEST(CreateClassObject, ConcurrentFirstRequestsEndWithOneSingleton)

@@ -16,10 +16,10 @@ namespace
 struct RawCase
 {
     const char* Module;
-    Result Registration;  // with a registry for bootstrap classes
-    std::size_t Classes;  // that are registered all the same
-    Result Creation;      // of the first class
-    const char* Report;   // in the one error line; null: none is written
+    Result Registration; // with a registry for bootstrap classes
+    std::size_t Classes; // that are registered all the same
+    Result Creation;     // of the first class
+    const char* Report;  // in the one error line; null: none is written
 };
 
 constexpr RawCase RawCases[] = {
@@ -102,7 +102,10 @@ TEST_F(Modules, AScanOfAFolderOfFaultsGoesToItsEnd)
 {
     const ObserverMaskScope everything(PRINT_ERROR | PRINT_TRACE);
     const DiagnosticsCapture capture;
-    EXPECT_EQ(RegisterFolder(ModuleFolder("raw"), mRegistry.Get(), mFactory.Get()), S_OK);
+    EXPECT_EQ(RegisterService(mFactory.Get())
+                  ->RegisterFolder(ModuleFolder("raw").wstring().c_str(), nullptr, mRegistry.Get(),
+                                   nullptr),
+              S_OK);
     EXPECT_EQ(CountClasses(*mFactory), 3u) << "the raw modules share their two";
     EXPECT_EQ(capture.CountLinesWith("Cannot open Library \""), 6u);
     EXPECT_EQ(capture.CountLinesWith("Library \"") - capture.CountLinesWith("Cannot open") -
@@ -110,29 +113,6 @@ TEST_F(Modules, AScanOfAFolderOfFaultsGoesToItsEnd)
               std::size(RawCases) - 6);
     EXPECT_EQ(capture.CountLinesWith("Register Classes Finished"), std::size(RawCases) - 6 - 6);
     EXPECT_EQ(mFactory->FlushModules(), S_OK);
-}
-
-TEST_F(Modules, ATextThatFillsTheBufferIsKeptWithoutReadingOn)
-{
-    EXPECT_EQ(RegisterModule(ModuleFile("raw", "EndlessText"), nullptr, mFactory.Get()), S_OK);
-    ObjectPtr<IValueSet> values;
-    EXPECT_EQ(mFactory->GetClassValue(CLSID_RawFirst, IID_IValueSet, values.PutVoid()), S_OK);
-    EXPECT_EQ(TextOf(*values, ObjectFactoryItem_InfoText), std::string(255, 'x'));
-}
-
-TEST_F(Modules, ASingletonWhoseModuleAnswersNothingIsNotEntered)
-{
-    for (const char* module : {"CreatorAnswersNull", "CreatorThrows"})
-    {
-        EXPECT_EQ(RegisterModule(ModuleFile("raw", module)), S_OK);
-        const DiagnosticsCapture capture;
-        ObjectPtr<IUnknown> object;
-        const auto singletons = SingletonRegistry();
-        EXPECT_LT(singletons->GetClassObject(CLSID_RawFirst, IID_IUnknown, object.PutVoid()), 0);
-        EXPECT_FALSE(object);
-        EXPECT_EQ(singletons->UnregisterObject(CLSID_RawFirst), S_FALSE);
-        EXPECT_EQ(singletons->ClearObjects(), S_OK);
-    }
 }
 
 TEST_F(Modules, FilesThatAreNoModulesAreRefusedWhateverIsWrongWithThem)
@@ -175,23 +155,13 @@ TEST_F(Modules, FilesThatAreNoModulesAreRefusedWhateverIsWrongWithThem)
     }
 
     folder.Write("the good one.dll", ReadFile(ModuleFile("raw", "Decent")));
-    EXPECT_EQ(RegisterFolder(folder.Path(), nullptr, mFactory.Get()), S_OK);
+    EXPECT_EQ(RegisterService(mFactory.Get())
+                  ->RegisterFolder(folder.Path().wstring().c_str(), nullptr, nullptr, nullptr),
+              S_OK);
     ObjectPtr<IUnknown> object;
     EXPECT_EQ(mFactory->GetClassObject(CLSID_RawFirst, IID_IUnknown, object.PutVoid()), S_OK);
     object.Reset();
     EXPECT_EQ(mFactory->FlushModules(), S_OK); // so that the file can be removed
-}
-
-TEST_F(Modules, AFileIsTriedAgainWhenAnObjectIsWanted)
-{
-    const TempFolder folder;
-    const std::filesystem::path file = folder.Path() / "late.dll";
-    EXPECT_EQ(mFactory->RegisterClass(CLSID_RawFirst, file.wstring().c_str(), nullptr), S_OK);
-    folder.Write("late.dll", ReadFile(ModuleFile("raw", "Decent")));
-    ObjectPtr<IUnknown> object;
-    EXPECT_EQ(mFactory->GetClassObject(CLSID_RawFirst, IID_IUnknown, object.PutVoid()), S_OK);
-    object.Reset();
-    EXPECT_EQ(mFactory->FlushModules(), S_OK);
 }
 
 TEST_F(Modules, AClassOfNoFileThatTheRuntimeLacksIsRefusedAndNotAskedForEver)

@@ -175,19 +175,6 @@ TEST_P(NodeList, RefusesWrongArgumentsWithItsTextAndStaysAsItWas)
     EXPECT_EQ(ReferencesOn(*item), 1u);
 }
 
-TEST_P(NodeList, AsksAFailingItemTwiceAndThenGoesOnWithItsAnswer)
-{
-    const auto item = TestItem::New();
-    AnswerCheck check;
-    item->FailingQueries = 2;
-    check(List->Add(item.Get()), E_ABORT, "_item->QueryInterface(IID_IUnknown, (void**)&Item)");
-    EXPECT_EQ(item->FailingQueries, 0);
-    item->FailingQueries = 1;
-    check(List->Add(item.Get()), S_OK);
-    EXPECT_EQ(List->GetCount(), 1);
-    EXPECT_EQ(ReferencesOn(*item), 2u);
-}
-
 TEST_P(NodeList, KnowsAnItemByItsIdentityWhateverItsInterface)
 {
     const auto value = Make<IValue>(CLSID_Value);
@@ -198,35 +185,6 @@ TEST_P(NodeList, KnowsAnItemByItsIdentityWhateverItsInterface)
     EXPECT_EQ(List->IndexOf(comparable.Get()), 0);
     EXPECT_EQ(List->Remove(comparable.Get()), S_OK);
     EXPECT_EQ(List->GetCount(), 0);
-}
-
-TEST_P(NodeList, CopiesARangeAndKeepsWhatWasCopiedBeforeAFailure)
-{
-    Fill(2);
-    const auto value = Make<IValue>(CLSID_Value);
-    EXPECT_EQ(List->Insert(1, value.Get()), S_OK);
-    IUnknown* const former = value.Get();
-    IUnknown* copies[] = {former, former, former};
-    void** targets[3];
-    for (std::size_t i = 0; i < 3; ++i)
-        targets[i] = reinterpret_cast<void**>(&copies[i]);
-
-    AnswerCheck check;
-    check(List->CopyTo(1, 2, IID_IUnknown, targets), S_OK);
-    for (const std::size_t i : {0u, 1u})
-        (void)ObjectPtr<IUnknown>::Adopt(copies[i]);
-    EXPECT_EQ(copies[1], Items[1].Get());
-    EXPECT_EQ(copies[2], former) << "beyond the count";
-
-    check(List->CopyTo(1, 2, IID_IValue, targets), E_NOINTERFACE, "QueryInterface(riid, pppv[i])");
-    EXPECT_EQ(copies[1], nullptr);
-    const auto first = ObjectPtr<IUnknown>::Adopt(copies[0]);
-    EXPECT_EQ(ReferencesOn(*first), 3u);
-
-    copies[0] = former;
-    targets[1] = nullptr;
-    check(List->CopyTo(0, 3, IID_IUnknown, targets), E_POINTER, "pppv[i]");
-    EXPECT_EQ(copies[0], nullptr) << "cleared before any is filled";
 }
 
 TEST_P(NodeList, AnEnumeratorDiesAtTheFirstStructuralChange)
@@ -275,59 +233,6 @@ TEST_P(NodeList, AnEnumeratorOutlivesItsListAndMeetsReplacedItems)
         check(enumerator->GetCurrent(IID_IUnknown, item.PutVoid()), E_FAIL);
         check(enumerator->Reset(), S_OK);
     }
-}
-
-TEST_P(NodeList, AnEnumeratorOfAnEmptyListHasNoCurrentItem)
-{
-    const auto enumerator = Enumerate();
-    ObjectPtr<IUnknown> item;
-    AnswerCheck check;
-    check(enumerator->GetCurrent(IID_IUnknown, item.PutVoid()), E_FAIL, "Enumerator at End");
-    check(enumerator->MoveNext(), S_FALSE);
-    check(enumerator->MoveNext(), E_FAIL);
-    check(enumerator->GetCurrent(IID_IUnknown, item.PutVoid()), E_FAIL);
-}
-
-TEST_P(NodeList, AnItemMayCallTheListFromItsDestruction)
-{
-    int destroyed = 0;
-    const auto addNew = [&]
-    {
-        const auto item = TestItem::New(
-            [&]
-            {
-                ++destroyed;
-                EXPECT_EQ(List->Contains(Items[0].Get()), List->GetCount() > 0 ? S_OK : S_FALSE);
-            });
-        EXPECT_EQ(List->Add(item.Get()), S_OK);
-        return item.Get(); // the list's own by then
-    };
-    Fill(1);
-    addNew();
-    EXPECT_EQ(List->RemoveAt(1), S_OK);
-    addNew();
-    EXPECT_EQ(List->SetItemAt(1, Items[0].Get()), S_OK);
-    EXPECT_EQ(List->Remove(addNew()), S_OK);
-    addNew();
-    EXPECT_EQ(List->Clear(), S_OK);
-    EXPECT_EQ(destroyed, 4);
-}
-
-TEST_P(NodeList, IsAValueWithoutADatumAndOffersALockOnlyAsTheLockableOne)
-{
-    constexpr const char* text = "Call of NodeList::IValue-Methode not supported";
-    ObjectPtr<IValue> value;
-    ASSERT_EQ(List.QueryTo(value), S_OK);
-    GUID type = IID_IList;
-    AnswerCheck check;
-    check(value->GetType(&type), S_OK);
-    EXPECT_TRUE(SameGuid(type, GUID_Null));
-    check(value->GetType(nullptr), E_POINTER, "type");
-    check(value->GetValue(DATATYPE_SINT32, nullptr, 0), E_NOT_SUPPORTED, text);
-    check(value->SetValue(DATATYPE_SINT32, &type, 4), E_NOT_SUPPORTED, text);
-    check(List->IsReadOnly(), 0);
-    ObjectPtr<IObjectLock> lock;
-    check(List.QueryTo(lock), SameGuid(GetParam(), CLSID_LockableNodeList) ? S_OK : E_NOINTERFACE);
 }
 
 } // namespace

@@ -47,54 +47,6 @@ std::optional<std::int32_t> ModuleNumber(IObjectFactory& factory, const std::fil
 
 // --- Object factory -----------------------------------------------------------------------------
 
-TEST(ObjectFactory, CreatesObjectsOfModulesAndOfTheRuntime)
-{
-    const auto factory = FactoryWithCounter();
-    EXPECT_EQ(factory->RegisterClass(CLSID_NodeList, L"", nullptr), S_OK);
-    ObjectPtr<ICounter> counter;
-    ObjectPtr<IList> list;
-    EXPECT_EQ(factory->GetClassObject(CLSID_Counter, IID_ICounter, counter.PutVoid()), S_OK);
-    EXPECT_EQ(factory->GetClassObject(CLSID_NodeList, IID_IList, list.PutVoid()), S_OK);
-    EXPECT_EQ(counter->Count(), 1);
-    EXPECT_EQ(ModuleNumber(*factory, CounterFile, ObjectFactoryItem_OpenObjectCount), 1);
-}
-
-TEST(ObjectFactory, ARepeatedRegistrationLeavesTheClassAsItWas)
-{
-    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
-    const std::wstring file = CounterFile.wstring();
-    const ObserverMaskScope mask(PRINT_TRACE | PRINT_PROGRESS | PRINT_WARN);
-    const DiagnosticsCapture capture;
-    EXPECT_EQ(factory->RegisterClass(CLSID_Counter, file.c_str(), "First"), S_OK);
-    EXPECT_EQ(factory->RegisterClass(CLSID_Counter, file.c_str(), nullptr), S_FALSE);
-    // Another file is known from then on all the same, for no class.
-    EXPECT_EQ(Register(*factory, CLSID_Counter, MissingFile), S_FALSE);
-    EXPECT_EQ(ModuleNumber(*factory, CounterFile, ObjectFactoryItem_ClassCount), 1);
-    EXPECT_EQ(ModuleNumber(*factory, MissingFile, ObjectFactoryItem_ClassCount), 0);
-    EXPECT_EQ(ModuleNumber(*factory, MissingFile, ObjectFactoryItem_OpenObjectCount), std::nullopt);
-    EXPECT_EQ(ModulesOf(*factory), (std::vector{file, MissingFile.wstring()}));
-
-    ObjectPtr<IValueSet> values;
-    EXPECT_EQ(factory->GetClassValue(CLSID_Counter, IID_IValueSet, values.PutVoid()), S_OK);
-    EXPECT_EQ(TextOf(*values, ObjectFactoryItem_InfoText), "First");
-    std::wstring name;
-    EXPECT_EQ(GetValueUniString(values.Get(), ObjectFactoryItem_FileName, &name), S_OK);
-    EXPECT_EQ(name, file);
-
-    EXPECT_EQ(factory->UnregisterClass(CLSID_Counter), S_OK);
-    EXPECT_EQ(factory->UnregisterClass(CLSID_Counter), S_FALSE);
-    EXPECT_EQ(ModuleNumber(*factory, CounterFile, ObjectFactoryItem_ClassCount), 1);
-    const auto rest = [](const std::filesystem::path& from)
-    {
-        return Text(CLSID_Counter) + " from \"" + from.string() + "\"";
-    };
-    EXPECT_EQ(Messages(capture),
-              (std::vector<std::string>{"Register Class \"First\" " + rest(CounterFile),
-                                        "Class alredy registered: \"\" " + rest(CounterFile),
-                                        "Class alredy registered: \"Info\" " + rest(MissingFile),
-                                        "Unregister Class: First " + CounterFile.string()}));
-}
-
 TEST(ObjectFactory, EveryFailureHasItsCodeAndItsOneLine)
 {
     const auto factory = FactoryWithCounter();
@@ -204,28 +156,6 @@ TEST(ClassEnumerators, DieAtAnAdditionAndOutliveARemoval)
 constexpr GUID Category = Numbered(100);
 constexpr GUID Group = Numbered(101);
 
-TEST(ClsidRegistry, AClassWithoutAGroupIsInTheNullGroup)
-{
-    const auto registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
-    EXPECT_EQ(registry->RegisterClass(Category, Numbered(1)), S_OK);
-    EXPECT_EQ(registry->RegisterGroupClass(Category, GUID_Null, Numbered(1)), S_FALSE);
-    EXPECT_EQ(registry->RegisterGroupClass(Category, Group, Numbered(1)), S_OK);
-    EXPECT_EQ(registry->ContainsCategory(Category), S_OK);
-    EXPECT_EQ(registry->ContainsCategory(Group), S_FALSE);
-    EXPECT_EQ(registry->ContainsGroup(Category, GUID_Null), S_OK);
-    EXPECT_EQ(registry->ContainsGroup(Category, Group), S_OK);
-    EXPECT_EQ(registry->ContainsGroup(Category, Numbered(1)), S_FALSE);
-    EXPECT_EQ(registry->ContainsGroup(Group, GUID_Null), S_FALSE);
-    EXPECT_EQ(registry->ContainsGroupClass(Category, GUID_Null, Numbered(1)), S_OK);
-    EXPECT_EQ(registry->ContainsGroupClass(Category, Group, Numbered(2)), S_FALSE);
-    EXPECT_EQ(registry->ContainsGroupClass(Group, Group, Numbered(1)), S_FALSE);
-    // Each filing is independent.
-    EXPECT_EQ(registry->UnregisterClass(Category, Numbered(1)), S_OK);
-    EXPECT_EQ(registry->ContainsClass(Category, Numbered(1)), S_FALSE);
-    EXPECT_EQ(registry->ContainsGroup(Category, GUID_Null), S_FALSE);
-    EXPECT_EQ(registry->ContainsGroupClass(Category, Group, Numbered(1)), S_OK);
-}
-
 TEST(ClsidRegistry, SaysWhatItFilesAndLeavesNothingEmptyBehind)
 {
     const auto registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
@@ -256,120 +186,7 @@ TEST(ClsidRegistry, SaysWhatItFilesAndLeavesNothingEmptyBehind)
     EXPECT_EQ(registry->ContainsCategory(Category), S_FALSE);
 }
 
-TEST(ClsidRegistry, AnEnumeratorWalksOneGroupInOrderUntilThatGroupChanges)
-{
-    const auto registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
-    for (const std::uint32_t number : {2u, 9u, 4u})
-        EXPECT_EQ(registry->RegisterClass(Category, Numbered(number)), S_OK);
-    EXPECT_EQ(registry->RegisterGroupClass(Category, Group, Numbered(3)), S_OK);
-    EXPECT_EQ(registry->RegisterClass(Group, Numbered(3)), S_OK);
-
-    ObjectPtr<IEnumeratorGUID> classes;
-    ObjectPtr<IEnumeratorGUID> categories;
-    EXPECT_EQ(registry->GetClasses(Category, IID_IEnumeratorGUID, classes.PutVoid()), S_OK);
-    EXPECT_EQ(registry->GetCategories(IID_IEnumeratorGUID, categories.PutVoid()), S_OK);
-    const auto walk = [](IEnumeratorGUID& keys)
-    {
-        Numbers numbers;
-        for (GUID key; keys.MoveNext() == S_OK && keys.GetCurrentGUID(&key) == S_OK;)
-            numbers.push_back(static_cast<std::uint32_t>(key.Data1));
-        return numbers;
-    };
-    EXPECT_EQ(walk(*classes), (Numbers{2, 4, 9}));
-    EXPECT_EQ(walk(*categories), (Numbers{100, 101}));
-    EXPECT_EQ(registry->RegisterGroupClass(Category, Group, Numbered(5)), S_OK);
-    EXPECT_EQ(classes->Reset(), S_OK) << "another group changed";
-    EXPECT_EQ(registry->UnregisterClass(Category, Numbered(9)), S_OK);
-    FAILS(classes->Reset(), E_ACCESSDENIED, "List was modified, the enumerator is invalid now");
-    FAILS(registry->GetClasses(Category, IID_IEnumerator, nullptr), E_POINTER, "ppv");
-    FAILS(registry->GetClasses(Category, IID_ICounter, classes.PutVoid()), E_NOINTERFACE,
-          "GetEnumerator(riid, ppv)");
-    FAILS(registry->GetGroupClasses(Category, Numbered(1), IID_IEnumerator, classes.PutVoid()),
-          E_NOT_FOUND, "");
-    FAILS(registry->GetClasses(Numbered(1), IID_IEnumerator, classes.PutVoid()), E_NOT_FOUND, "");
-}
-
 // --- Singleton registry -------------------------------------------------------------------------
-
-TEST(SingletonRegistry, HasOneObjectForAClassWhateverInterfaceIsAsked)
-{
-    const auto registry = SingletonRegistry();
-    EXPECT_EQ(GlobalFactory().Get(), GlobalFactory().Get());
-    ObjectPtr<IUnknown> byEnumerable;
-    EXPECT_EQ(Singleton<IEnumerable>(CLSID_GlobalObjectFactory).QueryTo(byEnumerable), S_OK);
-    ObjectPtr<IUnknown> byFactory;
-    EXPECT_EQ(GlobalFactory().QueryTo(byFactory), S_OK);
-    EXPECT_EQ(byEnumerable.Get(), byFactory.Get());
-    EXPECT_EQ(Make<ISingleton>(CLSID_GlobalSingleton).Get(), registry.Get());
-    EXPECT_NE(Make<ISingleton>(CLSID_DebugSingleton).Get(), registry.Get());
-    EXPECT_NE(Make<IObjectFactory>(CLSID_ObjectFactory).Get(), GlobalFactory().Get());
-
-    // A missing interface leaves the object that was created in place.
-    ObjectPtr<ICounter> counter;
-    EXPECT_EQ(registry->GetClassObject(CLSID_NodeList, IID_ICounter, counter.PutVoid()),
-              E_NOINTERFACE);
-    EXPECT_EQ(registry->UnregisterObject(CLSID_NodeList), S_OK);
-    EXPECT_EQ(registry->UnregisterObject(CLSID_NodeList), S_FALSE);
-
-    const auto item = TestItem::New();
-    FAILS(registry->GetClassObject(CLSID_Value, IID_IValue, nullptr), E_POINTER, "ppv");
-    FAILS(registry->GetClassObject(CLSID_GlobalSingleton, IID_ISingleton, counter.PutVoid()),
-          E_INVALIDARG, "CLSID_GlobalSingleton - cannot create singleton from singleton");
-    FAILS(registry->GetClassObject(CLSID_ObjectFactory, IID_IObjectFactory, counter.PutVoid()),
-          E_INVALIDARG,
-          "CLSID_ObjectFactory is not allowd by singleton, use CLSID_GlobalObjectFactory");
-    FAILS(registry->GetClassObject(Numbered(1), IID_IUnknown, counter.PutVoid()), E_NOINTERFACE,
-          "CreateClassObject()");
-    FAILS(registry->GetClassObject(CLSID_Value, IID_ICounter, counter.PutVoid()), E_NOINTERFACE,
-          "QueryInterface()");
-    FAILS(registry->RegisterObject(Numbered(1), nullptr), E_POINTER, "obj");
-    FAILS(registry->RegisterObject(CLSID_GlobalSingleton, item.Get()), E_INVALIDARG,
-          "CLSID_GlobalSingleton - cannot use singleton from singleton");
-    EXPECT_EQ(registry->UnregisterObject(Numbered(1)), S_FALSE)
-        << "a failed creation enters nothing";
-}
-
-TEST(SingletonRegistry, HoldsOneReferenceAndSaysWhatItDoes)
-{
-    const auto registry = Make<ISingleton>(CLSID_DebugSingleton);
-    const auto item = Make<IValue>(CLSID_Value);
-    const auto other = Make<IValue>(CLSID_Value);
-    ObjectPtr<IObjectName> name;
-    EXPECT_EQ(item.QueryTo(name), S_OK);
-    EXPECT_EQ(name->SetObjectName(std::string(90, 'n').c_str()), S_OK);
-    name.Reset();
-    const auto address = [](const ObjectPtr<IValue>& object)
-    {
-        char text[16];
-        std::snprintf(text, sizeof text, "0x%08x ",
-                      static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(object.Get())));
-        return std::string(text);
-    };
-    const std::string clsid = Text(Numbered(1));
-
-    const ObserverMaskScope mask(PRINT_TRACE | PRINT_WARN | PRINT_PROGRESS);
-    const DiagnosticsCapture capture;
-    EXPECT_EQ(registry->RegisterObject(Numbered(1), item.Get()), S_OK);
-    EXPECT_EQ(registry->RegisterObject(Numbered(1), other.Get()), S_FALSE);
-    EXPECT_EQ(ReferencesOn(*item), 2u);
-    EXPECT_EQ(ReferencesOn(*other), 1u);
-    EXPECT_EQ(registry->UnregisterObject(Numbered(1)), S_OK);
-    EXPECT_EQ(ReferencesOn(*item), 1u);
-    EXPECT_EQ(registry->UnregisterObject(Numbered(1)), S_FALSE);
-    EXPECT_EQ(registry->RegisterObject(CLSID_GlobalObjectFactory, other.Get()), S_OK);
-    EXPECT_EQ(registry->ClearObjects(), S_OK);
-    // A long name leaves no room for the identifier.
-    const std::string described = address(item) + std::string(90, 'n') + " Value ";
-    const std::string factory = address(other) + "Value " + Text(CLSID_GlobalObjectFactory);
-    EXPECT_EQ(
-        Messages(capture),
-        (std::vector<std::string>{
-            "Singleton register " + described,
-            "Singleton already registered: " + address(other) + "Value " + clsid,
-            "Singleton unregister " + described, "Singleton unregister " + clsid + " not found",
-            "Singleton register " + factory, "Singleton lock object and release later: " + factory,
-            "Singleton release object " + factory}));
-}
 
 TEST(SingletonRegistry, ReleasesInOrderAndTheFactoryLast)
 {
@@ -445,24 +262,6 @@ TEST(SingletonRegistry, ObjectsMayUseItWhileTheyAreReleased)
     EXPECT_EQ(released, (Numbers{3, 2, 1, 4}));
     EXPECT_EQ(ReferencesOn(*factory), 1u);
     EXPECT_EQ(registry->UnregisterObject(Numbered(4)), S_FALSE);
-}
-
-TEST(SingletonRegistry, AnObjectThatAlwaysComesBackIsLeftAloneInTheEnd)
-{
-    const auto registry = Make<ISingleton>(CLSID_DebugSingleton);
-    bool comesBack = true;
-    std::function<void()> enter = [&]
-    {
-        if (comesBack)
-        {
-            EXPECT_EQ(registry->RegisterObject(Numbered(1), TestItem::New(enter).Get()), S_OK);
-        }
-    };
-    enter();
-    EXPECT_EQ(registry->ClearObjects(), S_OK);
-    comesBack = false;
-    EXPECT_EQ(registry->ClearObjects(), S_OK);
-    EXPECT_EQ(registry->UnregisterObject(Numbered(1)), S_FALSE);
 }
 
 TEST(GlobalCriticalSection, EveryInstanceIsTheOneReentrantLock)

@@ -3,33 +3,24 @@
 
 #include "OssiraFrame.h"
 #include "OssiraServices.h"
+#include "TestModules.h"
 
 namespace Tavrik::Ossira::tTest
 {
 
-struct ISampleBase : IUnknown
+// An interface without operations of its own.
+template <class Base, std::uint32_t Number>
+struct IMark : Base
 {
-    using Extends = IUnknown;
-    static constexpr IID Iid = {
-        0xDC69A2A3, 0x395D, 0x4F25, {0x8E, 0x5C, 0x1F, 0x33, 0x60, 0x0A, 0x25, 0x31}};
-
-    virtual Result One() = 0;
+    using Extends = Base;
+    static constexpr IID Iid = Numbered(Number, 4);
 
 protected:
-    ~ISampleBase() = default;
+    ~IMark() = default;
 };
 
-struct ISample : ISampleBase
-{
-    using Extends = ISampleBase;
-    static constexpr IID Iid = {
-        0xA8DB878B, 0x3573, 0x4940, {0xB7, 0xF3, 0x2F, 0x9F, 0x50, 0x5F, 0xA4, 0x43}};
-
-    virtual Result Two() = 0;
-
-protected:
-    ~ISample() = default;
-};
+using ISampleBase = IMark<IUnknown, 1>;
+using ISample = IMark<ISampleBase, 2>;
 
 // Counts its deaths. While it dies it hands out a reference on itself and gets it back, as an
 // object does whose destructor calls others.
@@ -51,16 +42,6 @@ public:
     {
         ++Deaths;
         const ObjectPtr<IUnknown> self(PrivateUnknown());
-    }
-
-    Result One() override
-    {
-        return 1;
-    }
-
-    Result Two() override
-    {
-        return 2;
     }
 
     Result Startup(IUnknown*) override

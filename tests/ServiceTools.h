@@ -2,13 +2,11 @@
 #pragma once
 
 #include "DiagnosticsCapture.h"
-#include "Ossira.h"
 #include "TestModules.h"
 #include "TestTools.h"
 
 #include <cstdio>
-#include <string>
-#include <vector>
+#include <regex>
 
 namespace Tavrik::Ossira::tTest
 {
@@ -17,18 +15,12 @@ namespace Tavrik::Ossira::tTest
 // without the lines about objects that were created on the way.
 [[nodiscard]] inline std::vector<std::string> Messages(const DiagnosticsCapture& capture)
 {
+    static const std::regex start(".*?\\] (-ERROR-|-WARN-)? ");
     std::vector<std::string> messages;
     for (const std::string& line : capture.Lines())
     {
-        std::string message = line;
-        for (const std::string_view start : {"] -ERROR- ", "] -WARN- ", "]  "})
-        {
-            if (const std::size_t at = line.find(start); at != std::string::npos)
-            {
-                message = line.substr(at + start.size());
-                break;
-            }
-        }
+        const std::string message =
+            std::regex_replace(line, start, "", std::regex_constants::format_first_only);
         if (!message.starts_with("Object 0x") && !message.starts_with("GlobalSingleton Object 0x"))
             messages.push_back(message);
     }
@@ -59,12 +51,6 @@ void ExpectFailure(Call call, Result code, const std::string& text)
     return text;
 }
 
-// Identifiers for tests: those of ascending numbers below 256 are in ascending order.
-[[nodiscard]] constexpr GUID Numbered(std::uint32_t number)
-{
-    return {number, 0x7E57, 0, {}};
-}
-
 [[nodiscard]] inline ObjectPtr<IValue> WideValue(const std::wstring& text)
 {
     auto value = Make<IValue>(CLSID_Value);
@@ -80,17 +66,15 @@ void ExpectFailure(Call call, Result code, const std::string& text)
     std::vector<std::wstring> texts;
     while (items->MoveNext() == S_OK)
     {
-        ObjectPtr<IUnknown> item;
-        EXPECT_EQ(items->GetCurrent(IID_IUnknown, item.PutVoid()), S_OK);
         ObjectPtr<IValue> value;
         ObjectPtr<IValueSet> values;
+        const Result got = key == nullptr ? items->GetCurrent(IID_IValue, value.PutVoid())
+                                          : items->GetCurrent(IID_IValueSet, values.PutVoid());
+        EXPECT_EQ(got, S_OK);
         std::wstring& text = texts.emplace_back();
-        if (key == nullptr)
-            EXPECT_TRUE(item.QueryTo(value) == S_OK &&
-                        GetValueUniString(value.Get(), &text) == S_OK);
-        else
-            EXPECT_TRUE(item.QueryTo(values) == S_OK &&
-                        GetValueUniString(values.Get(), *key, &text) == S_OK);
+        EXPECT_EQ(key == nullptr ? GetValueUniString(value.Get(), &text)
+                                 : GetValueUniString(values.Get(), *key, &text),
+                  S_OK);
     }
     return texts;
 }

@@ -111,29 +111,6 @@ ObjectPtr<Interface> As(const ObjectPtr<Object>& object)
     return answer;
 }
 
-// Makes the call while memory runs out at every point of it, until it succeeds: each time it must
-// answer `E_OUTOFMEMORY` and `isAsBefore` must hold. `after` follows each success.
-template <class Call, class IsAsBefore>
-void ForEachShortage(
-    Call call, IsAsBefore isAsBefore, const std::function<void()>& after = [] {})
-{
-    const ObserverMaskScope silence(0);
-    for (const Shortage shortage : {Shortage::Once, Shortage::FromThenOn})
-    {
-        Result result = E_OUTOFMEMORY;
-        for (int which = 0; result != S_OK; ++which)
-        {
-            {
-                const FailingMemory memory(which, shortage);
-                result = call();
-            }
-            ASSERT_TRUE(result == S_OK || (result == E_OUTOFMEMORY && isAsBefore()))
-                << which << " " << result;
-        }
-        after();
-    }
-}
-
 // --- Memory --------------------------------------------------------------------------------------
 
 struct Block
@@ -280,25 +257,6 @@ TEST(Memory, WhatCannotBeAllocatedIsRefused)
     EXPECT_EQ(StatisticsOf(*allocator), (Statistics{0, 0, 0, 0, 0})) << "none of them counts";
 }
 
-TEST(Memory, StatisticsFollowTheBlocks)
-{
-    const auto allocator = MakeAllocator();
-    Block ten, hundred, one;
-    ASSERT_EQ(Allocate(*allocator, 10, 4, 0, ten), S_OK);
-    EXPECT_EQ(StatisticsOf(*allocator), (Statistics{15, 1, 1, 15, 15}));
-    ASSERT_EQ(Allocate(*allocator, 100, 1, 0, hundred), S_OK);
-    EXPECT_EQ(StatisticsOf(*allocator), (Statistics{115, 2, 2, 15, 100}));
-    EXPECT_EQ(allocator->FreeBlock(ten.Raw, ten.RawSize), S_OK);
-    EXPECT_EQ(StatisticsOf(*allocator), (Statistics{100, 1, 2, 15, 100}));
-    ASSERT_EQ(Allocate(*allocator, 1, 1, 0, one), S_OK);
-    EXPECT_EQ(StatisticsOf(*allocator), (Statistics{101, 2, 2, 1, 100}));
-    EXPECT_EQ(allocator->FreeBlock(nullptr, 50), S_OK);
-    EXPECT_EQ(StatisticsOf(*allocator), (Statistics{101, 2, 2, 1, 100}));
-    EXPECT_EQ(allocator->FreeBlock(one.Raw, one.RawSize), S_OK);
-    EXPECT_EQ(allocator->FreeBlock(hundred.Raw, hundred.RawSize), S_OK);
-    EXPECT_EQ(StatisticsOf(*allocator), (Statistics{0, 0, 2, 1, 100}));
-}
-
 TEST(Memory, AnAllocatorTellsOfBlocksThatWereNotGivenBack)
 {
     Block block;
@@ -337,81 +295,6 @@ TEST(Memory, ASegmentGivesItsBlockBackAndKeepsItsAllocatorUntilThen)
     segment.Reset();
     EXPECT_EQ(GetObjectOpenCount(), objects - 2);
     EXPECT_EQ(capture.Text(), "") << "nothing leaked";
-}
-
-TEST(Memory, ASegmentIsAttachedOnce)
-{
-    const auto allocator = MakeAllocator();
-    Block block;
-    ASSERT_EQ(Allocate(*allocator, 8, 8, 0, block), S_OK);
-    const auto attach = [&](IMemorySegment32& segment, ICommonMemoryAllocator32* to)
-    {
-        return segment.Attach32(to, block.Raw, block.RawSize, block.Address, block.Size);
-    };
-
-    const auto segment = Make<IMemorySegment32>(CLSID_CommonMemorySegment32);
-    ObjectPtr<ICommonMemoryAllocator32> answer;
-    EXPECT_EQ(segment->GetAllocator32(answer.Put()), S_FALSE);
-    EXPECT_EQ(answer.Get(), nullptr);
-    EXPECT_EQ(segment->GetAddress(), nullptr);
-    EXPECT_EQ(segment->GetSize(), 0u);
-    FAILS(attach(*segment, nullptr), E_POINTER, "pAllocator");
-    FAILS(segment->GetAllocator32(nullptr), E_POINTER, "ppAllocator");
-    EXPECT_EQ(attach(*segment, allocator.Get()), S_OK);
-    EXPECT_EQ(segment->GetAddress(), block.Address);
-    EXPECT_EQ(segment->GetSize(), 8u);
-    const auto other = AllocateSegment(*allocator, 1, 1);
-    for (const auto& attached : {segment, other})
-    {
-        FAILS(attach(*attached, allocator.Get()), E_ACCESSDENIED, "Allocator already attached");
-    }
-    EXPECT_EQ(other->GetSize(), 1u);
-    EXPECT_EQ(ReferencesOn(*allocator), 3u);
-}
-
-TEST(Memory, WhatCannotBeHadChangesNothing)
-{
-    const auto allocator = MakeAllocator();
-    Block block;
-    {
-        const DiagnosticsCapture capture;
-        {
-            const FailingMemory none(0, Shortage::Once);
-            EXPECT_EQ(Allocate(*allocator, 10, 3, 0, block), E_OUTOFMEMORY);
-        }
-        EXPECT_EQ(capture.CountLinesWith("-ERROR- Alloc Mememory Block failed: Size: 15"), 1u);
-    }
-    ForEachShortage(
-        [&]
-        {
-            ObjectPtr<IMemorySegment32> segment;
-            return allocator->AllocMemorySegment32(10, 3, 0, IID_IMemorySegment32,
-                                                   segment.PutVoid());
-        },
-        [&] { return StatisticsOf(*allocator).Count == 0; });
-}
-
-TEST(ConcurrentMemory, BlocksComeAndGoOnEveryThread)
-{
-    const auto allocator = MakeAllocator();
-    RunThreads(
-        [&](int number)
-        {
-            for (std::uint32_t round = 0; round < 500; ++round)
-            {
-                Block block;
-                ASSERT_EQ(Allocate(*allocator, 1 + round, 16, 0, block), S_OK);
-                std::memset(block.Address, number, block.Size);
-                const auto segment = AllocateSegment(*allocator, 100, 1);
-                EXPECT_EQ(allocator->FreeBlock(block.Raw, block.RawSize), S_OK);
-            }
-        });
-    const Statistics end = StatisticsOf(*allocator);
-    EXPECT_EQ(end.Bytes, 0u);
-    EXPECT_EQ(end.Count, 0);
-    EXPECT_LE(end.Peak, 2 * ThreadCount);
-    EXPECT_EQ(end.Min, 31u);
-    EXPECT_EQ(end.Max, 527u);
 }
 
 // --- Modified service ----------------------------------------------------------------------------
@@ -505,24 +388,6 @@ TEST(ModifiedService, MisuseIsRefused)
     FAILS(disposable->Dispose(), S_OK, "");
 }
 
-TEST(ModifiedService, EveryDependantIsTouchedAndTheFirstFailureAnswered)
-{
-    const auto service = MakeService();
-    std::vector<ObjectPtr<Probe>> probes;
-    for (const Result answer : {S_OK, E_ABORT, S_FALSE, E_PENDING})
-    {
-        probes.push_back(Probe::New([answer] { return answer; }));
-        EXPECT_EQ(service->AddTouchModified(probes.back().Get()), S_OK);
-    }
-    EXPECT_EQ(service->TouchModified(), E_ABORT);
-    for (const auto& probe : probes)
-        EXPECT_EQ(probe->Touches, 1);
-    EXPECT_EQ(service->RemoveTouchModified(probes[1].Get()), S_OK);
-    EXPECT_EQ(service->TouchModified(), E_PENDING);
-    EXPECT_EQ(service->RemoveTouchModified(probes[3].Get()), S_OK);
-    EXPECT_EQ(service->TouchModified(), S_OK);
-}
-
 TEST(ModifiedService, DependantsMayChangeTheChainWhileTheyAreTouched)
 {
     struct
@@ -568,97 +433,6 @@ TEST(ModifiedService, DependantsMayChangeTheChainWhileTheyAreTouched)
     }
 }
 
-TEST(ModifiedService, ADependantCanNeitherAddToTheChainThatTouchesItNorDisposeIt)
-{
-    const auto service = MakeService();
-    const auto disposable = As<IDisposable>(service);
-    const auto later = Probe::New();
-    bool tries = true;
-    const auto actor = Probe::New(
-        [&]
-        {
-            if (!tries)
-                return S_OK;
-            FAILS(service->AddTouchModified(later.Get()), E_UNEXPECTED,
-                  "Inner Ring: Touch(ObjA) -> Touch(ObjB) -> ObjA.AddTouchModified()");
-            FAILS(disposable->Dispose(), E_UNEXPECTED,
-                  "Possible Ring-Disposing: Touch(ObjA) -> Touch(ObjB) -> Dispose(ObjA)");
-            return S_OK;
-        });
-    EXPECT_EQ(service->AddTouchModified(actor.Get()), S_OK);
-    EXPECT_EQ(service->TouchModified(), S_OK);
-    tries = false;
-    EXPECT_EQ(service->AddTouchModified(later.Get()), S_OK) << "the touch is over";
-    EXPECT_EQ(service->TouchModified(), S_OK);
-    EXPECT_EQ(later->Touches, 1);
-    EXPECT_EQ(disposable->Dispose(), S_OK);
-}
-
-TEST(ModifiedService, ADependantMayGiveBackTheLastReference)
-{
-    const std::uint32_t objects = GetObjectOpenCount();
-    auto service = MakeService();
-    const auto after = Probe::New();
-    {
-        const auto dropper = Probe::New(
-            [&]
-            {
-                service.Reset();
-                return S_OK;
-            });
-        EXPECT_EQ(service->AddTouchModified(dropper.Get()), S_OK);
-        EXPECT_EQ(service->AddTouchModified(after.Get()), S_OK);
-    }
-    EXPECT_EQ(service.Get()->TouchModified(), S_OK);
-    EXPECT_EQ(after->Touches, 1);
-    EXPECT_EQ(GetObjectOpenCount(), objects);
-}
-
-TEST(ModifiedService, ATouchOrAnAdditionWithoutMemoryChangesNothing)
-{
-    const auto service = MakeService();
-    const auto probe = Probe::New();
-    const auto count = [&]
-    {
-        return ReferencesOn(*static_cast<IDisposable*>(probe.Get()));
-    };
-    std::uint32_t additions = 0;
-    ForEachShortage([&] { return service->AddTouchModified(probe.Get()); },
-                    [&] { return count() == 1 + additions; }, [&] { ++additions; });
-    std::uint32_t touches = 0;
-    ForEachShortage([&] { return service->TouchModified(); },
-                    [&] { return CounterOf(*service) == touches; }, [&] { ++touches; });
-    EXPECT_EQ(static_cast<std::uint32_t>(probe->Touches), touches * additions);
-}
-
-TEST(ConcurrentModifiedService, TouchesAddsAndRemovalsMayMeet)
-{
-    const ObserverMaskScope silence(0); // refused touches are reported
-    const auto service = MakeService();
-    const auto constant = Probe::New();
-    EXPECT_EQ(service->AddTouchModified(constant.Get()), S_OK);
-    std::atomic<std::uint32_t> touches = 0;
-    RunThreads(
-        [&](int)
-        {
-            const auto own = Probe::New();
-            for (int round = 0; round < 500; ++round)
-            {
-                const Result added = service->AddTouchModified(own.Get());
-                EXPECT_TRUE(added == S_OK || added == E_UNEXPECTED);
-                const Result touched = service->TouchModified();
-                EXPECT_TRUE(touched == S_OK || touched == E_UNEXPECTED);
-                touches += touched == S_OK;
-                EXPECT_EQ(service->RemoveTouchModified(own.Get()), S_OK);
-                EXPECT_TRUE(added != S_OK || touched != S_OK || own->Touches > 0);
-            }
-        });
-    EXPECT_EQ(CounterOf(*service), touches);
-    EXPECT_EQ(static_cast<std::uint32_t>(constant->Touches), touches);
-    EXPECT_EQ(service->TouchModified(), S_OK);
-    EXPECT_EQ(ReferencesOn(*static_cast<ITouchModifiedChain*>(constant.Get())), 2u);
-}
-
 // --- Object cache stack --------------------------------------------------------------------------
 
 ObjectPtr<IClsidObjectCacheStack> MakeStack()
@@ -680,22 +454,6 @@ ObjectPtr<IUnknown> Pop(IStack& stack)
     ObjectPtr<IUnknown> item;
     EXPECT_EQ(stack.Pop(IID_IUnknown, item.PutVoid()), S_OK);
     return item;
-}
-
-TEST(ObjectCacheStack, HandsCachedObjectsOutInTheOrderInWhichTheyCameIn)
-{
-    const auto stack = MakeStack(3);
-    EXPECT_EQ(stack->IsEmpty(), S_OK);
-    const ObjectPtr<IUnknown> items[] = {Pop(*stack), Pop(*stack), Pop(*stack)};
-    EXPECT_NE(items[0].Get(), items[1].Get());
-    for (const auto& item : items)
-        EXPECT_EQ(stack->Push(item.Get()), S_OK);
-    EXPECT_EQ(stack->IsEmpty(), S_FALSE);
-    EXPECT_EQ(ReferencesOn(*items[0]), 2u);
-    for (const auto& item : items)
-        EXPECT_EQ(Pop(*stack).Get(), item.Get());
-    EXPECT_EQ(stack->IsEmpty(), S_OK);
-    EXPECT_EQ(ReferencesOn(*items[0]), 1u);
 }
 
 TEST(ObjectCacheStack, MakesNoMoreObjectsThanItMay)
@@ -796,102 +554,6 @@ TEST(ObjectCacheStack, ADisposedStackLetsGoOfEverythingAndRefusesWork)
     const auto fresh = As<IDisposable>(MakeStack()); // never created
     EXPECT_EQ(fresh->Dispose(), S_OK);
     EXPECT_EQ(fresh->IsDisposed(), S_OK);
-}
-
-TEST(ObjectCacheStack, CachedObjectsAreDisposedWhereThatWasAskedFor)
-{
-    for (const std::uint8_t asked : {std::uint8_t{0}, std::uint8_t{1}})
-    {
-        const auto stack = MakeStack(0, CLSID_ModifiedService, IID_IUnknown, asked);
-        const auto probe = Probe::New([] { return E_FAIL; }); // fails, which is no matter
-        const auto service = Pop(*stack);
-        const auto value = Make<IValue>(CLSID_Value); // cannot be disposed
-        for (IUnknown* const item : {static_cast<IUnknown*>(static_cast<IDisposable*>(probe.Get())),
-                                     service.Get(), static_cast<IUnknown*>(value.Get())})
-            EXPECT_EQ(stack->Push(item), S_OK);
-        EXPECT_EQ(stack->Clear(), S_OK);
-        EXPECT_EQ(stack->IsEmpty(), S_OK);
-        EXPECT_EQ(probe->Disposals, asked);
-        EXPECT_EQ(As<IDisposable>(service)->IsDisposed(), asked != 0 ? S_OK : S_FALSE);
-        EXPECT_EQ(stack->Push(static_cast<IDisposable*>(probe.Get())), S_OK);
-        EXPECT_EQ(As<IDisposable>(stack)->Dispose(), S_OK);
-        EXPECT_EQ(probe->Disposals, 2 * asked);
-    }
-}
-
-TEST(ObjectCacheStack, CachedObjectsMayCallBackWhileTheyAreDisposedAndReleased)
-{
-    const auto stack = MakeStack(0, CLSID_Value, IID_IUnknown, 1);
-    ObjectPtr<Probe> probe;
-    probe = Probe::New(
-        [&]
-        {
-            // From another thread, which waits for ever if the lock is held.
-            std::jthread([&] { EXPECT_EQ(stack->IsEmpty(), S_OK); });
-            return stack->Push(static_cast<IDisposable*>(probe.Get()));
-        });
-    auto last = TestItem::New([&] { std::jthread([&] { EXPECT_EQ(stack->IsEmpty(), S_FALSE); }); });
-    EXPECT_EQ(stack->Push(static_cast<IDisposable*>(probe.Get())), S_OK);
-    EXPECT_EQ(stack->Push(last.Get()), S_OK);
-    last.Reset();
-    EXPECT_EQ(stack->Clear(), S_OK);
-    EXPECT_EQ(probe->Disposals, 1);
-    EXPECT_EQ(stack->IsEmpty(), S_FALSE) << "what was pushed meanwhile stays";
-    EXPECT_EQ(Pop(*stack).Get(), static_cast<ITouchModifiedChain*>(probe.Get()));
-
-    const auto undisposed = MakeStack(0);
-    auto item =
-        TestItem::New([&] { std::jthread([&] { EXPECT_EQ(undisposed->IsEmpty(), S_OK); }); });
-    EXPECT_EQ(undisposed->Push(item.Get()), S_OK);
-    item.Reset();
-    EXPECT_EQ(undisposed->Clear(), S_OK);
-}
-
-TEST(ObjectCacheStack, WithoutMemoryItStaysAsItIs)
-{
-    const auto stack = MakeStack(0, CLSID_Value, IID_IUnknown, 1);
-    const auto value = Pop(*stack);
-    const auto push = [&]
-    {
-        return stack->Push(value.Get());
-    };
-    const auto clear = [&]
-    {
-        return stack->Clear();
-    };
-    const auto isEmpty = [&]
-    {
-        return stack->IsEmpty() == S_OK;
-    };
-    ForEachShortage(push, isEmpty, clear);
-    EXPECT_EQ(push(), S_OK);
-    ForEachShortage(
-        clear, [&] { return !isEmpty(); }, push);
-    EXPECT_EQ(clear(), S_OK);
-    ForEachShortage(
-        [&]
-        {
-            ObjectPtr<IUnknown> item;
-            return stack->Pop(IID_IUnknown, item.PutVoid());
-        },
-        isEmpty);
-    auto fresh = MakeStack();
-    ForEachShortage([&] { return fresh->Create(CLSID_Value, IID_IUnknown, 0, 0); },
-                    [&] { return fresh->IsEmpty() == E_ACCESSDENIED; },
-                    [&] { fresh = MakeStack(); });
-}
-
-TEST(ConcurrentObjectCacheStack, AHeldLockKeepsOtherThreadsOut)
-{
-    const auto stack = MakeStack(0);
-    const auto lock = As<IObjectLock>(stack);
-    EXPECT_EQ(lock->Lock(0), S_OK);
-    EXPECT_EQ(stack->Push(Pop(*stack).Get()), S_OK) << "but not its owner";
-    auto popped = std::async(std::launch::async, [&] { return Pop(*stack); });
-    EXPECT_EQ(popped.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
-    const auto own = Pop(*stack);
-    EXPECT_EQ(lock->Unlock(), S_OK);
-    EXPECT_NE(popped.get().Get(), own.Get());
 }
 
 TEST(ConcurrentObjectCacheStack, NoObjectIsInTwoHands)

@@ -1,9 +1,8 @@
-// An object for collections to hold, with what a test wants to see or to happen.
+// An object for collections to hold, with what a test wants to happen when it dies.
 #pragma once
 
 #include "Ossira.h"
 
-#include <atomic>
 #include <functional>
 
 namespace Tavrik::Ossira::tTest
@@ -12,19 +11,13 @@ namespace Tavrik::Ossira::tTest
 class TestItem final : public IUnknown
 {
 public:
-    [[nodiscard]] static ObjectPtr<TestItem> New(std::function<void()> onDestruction = {})
+    [[nodiscard]] static ObjectPtr<TestItem> New(std::function<void()> onDestruction = [] {})
     {
         return ObjectPtr<TestItem>(new TestItem(std::move(onDestruction)));
     }
 
     Result QueryInterface(const IID& iid, void** out) override
     {
-        if (FailingQueries > 0)
-        {
-            --FailingQueries;
-            *out = nullptr;
-            return E_ABORT;
-        }
         const bool known = SameGuid(iid, IID_IUnknown);
         *out = known ? this : nullptr;
         return known ? static_cast<Result>(AddRef(), S_OK) : E_NOINTERFACE;
@@ -43,8 +36,6 @@ public:
         return count;
     }
 
-    int FailingQueries = 0;
-
 private:
     explicit TestItem(std::function<void()> onDestruction)
         : mOnDestruction(std::move(onDestruction))
@@ -53,8 +44,7 @@ private:
 
     ~TestItem()
     {
-        if (mOnDestruction)
-            mOnDestruction();
+        mOnDestruction();
     }
 
     std::atomic<std::uint32_t> mCount = 0;

@@ -81,28 +81,6 @@ TEST(TextFormat, EveryArgumentIsTakenByItsType)
     EXPECT_EQ(std::stoull(address, nullptr, 16), reinterpret_cast<std::uintptr_t>(&here));
 }
 
-TEST(TextFormat, ArgumentsBeyondTheRegistersArriveInOrder)
-{
-    EXPECT_EQ(Format("%d %.0f %s %d %.0f %ls %d %.0f %d %.0f %d %.0f %d %.0f %d %.0f %.0f %.1Lf %d",
-                     1, 2.0, "3", 4, 5.0, L"6", 7, 8.0, 9, 10.0, 11, 12.0, 13, 14.0, 15, 16.0, 17.0,
-                     18.5L, 19),
-              "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18.5 19");
-}
-
-TEST(TextFormat, TheCallersListStaysWhereItWas)
-{
-    const auto twice = [](const char* format, ...)
-    {
-        std::va_list arguments;
-        va_start(arguments, format);
-        std::string text = FormatWithin(100, format, arguments);
-        text += FormatWithin(100, format, arguments);
-        va_end(arguments);
-        return text;
-    };
-    EXPECT_EQ(twice("%d %s %.1f;", 1, "two", 3.5), "1 two 3.5;1 two 3.5;");
-}
-
 TEST(TextFormat, WideTextIsUtf8WhateverTheLocale)
 {
     const Case cases[] = {
@@ -121,15 +99,6 @@ TEST(TextFormat, WideTextIsUtf8WhateverTheLocale)
     };
     for (const auto& [text, expected] : cases)
         EXPECT_EQ(text, expected);
-}
-
-TEST(TextFormat, NullStringsPrintAsSuch)
-{
-    const char* narrow = nullptr;
-    const wchar_t* wide = nullptr;
-    EXPECT_EQ(Format("%s %ls %8s %.3ls %.*s|", narrow, wide, narrow, wide, 0, narrow),
-              "(null) (null)   (null) (nu |");
-    EXPECT_EQ(Format(nullptr), "(null)");
 }
 
 TEST(TextFormat, NothingIsReadBehindThePrecision)
@@ -161,17 +130,6 @@ TEST(TextFormat, LongTextIsCutBetweenCharacters)
     std::va_list none = {};
     EXPECT_EQ(FormatText(&untouched, 0, "text", none), 0u);
     EXPECT_EQ(untouched, '#');
-}
-
-TEST(TextFormat, WhatIsNoConversionIsCopiedWithTheRest)
-{
-    int written = 77;
-    EXPECT_EQ(Format("a%nb%d", &written, 5), "ab5");
-    EXPECT_EQ(written, 77);
-    EXPECT_EQ(Format("%d %y %s", 1), "1 %y %s");
-    EXPECT_EQ(Format("%1$s", 1), "%1$s");
-    EXPECT_EQ(Format("5%"), "5%");
-    EXPECT_EQ(Format("%-08.3l"), "%-08.3l");
 }
 
 TEST(WideText, EveryCharacterSurvivesBothWays)
@@ -216,40 +174,6 @@ TEST(WideText, InvalidBytesAreEscapedOneByOne)
         }
     }
     EXPECT_EQ(FromUtf8(std::string_view("\u20ac", 2)), L"\xDCE2\xDC82");
-}
-
-TEST(WideText, NoTwoByteStringsShareAWideString)
-{
-    constexpr std::string_view bytes = "a\x7F\x80\x9F\xA0\xBF\xC1\xC2\xE0\xE1\xED\xF0\xF4\xFF";
-    std::unordered_set<std::wstring> seen;
-    for (std::size_t number = 0; number < 14 * 14 * 14 * 14; ++number)
-    {
-        std::string text;
-        for (std::size_t rest = number; text.size() < 4; rest /= bytes.size())
-            text.push_back(bytes[rest % bytes.size()]);
-        const std::wstring wide = FromUtf8(text);
-        ASSERT_TRUE(seen.insert(wide).second) << testing::PrintToString(text);
-        if (FileNamesAreBytes)
-        {
-            ASSERT_EQ(ToUtf8(wide), text);
-        }
-    }
-}
-
-TEST(WideText, LoneSurrogatesAreNeverLost)
-{
-    const std::pair<std::wstring, std::string> cases[] = {
-        {L"\xD800", "\xED\xA0\x80"},
-        {L"\xDBFF\xDBFF", "\xED\xAF\xBF\xED\xAF\xBF"},
-        {L"\xDE00\xD83D", "\xED\xB8\x80\xED\xA0\xBD"},
-        {L"\xD83D\xDE00", "\xF0\x9F\x98\x80"},
-        // No byte of a path's syntax comes from an escape.
-        {L"\xDC2F\xDC41", "\xED\xB0\xAF\xED\xB1\x81"},
-        {L"\xDC80", FileNamesAreBytes ? "\x80" : "\xED\xB2\x80"},
-        {L"\xDC5C", FileNamesAreBytes ? "\\" : "\xED\xB1\x9C"},
-    };
-    for (const auto& [wide, utf8] : cases)
-        EXPECT_EQ(ToUtf8(wide), utf8);
 }
 
 } // namespace

@@ -163,38 +163,6 @@ TEST(Value, ComparesByTypeThenSizeThenBytes)
     }
 }
 
-TEST(Value, RefusesToCompareWithWhatHoldsNoDatum)
-{
-    const auto value = NewValue(DATATYPE_SINT32, Pattern(4));
-    const auto comparable = As<IComparable>(*value);
-    const auto empty = Make<IComparable>(CLSID_Value);
-    const auto item = TestItem::New();
-    std::int32_t result = 1000;
-    AnswerCheck check;
-    check(comparable->Compare(nullptr, &result), E_POINTER, "pv");
-    check(comparable->Compare(item.Get(), nullptr), E_POINTER, "result");
-    check(comparable->Compare(item.Get(), &result), E_NOINTERFACE,
-          "pv->QueryInterface(IID_IValue, (void**)&BValue)");
-    check(empty->Compare(Make<IValue>(CLSID_Value).Get(), &result), E_FAIL,
-          "BValue->GetValue(BType, NULL, 0)");
-    EXPECT_EQ(result, 1000);
-}
-
-TEST(Value, ClonesWithoutItsNameAndLeavesNothingBehindForAnUnknownInterface)
-{
-    const auto value = NewValue(DATATYPE_SINT32, Pattern(4));
-    const auto cloneable = As<ICloneable>(*value);
-    ObjectPtr<IObjectName> clone;
-    AnswerCheck check;
-    check(As<IObjectName>(*value)->SetObjectName("original"), S_OK);
-    const std::uint32_t before = GetObjectOpenCount();
-    check(cloneable->Clone(IID_IList, clone.PutVoid()), E_NOINTERFACE);
-    check(cloneable->Clone(IID_IList, nullptr), E_POINTER, "ppv");
-    EXPECT_EQ(GetObjectOpenCount(), before);
-    check(cloneable->Clone(IID_IObjectName, clone.PutVoid()), S_OK);
-    EXPECT_EQ(clone->GetObjectName(nullptr, 0), 0);
-}
-
 TEST(Value, IsNeverSeenHalfWrittenByConcurrentReaders)
 {
     const auto value = NewValue(DATATYPE_GUID, std::vector<unsigned char>(16, 0));
@@ -267,38 +235,6 @@ TEST(Bullets, WideTextIsStoredAsUtf16AndComesBack)
         const std::wstring none = {static_cast<wchar_t>(0x110000)};
         EXPECT_EQ(SetValueUniString(at.Value.Get(), none), E_INVALIDARG);
     }
-}
-
-TEST(Bullets, WhatCannotBeReadLeavesTheTargetAlone)
-{
-    const Places at;
-    std::wstring text = L"former";
-    std::string narrow = "former";
-    std::int32_t number = -5;
-    EXPECT_EQ(GetValueUniString(at.Value.Get(), &text), E_FAIL);
-    EXPECT_EQ(GetValueUniString(at.Set.Get(), at.Key, &text), E_NOT_FOUND);
-    EXPECT_EQ(at.Value->SetValue(DATATYPE_UniString, "odd", 3), S_OK);
-    EXPECT_EQ(GetValueUniString(at.Value.Get(), &text), E_INVALIDARG);
-    EXPECT_EQ(GetValueCharString(at.Value.Get(), &narrow), E_INVALIDARG);
-    EXPECT_EQ(GetValueSINT32(at.Value.Get(), &number), E_INVALIDARG);
-    EXPECT_EQ(text, L"former");
-    EXPECT_EQ(narrow, "former");
-    EXPECT_EQ(number, -5);
-
-    IValue* const noValue = nullptr;
-    IValueSet* const noSet = nullptr;
-    const Result pointers[] = {
-        CreateValue(nullptr),
-        SetValueUniString(noValue, L"x"),
-        SetValueUniString(at.Value.Get(), static_cast<const wchar_t*>(nullptr)),
-        SetValueCharString(noSet, at.Key, "x"),
-        SetValueCharString(at.Set.Get(), at.Key, static_cast<const char*>(nullptr)),
-        GetValueUniString(at.Value.Get(), nullptr),
-        GetValueCharString(noSet, at.Key, &narrow),
-        GetValueSINT32(at.Value.Get(), nullptr),
-    };
-    for (const Result code : pointers)
-        EXPECT_EQ(code, E_POINTER);
 }
 
 TEST(Bullets, NumbersGuidsAndNarrowTextComeBack)

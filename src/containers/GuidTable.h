@@ -1,6 +1,9 @@
-// A map from GUID to a movable value, made for reading: the entries lie densely in one array, an
-// index of 32-bit slots finds them by hash, and the order of the keys is worked out only when
-// somebody walks. It has no lock of its own; its owner guards every call.
+// A map from GUID to a movable value, made for reading. Up to eight entries lie densely and are
+// compared one by one; more of them lie scattered by hash over an array of slots, beside which one
+// byte a slot tells whether it is taken, and by a key of which hash, roughly. A search runs over
+// these bytes, dozens of which share a cache line, and touches one slot as a rule: what reading
+// from a large table costs is the memory that has to be fetched. The order of the keys is worked
+// out only when somebody walks. The table has no lock of its own; its owner guards every call.
 //
 // Order is that of the 16 stored bytes. A walk goes from key to key, never from entry to entry:
 // whoever walks holds a copy of a key and asks for the least greater one, so removals, of the
@@ -32,6 +35,7 @@ struct CGuidPosition
 template <class Value>
 class CGuidTable
 {
+    static_assert(std::is_nothrow_default_constructible_v<Value>);
     static_assert(std::is_nothrow_move_constructible_v<Value>);
     static_assert(std::is_nothrow_move_assignable_v<Value>);
 
@@ -42,63 +46,62 @@ public:
 
     [[nodiscard]] std::size_t Size() const noexcept
     {
-        return mEntries.size();
+        return mSize;
     }
 
     // The value of a key, or null. Good until the next insertion or removal.
     [[nodiscard]] Value* Find(const GUID& key) noexcept
     {
-        const std::size_t entry = FindEntry(key);
-        return entry != NoEntry ? &mEntries[entry].Content : nullptr;
+        const std::size_t at = FindEntry(key);
+        return at != NoEntry ? &mEntries[at].Content : nullptr;
     }
 
     [[nodiscard]] const Value* Find(const GUID& key) const noexcept
     {
-        const std::size_t entry = FindEntry(key);
-        return entry != NoEntry ? &mEntries[entry].Content : nullptr;
+        const std::size_t at = FindEntry(key);
+        return at != NoEntry ? &mEntries[at].Content : nullptr;
     }
 
     // Enters a key that is not there. Throws `std::bad_alloc`, also when the count would no longer
     // fit into 32 bits; table and value are then as they were.
     Value& Insert(const GUID& key, Value&& value)
     {
-        if (mEntries.size() >= MaximumSize)
+        if (mSize >= MaximumSize)
             throw std::bad_alloc();
-        if ((mEntries.size() + 1) * 2 > mIndex.size() && mEntries.size() >= ScannedSize)
-            GrowIndex();
-        mEntries.emplace_back(key, std::move(value));
-        if (!mIndex.empty())
-            EnterIndex(mIndex, mEntries.size() - 1);
+        Entry& entry = MakeRoom(key);
+        entry.Key = key;
+        entry.Content = std::move(value);
+        ++mSize;
         mOrderIsCurrent = false;
-        return mEntries.back().Content;
+        return entry.Content;
     }
 
     // Removes a key and hands its value out, so that it can die where no lock is held.
     [[nodiscard]] std::optional<Value> Take(const GUID& key) noexcept
     {
-        const std::size_t entry = FindEntry(key);
-        if (entry == NoEntry)
+        const std::size_t at = FindEntry(key);
+        if (at == NoEntry)
             return std::nullopt;
-
-        const std::size_t last = mEntries.size() - 1;
-        if (!mIndex.empty())
+        std::optional<Value> value(std::move(mEntries[at].Content));
+        if (mMarks.empty())
         {
-            LeaveIndex(FindSlotOf(entry));
-            if (entry != last)
-                Renumber(mIndex[FindSlotOf(last)], entry);
+            mEntries[at] = std::move(mEntries.back());
+            mEntries.pop_back();
         }
-        std::optional<Value> value(std::move(mEntries[entry].Content));
-        if (entry != last)
-            mEntries[entry] = std::move(mEntries[last]);
-        mEntries.pop_back();
+        else
+        {
+            CloseHole(at);
+        }
+        --mSize;
         ++mRemovedFromOrder;
         return value;
     }
 
     void Swap(CGuidTable& other) noexcept
     {
+        std::swap(mSize, other.mSize);
         mEntries.swap(other.mEntries);
-        mIndex.swap(other.mIndex);
+        mMarks.swap(other.mMarks);
         mOrder.swap(other.mOrder);
         std::swap(mOrderIsCurrent, other.mOrderIsCurrent);
         std::swap(mRemovedFromOrder, other.mRemovedFromOrder);
@@ -137,12 +140,8 @@ public:
 private:
     struct Entry
     {
-        Entry(const GUID& key, Value&& content) noexcept : Key(key), Content(std::move(content))
-        {
-        }
-
-        GUID Key;
-        Value Content;
+        GUID Key = GUID_Null;
+        Value Content = {};
     };
 
     // A GUID as two big-endian numbers, which compare as its bytes do.
@@ -171,8 +170,8 @@ private:
 
     static constexpr std::size_t NoEntry = std::numeric_limits<std::size_t>::max();
     static constexpr std::size_t MaximumSize = std::numeric_limits<std::int32_t>::max();
-    static constexpr std::size_t ScannedSize = 8; // so many keys are compared one by one
-    static constexpr std::size_t FirstIndexSize = 32;
+    static constexpr std::size_t ScannedSize = 8; // so many entries are compared one by one
+    static constexpr std::size_t FirstSlotCount = 32;
 
     [[nodiscard]] static std::uint64_t BytesReversed(std::uint64_t x) noexcept
     {
@@ -192,98 +191,101 @@ private:
         return hash ^ (hash >> 32);
     }
 
-    // A slot is 0, or in its low bits an entry's number plus 1 and above them a tag of the hash
-    // that is not used to find the slot. The tag keeps a search from touching entries in vain. At
-    // most half of the slots are taken, so the number fits into the bits of the slot mask.
     [[nodiscard]] std::size_t FindEntry(const GUID& key) const noexcept
     {
-        if (mIndex.empty())
+        if (mMarks.empty())
         {
-            for (std::size_t entry = 0; entry < mEntries.size(); ++entry)
+            for (std::size_t at = 0; at < mEntries.size(); ++at)
             {
-                if (SameGuid(mEntries[entry].Key, key))
-                    return entry;
+                if (SameGuid(mEntries[at].Key, key))
+                    return at;
             }
             return NoEntry;
         }
-        const std::size_t mask = mIndex.size() - 1;
+        const std::size_t mask = mMarks.size() - 1;
         const std::uint64_t hash = Hash(key);
-        const std::uint32_t tag = Tag(hash, mask);
-        for (std::size_t at = hash & mask; mIndex[at] != 0; at = (at + 1) & mask)
+        const std::uint8_t mark = Mark(hash);
+        for (std::size_t at = hash & mask; mMarks[at] != 0; at = (at + 1) & mask)
         {
-            const std::uint32_t slot = mIndex[at];
-            if ((slot & ~mask) != tag)
-                continue;
-            const std::size_t entry = (slot & mask) - 1;
-            if (SameGuid(mEntries[entry].Key, key)) [[likely]]
-                return entry;
+            if (mMarks[at] == mark && SameGuid(mEntries[at].Key, key)) [[likely]]
+                return at;
         }
         return NoEntry;
     }
 
-    [[nodiscard]] static std::uint32_t Tag(std::uint64_t hash, std::size_t mask) noexcept
+    // Never 0, which marks a free slot. Of the hash it takes bits that do not choose the slot.
+    [[nodiscard]] static std::uint8_t Mark(std::uint64_t hash) noexcept
     {
-        return static_cast<std::uint32_t>((hash >> 32) & ~mask);
+        return static_cast<std::uint8_t>(0x80 | (hash >> 57));
     }
 
-    [[nodiscard]] std::size_t FindSlotOf(std::size_t entry) const noexcept
+    // An empty entry at the key's place.
+    [[nodiscard]] Entry& MakeRoom(const GUID& key)
     {
-        const std::size_t mask = mIndex.size() - 1;
-        std::size_t at = Hash(mEntries[entry].Key) & mask;
-        while ((mIndex[at] & mask) != entry + 1)
+        if (mMarks.empty() && mSize < ScannedSize)
+            return mEntries.emplace_back();
+        if ((mSize + 1) * 3 > mMarks.size() * 2) // free slots are what ends a search
+            Scatter(std::max(FirstSlotCount, mMarks.size() * 2));
+        return mEntries[TakeSlot(mMarks, key)];
+    }
+
+    [[nodiscard]] static std::size_t TakeSlot(std::vector<std::uint8_t>& marks,
+                                              const GUID& key) noexcept
+    {
+        const std::size_t mask = marks.size() - 1;
+        const std::uint64_t hash = Hash(key);
+        std::size_t at = hash & mask;
+        while (marks[at] != 0)
             at = (at + 1) & mask;
+        marks[at] = Mark(hash);
         return at;
     }
 
-    void Renumber(std::uint32_t& slot, std::size_t entry) const noexcept
+    void Scatter(std::size_t slotCount)
     {
-        const std::size_t mask = mIndex.size() - 1;
-        slot = static_cast<std::uint32_t>((slot & ~mask) | (entry + 1));
+        std::vector<std::uint8_t> marks(slotCount);
+        std::vector<Entry> entries(slotCount);
+        ForEachEntry([&](Entry& entry) { entries[TakeSlot(marks, entry.Key)] = std::move(entry); });
+        mMarks.swap(marks);
+        mEntries.swap(entries);
     }
 
-    void EnterIndex(std::vector<std::uint32_t>& index, std::size_t entry) const noexcept
+    // Frees a slot whose content is gone, and moves those behind it up that would no longer be
+    // found: so removals leave nothing behind that later searches would have to step over.
+    void CloseHole(std::size_t hole) noexcept
     {
-        const std::size_t mask = index.size() - 1;
-        const std::uint64_t hash = Hash(mEntries[entry].Key);
-        std::size_t at = hash & mask;
-        while (index[at] != 0)
-            at = (at + 1) & mask;
-        index[at] = static_cast<std::uint32_t>(Tag(hash, mask) | (entry + 1));
-    }
-
-    // Empties a slot and moves those behind it up that would no longer be found: so removals leave
-    // nothing behind that later searches would have to step over.
-    void LeaveIndex(std::size_t hole) noexcept
-    {
-        const std::size_t mask = mIndex.size() - 1;
-        for (std::size_t at = (hole + 1) & mask; mIndex[at] != 0; at = (at + 1) & mask)
+        const std::size_t mask = mMarks.size() - 1;
+        for (std::size_t at = (hole + 1) & mask; mMarks[at] != 0; at = (at + 1) & mask)
         {
-            const std::size_t home = Hash(mEntries[(mIndex[at] & mask) - 1].Key) & mask;
+            const std::size_t home = Hash(mEntries[at].Key) & mask;
             if (((at - home) & mask) < ((at - hole) & mask))
                 continue;
-            mIndex[hole] = mIndex[at];
+            mMarks[hole] = mMarks[at];
+            mEntries[hole] = std::move(mEntries[at]);
             hole = at;
         }
-        mIndex[hole] = 0;
+        mMarks[hole] = 0;
+        mEntries[hole] = {};
     }
 
-    void GrowIndex()
+    template <class Visit>
+    void ForEachEntry(Visit visit)
     {
-        std::vector<std::uint32_t> index(std::max(FirstIndexSize, mIndex.size() * 2));
-        for (std::size_t entry = 0; entry < mEntries.size(); ++entry)
-            EnterIndex(index, entry);
-        mIndex.swap(index);
+        for (std::size_t at = 0; at < mEntries.size(); ++at)
+        {
+            if (mMarks.empty() || mMarks[at] != 0)
+                visit(mEntries[at]);
+        }
     }
 
     // The order is a sorted copy of the keys. Removed keys stay in it until they are many.
     void BringOrderUpToDate()
     {
-        if (mOrderIsCurrent && mRemovedFromOrder <= mEntries.size())
+        if (mOrderIsCurrent && mRemovedFromOrder <= mSize)
             return;
         std::vector<Ordered> order;
-        order.reserve(mEntries.size());
-        for (const Entry& entry : mEntries)
-            order.emplace_back(entry.Key);
+        order.reserve(mSize);
+        ForEachEntry([&order](const Entry& entry) { order.emplace_back(entry.Key); });
         std::sort(order.begin(), order.end());
         mOrder.swap(order);
         mOrderIsCurrent = true;
@@ -304,8 +306,9 @@ private:
         return false;
     }
 
-    std::vector<Entry> mEntries;
-    std::vector<std::uint32_t> mIndex; // empty, or a power of two of slots
+    std::size_t mSize = 0;
+    std::vector<Entry> mEntries; // dense while there are no marks, else a power of two of slots
+    std::vector<std::uint8_t> mMarks; // one a slot
     std::vector<Ordered> mOrder;
     bool mOrderIsCurrent = false; // no insertion since it was sorted
     std::size_t mRemovedFromOrder = 0;

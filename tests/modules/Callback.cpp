@@ -1,49 +1,36 @@
 // Calls back into the services from every place where a module's code runs.
-#include "OssiraClasses.h"
-#include "OssiraFrame.h"
-#include "OssiraServices.h"
-#include "OssiraValue.h"
+#include "Ossira.h"
 #include "TestModules.h"
 
-namespace Tavrik::Ossira::tTest
-{
+using namespace Tavrik::Ossira;
+using namespace Tavrik::Ossira::tTest;
 
 namespace
 {
 
-// A dying object is counted no longer, so its module must not be flushed while it dies.
-enum class Flushing
-{
-    Allowed,
-    Forbidden
-};
-
-// Enters and takes out a class, looks at others and creates an object.
-Result UseServices(Flushing flushing = Flushing::Allowed)
+// Enters and takes out a class, looks at others and creates an object. A dying object is counted no
+// longer, so its module must not be flushed while it dies.
+Result UseServices(bool mayFlush = true)
 try
 {
     ObjectPtr<ISingleton> singletons;
-    OSSIRA_CHECK_RESULT(CreateObject(CLSID_GlobalSingleton, singletons), "singletons");
     ObjectPtr<IObjectFactory> factory;
+    ObjectPtr<IClsidRegistry> registry;
+    ObjectPtr<IValue> value;
+    OSSIRA_CHECK_RESULT(CreateObject(CLSID_GlobalSingleton, singletons), "singletons");
     OSSIRA_CHECK_RESULT(singletons->GetClassObject(CLSID_GlobalObjectFactory, IID_IObjectFactory,
                                                    factory.PutVoid()),
                         "factory");
-    ObjectPtr<IClsidRegistry> registry;
-    OSSIRA_CHECK_RESULT(singletons->GetClassObject(CLSID_ClsidRegistry, IID_IClsidRegistry,
-                                                   registry.PutVoid()),
-                        "registry");
-
-    OSSIRA_CHECK_RESULT(factory->RegisterClass(CLSID_Value, nullptr, "Value"), "RegisterClass");
-    ObjectPtr<IValue> value;
-    OSSIRA_CHECK_RESULT(factory->GetClassObject(CLSID_Value, IID_IValue, value.PutVoid()),
-                        "GetClassObject");
-    ObjectPtr<IList> modules;
-    OSSIRA_CHECK_RESULT(factory->GetModules(IID_IList, modules.PutVoid()), "GetModules");
-    if (flushing == Flushing::Allowed)
-        OSSIRA_CHECK_RESULT(factory->FlushModules(), "FlushModules");
-    OSSIRA_CHECK_RESULT(factory->UnregisterClass(CLSID_Value), "UnregisterClass");
-    OSSIRA_CHECK_RESULT(registry->RegisterClass(IID_ICallback, CLSID_Callback), "RegisterClass");
-    OSSIRA_CHECK_RESULT(registry->UnregisterClass(IID_ICallback, CLSID_Callback), "Unregister");
+    OSSIRA_CHECK_RESULT(
+        singletons->GetClassObject(CLSID_ClsidRegistry, IID_IClsidRegistry, registry.PutVoid()),
+        "registry");
+    for (const Result result :
+         {factory->RegisterClass(CLSID_Value, nullptr, "Value"),
+          factory->GetClassObject(CLSID_Value, IID_IValue, value.PutVoid()),
+          mayFlush ? factory->FlushModules() : S_OK, factory->UnregisterClass(CLSID_Value),
+          registry->RegisterClass(IID_ICallback, CLSID_Callback),
+          registry->UnregisterClass(IID_ICallback, CLSID_Callback)})
+        OSSIRA_CHECK_RESULT(result, "a service");
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
@@ -76,13 +63,12 @@ public:
 
     ~T_Callback() override
     {
-        gState.Results->Destruction = UseServices(Flushing::Forbidden);
+        gState.Results->Destruction = UseServices(false);
     }
 
     Result ReportTo(CallbackResults* results) override
     {
-        *results = *gState.Results;
-        gState.Results = results;
+        *results = *std::exchange(gState.Results, results);
         return S_OK;
     }
 
@@ -101,5 +87,3 @@ OSSIRA_CLASS(T_Callback, "Callback")
 OSSIRA_BOOTSTRAP(CLSID_Callback, BootstrapRegistryStartup_Level1, GUID_Null, "Callback")
 
 } // namespace
-
-} // namespace Tavrik::Ossira::tTest

@@ -1,15 +1,11 @@
 // A well-behaved module: one class with an interface of its own, and static state that tells when
-// the module was initialised and when it was torn down.
-#include "OssiraFrame.h"
-#include "OssiraClasses.h"
-#include "OssiraValue.h"
+// the module was initialised and when it was torn down. The state is a symbol that is to exist once
+// in the process: built without our function, some platforms never unmap such a library.
+#include "Ossira.h"
 #include "TestModules.h"
 
-namespace Tavrik::Ossira
-{
-
-namespace
-{
+using namespace Tavrik::Ossira;
+using namespace Tavrik::Ossira::tTest;
 
 struct ModuleState
 {
@@ -18,18 +14,23 @@ struct ModuleState
 
     ~ModuleState()
     {
-        if (std::int32_t* const witness = Witness; witness != nullptr)
-            ++*witness;
+        if (Witness != nullptr)
+            ++*Witness;
     }
 };
 
-ModuleState gState;
+#pragma GCC visibility push(default)
+inline ModuleState gState;
+#pragma GCC visibility pop
 
-class T_Counter : public tTest::ICounter, public CObjectName, public COssiraUnknown
+namespace
+{
+
+class T_Counter : public ICounter, public CObjectName, public COssiraUnknown
 {
 public:
-    static constexpr CLSID ClassId = tTest::CLSID_Counter;
-    OSSIRA_INTERFACES(tTest::ICounter, IObjectName)
+    static constexpr CLSID ClassId = CLSID_Counter;
+    OSSIRA_INTERFACES(ICounter, IObjectName)
 
     Result Count() override
     {
@@ -44,11 +45,9 @@ public:
     Result MakeValue(const IID& iid, void** ppv) override
     try
     {
-        OSSIRA_CHECK_POINTER(ppv);
         ObjectPtr<IValue> value;
-        OSSIRA_CHECK_CALL(CreateObject(CLSID_Value, value), "CreateObject(CLSID_Value)");
-        const std::int32_t count = mCount;
-        OSSIRA_CHECK_CALL(value->SetValue(DATATYPE_SINT32, &count, sizeof count), "SetValue");
+        OSSIRA_CHECK_CALL(CreateValue(value.Put()), "CreateValue");
+        OSSIRA_CHECK_CALL(SetValueSINT32(value.Get(), mCount), "SetValueSINT32");
         return value->QueryInterface(iid, ppv);
     }
     OSSIRA_CATCH_RETURN
@@ -66,5 +65,3 @@ private:
 OSSIRA_CLASS(T_Counter, "Counter")
 
 } // namespace
-
-} // namespace Tavrik::Ossira

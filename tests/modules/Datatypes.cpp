@@ -1,12 +1,10 @@
 // Providers of datatypes that misbehave, or do what is hard to bear, while they are created.
-#include "OssiraClasses.h"
+#include "Ossira.h"
 #include "OssiraDatatypeBuilder.h"
-#include "OssiraServices.h"
-#include "OssiraValue.h"
 #include "TestModules.h"
 
-namespace Tavrik::Ossira
-{
+using namespace Tavrik::Ossira;
+using namespace Tavrik::Ossira::tTest;
 
 namespace
 {
@@ -24,8 +22,7 @@ struct Traits
 };
 
 // Asks the service that is just installing it.
-class T_Asking
-    : public Building::CTypeProvider<Traits<tTest::CLSID_AskingDatatypes, tTest::DATATYPE_Asking>>
+class T_Asking : public Building::CTypeProvider<Traits<CLSID_AskingDatatypes, DATATYPE_Asking>>
 {
 public:
     T_Asking()
@@ -40,8 +37,7 @@ public:
     }
 };
 
-class T_Unbuildable
-    : public Building::CTypeProvider<Traits<tTest::CLSID_UnbuildableDatatypes, GUID_Null>>
+class T_Unbuildable : public Building::CTypeProvider<Traits<CLSID_UnbuildableDatatypes, GUID_Null>>
 {
 public:
     T_Unbuildable()
@@ -50,12 +46,10 @@ public:
     }
 };
 
-using T_Late = Building::CTypeProvider<Traits<tTest::CLSID_LateDatatypes, tTest::DATATYPE_Late>>;
+using T_Late = Building::CTypeProvider<Traits<CLSID_LateDatatypes, DATATYPE_Late>>;
 
 OSSIRA_CLASS(T_Asking, "AskingDatatypes")
 OSSIRA_CLASS(T_Unbuildable, "UnbuildableDatatypes")
 OSSIRA_CLASS(T_Late, "LateDatatypes")
 
 } // namespace
-
-} // namespace Tavrik::Ossira

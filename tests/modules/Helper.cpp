@@ -2,9 +2,7 @@
 // beside the module that needs it, the wrong one where a careless search would find it first.
 #include "OssiraBase.h"
 
-OSSIRA_EXPORT std::int32_t OssiraTestHelperAnswer();
-
-std::int32_t OssiraTestHelperAnswer()
+OSSIRA_EXPORT std::int32_t OssiraTestHelperAnswer()
 {
     return OSSIRA_HELPER_ANSWER;
 }

@@ -1,10 +1,14 @@
-// Replaces the allocation operators of the program. The state is the thread's own and needs no
-// construction, because memory is asked for before and after everything else lives.
+// Replaces the allocation operators of the program; those for arrays call these. The state is the
+// thread's own and needs no construction, because memory is asked for before and after everything
+// else lives.
 #include "FailingMemory.h"
 
 #include <atomic>
 #include <cstdlib>
 #include <new>
+
+namespace Tavrik::Ossira::tTest
+{
 
 namespace
 {
@@ -12,37 +16,17 @@ namespace
 constinit thread_local bool gIsArmed = false;
 constinit thread_local bool gHasFailed = false;
 constinit thread_local std::int64_t gLeft = 0; // allocations that still succeed
-constinit thread_local Tavrik::Ossira::tTest::Shortage gShortage = {};
+constinit thread_local Shortage gShortage = {};
 constinit std::atomic<std::int64_t> gLive = 0;
 
 bool IsToFail()
 {
-    using Tavrik::Ossira::tTest::Shortage;
-    if (!gIsArmed || gLeft-- > 0)
+    if (!gIsArmed || gLeft-- > 0 || (gHasFailed && gShortage == Shortage::Once))
         return false;
-    if (gHasFailed && gShortage == Shortage::Once)
-        return false;
-    gHasFailed = true;
-    return true;
-}
-
-void* Allocate(std::size_t size) noexcept
-{
-    void* const memory = IsToFail() ? nullptr : std::malloc(size == 0 ? 1 : size);
-    gLive += memory != nullptr ? 1 : 0;
-    return memory;
-}
-
-void Free(void* memory) noexcept
-{
-    gLive -= memory != nullptr ? 1 : 0;
-    std::free(memory);
+    return gHasFailed = true;
 }
 
 } // namespace
-
-namespace Tavrik::Ossira::tTest
-{
 
 FailingMemory::FailingMemory(std::int64_t which, Shortage shortage)
 {
@@ -70,45 +54,28 @@ std::int64_t LiveAllocations()
 
 } // namespace Tavrik::Ossira::tTest
 
-void* operator new(std::size_t size)
-{
-    void* const memory = Allocate(size);
-    if (memory == nullptr)
-        throw std::bad_alloc();
-    return memory;
-}
+using namespace Tavrik::Ossira::tTest;
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept
 {
-    return Allocate(size);
+    void* const memory = IsToFail() ? nullptr : std::malloc(size == 0 ? 1 : size);
+    gLive += memory != nullptr ? 1 : 0;
+    return memory;
 }
 
-void* operator new[](std::size_t size)
+void* operator new(std::size_t size)
 {
-    return operator new(size);
-}
-
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
-{
-    return Allocate(size);
+    void* const memory = operator new(size, std::nothrow);
+    return memory != nullptr ? memory : throw std::bad_alloc();
 }
 
 void operator delete(void* memory) noexcept
 {
-    Free(memory);
+    gLive -= memory != nullptr ? 1 : 0;
+    std::free(memory);
 }
 
 void operator delete(void* memory, std::size_t) noexcept
 {
-    Free(memory);
-}
-
-void operator delete[](void* memory) noexcept
-{
-    Free(memory);
-}
-
-void operator delete[](void* memory, std::size_t) noexcept
-{
-    Free(memory);
+    operator delete(memory);
 }

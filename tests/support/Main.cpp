@@ -1,10 +1,12 @@
-// Runs the tests and sees to it that each one leaves nothing behind.
-#include "Main.h"
-
+// The entry of every test program. It sees to it that each test leaves nothing behind: after each
+// one every singleton is released, and the test fails unless the live objects, the live exceptions
+// and the mask of the observer are what they were before it.
 #include "OssiraDiagnostics.h"
 #include "TestTools.h"
 
-#include <charconv>
+#ifdef OSSIRA_STATIC_RUNTIME
+#include "Platform.h"
+#endif
 
 namespace Tavrik::Ossira::tTest
 {
@@ -14,21 +16,13 @@ namespace
 
 std::vector<std::string> gCommandLine;
 
-struct Balance
+std::vector<std::int64_t> Balance()
 {
-    std::uint32_t Objects = GetObjectOpenCount();
-    std::int32_t Exceptions = GetExceptionOpenCount();
-    bool HasObserver = false;
-    std::uint32_t Mask = 0;
-
-    Balance()
-    {
-        ObjectPtr<IObserverPrint> observer;
-        GetGlobalObserver(observer.Put());
-        HasObserver = static_cast<bool>(observer);
-        Mask = observer ? observer->GetLevelMask() : 0;
-    }
-};
+    ObjectPtr<IObserverPrint> observer;
+    GetGlobalObserver(observer.Put());
+    return {GetObjectOpenCount(), GetExceptionOpenCount(),
+            observer ? std::int64_t{observer->GetLevelMask()} : -1};
+}
 
 class BalanceListener final : public testing::EmptyTestEventListener
 {
@@ -42,14 +36,10 @@ class BalanceListener final : public testing::EmptyTestEventListener
     void OnTestEnd(const testing::TestInfo&) override
     {
         EXPECT_EQ(SingletonRegistry()->ClearObjects(), S_OK);
-        const Balance after;
-        EXPECT_EQ(after.Objects, mBefore.Objects) << "objects are left over";
-        EXPECT_EQ(after.Exceptions, mBefore.Exceptions) << "exceptions are left over";
-        EXPECT_EQ(after.HasObserver, mBefore.HasObserver) << "the observer is gone";
-        EXPECT_EQ(after.Mask, mBefore.Mask) << "the observer prints other levels";
+        EXPECT_EQ(Balance(), mBefore) << "left over: objects, exceptions, another observer's mask";
     }
 
-    Balance mBefore;
+    std::vector<std::int64_t> mBefore;
 };
 
 } // namespace
@@ -58,21 +48,26 @@ int CommandLineNumber(std::string_view name, int otherwise)
 {
     const std::string option = "--" + std::string(name) + "=";
     for (const std::string& argument : gCommandLine)
-    {
-        if (!argument.starts_with(option))
-            continue;
-        std::from_chars(argument.data() + option.size(), argument.data() + argument.size(),
-                        otherwise);
-    }
+        otherwise =
+            argument.starts_with(option) ? std::stoi(argument.substr(option.size())) : otherwise;
     return otherwise;
 }
 
-int RunTests(int argumentCount, char** arguments)
-{
-    testing::InitGoogleTest(&argumentCount, arguments);
-    gCommandLine.assign(arguments + 1, arguments + argumentCount);
-    testing::UnitTest::GetInstance()->listeners().Append(new BalanceListener);
-    return RUN_ALL_TESTS();
-}
-
 } // namespace Tavrik::Ossira::tTest
+
+int main(int argumentCount, char** arguments)
+{
+    using namespace Tavrik::Ossira;
+    testing::InitGoogleTest(&argumentCount, arguments);
+    tTest::gCommandLine.assign(arguments + 1, arguments + argumentCount);
+    testing::UnitTest::GetInstance()->listeners().Append(new tTest::BalanceListener);
+#ifdef OSSIRA_STATIC_RUNTIME // the program is the library, so it attaches and detaches it
+    if (!AttachLibrary(nullptr))
+        return 1;
+    const int result = RUN_ALL_TESTS();
+    DetachLibrary(false);
+    return result;
+#else
+    return RUN_ALL_TESTS();
+#endif
+}

@@ -2,22 +2,18 @@
 // nobody calls these. Reports go to standard output, because the tests capture standard error.
 #include "OssiraBase.h"
 
-OSSIRA_EXPORT const char* __asan_default_options();
-OSSIRA_EXPORT const char* __ubsan_default_options();
-OSSIRA_EXPORT const char* __tsan_default_options();
-
 // A request for too much memory is part of a test, and no fault.
-const char* __asan_default_options()
+OSSIRA_EXPORT const char* __asan_default_options()
 {
     return "log_path=stdout:detect_leaks=1:allocator_may_return_null=1:strict_string_checks=1";
 }
 
-const char* __ubsan_default_options()
+OSSIRA_EXPORT const char* __ubsan_default_options()
 {
     return "log_path=stdout:halt_on_error=1:print_stacktrace=1";
 }
 
-const char* __tsan_default_options()
+OSSIRA_EXPORT const char* __tsan_default_options()
 {
     return "log_path=stdout:halt_on_error=1:second_deadlock_stack=1";
 }

@@ -2,12 +2,11 @@
 // the tests themselves know no platform.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace Tavrik::Ossira::tTest
 {
@@ -20,15 +19,13 @@ class CDebugOutputTap
 public:
     CDebugOutputTap();
     ~CDebugOutputTap();
-    CDebugOutputTap(const CDebugOutputTap&) = delete;
-    CDebugOutputTap& operator=(const CDebugOutputTap&) = delete;
 
     // Everything written so far.
     [[nodiscard]] std::string Text() const;
 
 private:
     struct State;
-    std::unique_ptr<State> mState;
+    const std::unique_ptr<State> mState;
 };
 
 // The file of the running program.
@@ -49,20 +46,10 @@ struct MemoryInUse
 };
 [[nodiscard]] MemoryInUse MeasureMemory();
 
-struct ProgramResult
+[[nodiscard]] inline std::string ReadFile(const std::filesystem::path& file)
 {
-    // What the program answered; a program that died of a fault has a code that no program of ours
-    // answers. -1: it did not end in time and was ended.
-    int ExitCode = 0;
-    std::string Output; // standard output and standard error
-};
-
-// Runs a program to its end.
-[[nodiscard]] ProgramResult RunProgram(const std::filesystem::path& program,
-                                       const std::vector<std::string>& arguments,
-                                       std::chrono::seconds timeout);
-
-// Overwrites, in the image of a library file, the field that names the machine it was built for.
-void PatchMachineType(std::string& image);
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
 
 } // namespace Tavrik::Ossira::tTest

@@ -1,14 +1,11 @@
 // Small helpers that most tests need: services, modules, folders, values.
 #pragma once
 
-#include "OssiraClasses.h"
-#include "OssiraPointer.h"
-#include "OssiraServices.h"
-#include "OssiraValue.h"
+#include "Ossira.h"
+#include "TestPlatform.h"
 
-#include <filesystem>
 #include <gtest/gtest.h>
-#include <string>
+#include <random>
 #include <string_view>
 #include <vector>
 
@@ -24,7 +21,10 @@ template <class Interface>
     return object;
 }
 
-[[nodiscard]] ObjectPtr<ISingleton> SingletonRegistry();
+[[nodiscard]] inline ObjectPtr<ISingleton> SingletonRegistry()
+{
+    return Make<ISingleton>(CLSID_GlobalSingleton);
+}
 
 // The one object of a class; the test fails when there is none.
 template <class Interface>
@@ -41,34 +41,81 @@ template <class Interface>
 }
 
 // The folder of test modules of that name, and a module file in it. Both lie beside the program.
-[[nodiscard]] std::filesystem::path ModuleFolder(std::string_view folder);
-[[nodiscard]] std::filesystem::path ModuleFile(std::string_view folder, std::string_view module);
+[[nodiscard]] inline std::filesystem::path ModuleFolder(std::string_view folder)
+{
+    return ProgramPath().parent_path() / "test-modules" / folder;
+}
+
+[[nodiscard]] inline std::filesystem::path ModuleFile(std::string_view folder, std::string module)
+{
+    return ModuleFolder(folder) / (module + ".dll");
+}
+
+[[nodiscard]] inline ObjectPtr<IClassRegisterService> RegisterService(IObjectFactory* factory)
+{
+    auto service = Make<IClassRegisterService>(CLSID_ClassRegisterService);
+    EXPECT_EQ(service->SetFactory(factory), S_OK);
+    return service;
+}
 
 // Reads modules into a factory (null: the global one), with a registry for their bootstrap classes
 // (may be null).
-[[nodiscard]] Result RegisterModule(const std::filesystem::path& file,
-                                    IClsidRegistry* registry = nullptr,
-                                    IObjectFactory* factory = nullptr,
-                                    IUnknown* argument = nullptr);
-[[nodiscard]] Result RegisterFolder(const std::filesystem::path& folder,
-                                    IClsidRegistry* registry = nullptr,
-                                    IObjectFactory* factory = nullptr);
+[[nodiscard]] inline Result RegisterModule(const std::filesystem::path& file,
+                                           IClsidRegistry* registry = nullptr,
+                                           IObjectFactory* factory = nullptr)
+{
+    return RegisterService(factory)->RegisterModule(file.wstring().c_str(), registry, nullptr);
+}
 
 // The classes that a factory knows.
-[[nodiscard]] std::size_t CountClasses(IObjectFactory& factory);
+[[nodiscard]] inline std::size_t CountClasses(IObjectFactory& factory)
+{
+    ObjectPtr<IEnumeratorGUID> classes;
+    EXPECT_EQ(factory.GetClasses(IID_IEnumeratorGUID, classes.PutVoid()), S_OK);
+    std::size_t count = 0;
+    while (classes->MoveNext() == S_OK)
+        ++count;
+    return count;
+}
 
 // The text of a narrow-string entry of a value set; empty when there is none.
-[[nodiscard]] std::string TextOf(IValueSet& set, const GUID& key);
+[[nodiscard]] inline std::string TextOf(IValueSet& set, const GUID& key)
+{
+    std::string text;
+    (void)GetValueCharString(&set, key, &text);
+    return text;
+}
 
 // The references on an object, as its `Release` tells.
-[[nodiscard]] std::uint32_t ReferencesOn(IUnknown& object);
+[[nodiscard]] inline std::uint32_t ReferencesOn(IUnknown& object)
+{
+    object.AddRef();
+    return object.Release();
+}
+
+// Overwrites, in the image of a library file, the field that names the machine it was built for.
+inline void PatchMachineType(std::string& image)
+{
+    const bool isElf = image.starts_with("\x7F"
+                                         "ELF");
+    image.at(isElf ? 18 : image.find(std::string("PE\0\0", 4)) + 4) = 8;
+}
 
 // A new empty folder that vanishes with its content.
 class TempFolder
 {
 public:
-    TempFolder();
-    ~TempFolder();
+    TempFolder()
+    {
+        create_directory(mPath);
+    }
+
+    ~TempFolder()
+    {
+        std::error_code ignored;
+        remove_all(mPath, ignored);
+    }
+
     TempFolder(const TempFolder&) = delete;
     TempFolder& operator=(const TempFolder&) = delete;
 
@@ -78,16 +125,18 @@ public:
     }
 
     // Writes a file and answers its path.
-    std::filesystem::path Write(const std::filesystem::path& name, std::string_view content) const;
+    std::filesystem::path Write(const std::filesystem::path& name, std::string_view content) const
+    {
+        std::ofstream(mPath / name, std::ios::binary) << content;
+        return mPath / name;
+    }
 
 private:
-    std::filesystem::path mPath;
+    const std::filesystem::path mPath = std::filesystem::temp_directory_path() /
+                                        ("ossira-" + std::to_string(std::random_device()()));
 };
 
-[[nodiscard]] std::string ReadFile(const std::filesystem::path& file);
-
-// The value of `--name=number` on the command line, or the default. Filled by the test programs'
-// entry.
+// The value of `--name=number` on the command line, or the default.
 [[nodiscard]] int CommandLineNumber(std::string_view name, int otherwise);
 
 } // namespace Tavrik::Ossira::tTest

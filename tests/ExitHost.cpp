@@ -1,0 +1,136 @@
+// A host that ends without clean-up, in the way that its argument names; the process must all the
+// same end with what the host answers, and in time. It is built twice: linked to the runtime, and
+// loading it while it runs. Everything here leaks on purpose.
+#include "Ossira.h"
+#include "Platform.h"
+#include "TestModules.h"
+#include "TestPlatform.h"
+
+#include <latch>
+#include <thread>
+
+// Asked by the leak detection of a sanitizer.
+OSSIRA_EXPORT int __lsan_is_turned_off()
+{
+    return 1;
+}
+
+namespace Tavrik::Ossira::tTest
+{
+
+namespace
+{
+
+decltype(&CreateClassObject) gCreate = nullptr;
+ObjectPtr<ICounter> gStaticReference;
+
+template <class Interface>
+[[nodiscard]] ObjectPtr<Interface> New(const CLSID& clsid)
+{
+    ObjectPtr<Interface> object;
+    gCreate(&clsid, &Interface::Iid, object.PutVoid());
+    return object;
+}
+
+[[nodiscard]] ObjectPtr<ICounter> NewCounter()
+{
+    ObjectPtr<ICounter> counter;
+    if (const auto singletons = New<ISingleton>(CLSID_GlobalSingleton); singletons)
+        singletons->GetClassObject(CLSID_Counter, IID_ICounter, counter.PutVoid());
+    return counter;
+}
+
+// Brings singletons and objects of the runtime to life, and maybe those of a module; they stay.
+[[nodiscard]] bool Populate(bool withModule)
+{
+    const auto singletons = New<ISingleton>(CLSID_GlobalSingleton);
+    auto value = New<IValue>(CLSID_Value);
+    ObjectPtr<IValueSet> set;
+    if (singletons->GetClassObject(CLSID_ValueSet, IID_IValueSet, set.PutVoid()) != S_OK ||
+        set->SetValueGUID(CLSID_Value, value.Detach()) != S_OK)
+        return false;
+    singletons->AddRef();
+    if (!withModule)
+        return true;
+
+    const auto file = ProgramPath().parent_path() / "test-modules" / "good" / "Counter.dll";
+    const auto service = New<IClassRegisterService>(CLSID_ClassRegisterService);
+    const auto list = New<IList>(CLSID_NodeList);
+    if (service->RegisterModule(file.wstring().c_str(), nullptr, nullptr) != S_OK ||
+        list->Add(NewCounter().Detach()) != S_OK)
+        return false;
+    return !Failed(singletons->RegisterObject(CLSID_NodeList, list.Get()));
+}
+
+void UseTheRuntimeForEver(std::latch& isRunning)
+{
+    for (std::int32_t round = 0;; ++round)
+    {
+        if (const auto value = New<IValue>(CLSID_Value); value)
+            value->SetValue(DATATYPE_SINT32, &round, sizeof round);
+        if (const auto counter = NewCounter(); counter)
+            counter->CountInModule();
+        if (round == 100)
+            isRunning.count_down();
+    }
+}
+
+int Run(const std::string& scenario)
+{
+    if (!Populate(true))
+        return 10;
+    static std::latch isRunning(4);
+    if (scenario == "busy-thread")
+    {
+        for (int thread = 0; thread < 4; ++thread)
+            std::thread([] { UseTheRuntimeForEver(isRunning); }).detach();
+        isRunning.wait();
+    }
+    else if (scenario == "lock-held")
+    {
+        const auto hold = []
+        {
+            New<ICriticalSection>(CLSID_GlobalCriticalSection).Detach()->Lock();
+            isRunning.count_down(4);
+            std::this_thread::sleep_for(std::chrono::hours(1));
+        };
+        std::thread(hold).detach();
+        isRunning.wait();
+    }
+    else if (scenario == "static-reference")
+        gStaticReference = NewCounter();
+    return 0;
+}
+
+} // namespace
+
+} // namespace Tavrik::Ossira::tTest
+
+// Unloads the runtime while its objects live, twice: what a process did once it can do again. The
+// runtime's own objects do not keep it; a module of it may.
+int main(int argumentCount, char** arguments)
+{
+    using namespace Tavrik::Ossira::tTest;
+    const std::string scenario = argumentCount == 2 ? arguments[1] : "";
+#ifdef OSSIRA_LINKED
+    gCreate = &CreateClassObject;
+    return Run(scenario);
+#else
+    const std::filesystem::path file = ProgramPath().parent_path() / "TavrikOssira.dll";
+    for (int round = 0; round < 2; ++round)
+    {
+        static Tavrik::tSystem::CLibrary runtime;
+        if (!runtime.Open(file.wstring().c_str()))
+            return 20;
+        gCreate = reinterpret_cast<decltype(gCreate)>(runtime.Find("CreateClassObject"));
+        if (!scenario.starts_with("unload"))
+            return Run(scenario);
+        if (!Populate(scenario == "unload-with-module"))
+            return 21;
+        runtime.Close();
+        if (scenario == "unload" && IsMapped(file))
+            return 22;
+    }
+    return 0;
+#endif
+}
