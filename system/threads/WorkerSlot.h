@@ -8,11 +8,12 @@
 namespace Tavrik::tSystem::tThreads
 {
 
-// A queue's entry. It lies in the record of the run, so that queuing needs no memory.
+// A queue's entry. It lies in the record of the run, so that queuing needs no memory. A record has
+// many, most of them never used: nothing is set before it is.
 struct CQueuedCopy
 {
-    void* Message = nullptr; // the record
-    CQueuedCopy* Next = nullptr;
+    void* Message; // the record
+    CQueuedCopy* Next;
 };
 
 // Slots lie on cache lines of their own: their workers look at them without pause.
