@@ -24,7 +24,7 @@ void Detach(bool processEnds)
 }
 
 // Other threads run on here while the process ends, and use what would be released.
-void OnProcessEnd()
+[[maybe_unused]] void OnProcessEnd()
 {
     Detach(true);
 }
@@ -34,8 +34,10 @@ void OnProcessEnd()
 __attribute__((constructor)) void OnLoad()
 {
     IsAttached = Tavrik::Ossira::AttachLibrary(nullptr);
+#ifndef __SANITIZE_THREAD__ // which would call the function of a library that is gone
     if (IsAttached)
         std::atexit(OnProcessEnd);
+#endif
 }
 
 __attribute__((destructor)) void OnUnload()
