@@ -23,11 +23,15 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
-// An item takes about 20 ns.
+// An item takes about 20 ns. The steps do not fold into one.
 [[gnu::noinline]] std::uint32_t DoItem(std::uint32_t item)
 {
-    for (int round = 0; round < 8; ++round)
-        item = item * 1664525 + 1013904223;
+    for (int round = 0; round < 12; ++round)
+    {
+        item ^= item << 13;
+        item ^= item >> 17;
+        item ^= item << 5;
+    }
     return item;
 }
 
