@@ -6,7 +6,7 @@
 #include "TestModules.h"
 #include "TestPlatform.h"
 
-#include <latch>
+#include <future>
 #include <thread>
 
 // Asked by the leak detection of a sanitizer.
@@ -62,16 +62,29 @@ template <class Interface>
     return !Failed(singletons->RegisterObject(CLSID_NodeList, list.Get()));
 }
 
-void UseTheRuntimeForEver(std::latch& isRunning)
+void CreateForEver(std::promise<void>& isRunning)
 {
-    for (std::int32_t round = 0;; ++round)
+    for (int round = 0;; ++round)
     {
-        if (const auto value = New<IValue>(CLSID_Value); value)
-            value->SetValue(DATATYPE_SINT32, &round, sizeof round);
+        static_cast<void>(New<IValue>(CLSID_Value));
         if (const auto counter = NewCounter(); counter)
             counter->CountInModule();
         if (round == 100)
-            isRunning.count_down();
+            isRunning.set_value();
+    }
+}
+
+// Takes no memory.
+void CallForEver(std::promise<void>& isRunning)
+{
+    const auto value = New<IValue>(CLSID_Value);
+    const auto counter = NewCounter();
+    for (std::int32_t round = 0;; ++round)
+    {
+        value->SetValue(DATATYPE_SINT32, &round, sizeof round);
+        counter->CountInModule();
+        if (round == 100)
+            isRunning.set_value();
     }
 }
 
@@ -79,23 +92,25 @@ int Run(const std::string& scenario)
 {
     if (!Populate(true))
         return 10;
-    static std::latch isRunning(4);
-    if (scenario == "busy-thread")
+    static std::promise<void> isRunning[4];
+    if (scenario == "creating-threads" || scenario == "calling-threads")
     {
-        for (int thread = 0; thread < 4; ++thread)
-            std::thread([] { UseTheRuntimeForEver(isRunning); }).detach();
-        isRunning.wait();
+        const auto work = scenario == "creating-threads" ? CreateForEver : CallForEver;
+        for (std::promise<void>& isWorking : isRunning)
+            std::thread([&, work] { work(isWorking); }).detach();
+        for (std::promise<void>& isWorking : isRunning)
+            isWorking.get_future().wait();
     }
     else if (scenario == "lock-held")
     {
         const auto hold = []
         {
             New<ICriticalSection>(CLSID_GlobalCriticalSection).Detach()->Lock();
-            isRunning.count_down(4);
+            isRunning[0].set_value();
             std::this_thread::sleep_for(std::chrono::hours(1));
         };
         std::thread(hold).detach();
-        isRunning.wait();
+        isRunning[0].get_future().wait();
     }
     else if (scenario == "static-reference")
         gStaticReference = NewCounter();
