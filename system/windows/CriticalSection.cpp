@@ -22,7 +22,10 @@ CCriticalSection::CCriticalSection() noexcept
 {
     static_assert(sizeof(CRITICAL_SECTION) <= sizeof mStorage);
     static_assert(alignof(CRITICAL_SECTION) <= alignof(CCriticalSection));
-    InitializeCriticalSection(::new (mStorage) CRITICAL_SECTION);
+    // Without what it keeps for debuggers a section holds no memory, so one that is never destroyed
+    // leaves nothing behind when its library is unloaded.
+    InitializeCriticalSectionEx(::new (mStorage) CRITICAL_SECTION, 0,
+                                CRITICAL_SECTION_NO_DEBUG_INFO);
 }
 
 CCriticalSection::~CCriticalSection()

@@ -1,6 +1,7 @@
 // Tells the library that it was attached to a process and is about to be detached. The run-time
 // library calls this after the library's static objects were built and before they are destroyed.
 #include "../Platform.h"
+#include "ThreadVariables.h"
 
 #include <windows.h>
 
@@ -16,14 +17,20 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID reserved)
     switch (reason)
     {
     case DLL_PROCESS_ATTACH:
-        DisableThreadLibraryCalls(module);
         return Tavrik::Ossira::AttachLibrary(module) ? TRUE : FALSE;
+    case DLL_THREAD_DETACH:
+        Tavrik::Ossira::tSystem::ReleaseVariablesOfThread();
+        return TRUE;
     case DLL_PROCESS_DETACH:
-        // Set when the process ends, null when the library is unloaded.
-        Tavrik::Ossira::DetachLibrary(reserved != nullptr);
-        if (reserved == nullptr)
+    {
+        const bool processEnds = reserved != nullptr; // else the library is unloaded
+        Tavrik::Ossira::DetachLibrary(processEnds);
+        if (processEnds)
+            Tavrik::Ossira::tSystem::KeepVariablesOfAllThreads();
+        else
             __gnu_cxx::__freeres();
         return TRUE;
+    }
     default:
         return TRUE;
     }

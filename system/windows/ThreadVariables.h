@@ -1,0 +1,14 @@
+// The storage of a library's `thread_local` variables. It is given back when the library is
+// unloaded, after all its static objects.
+#pragma once
+
+namespace Tavrik::Ossira::tSystem
+{
+
+// When a thread ends.
+void ReleaseVariablesOfThread() noexcept;
+
+// When the process ends: nothing is given back then.
+void KeepVariablesOfAllThreads() noexcept;
+
+} // namespace Tavrik::Ossira::tSystem
