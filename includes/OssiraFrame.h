@@ -94,21 +94,23 @@ public:
     }
 
     // The reference by which whoever has just made the object holds it while asking for the first
-    // interface. As long as it is the only one no other thread can be counting, and an atomic
-    // operation is saved; the creation of a small object consists of little else.
+    // interface. As long as it is the only one no other thread can be counting, and two atomic
+    // operations are saved; the creation of a small object consists of little else.
     void TakeFirstReference() noexcept
     {
-        if (mCount.load(std::memory_order_relaxed) == 0)
+        mIsNew = mCount.load(std::memory_order_relaxed) == 0;
+        if (mIsNew)
             mCount.store(1, std::memory_order_relaxed);
         else
             CountUp();
     }
 
-    // Gives that reference back once the interface is there, which has a reference of its own, and
-    // answers the count. If these two are all, both are still in the hands of the caller.
-    [[nodiscard]] std::int32_t DropFirstReference() noexcept
+    // Gives that reference back and answers the count. An interface that was answered has a
+    // reference of its own; if these two are all, both are still in the hands of the caller.
+    [[nodiscard]] std::int32_t DropFirstReference(bool isAnswered) noexcept
     {
-        if (mCount.load(std::memory_order_acquire) != 2)
+        mIsNew = false;
+        if (!isAnswered || mCount.load(std::memory_order_acquire) != 2)
             return CountDown();
         mCount.store(1, std::memory_order_relaxed);
         return 1;
@@ -159,6 +161,15 @@ protected:
         return static_cast<std::uint32_t>(CountUp());
     }
 
+    // The same for the interface that a query answers, which may be the first.
+    void CountAnswer()
+    {
+        if (mIsNew && !IsAggregated())
+            mCount.store(mCount.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+        else
+            DelegatingAddRef();
+    }
+
     Result AnswerPrivateUnknown(const IID& iid, void** out) noexcept;
 
     // Answers the interfaces of an implementation class, those that they extend included. Unrolled
@@ -171,7 +182,7 @@ protected:
             return E_POINTER;
         if (TryAnswer<Primary>(object, iid, out) || (TryAnswer<Others>(object, iid, out) || ...))
         {
-            DelegatingAddRef();
+            CountAnswer();
             return S_OK;
         }
         // An aggregated object is known to its owner by the private unknown; every other object by
@@ -179,7 +190,7 @@ protected:
         if (!IsAggregated() && SameGuid(iid, IID_IUnknown))
         {
             *out = static_cast<Primary*>(object);
-            CountUp();
+            CountAnswer();
             return S_OK;
         }
         return AnswerPrivateUnknown(iid, out);
@@ -208,6 +219,7 @@ private:
 
     IUnknown* mOuter = &mPrivateUnknown;
     std::atomic<std::int32_t> mCount = 0;
+    bool mIsNew = false; // only its creator knows it
     CPrivateUnknown mPrivateUnknown;
 };
 

@@ -126,7 +126,7 @@ Result CComServer::CreateObject(const ClassEntry* entry, const CLSID& clsid, con
         OSSIRA_PRINT(mask, PRINT_WARN, "No such interface available: %s - CLSID %s, IID %s\n",
                      entry->Text, CGuidText(clsid).Text(), CGuidText(iid).Text());
     }
-    if ((Succeeded(result) ? object->DropFirstReference() : object->InternalRelease()) == 0)
+    if (object->DropFirstReference(Succeeded(result)) == 0)
         delete object;
     if (Succeeded(result))
     {
