@@ -166,7 +166,7 @@ void* DestroyAsFlagged(Object* object, std::uint32_t flags) noexcept
         delete object;
     else
         object->~Object();
-    return address;
+    return address; // NOLINT(clang-analyzer-cplusplus.NewDelete): to compare with
 }
 
 // A job made from whatever can be called with a `CAbortFlag`.

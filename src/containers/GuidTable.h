@@ -159,6 +159,7 @@ private:
             return std::bit_cast<GUID>(Halves{BytesReversed(High), BytesReversed(Low)});
         }
 
+        // NOLINTNEXTLINE(modernize-use-nullptr): takes the zero of the comparison for a pointer
         auto operator<=>(const Ordered&) const noexcept = default;
 
         std::uint64_t High;

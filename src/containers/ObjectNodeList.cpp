@@ -134,9 +134,10 @@ public:
             OSSIRA_CHECK_POINTER(pppv[i]);
             *pppv[i] = nullptr;
         }
+        const auto first = static_cast<std::size_t>(index);
         for (std::int32_t i = 0; i < count; ++i)
         {
-            IUnknown* const item = ItemAt(static_cast<std::size_t>(index + i));
+            IUnknown* const item = ItemAt(first + static_cast<std::size_t>(i));
             OSSIRA_CHECK(item != nullptr, E_NOINTERFACE, "QueryInterface(riid, pppv[i])");
             OSSIRA_CHECK_CALL(item->QueryInterface(riid, pppv[i]), "QueryInterface(riid, pppv[i])");
         }

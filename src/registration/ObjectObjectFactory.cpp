@@ -134,7 +134,7 @@ Loader T_ObjectFactory::KeepLoader(const std::wstring& fileName, Loader opened)
     const auto Itr = mDynLibs.find(fileName);
     OSSIRA_CHECK(Itr != mDynLibs.end(), E_NOINTERFACE, "Unknown CLSID - unregistered class-id");
     if (Itr->second.Library == nullptr)
-        Itr->second.Library = opened;
+        Itr->second.Library = std::move(opened);
     return Itr->second.Library;
 }
 

@@ -40,7 +40,7 @@ bool CParkingPlace::Create() noexcept
 void CParkingPlace::Park(const std::atomic<std::uint32_t>& word, std::uint32_t value,
                          std::uint32_t milliseconds) noexcept
 {
-    const timespec duration = {milliseconds / 1000, milliseconds % 1000 * 1000000};
+    const timespec duration = {milliseconds / 1000, milliseconds % 1000 * std::int64_t{1000000}};
     syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, value,
             milliseconds == Forever ? nullptr : &duration, nullptr, 0);
 }
