@@ -1,96 +1,46 @@
 // Failure and its report, from the throw to the line that leaves the process.
 #include "DiagnosticsCapture.h"
+#include "FailingMemory.h"
 #include "OssiraFrame.h"
 #include "TestTools.h"
 
 #include <stdexcept>
 
-namespace Tavrik::Ossira
+namespace Tavrik::Ossira::tTest
 {
-
-using namespace tTest;
 
 namespace
 {
 
 constexpr SourceLocation SomePlace = {"src/Some.cpp", 12, "Some::Function"};
 
-TEST(Diagnostics, ALineIsLaidOutByItsLevel)
+TEST(Diagnostics, ALineIsLaidOutByItsLevelAndCutWhereTheBuffersEnd)
 {
-    const ObserverMaskScope everything(0xFF);
-    constexpr std::pair<std::uint32_t, const char*> lines[] = {
-        {PRINT_ERROR, "\a[src/Some.cpp:  12] -ERROR- seven is 7\n"},
-        {PRINT_WARN, "w[src/Some.cpp:  12] -WARN- seven is 7\n"},
-        {PRINT_PROGRESS, " [src/Some.cpp:  12]  seven is 7\n"},
-        {PRINT_TRACE, " [src/Some.cpp:  12]  seven is 7\n"},
-    };
-    for (const auto& [level, line] : lines)
-    {
-        const DiagnosticsCapture capture;
-        DebugOutput(level, SomePlace, "seven is %d\n", 7);
-        EXPECT_EQ(capture.Text(), line);
-    }
-}
-
-TEST(Diagnostics, OfALongPathTheLastFiftyCharactersArePrinted)
-{
-    const std::string fifty = std::string(46, 'd') + ".cpp";
-    for (const std::string& path : {fifty, "0123456789" + fifty})
-    {
-        const DiagnosticsCapture capture;
-        DebugOutput(PRINT_ERROR, {path.c_str(), 12345, "f"}, "m\n");
-        EXPECT_EQ(capture.Text(), "\a[" + fifty + ":12345] -ERROR- m\n");
-    }
-}
-
-TEST(Diagnostics, TextIsCutWhereTheBuffersEnd)
-{
+#define FIFTY "123456789 123456789 123456789 123456789 123456.cpp"
     const std::string text(5000, 'x');
-    {
-        const DiagnosticsCapture capture;
-        DebugOutput(PRINT_ERROR, SomePlace, "%s", text.c_str());
-        EXPECT_EQ(capture.Text(), "\a[src/Some.cpp:  12] -ERROR- " + text.substr(0, 1999));
-    }
-    {
-        const DiagnosticsCapture capture;
-        DebugOutputF("%s", text.c_str());
-        EXPECT_EQ(capture.Text(), text.substr(0, 3999));
-    }
-    const SourceLocation place = {"file", 1, text.c_str()};
-    IException* const exception = NewException(1, &place, "text");
-    EXPECT_EQ(exception->GetDescription(), ("file:1 " + text).substr(0, 1999));
-    exception->Release();
-}
-
-TEST(Diagnostics, WideNamesComeOutAsUtf8)
-{
+    const ObserverMaskScope everything(0xFF);
     const DiagnosticsCapture capture;
-    DebugOutput(PRINT_ERROR, SomePlace, "\"%ls\"\n", L"Gr\u00F6\u00DFe \u65E5\u672C \U0001F600");
-    DebugOutputF("%ls\n", L"\u00E9");
-    EXPECT_EQ(capture.Text(), "\a[src/Some.cpp:  12] -ERROR- "
-                              "\"Gr\u00F6\u00DFe \u65E5\u672C \U0001F600\"\n\u00E9\n");
+    FailingMemory none(0, Shortage::FromThenOn); // nothing of this needs memory
+    DebugOutput(PRINT_ERROR, SomePlace, "seven is %d\n", 7);
+    DebugOutput(PRINT_WARN, SomePlace, "seven is %d\n", 7);
+    DebugOutput(PRINT_PROGRESS, {FIFTY, 12345, "f"}, "fifty characters\n");
+    DebugOutput(PRINT_TRACE, {"longer than " FIFTY, 1, "f"}, "the last fifty of more\n");
+    DebugOutput(PRINT_ERROR, {nullptr, 1, "f"}, "%ls\n", L"Gr\u00F6\u00DFe \u65E5 \U0001F600");
+    DebugOutput(PRINT_ERROR, SomePlace, "%s", text.c_str());
+    DebugOutputF("\n%ls %s", L"\u00E9", text.c_str());
+    EXPECT_FALSE(none.Stop());
+    EXPECT_EQ(capture.Text(), "\a[src/Some.cpp:  12] -ERROR- seven is 7\n"
+                              "w[src/Some.cpp:  12] -WARN- seven is 7\n"
+                              " [" FIFTY ":12345]  fifty characters\n"
+                              " [" FIFTY ":   1]  the last fifty of more\n"
+                              "\a[?:   1] -ERROR- Gr\u00F6\u00DFe \u65E5 \U0001F600\n"
+                              "\a[src/Some.cpp:  12] -ERROR- " +
+                                  text.substr(0, 1999) + "\n\u00E9 " + text.substr(0, 3995));
 }
 
-TEST(Diagnostics, TheMaskDecidesWhatIsPrinted)
-{
-    const auto observer = Make<IObserverPrint>(CLSID_DebugOutputObserverPrint);
-    EXPECT_EQ(observer->GetLevelMask(), PRINT_ERROR);
-    EXPECT_EQ(observer->SetLevelMask(0x11, 0), S_OK);
-    EXPECT_EQ(observer->GetLevelMask(), 0x51u);
-    EXPECT_EQ(observer->SetLevelMask(0, 0x40), S_OK);
-    EXPECT_EQ(observer->GetLevelMask(), 0x11u);
-    EXPECT_EQ(observer->SetLevelMask(0x10, 0xFF), S_OK); // what is set wins over what is cleared
-    EXPECT_EQ(observer->GetLevelMask(), 0x10u);
+// --- Observers ---------------------------------------------------------------------------------
 
-    const DiagnosticsCapture capture;
-    DebugOutput(PRINT_TRACE, SomePlace, "not at the default mask\n");
-    EXPECT_EQ(capture.Text(), "");
-}
-
-// --- Observers
-// ------------------------------------------------------------------------------------
-
-// Remembers what it was asked to print; throws from it on demand.
+// Remembers what it was asked to print, and throws.
 class T_ListeningObserver : public IObserverPrint, public COssiraUnknown
 {
 public:
@@ -99,103 +49,64 @@ public:
 
     std::uint32_t GetLevelMask() override
     {
-        return Mask;
+        return PRINT_ERROR | PRINT_TRACE;
     }
 
-    Result SetLevelMask(std::uint32_t set, std::uint32_t clear) override
+    Result SetLevelMask(std::uint32_t, std::uint32_t) override
     {
-        Mask = (Mask & ~clear) | set;
-        return S_OK;
+        return E_NOTIMPL;
     }
 
     Result Print(std::uint32_t level, const SourceLocation* location, const char* format,
                  std::va_list arguments) override
     {
-        char message[200];
-        std::vsnprintf(message, sizeof message, format, arguments);
-        Heard += std::to_string(level) + " " + location->Function + ": " + message;
-        if (Throws)
-            throw std::runtime_error("no paper");
-        return S_OK;
+        EXPECT_STREQ(location->Function, SomePlace.Function);
+        Heard += std::to_string(level) + format + va_arg(arguments, const char*);
+        throw std::runtime_error("no paper");
     }
 
-    std::uint32_t Mask = PRINT_ERROR | PRINT_TRACE;
     std::string Heard;
-    bool Throws = false;
 };
 
-// Another observer in place of the former one, which comes back at the end.
-class ObserverScope
+TEST(Diagnostics, TheObserverInPlaceDecidesWhatIsPrinted)
 {
-public:
-    explicit ObserverScope(IObserverPrint* observer)
-    {
-        GetGlobalObserver(mFormer.Put());
-        EXPECT_EQ(SetGlobalObserver(observer), S_OK);
-    }
-
-    ~ObserverScope()
-    {
-        SetGlobalObserver(mFormer.Get());
-    }
-
-    ObserverScope(const ObserverScope&) = delete;
-    ObserverScope& operator=(const ObserverScope&) = delete;
-
-private:
-    ObjectPtr<IObserverPrint> mFormer;
-};
-
-TEST(Diagnostics, TheMaskIsAlwaysThatOfTheObserverInPlace)
-{
+    ObjectPtr<IObserverPrint> former;
+    EXPECT_EQ(GetGlobalObserver(nullptr), E_POINTER);
+    EXPECT_EQ(GetGlobalObserver(former.Put()), S_OK);
     const auto own = Make<IObserverPrint>(CLSID_DebugOutputObserverPrint);
     const auto other = Make<IObserverPrint>(CLSID_DebugOutputObserverPrint);
-    const auto foreign = MakeObject<T_ListeningObserver>();
-    const ObserverScope scope(own.Get());
-    EXPECT_EQ(CurrentLevelMask(), PRINT_ERROR);
-    own->SetLevelMask(PRINT_WARN, 0);
-    EXPECT_EQ(CurrentLevelMask(), PRINT_ERROR | PRINT_WARN);
-    other->SetLevelMask(PRINT_TRACE, 0);
-    EXPECT_EQ(CurrentLevelMask(), PRINT_ERROR | PRINT_WARN);
-    SetGlobalObserver(foreign.Get());
-    foreign->Mask = PRINT_PROGRESS;
-    EXPECT_EQ(CurrentLevelMask(), PRINT_PROGRESS);
-    own->SetLevelMask(0, PRINT_ERROR);
-    EXPECT_EQ(CurrentLevelMask(), PRINT_PROGRESS);
-    SetGlobalObserver(own.Get());
-    EXPECT_EQ(CurrentLevelMask(), PRINT_WARN);
-}
-
-TEST(Diagnostics, WithoutAnObserverMessagesAreUnfilteredAndReportsSilent)
-{
-    EXPECT_EQ(GetGlobalObserver(nullptr), E_POINTER);
-    const ObserverScope nobody(nullptr);
-    const auto observer = MakeObject<T_ListeningObserver>();
-    IObserverPrint* none = observer.Get();
-    EXPECT_EQ(GetGlobalObserver(&none), S_OK);
-    EXPECT_EQ(none, nullptr);
-    EXPECT_EQ(CurrentLevelMask(), 0u);
-
-    const std::string text(5000, 'x');
+    const auto host = MakeObject<T_ListeningObserver>();
     const DiagnosticsCapture capture;
-    DebugOutput(PRINT_TRACE, SomePlace, "%s", text.c_str());
-    EXPECT_EQ(capture.Text(), text.substr(0, 3999));
+
+    EXPECT_EQ(SetGlobalObserver(own.Get()), S_OK);
+    EXPECT_EQ(CurrentLevelMask(), PRINT_ERROR);
+    EXPECT_EQ(own->SetLevelMask(PRINT_WARN, 0xFF), S_OK); // what is set wins
+    EXPECT_EQ(other->SetLevelMask(PRINT_TRACE, 0), S_OK); // not in place
+    EXPECT_EQ(CurrentLevelMask(), PRINT_WARN);
+    DebugOutput(PRINT_ERROR, SomePlace, "not of its levels\n");
+    EXPECT_EQ(capture.Text(), "");
+
+    EXPECT_EQ(SetGlobalObserver(host.Get()), S_OK);
+    EXPECT_EQ(SetGlobalObserver(host.Get()), S_OK); // again: changes nothing
+    EXPECT_EQ(ReferencesOn(*own), 1u);
+    EXPECT_EQ(ReferencesOn(*host), 2u);
+    EXPECT_EQ(own->SetLevelMask(PRINT_PROGRESS, 0), S_OK);
+    EXPECT_EQ(CurrentLevelMask(), PRINT_ERROR | PRINT_TRACE);
+    DebugOutput(PRINT_TRACE, SomePlace, "%s", "heard");
+    DebugOutput(PRINT_WARN, SomePlace, "%s", "not of its levels");
+    EXPECT_EQ(host->Heard, "1%sheard");
+    EXPECT_EQ(capture.Text(), "");
+
+    EXPECT_EQ(SetGlobalObserver(nullptr), S_OK);
+    EXPECT_EQ(CurrentLevelMask(), 0u);
+    DebugOutput(PRINT_TRACE, SomePlace, "unfiltered and not located");
     EXPECT_EQ(Make<IValue>(CLSID_Value)->GetType(nullptr), E_POINTER);
-    EXPECT_EQ(capture.Text().size(), 3999u);
+    EXPECT_EQ(capture.Text(), "unfiltered and not located");
+    EXPECT_EQ(SetGlobalObserver(former.Get()), S_OK);
+    EXPECT_EQ(ReferencesOn(*host), 1u);
 }
 
-// --- Checks and boundaries
-// ------------------------------------------------------------------------
-
-struct Thrower
-{
-    const char* Name;
-    void (*Throw)();
-    Result Answer;
-    const char* Line; // behind the level's mark
-};
-
-int gLineOfCheck = 0;
+// --- Checks and boundaries ---------------------------------------------------------------------
 
 Result AnswerOf(void (*thrower)())
 try
@@ -205,93 +116,58 @@ try
 }
 OSSIRA_CATCH_RETURN
 
-void ThrowByCheck()
-{
-    gLineOfCheck = __LINE__ + 1;
-    OSSIRA_CHECK(gLineOfCheck < 0, E_INVALIDARG, "the text of the check");
-}
-
-constexpr Thrower Throwers[] = {
-    {"nothing", [] {}, S_OK, nullptr},
-    {"a check", &ThrowByCheck, E_INVALIDARG,
-     "\a0x80070057 the text of the check: One or more arguments are invalid"},
-    {"a success", [] { OSSIRA_THROW(S_FALSE, "?"); }, E_UNEXPECTED, "\a0x1 ?: False"},
-    {"a null exception", [] { throw static_cast<IException*>(nullptr); }, E_OUTOFMEMORY,
-     "\aFATAL: IException NULL-Pointer"},
-    {"no memory", [] { throw std::bad_alloc(); }, E_OUTOFMEMORY, ": Ran out of memory"},
-    {"too long", [] { throw std::length_error("longer"); }, E_OUTOFMEMORY,
-     "\a0x8007000e longer: Ran out of memory"},
-    {"the library's", [] { throw std::runtime_error("broken"); }, E_UNEXPECTED,
-     "\a0x8000ffff broken: Catastrophic failure"},
-    {"anything", [] { throw 5; }, E_UNEXPECTED, ": Catastrophic failure"},
-};
-
 TEST(Checks, WhateverIsThrownEndsAsACodeAndOneLine)
 {
-    for (const Thrower& thrower : Throwers)
-    {
-        SCOPED_TRACE(thrower.Name);
-        const DiagnosticsCapture capture;
-        EXPECT_EQ(AnswerOf(thrower.Throw), thrower.Answer);
-        const std::vector<std::string> lines = capture.Lines();
-        ASSERT_EQ(lines.size(), thrower.Line == nullptr ? 0u : 1u);
-        if (thrower.Line != nullptr)
-        {
-            EXPECT_TRUE(lines[0].starts_with("\a[tests/DiagnosticsTest.cpp:")) << lines[0];
-            EXPECT_TRUE(lines[0].ends_with(thrower.Line)) << lines[0];
-        }
-        EXPECT_EQ(GetExceptionOpenCount(), 0);
-    }
+    constexpr Result unknown = static_cast<Result>(0x80ABCDEF);
+    REPORTS(AnswerOf([] { OSSIRA_CHECK(SomePlace.Line < 0, E_INVALIDARG, "the check"); }),
+            E_INVALIDARG, "-ERROR- \a0x80070057 the check: One or more arguments are invalid");
+    REPORTS(AnswerOf([] { OSSIRA_THROW(S_FALSE, nullptr); }), E_UNEXPECTED, "\a0x1 ?: False");
+    REPORTS(AnswerOf([] { OSSIRA_THROW(unknown, "unknown"); }), unknown,
+            "\a0x80abcdef unknown: 0x80abcdef");
+    REPORTS(AnswerOf([] { throw static_cast<IException*>(nullptr); }), E_OUTOFMEMORY,
+            "\aFATAL: IException NULL-Pointer");
+    REPORTS(AnswerOf([] { throw std::bad_alloc(); }), E_OUTOFMEMORY,
+            "\a0x8007000e std::bad_alloc: Ran out of memory");
+    REPORTS(AnswerOf([] { throw std::length_error("longer"); }), E_OUTOFMEMORY,
+            "\a0x8007000e longer: Ran out of memory");
+    REPORTS(AnswerOf([] { throw std::runtime_error("broken"); }), E_UNEXPECTED,
+            "\a0x8000ffff broken: Catastrophic failure");
+    REPORTS(AnswerOf([] { throw 5; }), E_UNEXPECTED,
+            "\a0x8000ffff unknown exception: Catastrophic failure");
+    EXPECT_EQ(GetExceptionOpenCount(), 0);
 }
-
-// Answers the given codes, one a call.
-struct Answers
-{
-    Result operator()()
-    {
-        return Codes[Calls++];
-    }
-
-    std::vector<Result> Codes;
-    std::size_t Calls = 0;
-};
-
-Result CheckCall(Answers& answers)
-try
-{
-    OSSIRA_CHECK_CALL(answers(), "answers()");
-    return S_OK;
-}
-OSSIRA_CATCH_RETURN
-
-Result CheckResult(Answers& answers)
-try
-{
-    OSSIRA_CHECK_RESULT(answers(), "answers()");
-    return S_OK;
-}
-OSSIRA_CATCH_RETURN
 
 TEST(Checks, AFailingCallIsMadeTwiceAndTheRepeatCounts)
 {
-    const DiagnosticsCapture capture;
-    Answers fails = {{E_FAIL, E_ABORT}};
-    EXPECT_EQ(CheckCall(fails), E_ABORT);
-    EXPECT_EQ(capture.CountLinesWith("0x80004004 answers(): Operation aborted"), 1u);
-
-    Answers recovers = {{E_FAIL, S_OK}};
-    EXPECT_EQ(CheckCall(recovers), S_OK);
-    EXPECT_EQ(recovers.Calls, 2u);
-
-    Answers unrepeated = {{E_FAIL, S_OK}};
-    EXPECT_EQ(CheckResult(unrepeated), E_FAIL);
-    EXPECT_EQ(unrepeated.Calls, 1u);
-    EXPECT_EQ(capture.Lines().size(), 2u);
+    static std::vector<Result> calls; // what they answer, the last one first
+    static const auto next = []
+    {
+        const Result answer = calls.back();
+        calls.pop_back();
+        return answer;
+    };
+    calls = {S_OK, E_FAIL, E_ABORT, E_FAIL, S_OK, E_FAIL};
+    REPORTS(AnswerOf([] { OSSIRA_CHECK_RESULT(next(), "call"); }), E_FAIL,
+            "\a0x80004005 call: Fail; Unspecified error");
+    EXPECT_EQ(next(), S_OK) << "the call was not made again";
+    REPORTS(AnswerOf([] { OSSIRA_CHECK_CALL(next(), "call"); }), E_ABORT,
+            "\a0x80004004 call: Operation aborted");
+    REPORTS(AnswerOf([] { OSSIRA_CHECK_CALL(next(), "call"); }), S_OK);
+    EXPECT_TRUE(calls.empty());
 }
 
-// --- Exceptions and the names of functions
-// ---------------------------------------------------------
+TEST(Exceptions, TellTheirPlaceAlikeOnEveryCompiler)
+{
+    OSSIRA_LOCATION(here);
+    IException* const exception = NewException(1, &here, std::string("a text of its own").c_str());
+    EXPECT_STREQ(exception->GetExpression(), "a text of its own");
+    EXPECT_EQ(exception->GetDescription(),
+              "tests/DiagnosticsTest.cpp:" + std::to_string(here.Line) +
+                  " Tavrik::Ossira::tTest::`anonymous-namespace'::"
+                  "Exceptions_TellTheirPlaceAlikeOnEveryCompiler_Test::TestBody");
+    exception->Release();
+}
 
 } // namespace
 
-} // namespace Tavrik::Ossira
+} // namespace Tavrik::Ossira::tTest

@@ -1,292 +1,164 @@
 // The component server, the module exports and the library's front door, seen from inside: these
 // tests are the library, with classes of their own in its class table.
-#include "ComServer.h"
 #include "DiagnosticsCapture.h"
+#include "FailingMemory.h"
 #include "Library.h"
-#include "PublicUtil.h"
+#include "ModuleExports.h"
 #include "SampleObject.h"
 #include "TestTools.h"
 
-#include <algorithm>
 #include <barrier>
 #include <cstring>
 #include <regex>
 #include <thread>
 
-using Tavrik::Ossira::Result;
+#define SAMPLE "FFFFFFFF-942A-4E6C-B892-7E781AF86992"
 
-OSSIRA_API Result DllGetClassObject(const CLSID* clsid, const IID* iid, void** out);
-OSSIRA_API Result DllCanUnloadNow();
-OSSIRA_API Result DLLGetOpenObjectCount();
-OSSIRA_API Result DLLGetClassCount();
-OSSIRA_API Result DLLGetClassObjectID(std::uint32_t first, std::uint32_t count, CLSID* out);
-OSSIRA_API Result DLLGetClassObjectInfo(std::uint32_t index, char* buffer, std::uint32_t size);
-OSSIRA_API Result DLLRegisterBootstrap(Tavrik::Ossira::IUnknown* registry,
-                                       Tavrik::Ossira::IUnknown* argument);
-
-namespace Tavrik::Ossira
+namespace Tavrik::Ossira::tTest
 {
-
-using namespace tTest;
 
 namespace
 {
 
-constexpr CLSID CLSID_Unbuildable = {
-    0xFFFFFFFF, 0xFFFF, 0x4E6C, {0xB8, 0x92, 0x7E, 0x78, 0x1A, 0xF8, 0x69, 0x92}};
 constexpr GUID Nobody = {0x12345678, 0, 0, {}};
 
-class T_Unbuildable : public IUnknown, public COssiraUnknown
-{
-public:
-    static constexpr CLSID ClassId = CLSID_Unbuildable;
-
-    T_Unbuildable()
-    {
-        OSSIRA_THROW(E_ABORT, "cannot be built");
-    }
-};
-
 OSSIRA_CLASS(T_Sample, "Sample")
-OSSIRA_CLASS(T_Unbuildable, "A text of exactly forty characters......")
 OSSIRA_BOOTSTRAP(T_Sample::ClassId, BootstrapRegistryStartup_Level1, Nobody, "Sample")
 
-std::vector<CLSID> AllClasses()
+TEST(ModuleExports, ListTheClassesInTheOrderOfTheirBytesAndRefuseAWrongRange)
 {
-    std::vector<CLSID> classes(static_cast<std::size_t>(DLLGetClassCount()));
-    EXPECT_EQ(DLLGetClassObjectID(0, static_cast<std::uint32_t>(classes.size()), classes.data()),
-              S_OK);
-    return classes;
-}
-
-// The library as it is while this lives: not attached.
-class Detached
-{
-public:
-    Detached()
-    {
-        DetachLibrary(false);
-    }
-
-    ~Detached()
-    {
-        EXPECT_TRUE(AttachLibrary(nullptr));
-    }
-
-    Detached(const Detached&) = delete;
-    Detached& operator=(const Detached&) = delete;
-};
-
-// --- The exports of every module
-// ------------------------------------------------------------------
-
-TEST(ComponentServer, RefusesARangeOutsideItsTable)
-{
-    std::vector<CLSID> out = AllClasses();
-    const auto count = static_cast<std::uint32_t>(out.size());
-    struct
-    {
-        std::uint32_t First;
-        std::uint32_t Count;
-        Result Answer;
-    } const cases[] = {
-        {0, count, S_OK},
-        {count, 0, S_OK},
-        {count + 1, 0, E_INVALIDARG},
-        {1, count, E_INVALIDARG},
-        {0, count + 1, E_INVALIDARG},
-        {count, 1, E_INVALIDARG},
-        {0xFFFFFFFF, 2, E_INVALIDARG}, // the sum wraps to 1
-        {2, 0xFFFFFFFF, E_INVALIDARG},
-        {0x80000000, 0x80000000, E_INVALIDARG},
-    };
-    for (const auto& [first, number, answer] : cases)
-        EXPECT_EQ(DLLGetClassObjectID(first, number, out.data()), answer) << first << " " << number;
+    const auto count = static_cast<std::uint32_t>(DLLGetClassCount());
+    std::vector<CLSID> all(count);
+    EXPECT_EQ(DLLGetClassObjectID(0, count, all.data()), S_OK);
+    for (std::size_t at = 1; at < count; ++at)
+        EXPECT_LT(std::memcmp(&all[at - 1], &all[at], sizeof(CLSID)), 0);
+    EXPECT_EQ(DLLGetClassObjectID(1, count, all.data()), E_INVALIDARG);
+    EXPECT_EQ(DLLGetClassObjectID(0xFFFFFFFF, 2, all.data()), E_INVALIDARG); // wraps to 1
     EXPECT_EQ(DLLGetClassObjectID(0, 1, nullptr), E_INVALIDARG);
+
+    char text[8] = "#######"; // the sample, the last one, has a text of six characters
+    EXPECT_EQ(DLLGetClassObjectInfo(count, text, 8), E_INVALIDARG);
+    EXPECT_EQ(DLLGetClassObjectInfo(count - 1, text, 0), E_INVALIDARG);
+    EXPECT_EQ(DLLGetClassObjectInfo(count - 1, text, 0xFFFFFFFF), E_INVALIDARG);
+    EXPECT_EQ(DLLGetClassObjectInfo(count - 1, nullptr, 8), E_INVALIDARG);
+    EXPECT_STREQ(text, "#######");
+    EXPECT_EQ(DLLGetClassObjectInfo(count - 1, text, 7), S_OK);
+    EXPECT_STREQ(text, "Sample");
+    EXPECT_EQ(DLLGetClassObjectInfo(count - 1, text, 6), S_OK);
+    EXPECT_STREQ(text, "") << "a text that does not fit as a whole";
 }
 
-TEST(ComponentServer, SaysWhyThereIsNoObjectAndLeavesNoneBehind)
+TEST(ModuleExports, AnswerACreationWithItsCodeAndLineAndLeaveNothingBehind)
 {
     const ObserverMaskScope everything(PRINT_ERROR | PRINT_WARN | PRINT_TRACE);
-    struct
-    {
-        const CLSID& Class;
-        const IID& Interface;
-        Result Answer;
-        const char* Line;
-    } const cases[] = {
-        {Nobody, IID_IUnknown, E_NOINTERFACE,
-         "\a.*-ERROR- No such class available: CLSID 12345678-0000-0000-0000-000000000000"},
-        {CLSID_Unbuildable, IID_IUnknown, E_OUTOFMEMORY,
-         "\a.*-ERROR- Create Object failed: A text of exactly forty characters\\.\\.\\.\\.\\.\\. "
-         "- CLSID FFFFFFFF-FFFF-4E6C-B892-7E781AF86992"},
-        {T_Sample::ClassId, Nobody, E_NOINTERFACE,
-         "w.*-WARN- No such interface available: Sample - "
-         "CLSID 43665D41-942A-4E6C-B892-7E781AF86992, IID 12345678-0000-0000-0000-000000000000"},
-        {T_Sample::ClassId, IID_IBootstrap, S_OK,
-         " .*  Object 0x[0-9a-f]+ created; Sample - CLSID: 43665D41-942A-4E6C-B892-7E781AF86992 "
-         "IID: 9FD18822-3AF8-4D80-AFB0-587AF0A18716"},
-    };
     const std::uint32_t before = GetObjectOpenCount();
-    for (const auto& [clsid, iid, answer, line] : cases)
+    void* out = &out;
+    REPORTS(DllGetClassObject(&CLSID_Value, &IID_IValue, nullptr), E_INVALIDARG);
+    REPORTS(DllGetClassObject(nullptr, &IID_IValue, &out), E_POINTER);
+    REPORTS(DllGetClassObject(&CLSID_Value, nullptr, &out), E_POINTER);
+    EXPECT_EQ(out, nullptr);
+    REPORTS(DllGetClassObject(&Nobody, &IID_IUnknown, &out), E_NOINTERFACE,
+            "] -ERROR- No such class available: CLSID 12345678-0000-0000-0000-000000000000");
+    REPORTS(DllGetClassObject(&T_Sample::ClassId, &Nobody, &out), E_NOINTERFACE,
+            "] -WARN- No such interface available: Sample - CLSID " SAMPLE
+            ", IID 12345678-0000-0000-0000-000000000000");
+    const auto createWithoutMemory = [&]
     {
-        const DiagnosticsCapture capture;
-        ObjectPtr<IUnknown> object;
-        EXPECT_EQ(DllGetClassObject(&clsid, &iid, object.PutVoid()), answer);
-        const std::vector<std::string> lines = capture.Lines();
-        ASSERT_EQ(lines.size(), 1u) << capture.Text();
-        EXPECT_TRUE(std::regex_match(lines[0], std::regex(line))) << lines[0];
-        EXPECT_EQ(static_cast<bool>(object), answer == S_OK);
-        EXPECT_EQ(GetObjectOpenCount(), before + (object ? 1 : 0));
-    }
+        const FailingMemory none(0, Shortage::Once);
+        return DllGetClassObject(&T_Sample::ClassId, &IID_IUnknown, &out);
+    };
+    REPORTS(createWithoutMemory(), E_OUTOFMEMORY,
+            "] -ERROR- Create Object failed: Sample - CLSID " SAMPLE);
+    REPORTS(CreateClassObject(&CLSID_Value, &IID_IValue, nullptr), E_POINTER,
+            "\aOssira: CreateClassObject: invalid pointer 'ppv' [Build-DynLib]");
+    out = &out;
+    REPORTS(CreateClassObject(nullptr, &IID_IValue, &out), E_POINTER,
+            "\aOssira: CreateClassObject: invalid pointer 'clsid' [Build-DynLib]");
+    REPORTS(CreateClassObject(&CLSID_Value, nullptr, &out), E_POINTER,
+            "\aOssira: CreateClassObject: invalid pointer 'iid' [Build-DynLib]");
+    EXPECT_EQ(out, nullptr);
+    REPORTS(CreateClassObject(&CLSID_GlobalSingleton, &IID_IValue, &out), E_NOINTERFACE,
+            "] -WARN- GlobalSingleton Object failed: IID 389A1174-F380-4CCA-A15E-46248F36AA4E  "
+            "[Build-DynLib]");
+    EXPECT_EQ(out, nullptr);
+    EXPECT_EQ(GetObjectOpenCount(), before);
+
+    ObjectPtr<IUnknown> object;
+    REPORTS(CreateClassObject(&T_Sample::ClassId, &IID_IObjectName, object.PutVoid()), S_OK,
+            " created; Sample - CLSID: " SAMPLE " IID: 27A9CF91-40E4-47FB-98A4-5FBB8BDF76B0");
+    EXPECT_EQ(GetObjectOpenCount(), before + 1);
+    REPORTS(CreateClassObject(&CLSID_GlobalSingleton, &IID_ISingleton, object.PutVoid()), S_OK,
+            " obtained [Build-DynLib]");
+    EXPECT_EQ(object.Get(), ExistingSingleton());
 }
 
-TEST(ComponentServer, WithoutAServerEveryExportDeniesAccess)
+TEST(ModuleExports, DenyAccessWithoutAServer)
 {
-    const Detached detached;
-    const DiagnosticsCapture capture;
+    DetachLibrary(false);
     CLSID clsid = {};
     char text[8];
     void* out = nullptr;
-    EXPECT_EQ(DllGetClassObject(&CLSID_Value, &IID_IUnknown, &out), E_ACCESSDENIED);
-    EXPECT_EQ(DllCanUnloadNow(), E_ACCESSDENIED);
-    EXPECT_EQ(DLLGetOpenObjectCount(), E_ACCESSDENIED);
-    EXPECT_EQ(DLLGetClassCount(), E_ACCESSDENIED);
-    EXPECT_EQ(DLLGetClassObjectID(0, 1, &clsid), E_ACCESSDENIED);
-    EXPECT_EQ(DLLGetClassObjectInfo(0, text, 8), E_ACCESSDENIED);
+    REPORTS(DllGetClassObject(&CLSID_Value, &IID_IUnknown, &out), E_ACCESSDENIED);
+    REPORTS(DllCanUnloadNow(), E_ACCESSDENIED);
+    REPORTS(DLLGetOpenObjectCount(), E_ACCESSDENIED);
+    REPORTS(DLLGetClassCount(), E_ACCESSDENIED);
+    REPORTS(DLLGetClassObjectID(0, 1, &clsid), E_ACCESSDENIED);
+    REPORTS(DLLGetClassObjectInfo(0, text, 8), E_ACCESSDENIED);
+    REPORTS(InitializeGlobalSingleton(), E_ACCESSDENIED);
+    REPORTS(CreateClassObject(&CLSID_Value, &IID_IUnknown, &out), E_ACCESSDENIED,
+            "\aOssira: CreateClassObject: gbComServer not available: Access Denied [Build-DynLib]");
     EXPECT_EQ(GetObjectOpenCount(), 0u);
-    EXPECT_EQ(InitializeGlobalSingleton(), E_ACCESSDENIED);
-    EXPECT_EQ(capture.Text(), "");
-    EXPECT_EQ(CreateClassObject(&CLSID_Value, &IID_IUnknown, &out), E_ACCESSDENIED);
-    EXPECT_EQ(capture.Text(), "\aOssira: CreateClassObject: gbComServer not available: "
-                              "Access Denied [Build-DynLib]\n");
+    EXPECT_TRUE(AttachLibrary(nullptr));
 }
-
-// --- Attach and detach
-// ----------------------------------------------------------------------------
 
 TEST(Library, ListsTheObjectsThatAreStillAliveAtDetach)
 {
     auto named = Make<IObjectName>(T_Sample::ClassId);
     EXPECT_EQ(named->SetObjectName("forgotten"), S_OK);
-    ObjectPtr<IObjectName> again = named;
-    auto unnamed = MakeObject<T_Sample>();
-
     const DiagnosticsCapture capture;
-    const Detached detached;
-    named.Reset(); // they die unattended, so that the next server does not miss them
-    again.Reset();
-    unnamed.Reset();
-    if (OSSIRA_TRACK_OBJECTS == 0)
-    {
-        EXPECT_EQ(capture.Text(), "");
-        return;
-    }
-    const std::vector<std::string> lines = capture.Lines();
-    ASSERT_EQ(lines.size(), 4u) << capture.Text();
-    EXPECT_EQ(lines[0], "\aComServer ALive Objects:");
-    const std::string place = "  0x[0-9a-f]{8}: ";
-    const std::string sample = " Sample 43665D41-942A-4E6C-B892-7E781AF86992 ";
-    const std::regex withName(place + "\"forgotten\"" + sample + "\\(2 cnt\\)");
-    const std::regex withoutName(place + "\"\"" + sample + "\\(1 cnt\\)");
-    const bool inOrder = std::regex_match(lines[1], withName);
-    EXPECT_TRUE(std::regex_match(lines[inOrder ? 1 : 2], withName)) << capture.Text();
-    EXPECT_TRUE(std::regex_match(lines[inOrder ? 2 : 1], withoutName)) << capture.Text();
-    EXPECT_EQ(lines[3], "");
+    DetachLibrary(false);
+    named.Reset(); // it dies unattended, so that the next server does not miss it
+    EXPECT_TRUE(AttachLibrary(nullptr));
+    const std::regex list("\aComServer ALive Objects:\n"
+                          "  0x[0-9a-f]{8}: \"forgotten\" Sample " SAMPLE " \\(1 cnt\\)\n\n");
+    EXPECT_TRUE(OSSIRA_TRACK_OBJECTS == 0 || std::regex_match(capture.Text(), list))
+        << capture.Text();
 }
 
 TEST(Library, FilesItsBootstrapChainWithARegistry)
 {
     const auto registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
     const ObserverMaskScope everything(PRINT_ERROR | PRINT_TRACE);
-    {
-        const DiagnosticsCapture capture;
-        EXPECT_EQ(DLLRegisterBootstrap(nullptr, nullptr), E_INVALIDARG);
-        EXPECT_EQ(capture.CountLinesWith("-ERROR- clsidRegistry == NULL"), 1u);
-    }
-    {
-        const auto noRegistry = MakeObject<T_Sample>();
-        const DiagnosticsCapture capture;
-        EXPECT_EQ(DLLRegisterBootstrap(static_cast<ISample*>(noRegistry.Get()), nullptr),
-                  E_NOINTERFACE);
-        EXPECT_EQ(
-            capture.CountLinesWith("clsidRegistry->QueryInterface(IID_IClsidRegistry, ) failed"),
-            1u);
-    }
+    REPORTS(DLLRegisterBootstrap(nullptr, nullptr), E_INVALIDARG, "-ERROR- clsidRegistry == NULL");
+    REPORTS(DLLRegisterBootstrap(ExistingSingleton(), nullptr), E_NOINTERFACE,
+            "-ERROR- clsidRegistry->QueryInterface(IID_IClsidRegistry, ) failed");
     const DiagnosticsCapture capture;
     EXPECT_EQ(DLLRegisterBootstrap(registry.Get(), nullptr), S_OK);
+    EXPECT_EQ(capture.CountLinesWith("]    Bootstrap Register Sample - Cat:F54E31DA-"), 1u);
     EXPECT_EQ(
         registry->ContainsGroupClass(BootstrapRegistryStartup_Level1, Nobody, T_Sample::ClassId),
         S_OK);
-    EXPECT_EQ(capture.CountLinesWith("    Bootstrap Register Sample - "
-                                     "Cat:F54E31DA-DBBA-49BC-8140-F1FE5D8F4E5E  "
-                                     "Group:12345678-0000-0000-0000-000000000000  "
-                                     "Class:43665D41-942A-4E6C-B892-7E781AF86992"),
-              1u)
-        << capture.Text();
 }
 
-// --- The front door
-// -------------------------------------------------------------------------------
-
-TEST(CreateClassObject, AnswersEveryWrongCallWithItsCodeAndLine)
-{
-    const ObserverMaskScope everything(PRINT_ERROR | PRINT_WARN);
-    void* out = nullptr;
-    struct
-    {
-        const CLSID* Class;
-        const IID* Interface;
-        void** Out;
-        Result Answer;
-        const char* Line;
-    } const cases[] = {
-        {&CLSID_Value, &IID_IValue, nullptr, E_POINTER,
-         "\aOssira: CreateClassObject: invalid pointer 'ppv' [Build-DynLib]"},
-        {nullptr, &IID_IValue, &out, E_POINTER,
-         "\aOssira: CreateClassObject: invalid pointer 'clsid' [Build-DynLib]"},
-        {&CLSID_Value, nullptr, &out, E_POINTER,
-         "\aOssira: CreateClassObject: invalid pointer 'iid' [Build-DynLib]"},
-        {&CLSID_Value, &Nobody, &out, E_NOINTERFACE, "-WARN- No such interface available: Value"},
-        {&CLSID_GlobalSingleton, &IID_IValue, &out, E_NOINTERFACE,
-         "GlobalSingleton Object failed: IID 389A1174-F380-4CCA-A15E-46248F36AA4E  [Build-DynLib]"},
-        {&Nobody, &IID_IValue, &out, E_NOINTERFACE,
-         "No such class available: CLSID 12345678-0000-0000-0000-000000000000"},
-    };
-    for (const auto& [clsid, iid, target, answer, line] : cases)
-    {
-        const DiagnosticsCapture capture;
-        out = &out;
-        EXPECT_EQ(CreateClassObject(clsid, iid, target), answer) << line;
-        EXPECT_EQ(out, target == nullptr ? &out : nullptr) << line;
-        EXPECT_EQ(capture.CountLinesWith(line), 1u) << capture.Text();
-    }
-}
-
-TEST(CreateClassObject, ConcurrentFirstRequestsEndWithOneSingleton)
+TEST(Library, ConcurrentFirstRequestsEndWithOneSingleton)
 {
     for (int round = 0; round < 50; ++round)
     {
-        {
-            const Detached fresh;
-        }
+        DetachLibrary(false);
+        ASSERT_TRUE(AttachLibrary(nullptr));
         ASSERT_EQ(ExistingSingleton(), nullptr);
         const std::uint32_t before = GetObjectOpenCount();
-        constexpr int threads = 8;
-        std::barrier start(threads);
-        std::vector<ObjectPtr<ISingleton>> got(threads);
+        std::vector<ObjectPtr<ISingleton>> got(8);
+        std::barrier start(8);
+        std::vector<std::jthread> running;
+        const auto request = [&](ObjectPtr<ISingleton>& mine)
         {
-            std::vector<std::jthread> running;
-            for (ObjectPtr<ISingleton>& mine : got)
-            {
-                running.emplace_back(
-                    [&]
-                    {
-                        start.arrive_and_wait();
-                        EXPECT_EQ(CreateObject(CLSID_GlobalSingleton, mine), S_OK);
-                    });
-            }
-        }
+            start.arrive_and_wait();
+            EXPECT_EQ(CreateObject(CLSID_GlobalSingleton, mine), S_OK);
+        };
+        for (ObjectPtr<ISingleton>& mine : got)
+            running.emplace_back(request, std::ref(mine));
+        running.clear();
         for (const ObjectPtr<ISingleton>& one : got)
             EXPECT_EQ(one.Get(), ExistingSingleton());
         EXPECT_EQ(GetObjectOpenCount(), before + 1) << "the losers' objects are gone";
@@ -295,4 +167,4 @@ TEST(CreateClassObject, ConcurrentFirstRequestsEndWithOneSingleton)
 
 } // namespace
 
-} // namespace Tavrik::Ossira
+} // namespace Tavrik::Ossira::tTest

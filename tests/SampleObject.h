@@ -1,8 +1,7 @@
-// A class of the white-box tests: an interface that extends another one, and a second interface.
+// A class of the white-box tests: an interface that extends another one, and further interfaces.
 #pragma once
 
 #include "OssiraFrame.h"
-#include "OssiraServices.h"
 #include "TestModules.h"
 
 namespace Tavrik::Ossira::tTest
@@ -21,20 +20,21 @@ protected:
 
 using ISampleBase = IMark<IUnknown, 1>;
 using ISample = IMark<ISampleBase, 2>;
+using ISecond = IMark<IUnknown, 3>;
 
 // Counts its deaths. While it dies it hands out a reference on itself and gets it back, as an
 // object does whose destructor calls others.
 class T_Sample : public ISample,
-                 public IBootstrap,
+                 public ISecond,
                  public CObjectName,
                  public CObjectIdentity<T_Sample>,
                  public COssiraUnknown
 {
 public:
     static constexpr CLSID ClassId = {
-        0x43665D41, 0x942A, 0x4E6C, {0xB8, 0x92, 0x7E, 0x78, 0x1A, 0xF8, 0x69, 0x92}};
+        0xFFFFFFFF, 0x942A, 0x4E6C, {0xB8, 0x92, 0x7E, 0x78, 0x1A, 0xF8, 0x69, 0x92}};
     static constexpr std::string_view ClassName = "Sample";
-    OSSIRA_INTERFACES(ISample, IBootstrap, IObjectName, IObjectIdentity)
+    OSSIRA_INTERFACES(ISample, ISecond, IObjectName, IObjectIdentity)
 
     static inline int Deaths = 0;
 
@@ -42,16 +42,6 @@ public:
     {
         ++Deaths;
         const ObjectPtr<IUnknown> self(PrivateUnknown());
-    }
-
-    Result Startup(IUnknown*) override
-    {
-        return 3;
-    }
-
-    Result Cleanup(IUnknown*) override
-    {
-        return 4;
     }
 };
 

@@ -13,7 +13,9 @@ class TestItem final : public IUnknown
 public:
     [[nodiscard]] static ObjectPtr<TestItem> New(std::function<void()> onDestruction = [] {})
     {
-        return ObjectPtr<TestItem>(new TestItem(std::move(onDestruction)));
+        const ObjectPtr item(new TestItem);
+        item->mOnDestruction = std::move(onDestruction);
+        return item;
     }
 
     Result QueryInterface(const IID& iid, void** out) override
@@ -37,11 +39,6 @@ public:
     }
 
 private:
-    explicit TestItem(std::function<void()> onDestruction)
-        : mOnDestruction(std::move(onDestruction))
-    {
-    }
-
     ~TestItem()
     {
         mOnDestruction();

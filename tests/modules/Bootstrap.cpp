@@ -1,7 +1,6 @@
 // Three modules of bootstrap classes that leave a trace in the value set that start-up and clean-up
-// are given. A definition chooses the module: OSSIRA_OUTER, OSSIRA_INNER or OSSIRA_FAILING.
+// are given. A definition chooses the module: OSSIRA_OUTER, OSSIRA_INNER or the failing one.
 #include "Ossira.h"
-#include "OssiraFrame.h"
 #include "TestModules.h"
 
 using namespace Tavrik::Ossira;
@@ -10,8 +9,7 @@ using namespace Tavrik::Ossira::tTest;
 namespace
 {
 
-// Both operations append the letter and their sign, if there is a value set, and give the answer.
-template <char Letter, Result Answer = S_OK>
+template <char Letter, Result Answer>
 class T_Tracer : public IBootstrap, public COssiraUnknown
 {
 public:
@@ -20,23 +18,13 @@ public:
 
     Result Startup(IUnknown* param) override
     {
-        return Append(param, '+');
+        LeaveTrace(*param, {Letter, '+'});
+        return Answer;
     }
 
     Result Cleanup(IUnknown* param) override
     {
-        return Append(param, '-');
-    }
-
-private:
-    static Result Append(IUnknown* param, char sign)
-    {
-        ObjectPtr<IValueSet> set;
-        std::string trace;
-        if (param == nullptr || Failed(param->QueryInterface(IID_IValueSet, set.PutVoid())))
-            return Answer;
-        GetValueCharString(set.Get(), BootstrapTrace, &trace);
-        SetValueCharString(set.Get(), BootstrapTrace, trace + Letter + sign);
+        LeaveTrace(*param, {Letter, '-'});
         return Answer;
     }
 };
@@ -54,15 +42,11 @@ TRACER(A, S_OK, 0)
 TRACER(C, S_OK, 1)
 TRACER(D, S_OK, 2)
 #elif defined OSSIRA_INNER
-using B = T_Tracer<'B'>;
-OSSIRA_CLASS(B, "B")
-OSSIRA_BOOTSTRAP(B::ClassId, BootstrapRegistryStartup_Level0, GUID_Null, "B")
+TRACER(B, S_OK, 0)
 #else
 TRACER(X, S_OK, 0)
 TRACER(Y, E_ABORT, 0)
-TRACER(Z, S_OK, 0)
-OSSIRA_BOOTSTRAP(Z::ClassId, BootstrapRegistryStartup_Level1, GUID_Null, "Z")
-OSSIRA_BOOTSTRAP(Z::ClassId, BootstrapRegistryCleanup_Level1, GUID_Null, "Z")
+TRACER(Z, E_FAIL, 0)
 #endif
 
 } // namespace

@@ -8,79 +8,58 @@ using namespace Tavrik::Ossira::tTest;
 namespace
 {
 
-// Enters and takes out a class, looks at others and creates an object. A dying object is counted no
-// longer, so its module must not be flushed while it dies.
-Result UseServices(bool mayFlush = true)
-try
+// Creates singletons, enters and takes out classes, and unloads idle modules. A dying object is
+// counted no longer, so its module must not be flushed while it dies.
+void UseServices(char place)
 {
-    ObjectPtr<ISingleton> singletons;
+    ObjectPtr<ISingleton> all;
     ObjectPtr<IObjectFactory> factory;
     ObjectPtr<IClsidRegistry> registry;
-    ObjectPtr<IValue> value;
-    OSSIRA_CHECK_RESULT(CreateObject(CLSID_GlobalSingleton, singletons), "singletons");
-    OSSIRA_CHECK_RESULT(singletons->GetClassObject(CLSID_GlobalObjectFactory, IID_IObjectFactory,
-                                                   factory.PutVoid()),
-                        "factory");
-    OSSIRA_CHECK_RESULT(
-        singletons->GetClassObject(CLSID_ClsidRegistry, IID_IClsidRegistry, registry.PutVoid()),
-        "registry");
+    ObjectPtr<IUnknown> trace;
     for (const Result result :
-         {factory->RegisterClass(CLSID_Value, nullptr, "Value"),
-          factory->GetClassObject(CLSID_Value, IID_IValue, value.PutVoid()),
-          mayFlush ? factory->FlushModules() : S_OK, factory->UnregisterClass(CLSID_Value),
-          registry->RegisterClass(IID_ICallback, CLSID_Callback),
-          registry->UnregisterClass(IID_ICallback, CLSID_Callback)})
-        OSSIRA_CHECK_RESULT(result, "a service");
-    return S_OK;
+         {CreateObject(CLSID_GlobalSingleton, all),
+          all->GetClassObject(CLSID_GlobalObjectFactory, IID_IObjectFactory, factory.PutVoid()),
+          all->GetClassObject(CLSID_ClsidRegistry, IID_IClsidRegistry, registry.PutVoid()),
+          all->GetClassObject(CLSID_ValueSet, IID_IUnknown, trace.PutVoid()),
+          factory->RegisterClass(CLSID_Value, nullptr, nullptr),
+          factory->UnregisterClass(CLSID_Value), place == 'd' ? S_OK : factory->FlushModules(),
+          registry->RegisterClass(BootstrapRegistryStartup_Level1, CLSID_Value),
+          registry->UnregisterClass(BootstrapRegistryStartup_Level1, CLSID_Value)})
+        place = result == S_OK ? place : '!';
+    LeaveTrace(*trace, {place});
 }
-OSSIRA_CATCH_RETURN
 
-struct ModuleState
+// Calls now and when what it answers is destroyed.
+std::shared_ptr<void> Caller(char begin, char end)
 {
-    CallbackResults Own = {UseServices(), E_PENDING, E_PENDING, E_PENDING, E_PENDING};
-    CallbackResults* Results = &Own;
+    UseServices(begin);
+    return {nullptr, [end](void*)
+            {
+                UseServices(end);
+            }};
+}
 
-    // Only when somebody waits for it: at the end of the process nobody does.
-    ~ModuleState()
-    {
-        if (Results != &Own)
-            Results->ModuleEnd = UseServices();
-    }
-};
+const std::shared_ptr<void> gModule = Caller('m', 'e');
 
-ModuleState gState;
-
-class T_Callback : public ICallback, public IBootstrap, public COssiraUnknown
+class T_Callback : public IBootstrap, public COssiraUnknown
 {
 public:
     static constexpr CLSID ClassId = CLSID_Callback;
-    OSSIRA_INTERFACES(ICallback, IBootstrap)
-
-    T_Callback()
-    {
-        gState.Results->Construction = UseServices();
-    }
-
-    ~T_Callback() override
-    {
-        gState.Results->Destruction = UseServices(false);
-    }
-
-    Result ReportTo(CallbackResults* results) override
-    {
-        *results = *std::exchange(gState.Results, results);
-        return S_OK;
-    }
+    OSSIRA_INTERFACES(IBootstrap)
 
     Result Startup(IUnknown*) override
     {
-        return gState.Results->Startup = UseServices();
+        UseServices('s');
+        return S_OK;
     }
 
     Result Cleanup(IUnknown*) override
     {
         return S_OK;
     }
+
+private:
+    const std::shared_ptr<void> mCaller = Caller('c', 'd');
 };
 
 OSSIRA_CLASS(T_Callback, "Callback")

@@ -5,7 +5,6 @@
 #include "TestModules.h"
 
 #include <cstring>
-#include <new>
 
 using namespace Tavrik::Ossira;
 using namespace Tavrik::Ossira::tTest;
@@ -25,12 +24,7 @@ constexpr bool Is(std::string_view fault)
 // What is thrown has a type that only this module knows, and destroying it runs this module's code.
 struct Complaint
 {
-    ~Complaint()
-    {
-        ++Destroyed;
-    }
-
-    static inline std::atomic<std::int32_t> Destroyed = 0;
+    std::string Text = std::string(100, '!');
 };
 
 // Answers what is said, unless the fault is to throw here.
@@ -70,24 +64,17 @@ OSSIRA_EXPORT Result DLLGetClassCount()
     return OrThrow(Is("CountThrows"), Is("NegativeCount") ? E_ABORT : Is("NoClasses") ? 0 : many);
 }
 
-OSSIRA_EXPORT Result DLLGetClassObjectID(std::uint32_t first, std::uint32_t count, CLSID* out)
+OSSIRA_EXPORT Result DLLGetClassObjectID(std::uint32_t index, std::uint32_t, CLSID* out)
 {
-    for (std::uint32_t index = first; index < first + count; ++index)
-    {
-        if (index == 1 && (Is("SecondIdFails") || Is("SecondIdThrows")))
-            return OrThrow(Is("SecondIdThrows"), E_ABORT);
-        if (index >= 2)
-            return E_INVALIDARG;
-        *out++ = index == 0 ? CLSID_RawFirst : CLSID_RawSecond;
-    }
-    return S_OK;
+    if (index == 1 && (Is("SecondIdFails") || Is("SecondIdThrows")))
+        return OrThrow(Is("SecondIdThrows"), E_ABORT);
+    *out = index == 0 ? CLSID_RawFirst : CLSID_RawSecond;
+    return index < 2 ? S_OK : E_INVALIDARG;
 }
 
 OSSIRA_EXPORT Result DLLGetClassObjectInfo(std::uint32_t index, char* buffer, std::uint32_t size)
 {
-    std::strncpy(buffer, "Raw", size);
-    if (Is("EndlessText"))
-        std::memset(buffer, 'x', size); // no terminating zero
+    std::memset(buffer, Is("EndlessText") ? 'x' : 0, size); // without a zero at its end
     return index == 1 && Is("SecondTextFails") ? E_ABORT : S_OK;
 }
 

@@ -1,7 +1,7 @@
-// What the test modules offer to the tests: their classes, their own interface and the keys under
-// which they leave traces.
+// What the test modules offer to the tests: their classes, an interface and the trace they leave.
 #pragma once
 
+#include "OssiraBullets.h"
 #include "OssiraServices.h"
 
 namespace Tavrik::Ossira::tTest
@@ -14,13 +14,11 @@ namespace Tavrik::Ossira::tTest
     return {number, 0x7E57, kind, {}};
 }
 
-// --- "good": Counter.dll; "unique": UniqueSymbols.dll, which the platform may keep mapped for ever
-// --
+// --- "good": Counter.dll; "unique": UniqueSymbols.dll, which the platform may keep mapped
+// ---------
 
-inline constexpr CLSID CLSID_Counter = {
-    0xF524AE7D, 0x080A, 0x426B, {0x92, 0xE2, 0xE2, 0x9F, 0x7B, 0xDA, 0x86, 0x29}};
-inline constexpr IID IID_ICounter = {
-    0x552BE5DD, 0xBB84, 0x4203, {0x99, 0x9B, 0xAB, 0x27, 0x5D, 0x44, 0xF6, 0xB1}};
+inline constexpr CLSID CLSID_Counter = Numbered(1, 6);
+inline constexpr IID IID_ICounter = Numbered(2, 6);
 
 struct ICounter : IUnknown
 {
@@ -33,67 +31,46 @@ struct ICounter : IUnknown
     // The same over all objects since the module's static objects were built.
     virtual Result CountInModule() = 0;
 
-    // A value of the runtime, holding this object's count as a 32-bit number.
-    virtual Result MakeValue(const IID& iid, void** ppv) = 0;
-
-    // When the module's static objects are destroyed, 1 is added to *witness.
-    virtual Result WatchUnload(std::int32_t* witness) = 0;
-
 protected:
     ~ICounter() = default;
 };
 
-// --- "bootstrap": BootstrapOuter.dll, BootstrapInner.dll; "failing-bootstrap":
-// BootstrapFailing.dll --
+// --- "bootstrap": BootstrapOuter.dll, BootstrapInner.dll; "failing-bootstrap"
+// ---------------------
 
-// The classes append their letter and what they did ("+" start-up, "-" clean-up) to the narrow
-// string under this key of the value set that is the bootstrap's parameter.
+// The classes add their letter and what they did ("+" start-up, "-" clean-up) to the narrow string
+// under this key of the value set that is the bootstrap's parameter.
 inline constexpr GUID BootstrapTrace = Numbered(0, 1);
 
-// With both modules, start-up and clean-up write this. A and B are started at level 0, in the order
-// of their identifiers, C at level 1 and D at level 2; clean-up has D at level 2, C at level 1 and
-// A at level 0. A, C and D live in the outer module, B in the inner one. In the failing one X, Y
-// and Z enrol for both at level 0, and Z at level 1 as well; Y answers `E_ABORT` once it left its
-// trace.
-inline constexpr char BootstrapFullTrace[] = "A+B+C+D+D-C-A-";
+// A and B are at level 0, C at level 1 and D at level 2, for both phases; A, C and D live in the
+// outer module, B in the inner one. In the failing one, at level 0, X succeeds, Y and Z fail.
+inline void LeaveTrace(IUnknown& param, const std::string& step)
+{
+    ObjectPtr<IValueSet> set;
+    std::string trace;
+    param.QueryInterface(IID_IValueSet, set.PutVoid());
+    (void)GetValueCharString(set.Get(), BootstrapTrace, &trace);
+    (void)SetValueCharString(set.Get(), BootstrapTrace, trace + step);
+}
 
-// --- "callback": Callback.dll ------------------------------------------------------------------
+// --- "callback": Callback.dll
+// ---------------------------------------------------------------------
 
-// Calls the singleton registry, the factory and the CLSID registry while the module's static
-// objects are built and destroyed, from its class's constructor and destructor, and from `Startup`.
+// Enrols for start-up at level 1. Wherever the module's code runs it calls the services, files
+// another class at its own level and takes it out again; when all went well it adds a letter to the
+// trace in the singleton of the value set: m for the module's start, c for the object's
+// construction, s for its start-up, d for its destruction, e for the module's end.
 inline constexpr CLSID CLSID_Callback = Numbered(0, 2);
-inline constexpr IID IID_ICallback = Numbered(1, 2);
 
-// What the calls ended with; `E_PENDING` where none was made yet.
-struct CallbackResults
-{
-    Result ModuleStart, Construction, Startup;
-    Result Destruction; // written when the object dies
-    Result ModuleEnd;   // written when the module's static objects die
-};
+// --- "raw": modules without the frame, one fault each; "dependent": one that needs Helper.dll
+// -----
 
-struct ICallback : IUnknown
-{
-    using Extends = IUnknown;
-    static constexpr IID Iid = IID_ICallback;
-
-    // Writes what is known, and what becomes known later until the module is gone.
-    virtual Result ReportTo(CallbackResults* results) = 0;
-
-protected:
-    ~ICallback() = default;
-};
-
-// --- "raw": modules without the frame, each with one fault; "dependent": a decent one that needs
-// --- Helper.dll
-// -----------------------------------------------------------------------------------
-
-// The classes of every raw module, unless its fault says otherwise. The second one comes second in
-// the module's list.
+// The classes of every raw module, in the order of its list, unless its fault says otherwise.
 inline constexpr CLSID CLSID_RawFirst = Numbered(1, 3);
 inline constexpr CLSID CLSID_RawSecond = Numbered(2, 3);
 
-// --- "datatypes": Datatypes.dll -----------------------------------------------------------------
+// --- "datatypes": Datatypes.dll
+// -------------------------------------------------------------------
 
 // Providers of one datatype each, in the order of their identifiers: the first asks the singleton
 // of the datatypes service while it is created, the second cannot be created.

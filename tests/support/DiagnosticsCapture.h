@@ -5,6 +5,8 @@
 #include "OssiraPointer.h"
 #include "TestPlatform.h"
 
+#include <algorithm>
+#include <gtest/gtest.h>
 #include <sstream>
 #include <string_view>
 #include <vector>
@@ -29,12 +31,27 @@ public:
     // How many lines contain that text.
     [[nodiscard]] std::size_t CountLinesWith(std::string_view text) const
     {
-        std::size_t count = 0;
-        for (const std::string& line : Lines())
-            count += line.find(text) != std::string::npos ? 1u : 0u;
-        return count;
+        const auto hasText = [&](const std::string& line)
+        {
+            return line.find(text) != line.npos;
+        };
+        return static_cast<std::size_t>(std::ranges::count_if(Lines(), hasText));
     }
 };
+
+// Checks what a call answers and that it writes exactly one line, with that text; or none, if there
+// is no text.
+template <class Call>
+void ExpectReport(Call call, Result answer, const char* what, std::string_view text)
+{
+    const DiagnosticsCapture capture;
+    EXPECT_EQ(call(), answer) << what;
+    EXPECT_EQ(capture.Lines().size(), text.empty() ? 0u : 1u) << what << "\n" << capture.Text();
+    EXPECT_NE(capture.Text().find(text), std::string::npos) << what << "\n" << capture.Text();
+}
+
+#define REPORTS(call, answer, ...)                                                                 \
+    ExpectReport([&] { return call; }, answer, #call, std::string_view(__VA_ARGS__))
 
 // Gives the observer in place exactly this mask, and its former one back at the end.
 class ObserverMaskScope
@@ -53,7 +70,6 @@ public:
     }
 
     ObserverMaskScope(const ObserverMaskScope&) = delete;
-    ObserverMaskScope& operator=(const ObserverMaskScope&) = delete;
 
 private:
     ObjectPtr<IObserverPrint> mObserver;

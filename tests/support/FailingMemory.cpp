@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <limits>
 #include <new>
 
 namespace Tavrik::Ossira::tTest
@@ -13,16 +14,17 @@ namespace Tavrik::Ossira::tTest
 namespace
 {
 
-constinit thread_local bool gIsArmed = false;
+constexpr std::int64_t Unlimited = std::numeric_limits<std::int64_t>::max();
+constinit thread_local std::int64_t gLeft = Unlimited; // allocations that still succeed
+constinit thread_local std::int64_t gLeftAfterwards = Unlimited;
 constinit thread_local bool gHasFailed = false;
-constinit thread_local std::int64_t gLeft = 0; // allocations that still succeed
-constinit thread_local Shortage gShortage = {};
 constinit std::atomic<std::int64_t> gLive = 0;
 
 bool IsToFail()
 {
-    if (!gIsArmed || gLeft-- > 0 || (gHasFailed && gShortage == Shortage::Once))
+    if (gLeft-- > 0)
         return false;
+    gLeft = gLeftAfterwards;
     return gHasFailed = true;
 }
 
@@ -30,20 +32,14 @@ bool IsToFail()
 
 FailingMemory::FailingMemory(std::int64_t which, Shortage shortage)
 {
-    gLeft = which;
-    gShortage = shortage;
     gHasFailed = false;
-    gIsArmed = true;
-}
-
-FailingMemory::~FailingMemory()
-{
-    Stop();
+    gLeftAfterwards = shortage == Shortage::Once ? Unlimited : 0;
+    gLeft = which;
 }
 
 bool FailingMemory::Stop()
 {
-    gIsArmed = false;
+    gLeft = Unlimited;
     return gHasFailed;
 }
 

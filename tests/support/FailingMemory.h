@@ -19,9 +19,12 @@ class FailingMemory
 {
 public:
     FailingMemory(std::int64_t which, Shortage shortage);
-    ~FailingMemory();
     FailingMemory(const FailingMemory&) = delete;
-    FailingMemory& operator=(const FailingMemory&) = delete;
+
+    ~FailingMemory()
+    {
+        Stop();
+    }
 
     // Ends it; whether an allocation failed.
     bool Stop();

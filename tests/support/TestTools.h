@@ -117,7 +117,6 @@ public:
     }
 
     TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
 
     [[nodiscard]] const std::filesystem::path& Path() const
     {
