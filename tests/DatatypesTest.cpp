@@ -1,9 +1,9 @@
 // The runtime's own datatypes: their formulas beside arithmetic in single rounded steps, and the
 // manners of their provider and of its enumerator.
-#include "ExactNumber.h"
 #include "OssiraDatatypes.h"
 #include "ServiceTools.h"
 
+#include <cmath>
 #include <cstring>
 #include <limits>
 #include <random>
@@ -18,307 +18,182 @@ namespace
 
 // --- What the formulas must yield ---------------------------------------------------------------
 
-template <class Scalar>
-using Point = std::array<Scalar, 2>;
+// Whatever the compiler would like to fuse or to keep more precisely goes through memory. Of two
+// NaNs the first one is handed on.
+template <std::floating_point Float>
+Float Step(Float first, Float result)
+{
+    const volatile Float rounded = std::isnan(first) ? first + first : result;
+    return rounded;
+}
 
+// Toward zero; what does not fit becomes the lowest integer.
 template <std::signed_integral Integer>
-double Distance(Integer a, Integer b)
+Integer Truncated(double x)
 {
-    return tExact::FromInteger(
-        static_cast<Integer>(static_cast<std::uint64_t>(b) - static_cast<std::uint64_t>(a)));
+    const double limit = std::ldexp(1, sizeof(Integer) * 8 - 1);
+    return static_cast<Integer>(std::trunc(x) < limit && std::trunc(x) >= -limit ? x : -limit);
 }
 
-double OnLine(double distance, double t, double a)
-{
-    return tExact::Sum(tExact::Product(distance, t), a);
-}
-
-template <std::signed_integral Integer>
-Integer Expected(Integer a, Integer b, double t)
-{
-    using Wide = std::conditional_t<sizeof(Integer) == 8, std::int64_t, std::int32_t>;
-    const double place = OnLine(Distance<Wide>(a, b), t, tExact::FromInteger(a));
-    return static_cast<Integer>(tExact::Truncated(place, sizeof(Wide) * 8));
-}
-
-double Expected(double a, double b, double t)
-{
-    return OnLine(tExact::Difference(b, a), t, a);
-}
-
-float Expected(float a, float b, double t)
-{
-    const double place = OnLine(tExact::Difference(b, a, tExact::Single), t, a);
-    return static_cast<float>(tExact::Rounded(place, tExact::Single));
-}
-
-std::int32_t ExpectedMove(std::int32_t a, std::int32_t b, double t)
-{
-    return static_cast<std::int32_t>(a + tExact::Truncated(tExact::Product(Distance(a, b), t), 32));
-}
-
-float ExpectedMove(float a, float b, double t)
-{
-    const double step = tExact::Product(tExact::Difference(b, a, tExact::Single), t);
-    return static_cast<float>(
-        tExact::Sum(a, tExact::Rounded(step, tExact::Single), tExact::Single));
-}
-
+// A point adds `a` after it has truncated or rounded the product, a number before that.
 template <class Scalar>
-Point<Scalar> Expected(const Point<Scalar>& a, const Point<Scalar>& b, double t)
+Scalar Expected(Scalar a, Scalar b, double t, bool isPoint)
 {
-    return {ExpectedMove(a[0], b[0], t), ExpectedMove(a[1], b[1], t)};
-}
-
-template <class Scalar>
-std::int32_t ExpectedOrder(Scalar a, Scalar b)
-{
-    const auto order = a <=> b;
-    return order < 0 ? -1 : (order > 0 ? 1 : 0);
-}
-
-template <class Scalar>
-std::int32_t ExpectedOrder(const Point<Scalar>& a, const Point<Scalar>& b)
-{
-    return a[0] == b[0] ? ExpectedOrder(a[1], b[1]) : ExpectedOrder(a[0], b[0]);
+    if constexpr (std::is_integral_v<Scalar>)
+    {
+        using Wide = std::conditional_t<sizeof(Scalar) == 8, std::int64_t, std::int32_t>;
+        const auto start = static_cast<std::uint64_t>(a);
+        const auto distance = static_cast<Wide>(static_cast<std::uint64_t>(b) - start);
+        const double way = Step(t, static_cast<double>(distance) * t);
+        if (isPoint)
+            return static_cast<Scalar>(start + static_cast<std::uint64_t>(Truncated<Wide>(way)));
+        return static_cast<Scalar>(Truncated<Wide>(Step(way, way + static_cast<double>(a))));
+    }
+    else
+    {
+        const double distance = Step(b, b - a);
+        const double way = Step(distance, distance * t);
+        return isPoint ? Step(a, a + static_cast<Scalar>(way))
+                       : static_cast<Scalar>(Step(way, way + a));
+    }
 }
 
 // --- What they are given ------------------------------------------------------------------------
 
 template <class Scalar>
-const std::vector<Scalar>& Extremes()
+std::vector<Scalar> Extremes()
 {
-    static const std::vector<Scalar> extremes = []
-    {
-        using Limits = std::numeric_limits<Scalar>;
-        std::vector<Scalar> made = {0, 1, 3, 100, Limits::max(), Limits::lowest()};
-        const auto add = [&made](auto... further)
-        {
-            (made.push_back(static_cast<Scalar>(further)), ...);
-        };
-        if constexpr (Limits::is_integer)
-        {
-            add(-1, -3, Limits::max() - 1, Limits::lowest() + 1);
-        }
-        else
-        {
-            add(-0.0, -1, 0.1, 1.0 / 3, 2147483647.0, 2147483648.0, 1e19, -1e30);
-            add(Limits::min(), Limits::denorm_min(), Limits::infinity(), -Limits::infinity());
-            // NaNs that tell which of two was handed on, the last one a signalling one.
-            using Bits = std::conditional_t<sizeof(Scalar) == 8, std::uint64_t, std::uint32_t>;
-            const Bits infinite = std::bit_cast<Bits>(Limits::infinity());
-            const Bits quiet = std::bit_cast<Bits>(Limits::quiet_NaN());
-            for (const Bits bits : {quiet, Bits(quiet + 5), Bits(infinite + 9)})
-                made.push_back(std::bit_cast<Scalar>(bits));
-        }
-        return made;
-    }();
-    return extremes;
+    using Limits = std::numeric_limits<Scalar>;
+    if constexpr (Limits::is_integer)
+        return {0, 1, 3, 100, -1, -3, Limits::max(), Limits::max() - 1, Limits::min()};
+    std::vector<Scalar> made = {0, 1, 3, Scalar(0.1), Scalar(2147483648.0), Scalar(1e19)};
+    for (const Scalar x : {Limits::max(), Limits::min(), Limits::denorm_min(), Limits::infinity(),
+                           Limits::quiet_NaN(), Limits::signaling_NaN()})
+        made.push_back(x);
+    for (std::size_t at = made.size(); at-- > 0;)
+        made.push_back(-made[at]); // of NaNs the sign tells which of two was handed on
+    return made;
 }
 
-// Draws extremes, small numbers and patterns of bits.
-class Draws
-{
-public:
-    template <class Scalar>
-    void Draw(Scalar& scalar)
-    {
-        const std::uint64_t bits = mRandom();
-        const int divisor = std::is_integral_v<Scalar> ? 32 : 2000;
-        if (bits >> 62 == 0)
-            scalar = Extremes<Scalar>()[bits % Extremes<Scalar>().size()];
-        else if (bits >> 62 == 1)
-            scalar = static_cast<Scalar>(static_cast<double>(bits % 4001) / divisor - 0.5);
-        else
-            std::memcpy(&scalar, &bits, sizeof(scalar));
-    }
-
-    template <class Scalar>
-    void Draw(Point<Scalar>& point)
-    {
-        Draw(point[0]);
-        Draw(point[1]);
-    }
-
-private:
-    std::mt19937_64 mRandom{20061};
-};
-
-template <class DatumType, const GUID& Type>
-struct Of
-{
-    using Datum = DatumType;
-    static constexpr const GUID& DataType = Type;
-};
-
-template <class Case>
-class Intrinsic : public testing::Test
-{
-protected:
-    using Datum = typename Case::Datum;
-    static constexpr std::uint32_t Size = sizeof(Datum);
-
-    // Ends the test when the provider's answer differs in a bit.
-    void Check(const Datum& a, const Datum& b, double t)
-    {
-        Datum result = {};
-        std::int32_t order = 7;
-        const Datum expected = Expected(a, b, t);
-        const bool agrees =
-            Provider->ValueLerp(Case::DataType, &a, Size, &b, Size, t, &result, Size) ==
-                static_cast<Result>(Size) &&
-            std::memcmp(&result, &expected, Size) == 0 &&
-            Provider->ValueCompare(Case::DataType, &a, Size, &b, Size, &order) == S_OK &&
-            order == ExpectedOrder(a, b);
-        const auto& text = testing::PrintToString<Datum>;
-        ASSERT_TRUE(agrees) << text(a) << ", " << text(b) << " at " << testing::PrintToString(t)
-                            << " is " << text(result) << " not " << text(expected) << ", order "
-                            << order;
-    }
-
-    ObjectPtr<IDatatypes> Provider = Make<IDatatypes>(CLSID_IntrinsicDatatypes);
-    Draws Random;
-};
-
-using AllTypes =
-    testing::Types<Of<std::int8_t, DATATYPE_SINT8>, Of<std::int16_t, DATATYPE_SINT16>,
-                   Of<std::int32_t, DATATYPE_SINT32>, Of<std::int64_t, DATATYPE_SINT64>,
-                   Of<float, DATATYPE_FLOAT32>, Of<double, DATATYPE_FLOAT64>,
-                   Of<Point<std::int32_t>, DATATYPE_PointSINT32>,
-                   Of<Point<float>, DATATYPE_PointFLOAT32>>;
-TYPED_TEST_SUITE(Intrinsic, AllTypes);
-
+// Extremes, small numbers and patterns of bits.
 template <class Scalar>
-void ForEachExtreme(const Scalar&, auto work)
+Scalar Draw(std::mt19937_64& random)
 {
-    for (const Scalar a : Extremes<Scalar>())
-        for (const Scalar b : Extremes<Scalar>())
-            work(a, b);
+    static const std::vector<Scalar> extremes = Extremes<Scalar>();
+    const std::uint64_t bits = random();
+    Scalar scalar;
+    std::memcpy(&scalar, &bits, sizeof(scalar));
+    if (bits >> 62 == 0)
+        scalar = extremes[bits % extremes.size()];
+    else if (bits >> 62 == 1)
+        scalar = static_cast<Scalar>(static_cast<double>(bits % 4001) / 50 - 0.5);
+    return scalar;
 }
 
-template <class Scalar>
-void ForEachExtreme(const Point<Scalar>&, auto work)
+// Checks a table of extremes and a million random cases of a datatype, which is one number, or two
+// that make a point, to the last bit. The data are not aligned, and the result takes the place of
+// each of them in turns; nothing is written beyond it.
+template <class Scalar, std::size_t Count>
+void CheckType(const GUID& type)
 {
-    for (const Scalar a : Extremes<Scalar>())
-        for (const Scalar b : Extremes<Scalar>())
-            work(Point<Scalar>{a, b}, Point<Scalar>{b, a});
-}
-
-TYPED_TEST(Intrinsic, InterpolatesAndComparesLikeExactArithmetic)
-{
-    typename TypeParam::Datum a = {};
-    typename TypeParam::Datum b = {};
-    const auto checkAll = [this](const auto& from, const auto& to)
-    {
-        for (const double t : Extremes<double>())
-            this->Check(from, to, t);
-    };
-    ForEachExtreme(a, checkAll);
-    double t = 0;
-    for (int round = 0; round < 1'000'000 && !this->HasFailure(); ++round)
-    {
-        this->Random.Draw(a);
-        this->Random.Draw(b);
-        this->Random.Draw(t);
-        this->Check(a, b, t);
-    }
-}
-
-// The result may take the place of an operand, and nothing need be aligned.
-TYPED_TEST(Intrinsic, WritesExactlyItsSizeWhereverTheDataLie)
-{
-    constexpr std::uint32_t size = TestFixture::Size;
-    typename TypeParam::Datum data[2];
-    this->Random.Draw(data[0]);
-    this->Random.Draw(data[1]);
-    const auto expected = Expected(data[0], data[1], 0.25);
-    for (const std::size_t place : {1u, size + 1})
+    using Datum = std::array<Scalar, Count>;
+    constexpr std::uint32_t size = sizeof(Datum);
+    const auto provider = Make<IDatatypes>(CLSID_IntrinsicDatatypes);
+    std::size_t place = 1;
+    const auto check = [&](const Datum& a, const Datum& b, double t)
     {
         std::array<unsigned char, 2 * size + 3> bytes;
         bytes.fill(0xA5);
-        std::memcpy(&bytes[1], data, 2 * size);
+        std::memcpy(&bytes[1], &a, size);
+        std::memcpy(&bytes[1 + size], &b, size);
         auto after = bytes;
-        std::memcpy(&after[place], &expected, size);
-        EXPECT_EQ(this->Provider->ValueLerp(TypeParam::DataType, &bytes[1], size, &bytes[1 + size],
-                                            size, 0.25, &bytes[place], size + 1),
-                  static_cast<Result>(size));
-        EXPECT_EQ(bytes, after);
+        place = size + 2 - place;
+        for (std::size_t at = 0; at < Count; ++at)
+        {
+            const Scalar expected = Expected(a[at], b[at], t, Count > 1);
+            std::memcpy(&after[place + at * sizeof(Scalar)], &expected, sizeof(Scalar));
+        }
+        const std::size_t at = a[0] == b[0] ? Count - 1 : 0;
+        const std::int32_t expectedOrder = a[at] < b[at] ? -1 : (a[at] > b[at] ? 1 : 0);
+        std::int32_t order = 7;
+        const auto* const dataB = &bytes[1 + size];
+        const Result compared = provider->ValueCompare(type, &bytes[1], size, dataB, size, &order);
+        const Result written =
+            provider->ValueLerp(type, &bytes[1], size, dataB, size, t, &bytes[place], size + 1);
+        ASSERT_TRUE(compared == S_OK && written == size && order == expectedOrder && bytes == after)
+            << Text(type) << testing::PrintToString(std::tuple(a, b, t, order, bytes, after));
+    };
+    Datum a = {}, b = {};
+    for (const double t : Extremes<double>())
+        for (const Scalar first : Extremes<Scalar>())
+            for (const Scalar second : Extremes<Scalar>())
+            {
+                a.fill(second);
+                b.fill(first);
+                std::swap(a[0], b[0]);
+                check(a, b, t);
+            }
+    std::mt19937_64 random(20061);
+    for (int round = 0; round < 1'000'000 && !testing::Test::HasFailure(); ++round)
+    {
+        for (std::size_t at = 0; at < Count; ++at)
+        {
+            a[at] = Draw<Scalar>(random);
+            b[at] = Draw<Scalar>(random);
+        }
+        check(a, b, Draw<double>(random));
     }
 }
 
-// --- The provider's manners ---------------------------------------------------------------------
-
-constexpr GUID UnknownType = {0x1234, 0, 0, {}};
-
-struct KnownType
+TEST(IntrinsicDatatypes, InterpolateAndCompareLikeExactArithmetic)
 {
-    const char* Name;
-    GUID DataType;
-    std::uint8_t Size;
-};
+    CheckType<std::int8_t, 1>(DATATYPE_SINT8);
+    CheckType<std::int16_t, 1>(DATATYPE_SINT16);
+    CheckType<std::int32_t, 1>(DATATYPE_SINT32);
+    CheckType<std::int64_t, 1>(DATATYPE_SINT64);
+    CheckType<float, 1>(DATATYPE_FLOAT32);
+    CheckType<double, 1>(DATATYPE_FLOAT64);
+    CheckType<std::int32_t, 2>(DATATYPE_PointSINT32);
+    CheckType<float, 2>(DATATYPE_PointFLOAT32);
+}
 
-constexpr KnownType KnownTypes[] = {{"SINT8", DATATYPE_SINT8, 1},
-                                    {"SINT16", DATATYPE_SINT16, 2},
-                                    {"SINT32", DATATYPE_SINT32, 4},
-                                    {"SINT64", DATATYPE_SINT64, 8},
-                                    {"FLOAT32", DATATYPE_FLOAT32, 4},
-                                    {"FLOAT64", DATATYPE_FLOAT64, 8},
-                                    {"PointSINT32", DATATYPE_PointSINT32, 8},
-                                    {"PointFLOAT32", DATATYPE_PointFLOAT32, 8}};
-
-TEST(IntrinsicDatatypes, RefuseWhatDoesNotFit)
+TEST(IntrinsicDatatypes, AreListedAndDescribedAndRefuseWhatDoesNotFit)
 {
     const auto provider = Make<IDatatypes>(CLSID_IntrinsicDatatypes);
     IDatatypes& p = *provider;
-    const GUID& type = DATATYPE_SINT64;
-    std::int64_t x = 1;
-    std::int64_t r = 42;
-    std::int32_t order = 42;
-    const char* const compareNull = "result, dataA, dataB";
-    const char* const lerpNull = "dataA, dataB, dataR";
-    const char* const size = "wrong sizeA or/and sizeB";
-    FAILS(p.ValueCompare(type, nullptr, 8, &x, 8, &order), E_POINTER, compareNull);
-    FAILS(p.ValueCompare(type, &x, 8, nullptr, 8, &order), E_POINTER, compareNull);
-    FAILS(p.ValueCompare(UnknownType, &x, 8, &x, 8, nullptr), E_POINTER, compareNull);
-    FAILS(p.ValueCompare(UnknownType, &x, 8, &x, 8, &order), E_NOT_SUPPORTED, "dataType");
-    FAILS(p.ValueCompare(type, &x, 4, &x, 8, &order), E_INVALIDARG, size);
-    FAILS(p.ValueCompare(type, &x, 8, &x, 9, &order), E_INVALIDARG, size);
-    FAILS(p.ValueLerp(type, nullptr, 8, &x, 8, 0.5, &r, 8), E_POINTER, lerpNull);
-    FAILS(p.ValueLerp(type, &x, 8, nullptr, 8, 0.5, &r, 8), E_POINTER, lerpNull);
-    FAILS(p.ValueLerp(UnknownType, &x, 8, &x, 8, 0.5, nullptr, 8), E_POINTER, lerpNull);
-    FAILS(p.ValueLerp(UnknownType, &x, 8, &x, 8, 0.5, &r, 8), E_NOT_SUPPORTED, "dataType");
-    FAILS(p.ValueLerp(type, &x, 7, &x, 8, 0.5, &r, 8), E_INVALIDARG, size);
-    FAILS(p.ValueLerp(type, &x, 8, &x, 0, 0.5, &r, 8), E_INVALIDARG, size);
-    FAILS(p.ValueLerp(type, &x, 8, &x, 8, 0.5, &r, 7), E_INVALIDARG, size);
-    FAILS(p.ValueLerp(type, &x, 8, &x, 8, 0.5, &r, 0x80000000), E_INVALIDARG, size);
-    FAILS(p.GetCharacteristics(UnknownType, nullptr), E_POINTER, "pInfo");
-    FAILS(p.GetEnumerator(IID_IUnknown, nullptr), E_POINTER, "ppv");
-    EXPECT_TRUE(r == 42 && order == 42);
-}
-
-TEST(IntrinsicDatatypes, AnEnumeratorStandsBeforeOnOrBehindItsTypes)
-{
-    auto provider = Make<IDatatypes>(CLSID_IntrinsicDatatypes);
     ObjectPtr<IEnumeratorGUID> types;
-    ASSERT_EQ(provider->GetEnumerator(IID_IEnumeratorGUID, types.PutVoid()), S_OK);
-    provider.Reset(); // the enumerator keeps it
-    GUID guid = GUID_Null;
-    const char* const offItem = "Invalid postion - see Reset(), MoveNext()";
-    for (int round = 0; round < 2; ++round)
+    EXPECT_EQ(p.GetEnumerator(IID_IEnumeratorGUID, types.PutVoid()), S_OK);
+    const std::pair<std::string, char> known[] = {
+        {"SINT8", 1},   {"SINT16", 2},  {"SINT32", 4},      {"SINT64", 8},
+        {"FLOAT32", 4}, {"FLOAT64", 8}, {"PointSINT32", 8}, {"PointFLOAT32", 8}};
+    GUID type = GUID_Null;
+    std::int64_t x[1] = {};
+    std::int32_t order = 0;
+    for (const auto& [name, size] : known)
     {
-        FAILS(types->GetCurrentGUID(&guid), E_FAIL, offItem);
-        for (const KnownType& known : KnownTypes)
-        {
-            EXPECT_EQ(types->MoveNext(), S_OK);
-            EXPECT_EQ(types->GetCurrentGUID(&guid), S_OK);
-            EXPECT_TRUE(SameGuid(guid, known.DataType));
-        }
-        for (int step = 0; step < 3; ++step)
-            EXPECT_EQ(types->MoveNext(), S_FALSE);
-        FAILS(types->GetCurrentGUID(&guid), E_FAIL, offItem);
-        FAILS(types->GetCurrentGUID(nullptr), E_POINTER, "pguid");
-        EXPECT_EQ(types->Reset(), S_OK);
+        DatatypeCharacteristics info;
+        std::memset(&info, 0xA5, sizeof(info));
+        std::string record = name;
+        record.resize(48);
+        record += {size, 0, 0, 0, 1, 1, 1, 0};
+        EXPECT_EQ(types->MoveNext(), S_OK);
+        EXPECT_EQ(types->GetCurrentGUID(&type), S_OK);
+        EXPECT_EQ(p.GetCharacteristics(type, &info), S_OK);
+        EXPECT_EQ(record, std::string(reinterpret_cast<const char*>(&info), sizeof(info)));
     }
+    for (int step = 0; step < 2; ++step)
+        EXPECT_EQ(types->MoveNext(), S_FALSE);
+    FAILS(types->GetCurrentGUID(&type), E_FAIL, "Invalid postion - see Reset(), MoveNext()");
+
+    const char* const text = "wrong sizeA or/and sizeB";
+    const GUID other = Numbered(1);
+    FAILS(p.ValueCompare(other, x, 8, x, 8, nullptr), E_POINTER, "result, dataA, dataB");
+    FAILS(p.ValueCompare(other, x, 8, x, 8, &order), E_NOT_SUPPORTED, "dataType");
+    FAILS(p.ValueCompare(type, x, 8, x, 9, &order), E_INVALIDARG, text);
+    FAILS(p.ValueLerp(other, x, 8, x, 8, 0, x, 8), E_NOT_SUPPORTED, "dataType");
+    FAILS(p.ValueLerp(type, x, 7, x, 8, 0, x, 8), E_INVALIDARG, text);
+    for (const std::uint32_t room : {7u, 0x80000000u})
+        FAILS(p.ValueLerp(type, x, 8, x, 8, 0, x, room), E_INVALIDARG, text);
 }
 
 } // namespace

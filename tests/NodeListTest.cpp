@@ -1,10 +1,9 @@
 // The node lists. Every case runs on the plain, the lockable and the unsafe list.
-#include "AnswerCheck.h"
+#include "ServiceTools.h"
 #include "TestItem.h"
-#include "TestTools.h"
 
 #include <algorithm>
-#include <random>
+#include <set>
 
 namespace Tavrik::Ossira
 {
@@ -17,221 +16,151 @@ namespace
 class NodeList : public testing::TestWithParam<CLSID>
 {
 protected:
-    // A list of new items, each of which the test holds as well.
-    void Fill(std::size_t count)
-    {
-        for (std::size_t i = 0; i < count; ++i)
-        {
-            Items.push_back(TestItem::New());
-            EXPECT_EQ(List->Add(Items.back().Get()), S_OK);
-        }
-    }
-
-    [[nodiscard]] ObjectPtr<IEnumerator> Enumerate() const
-    {
-        ObjectPtr<IEnumerator> enumerator;
-        EXPECT_EQ(List->GetEnumerator(IID_IEnumerator, enumerator.PutVoid()), S_OK);
-        return enumerator;
-    }
-
-    [[nodiscard]] std::vector<IUnknown*> Walk() const
-    {
-        std::vector<IUnknown*> walked;
-        const auto enumerator = Enumerate();
-        Result step;
-        for (step = enumerator->MoveNext(); step == S_OK; step = enumerator->MoveNext())
-        {
-            ObjectPtr<IUnknown> item;
-            EXPECT_EQ(enumerator->GetCurrent(IID_IUnknown, item.PutVoid()), S_OK);
-            walked.push_back(item.Get());
-        }
-        EXPECT_EQ(step, S_FALSE);
-        return walked;
-    }
-
     ObjectPtr<IList> List = Make<IList>(GetParam());
-    std::vector<ObjectPtr<TestItem>> Items;
 };
 
 INSTANTIATE_TEST_SUITE_P(Each, NodeList,
                          testing::Values(CLSID_NodeList, CLSID_LockableNodeList,
-                                         CLSID_UnsafeNodeList),
-                         [](const auto& variant) { return std::to_string(variant.index); });
+                                         CLSID_UnsafeNodeList));
 
-// Some thousand random operations, beside a vector that says what must come of them.
-TEST_P(NodeList, KeepsItemsInTheirPlacesAndCountsReferences)
+// Every item asks the list when it dies; every structural change ends the enumerator before it.
+TEST_P(NodeList, KeepsFindsAndGivesBackItemsLikeAVector)
 {
-    const ObserverMaskScope quiet(0);
     std::mt19937 random(20);
-    const auto below = [&](std::size_t bound) -> std::size_t
-    {
-        return random() % bound;
-    };
-    for (int i = 0; i < 5; ++i)
-        Items.push_back(TestItem::New());
     std::vector<IUnknown*> model;
-    for (int round = 0; round < 3000; ++round)
+    std::size_t alive = 0;
+    const auto onDeath = [&]
     {
-        const std::size_t at = below(model.size() + 1);
-        const auto index = static_cast<std::int32_t>(at);
+        --alive;
+        EXPECT_EQ(List->Contains(List.Get()), S_FALSE);
+    };
+    for (int round = 0; round < 1000; ++round)
+    {
+        auto item = TestItem::New(onDeath);
+        ++alive;
+        if (!model.empty() && Below(random, 2) == 0)
+            item = ObjectPtr(static_cast<TestItem*>(model[Below(random, model.size())]));
+        const auto index = static_cast<std::int32_t>(Below(random, model.size() + 1));
         const auto place = model.begin() + index;
-        const bool inside = at < model.size();
-        IUnknown* const item = Items[below(Items.size())].Get();
-        const auto found = std::find(model.begin(), model.end(), item);
-        const Result expected = inside ? S_OK : E_INVALIDARG;
-        switch (below(8))
+        const auto found = std::find(model.begin(), model.end(), item.Get());
+        const bool isHeld = found != model.end();
+        ASSERT_EQ(List->Contains(item.Get()), isHeld ? S_OK : S_FALSE);
+        ASSERT_EQ(List->IndexOf(item.Get()), isHeld ? found - model.begin() : E_NOT_FOUND);
+        const auto enumerator = Walk<IEnumerator>(*List);
+        const auto check = [&](Result answer, auto change, bool ends = true)
         {
-        case 0:
-            EXPECT_EQ(List->Add(item), S_OK);
-            model.push_back(item);
-            break;
-        case 1:
-        case 2:
-            EXPECT_EQ(List->Insert(index, item), S_OK);
-            model.insert(place, item);
-            break;
-        case 3:
-            EXPECT_EQ(List->RemoveAt(index), expected);
-            if (inside)
-                model.erase(place);
-            break;
-        case 4:
-            EXPECT_EQ(List->Remove(item), found != model.end() ? S_OK : E_INVALIDARG);
-            if (found != model.end())
-                model.erase(found);
-            break;
-        case 5:
-            EXPECT_EQ(List->SetItemAt(index, item), expected);
-            if (inside)
-                *place = item;
-            break;
-        case 6:
-            EXPECT_EQ(List->Contains(item), found != model.end() ? S_OK : S_FALSE);
-            EXPECT_EQ(List->IndexOf(item), found != model.end()
-                                               ? static_cast<Result>(found - model.begin())
-                                               : E_NOT_FOUND);
-            break;
-        default:
-            ObjectPtr<IUnknown> got;
-            EXPECT_EQ(List->GetItemAt(index, IID_IUnknown, got.PutVoid()), expected);
-            EXPECT_EQ(got.Get(), inside ? *place : nullptr);
-        }
+            ASSERT_EQ(answer, S_OK);
+            change();
+            if (ends)
+                ExpectDead(*enumerator);
+        };
+        IUnknown* const i = item.Get();
+        const std::uint32_t die = Below(random, 26);
+        if (die == 25)
+            check(List->Clear(), [&] { model.clear(); });
+        else if (die < 5)
+            check(List->Add(i), [&] { model.push_back(i); });
+        else if (die < 10)
+            check(List->Insert(index, i), [&] { model.insert(place, i); });
+        else if (die < 15 && isHeld)
+            check(List->Remove(i), [&] { model.erase(found); });
+        else if (die < 20 && place != model.end())
+            check(List->RemoveAt(index), [&] { model.erase(place); });
+        else if (place != model.end())
+            check(
+                List->SetItemAt(index, i), [&] { *place = i; }, false);
+        item.Reset();
         ASSERT_EQ(List->GetCount(), static_cast<Result>(model.size()));
-        if (round % 100 == 0)
+        ASSERT_EQ(alive, std::set(model.begin(), model.end()).size());
+        // What a walk meets, and what a copy yields.
+        const auto walk = Walk<IEnumerator>(*List);
+        std::vector<ObjectPtr<IUnknown>> copies(model.size());
+        std::vector<void**> targets = {nullptr};
+        for (std::size_t at = copies.size(); at-- > 0;)
+            targets.insert(targets.begin(), copies[at].PutVoid());
+        ASSERT_EQ(List->CopyTo(0, List->GetCount(), IID_IUnknown, targets.data()), S_OK);
+        for (std::size_t at = 0; at < model.size(); ++at)
         {
-            ASSERT_EQ(Walk(), model);
-            for (const auto& held : Items)
-                ASSERT_EQ(ReferencesOn(*held),
-                          1 + std::count(model.begin(), model.end(), held.Get()));
+            ObjectPtr<IUnknown> current;
+            ASSERT_EQ(walk->MoveNext(), S_OK);
+            ASSERT_EQ(walk->GetCurrent(IID_IUnknown, current.PutVoid()), S_OK);
+            ASSERT_TRUE(current.Get() == model[at] && copies[at].Get() == model[at]) << at;
         }
+        ASSERT_EQ(walk->MoveNext(), S_FALSE);
     }
     EXPECT_EQ(List->Clear(), S_OK);
-    EXPECT_EQ(List->GetCount(), 0);
-    for (const auto& held : Items)
-        EXPECT_EQ(ReferencesOn(*held), 1u);
+    EXPECT_EQ(alive, 0u);
 }
 
-TEST_P(NodeList, RefusesWrongArgumentsWithItsTextAndStaysAsItWas)
+TEST_P(NodeList, RefusesMistakesWithTheirTextAndIsAValueWithoutADatum)
 {
-    constexpr const char* index = "Invalid Index param";
-    constexpr const char* range = "Invalid Index or Count param";
-    Fill(3);
-    const auto stranger = TestItem::New();
-    IUnknown* const item = stranger.Get();
+    IList& l = *List;
+    const auto item = TestItem::New();
+    EXPECT_EQ(l.Add(item.Get()), S_OK);
     ObjectPtr<IUnknown> out;
     void** targets[] = {out.PutVoid(), nullptr};
-    const auto before = Walk();
-    const auto enumerator = Enumerate();
-    AnswerCheck check;
-    check(List->Add(nullptr), E_POINTER, " _item:");
-    check(List->Remove(nullptr), E_POINTER, " _item:");
-    check(List->Contains(nullptr), E_POINTER, " _item:");
-    check(List->IndexOf(nullptr), E_POINTER, " _item:");
-    check(List->Insert(0, nullptr), E_POINTER, " _item:");
-    check(List->SetItemAt(0, nullptr), E_POINTER, " _item:");
-    check(List->GetEnumerator(IID_IEnumerator, nullptr), E_POINTER, " ppv:");
-    check(List->GetItemAt(9, IID_IUnknown, nullptr), E_POINTER, " ppv:");
-    check(List->CopyTo(9, 9, IID_IUnknown, nullptr), E_POINTER, " pppv:");
-    check(List->CopyTo(0, 2, IID_IUnknown, targets), E_POINTER, " pppv[i]:");
-    check(List->Insert(4, item), E_INVALIDARG, index);
-    check(List->Insert(-1, item), E_INVALIDARG, index);
-    check(List->SetItemAt(3, item), E_INVALIDARG, index);
-    check(List->SetItemAt(INT32_MIN, item), E_INVALIDARG, index);
-    check(List->RemoveAt(3), E_INVALIDARG, index);
-    check(List->RemoveAt(-1), E_INVALIDARG, index);
-    check(List->GetItemAt(INT32_MAX, IID_IUnknown, out.PutVoid()), E_INVALIDARG, index);
-    check(List->GetItemAt(0, IID_IValue, out.PutVoid()), E_NOINTERFACE,
+    const char* const range = "Invalid Index or Count param";
+    FAILS(l.Add(nullptr), E_POINTER, "_item");
+    FAILS(l.GetItemAt(0, IID_IUnknown, out.PutVoid()), S_OK, "");
+    EXPECT_EQ(out.Get(), item.Get());
+    FAILS(l.Insert(2, item.Get()), E_INVALIDARG, "Invalid Index param");
+    for (const std::int32_t index : {-1, 1, INT32_MIN, INT32_MAX})
+    {
+        FAILS(l.SetItemAt(index, item.Get()), E_INVALIDARG, "Invalid Index param");
+        FAILS(l.RemoveAt(index), E_INVALIDARG, "Invalid Index param");
+        FAILS(l.CopyTo(index, 1, IID_IUnknown, targets), E_INVALIDARG, range);
+        FAILS(l.CopyTo(1, index, IID_IUnknown, targets), E_INVALIDARG, range);
+    }
+    FAILS(l.GetItemAt(0, IID_IValue, out.PutVoid()), E_NOINTERFACE,
           "Item->QueryInterface(riid, ppv)");
-    check(List->CopyTo(2, 2, IID_IUnknown, targets), E_INVALIDARG, range);
-    check(List->CopyTo(-1, 1, IID_IUnknown, targets), E_INVALIDARG, range);
-    check(List->CopyTo(0, -1, IID_IUnknown, targets), E_INVALIDARG, range);
-    check(List->CopyTo(2, INT32_MAX, IID_IUnknown, targets), E_INVALIDARG, range);
-    check(List->CopyTo(INT32_MAX, 1, IID_IUnknown, targets), E_INVALIDARG, range);
-    check(List->CopyTo(3, 0, IID_IUnknown, targets), S_OK);
-    check(List->Remove(item), E_INVALIDARG, "item not member of this list");
-    check(List->IndexOf(item), E_NOT_FOUND);
-    check(enumerator->Reset(), S_OK);
-    EXPECT_EQ(Walk(), before);
-    EXPECT_EQ(ReferencesOn(*item), 1u);
+    FAILS(l.Remove(&l), E_INVALIDARG, "item not member of this list");
+
+    // It can stand where a value is expected; an item is known by its identity.
+    const auto value = As<IValue>(l);
+    GUID type = IID_IList;
+    EXPECT_EQ(value->GetType(&type), S_OK);
+    EXPECT_TRUE(SameGuid(type, GUID_Null));
+    FAILS(value->SetValue(type, nullptr, 0), E_NOT_SUPPORTED,
+          "Call of NodeList::IValue-Methode not supported");
+    const auto other = Make<IList>(GetParam());
+    EXPECT_EQ(other->Add(value.Get()), S_OK);
+    EXPECT_EQ(other->IndexOf(&l), 0);
 }
 
-TEST_P(NodeList, KnowsAnItemByItsIdentityWhateverItsInterface)
+TEST_P(NodeList, ACopyClearsEveryTargetBeforeItFillsOneAndKeepsWhatItFilled)
 {
     const auto value = Make<IValue>(CLSID_Value);
-    ObjectPtr<IComparable> comparable;
-    ASSERT_EQ(value.QueryTo(comparable), S_OK);
-    EXPECT_EQ(List->Add(value.Get()), S_OK);
-    EXPECT_EQ(List->Contains(comparable.Get()), S_OK);
-    EXPECT_EQ(List->IndexOf(comparable.Get()), 0);
-    EXPECT_EQ(List->Remove(comparable.Get()), S_OK);
-    EXPECT_EQ(List->GetCount(), 0);
-}
-
-TEST_P(NodeList, AnEnumeratorDiesAtTheFirstStructuralChange)
-{
-    Fill(3);
-    const auto expectDeath = [&](const std::function<Result()>& change)
-    {
-        constexpr const char* text = "List was modified, the enumerator is invalid now";
-        const auto enumerator = Enumerate();
-        EXPECT_EQ(enumerator->MoveNext(), List->GetCount() > 0 ? S_OK : S_FALSE);
-        ASSERT_EQ(change(), S_OK);
-        AnswerCheck check;
-        check(enumerator->MoveNext(), E_ACCESSDENIED, text);
-        check(enumerator->Reset(), E_ACCESSDENIED, text);
-        check(enumerator->GetCurrent(IID_IUnknown, nullptr), E_ACCESSDENIED, text);
-    };
-    expectDeath([&] { return List->Add(Items[0].Get()); });
-    expectDeath([&] { return List->Insert(0, Items[1].Get()); });
-    expectDeath([&] { return List->RemoveAt(0); });
-    expectDeath([&] { return List->Remove(Items[0].Get()); });
-    expectDeath([&] { return List->Clear(); });
-    expectDeath([&] { return List->Clear(); }); // of an empty list
+    EXPECT_EQ(List->Add(value.Get()) + List->Add(TestItem::New().Get()), S_OK);
+    void* const former = this;
+    void* copies[] = {former, former, former};
+    void** targets[] = {&copies[0], &copies[1], &copies[2]};
+    FAILS(List->CopyTo(0, 2, IID_IValue, targets), E_NOINTERFACE, "QueryInterface(riid, pppv[i])");
+    EXPECT_EQ(ReferencesOn(*ObjectPtr<IValue>::Adopt(static_cast<IValue*>(copies[0]))), 3u);
+    EXPECT_TRUE(copies[1] == nullptr && copies[2] == former) << "nothing beyond the range";
+    copies[0] = former;
+    targets[1] = nullptr;
+    FAILS(List->CopyTo(0, 2, IID_IUnknown, targets), E_POINTER, "pppv[i]");
+    EXPECT_EQ(copies[0], nullptr);
 }
 
 TEST_P(NodeList, AnEnumeratorOutlivesItsListAndMeetsReplacedItems)
 {
-    Fill(2);
-    const auto enumerator = Enumerate();
-    const auto other = TestItem::New();
-    ObjectPtr<IUnknown> item;
-    AnswerCheck check;
-    check(enumerator->GetCurrent(IID_IUnknown, item.PutVoid()), S_OK); // before the first step
-    EXPECT_EQ(item.Get(), Items[0].Get());
-    check(List->SetItemAt(0, other.Get()), S_OK);
+    void* out = nullptr;
+    FAILS(Walk<IEnumerator>(*List)->GetCurrent(IID_IUnknown, &out), E_FAIL, "Enumerator at End");
+    const auto value = Make<IValue>(CLSID_Value);
+    EXPECT_EQ(List->Add(TestItem::New().Get()), S_OK);
+    const auto enumerator = Walk<IEnumerator>(*List);
+    EXPECT_EQ(List->SetItemAt(0, value.Get()), S_OK);
     List.Reset();
     for (int walk = 0; walk < 2; ++walk)
     {
-        check(enumerator->MoveNext(), S_OK);
-        check(enumerator->GetCurrent(IID_IUnknown, item.PutVoid()), S_OK);
-        EXPECT_EQ(item.Get(), other.Get());
-        check(enumerator->GetCurrent(IID_IValue, item.PutVoid()), E_NOINTERFACE);
-        check(enumerator->GetCurrent(IID_IUnknown, nullptr), E_POINTER, "ppv");
-        check(enumerator->MoveNext(), S_OK);
-        check(enumerator->MoveNext(), S_FALSE);
-        check(enumerator->MoveNext(), E_FAIL);
-        check(enumerator->GetCurrent(IID_IUnknown, item.PutVoid()), E_FAIL);
-        check(enumerator->Reset(), S_OK);
+        ObjectPtr<IValue> current;
+        EXPECT_EQ(enumerator->GetCurrent(IID_IValue, current.PutVoid()), S_OK);
+        EXPECT_EQ(current.Get(), value.Get()) << "before the first step";
+        EXPECT_EQ(enumerator->MoveNext(), S_OK);
+        FAILS(enumerator->GetCurrent(IID_IList, &out), E_NOINTERFACE, "");
+        ExpectEnd(*enumerator);
+        EXPECT_EQ(enumerator->Reset(), S_OK);
     }
 }
 

@@ -1,4 +1,4 @@
-// What the tests of the registration and of the services share.
+// What the tests of the collections, of the registration and of the services share.
 #pragma once
 
 #include "DiagnosticsCapture.h"
@@ -6,6 +6,7 @@
 #include "TestTools.h"
 
 #include <cstdio>
+#include <random>
 #include <regex>
 
 namespace Tavrik::Ossira::tTest
@@ -27,20 +28,6 @@ namespace Tavrik::Ossira::tTest
     return messages;
 }
 
-// The call must answer the code and write the text, as the check that failed, in exactly one line;
-// without a text it must write nothing.
-template <class Call>
-void ExpectFailure(Call call, Result code, const std::string& text)
-{
-    const DiagnosticsCapture capture;
-    EXPECT_EQ(call(), code) << text;
-    EXPECT_EQ(capture.CountLinesWith(text.empty() ? "" : " " + text + ": "), text.empty() ? 0u : 1u)
-        << text << "\n"
-        << capture.Text();
-}
-
-#define FAILS(call, code, text) ExpectFailure([&] { return call; }, code, text)
-
 [[nodiscard]] inline std::string Text(const GUID& guid)
 {
     char text[37];
@@ -58,22 +45,70 @@ void ExpectFailure(Call call, Result code, const std::string& text)
     return value;
 }
 
+[[nodiscard]] inline std::uint32_t Below(std::mt19937& random, std::size_t bound)
+{
+    return static_cast<std::uint32_t>(random() % bound);
+}
+
+// Another interface of an object; the test fails when there is none.
+template <class Interface>
+[[nodiscard]] ObjectPtr<Interface> As(IUnknown& object)
+{
+    ObjectPtr<Interface> other;
+    EXPECT_EQ(object.QueryInterface(Interface::Iid, other.PutVoid()), S_OK);
+    return other;
+}
+
+// A new enumerator.
+template <class Enumerator>
+[[nodiscard]] ObjectPtr<Enumerator> Walk(auto& collection)
+{
+    ObjectPtr<Enumerator> enumerator;
+    EXPECT_EQ(collection.GetEnumerator(Enumerator::Iid, enumerator.PutVoid()), S_OK);
+    return enumerator;
+}
+
+// It stands on its last item: what it answers to the next step and from then on, without a report.
+inline void ExpectEnd(IEnumerator& enumerator)
+{
+    void* out = nullptr;
+    EXPECT_EQ(enumerator.MoveNext(), S_FALSE);
+    FAILS(enumerator.MoveNext(), E_FAIL, "");
+    FAILS(enumerator.GetCurrent(IID_IUnknown, &out), E_FAIL, "");
+    FAILS(enumerator.GetCurrent(IID_IUnknown, nullptr), E_POINTER, "ppv");
+}
+
+// Its collection has changed.
+inline void ExpectDead(IEnumerator& enumerator)
+{
+    const char* const text = "List was modified, the enumerator is invalid now";
+    FAILS(enumerator.MoveNext(), E_ACCESSDENIED, text);
+    FAILS(enumerator.Reset(), E_ACCESSDENIED, text);
+    FAILS(enumerator.GetCurrent(IID_IUnknown, nullptr), E_ACCESSDENIED, text);
+}
+
+[[nodiscard]] std::vector<std::string> KeysOf(auto& collection)
+{
+    std::vector<std::string> texts;
+    GUID key = GUID_Null;
+    const auto keys = Walk<IEnumeratorGUID>(collection);
+    while (keys->MoveNext() == S_OK && keys->GetCurrentGUID(&key) == S_OK)
+        texts.push_back(Text(key));
+    return texts;
+}
+
 // The wide strings of a list of values or, with a key, of a list of value sets.
 [[nodiscard]] inline std::vector<std::wstring> TextsOf(ICollection& list, const GUID* key = nullptr)
 {
-    ObjectPtr<IEnumerator> items;
-    EXPECT_EQ(list.GetEnumerator(IID_IEnumerator, items.PutVoid()), S_OK);
     std::vector<std::wstring> texts;
+    const auto items = Walk<IEnumerator>(list);
     while (items->MoveNext() == S_OK)
     {
-        ObjectPtr<IValue> value;
-        ObjectPtr<IValueSet> values;
-        const Result got = key == nullptr ? items->GetCurrent(IID_IValue, value.PutVoid())
-                                          : items->GetCurrent(IID_IValueSet, values.PutVoid());
-        EXPECT_EQ(got, S_OK);
+        ObjectPtr<IUnknown> item;
         std::wstring& text = texts.emplace_back();
-        EXPECT_EQ(key == nullptr ? GetValueUniString(value.Get(), &text)
-                                 : GetValueUniString(values.Get(), *key, &text),
+        EXPECT_EQ(items->GetCurrent(IID_IUnknown, item.PutVoid()), S_OK);
+        EXPECT_EQ(key == nullptr ? GetValueUniString(As<IValue>(*item).Get(), &text)
+                                 : GetValueUniString(As<IValueSet>(*item).Get(), *key, &text),
                   S_OK);
     }
     return texts;

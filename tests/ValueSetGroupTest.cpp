@@ -1,11 +1,8 @@
-// Value set groups: their layers as a dictionary and by index, the merged view beside a simple
-// model, rings, and layers that fail.
+// Value set groups: their layers, the merged view beside a simple model, rings, layers that fail.
 #include "OssiraValueSetGroup.h"
 #include "ServiceTools.h"
-#include "TestItem.h"
 
-#include <barrier>
-#include <random>
+#include <atomic>
 #include <set>
 #include <thread>
 
@@ -17,18 +14,7 @@ using namespace tTest;
 namespace
 {
 
-using Group = ObjectPtr<IValueSetGroup>;
 using Values = ObjectPtr<IValueSet>;
-
-Group NewGroup()
-{
-    return Make<IValueSetGroup>(CLSID_ValueSetGroup);
-}
-
-Values NewValues()
-{
-    return Make<IValueSet>(CLSID_ValueSet);
-}
 
 Values ViewOf(IValueSetGroup& group)
 {
@@ -37,334 +23,203 @@ Values ViewOf(IValueSetGroup& group)
     return view;
 }
 
-// A new value set that holds a number under a key, on top of the group.
-Values AddLayer(IValueSetGroup& group, std::uint32_t flags, const GUID& key, std::int32_t number)
+struct ValueSetGroup : testing::Test
 {
-    Values layer = NewValues();
-    EXPECT_EQ(SetValueSINT32(layer.Get(), key, number), S_OK);
-    EXPECT_EQ(group.InsertValueSet(-1, layer.Get(), nullptr, flags), S_OK);
-    return layer;
-}
-
-GUID IdAt(IValueSetGroup& group, std::int32_t index)
-{
-    GUID id = GUID_Null;
-    EXPECT_EQ(group.GetValueSetIDAt(index, &id), S_OK);
-    return id;
-}
-
-std::int32_t NumberIn(IValueSet& values, const GUID& key)
-{
-    std::int32_t number = -1;
-    const Result result = GetValueSINT32(&values, key, &number);
-    EXPECT_TRUE(result == S_OK || result == E_NOT_FOUND) << result;
-    return number;
-}
-
-std::vector<std::string> KeysOf(IEnumerable& collection)
-{
-    ObjectPtr<IEnumeratorGUID> keys;
-    EXPECT_EQ(collection.GetEnumerator(IID_IEnumeratorGUID, keys.PutVoid()), S_OK);
-    std::vector<std::string> texts;
-    GUID key = GUID_Null;
-    while (keys->MoveNext() == S_OK && keys->GetCurrentGUID(&key) == S_OK)
-        texts.push_back(Text(key));
-    return texts;
-}
-
-std::vector<std::string> Texts(std::initializer_list<int> numbers)
-{
-    std::vector<std::string> texts;
-    for (const int number : numbers)
-        texts.push_back(Text(Numbered(static_cast<std::uint8_t>(number))));
-    return texts;
-}
-
-// --- Layers -------------------------------------------------------------------------------------
-
-TEST(ValueSetGroup, LayersLieWhereTheyAreInserted)
-{
-    const auto group = NewGroup();
-    const Values a = NewValues();
-    const Values b = NewValues();
-    const Values c = NewValues();
-    const GUID id8 = Numbered(8);
-    const GUID id9 = Numbered(9);
-    EXPECT_EQ(group->InsertValueSet(-1, a.Get(), &id9, 5), S_OK);
-    EXPECT_EQ(group->SetValueGUID(Numbered(7), b.Get()), S_OK);
-    EXPECT_EQ(group->InsertValueSet(1, c.Get(), &id8, 0xFFFFFFFF), S_OK);
-    EXPECT_EQ(group->InsertValueSet(3, a.Get(), nullptr, 0), S_OK);
-    EXPECT_EQ(group->GetCount(), 4);
-    EXPECT_EQ(group->IndexOfValueSet(b.Get()), 2);
-    EXPECT_EQ(group->IndexOfValueSet(a.Get()), 3) << "the topmost";
-    EXPECT_EQ(group->IndexOfValueSet(NewValues().Get()), E_NOT_FOUND);
-    std::uint32_t flags = 0;
-    EXPECT_EQ(group->GetValueSetAccessFlagsAt(1, &flags), S_OK);
-    EXPECT_EQ(flags, 0xFFFFFFFF);
-    EXPECT_EQ(group->SetValueSetAccessFlagsAt(1, 6), S_OK);
-    EXPECT_EQ(group->GetValueSetAccessFlagsAt(1, &flags), S_OK);
-    EXPECT_EQ(flags, 6u);
-    Values layer;
-    EXPECT_EQ(group->GetValueSetAt(1, IID_IValueSet, layer.PutVoid()), S_OK);
-    EXPECT_EQ(layer.Get(), c.Get());
-
-    // As a dictionary: by identifier, in the order of the bytes.
-    const GUID madeUp = IdAt(*group, 3);
-    EXPECT_EQ(group->RemoveGUID(madeUp), S_OK);
-    EXPECT_EQ(KeysOf(*group), Texts({7, 8, 9}));
-    ObjectPtr<ICollectionGUID> keys;
-    EXPECT_EQ(group->GetKeys(keys.PutVoid()), S_OK);
-    EXPECT_EQ(KeysOf(*keys), Texts({7, 8, 9}));
-    ObjectPtr<ICollection> sets;
-    ObjectPtr<IEnumerator> walk;
-    EXPECT_EQ(group->GetValues(sets.PutVoid()), S_OK);
-    EXPECT_EQ(sets->GetEnumerator(IID_IEnumerator, walk.PutVoid()), S_OK);
-    for (const Values* expected : {&b, &c, &a})
+    // A new value set that holds a number under a key.
+    Values Insert(std::int32_t index, const GUID& id, std::uint32_t flags, const GUID& key)
     {
-        EXPECT_EQ(walk->MoveNext(), S_OK);
-        EXPECT_EQ(walk->GetCurrent(IID_IValueSet, layer.PutVoid()), S_OK);
-        EXPECT_EQ(layer.Get(), expected->Get());
+        auto layer = Make<IValueSet>(CLSID_ValueSet);
+        EXPECT_EQ(SetValueSINT32(layer.Get(), key, 1), S_OK);
+        EXPECT_EQ(Group->InsertValueSet(index, layer.Get(), &id, flags), S_OK);
+        return layer;
     }
-    EXPECT_EQ(group->GetValueGUID(Numbered(8), IID_IValueSet, layer.PutVoid()), S_OK);
-    EXPECT_EQ(layer.Get(), c.Get());
-    EXPECT_EQ(group->ContainsGUID(madeUp), S_FALSE);
-    EXPECT_EQ(group->GetValueGUID(madeUp, IID_IValueSet, layer.PutVoid()), E_NOT_FOUND);
-    EXPECT_EQ(group->SetValueSetAccessFlagsAt(0, 0), S_OK);
-    EXPECT_EQ(walk->MoveNext(), S_FALSE) << "flags do not end it";
-    EXPECT_EQ(group->RemoveGUID(madeUp), S_OK) << "absent";
-    EXPECT_EQ(walk->MoveNext(), E_ACCESSDENIED);
 
-    EXPECT_EQ(group->RemoveGUID(Numbered(8)), S_OK);
-    EXPECT_EQ(group->IndexOfValueSet(b.Get()), 1) << "the gap is closed";
-    layer.Reset();
-    EXPECT_EQ(ReferencesOn(*c), 1u);
-    EXPECT_EQ(group->Clear(), S_OK);
-    EXPECT_EQ(group->GetCount(), 0);
-    EXPECT_EQ(ReferencesOn(*a), 1u);
-}
-
-TEST(ValueSetGroup, RefusesWhatIsNoLayer)
-{
-    const auto group = NewGroup();
-    IValueSetGroup& g = *group;
-    const Values values = NewValues();
-    IValueSet* const v = values.Get();
-    const auto list = Make<IUnknown>(CLSID_UnsafeDictionaryGUID);
-    const GUID ids[] = {Numbered(1), Numbered(2), Numbered(3)};
-    for (const GUID& id : ids)
-        EXPECT_EQ(g.InsertValueSet(-1, v, &id, 0), S_OK);
-    GUID out16;
-    std::uint32_t flags;
-    void* out;
-    const char* const outside = "Index out of Range";
-    const char* const tooMany = "too many - item maximum";
-    FAILS(g.InsertValueSet(9, nullptr, nullptr, 0), E_POINTER, "valueSet");
-    FAILS(g.InsertValueSet(9, v, &GUID_Null, 0), E_INVALIDARG, outside);
-    FAILS(g.InsertValueSet(4, v, nullptr, 0), E_INVALIDARG, outside);
-    FAILS(g.InsertValueSet(-2, v, nullptr, 0), E_INVALIDARG, outside);
-    FAILS(g.InsertValueSet(0, v, &ids[1], 0), E_INVALIDARG, "id already exists");
-    FAILS(g.InsertValueSet(0, v, &GUID_Null, 0), E_INVALIDARG, "id == GUID_Null");
-    FAILS(g.SetValueGUID(Numbered(2), v), E_INVALIDARG, "id already exists");
-    FAILS(g.SetValueGUID(Numbered(9), nullptr), E_POINTER, "value");
-    FAILS(g.SetValueGUID(Numbered(9), list.Get()), E_NOINTERFACE, "value must be IValueSet");
-    FAILS(g.AddGUID(Numbered(9)), E_NOTIMPL, "AddGUID not supported by IValueSetGroup");
-    FAILS(g.SetValueSetAccessFlagsAt(3, 0), E_INVALIDARG, outside);
-    FAILS(g.GetValueSetAt(-1, IID_IValueSet, &out), E_INVALIDARG, outside);
-    FAILS(g.GetValueSetIDAt(3, &out16), E_INVALIDARG, outside);
-    FAILS(g.GetValueSetAccessFlagsAt(-1, &flags), E_INVALIDARG, outside);
-    FAILS(g.GetValueSet(nullptr), E_POINTER, "pValueSet");
-    FAILS(g.GetValueSetAt(0, IID_IValueSet, nullptr), E_POINTER, "pValueSet");
-    FAILS(g.GetValueSetIDAt(0, nullptr), E_POINTER, "pID");
-    FAILS(g.GetValueSetAccessFlagsAt(0, nullptr), E_POINTER, "pAccessFlags");
-    FAILS(g.IndexOfValueSet(nullptr), E_POINTER, "valueSet");
-    for (int count = 3; count < 8; ++count)
-        EXPECT_EQ(g.InsertValueSet(0, v, nullptr, 0), S_OK);
-    for (const std::int32_t index : {-1, 0, 7, 8})
-        FAILS(g.InsertValueSet(index, v, nullptr, 0), E_OUTOFMEMORY, tooMany);
-    FAILS(g.InsertValueSet(9, v, nullptr, 0), E_INVALIDARG, outside);
-    FAILS(g.SetValueGUID(Numbered(2), v), E_INVALIDARG, "id already exists");
-    EXPECT_EQ(g.GetCount(), 8);
-}
-
-// --- The merged view ----------------------------------------------------------------------------
-
-constexpr int KeyCount = 5;
-
-struct ModelLayer
-{
-    std::uint32_t Flags;
-    Values Set;
-    int Numbers[KeyCount]; // 0: the key is not there
+    ObjectPtr<IValueSetGroup> Group = Make<IValueSetGroup>(CLSID_ValueSetGroup);
+    Values View = ViewOf(*Group);
 };
 
-using Model = std::vector<ModelLayer>; // from the bottom
-
-// The layer in which a key is found, or null.
-ModelLayer* Holder(Model& model, int key)
+TEST_F(ValueSetGroup, IsADictionaryOfItsLayersByIdentifier)
 {
-    for (auto layer = model.rbegin(); layer != model.rend(); ++layer)
-        if ((layer->Flags & LAYER_HIDDEN) == 0 && layer->Numbers[key] != 0)
-            return &*layer;
-    return nullptr;
+    std::vector<Values> sets;
+    for (const std::uint32_t number : {7u, 9u, 8u}) // each under the former
+        sets.push_back(Insert(0, Numbered(number), 0, Numbered(1)));
+    EXPECT_EQ(KeysOf(*Group),
+              (std::vector{Text(Numbered(7)), Text(Numbered(8)), Text(Numbered(9))}));
+    EXPECT_EQ(Group->SetValueGUID(Numbered(6), sets[2].Get()), S_OK);
+    EXPECT_EQ(Group->IndexOfValueSet(sets[2].Get()), 3) << "the topmost";
+    EXPECT_EQ(Group->RemoveGUID(Numbered(8)), S_OK);
+    EXPECT_EQ(Group->IndexOfValueSet(sets[0].Get()), 1) << "the gap is closed";
+    ObjectPtr<ICollection> values;
+    Values first;
+    EXPECT_EQ(Group->GetValues(values.PutVoid()), S_OK);
+    const auto walk = Walk<IEnumerator>(*values);
+    EXPECT_EQ(Group->SetValueSetAccessFlagsAt(0, 0), S_OK);
+    EXPECT_EQ(walk->GetCurrent(IID_IValueSet, first.PutVoid()), S_OK) << "flags do not end it";
+    EXPECT_EQ(first.Get(), sets[2].Get());
+    EXPECT_EQ(Group->Clear(), S_OK);
+    ExpectDead(*walk);
+    EXPECT_EQ(ReferencesOn(*sets[0]), 1u);
 }
 
-// The layer that takes a write, or null.
-ModelLayer* Target(Model& model, int key)
+TEST_F(ValueSetGroup, RefusesWhatIsNoLayer)
 {
-    ModelLayer* const end = model.data() + model.size();
-    if (ModelLayer* layer = Holder(model, key); layer != nullptr)
-    {
-        layer = std::find_if(layer, end, [](const auto& above) { return (above.Flags & 3) == 0; });
-        return layer != end ? layer : nullptr;
-    }
-    if (model.empty() || (model.back().Flags & LAYER_READONLY) != 0)
-        return nullptr;
-    ModelLayer* layer = end;
-    while (layer != model.data())
-        if (((--layer)->Flags & LAYER_HIDDEN) == 0)
-            return layer;
-    return nullptr;
+    IValueSetGroup& g = *Group;
+    const GUID id = Numbered(1);
+    const Values set = Insert(-1, id, 0, id);
+    FAILS(g.InsertValueSet(0, set.Get(), &GUID_Null, 0), E_INVALIDARG, "id == GUID_Null");
+    FAILS(g.SetValueGUID(id, &g), E_NOINTERFACE, "value must be IValueSet");
+    FAILS(g.AddGUID(id), E_NOTIMPL, "AddGUID not supported by IValueSetGroup");
+    while (g.GetCount() < 8)
+        ASSERT_EQ(g.InsertValueSet(0, set.Get(), nullptr, 0), S_OK) << "an identifier is made up";
+    FAILS(g.InsertValueSet(8, set.Get(), nullptr, 0), E_OUTOFMEMORY, "too many - item maximum");
+    FAILS(g.InsertValueSet(9, set.Get(), &id, 0), E_INVALIDARG, "Index out of Range");
+    FAILS(g.InsertValueSet(8, set.Get(), &id, 0), E_INVALIDARG, "id already exists");
+    EXPECT_EQ(KeysOf(g).size(), 8u);
 }
 
-TEST(ValueSetGroup, TheMergedViewReadsAndWritesLikeItsModel)
+// Layers with random flags and keys, and what must come of one of the keys.
+TEST_F(ValueSetGroup, ReadsWritesAndRemovesThroughItsLayersAsTheirFlagsSay)
 {
     const ObserverMaskScope quiet(0);
-    const auto group = NewGroup();
-    const Values view = ViewOf(*group);
-    Model model;
+    const GUID key = Numbered(0);
     std::mt19937 random(35);
-    const auto below = [&random](std::size_t bound)
+    for (int round = 0; round < 4000; ++round)
     {
-        return static_cast<int>(random() % bound);
-    };
-    for (int round = 1; round < 20000; ++round)
-    {
-        const int key = below(KeyCount);
-        const GUID guid = Numbered(static_cast<std::uint32_t>(key));
-        const int index = below(model.size() + 1);
-        const auto at = model.begin() + index;
-        const auto flags = static_cast<std::uint32_t>(below(4));
-        const int die = below(40);
-        if (die < 4 && model.size() < 8)
+        std::pair<Values, std::uint32_t> layers[8];
+        const int count = static_cast<int>(Below(random, 9));
+        int holder = -1; // the topmost visible one
+        bool isGuarded = false;
+        std::set<std::string> keys;
+        ASSERT_EQ(Group->Clear(), S_OK);
+        for (int at = 0; at < count; ++at)
         {
-            const auto layer = model.insert(at, {flags, NewValues(), {}});
-            ASSERT_EQ(group->InsertValueSet(index, layer->Set.Get(), nullptr, flags), S_OK);
+            auto& [set, flags] = layers[at];
+            set = Make<IValueSet>(CLSID_ValueSet);
+            flags = Below(random, 4);
+            for (std::uint32_t other = Below(random, 8); other < 12; other += 1 + Below(random, 8))
+                ASSERT_EQ(SetValueSINT32(set.Get(), Numbered(other % 4), at), S_OK);
+            ASSERT_EQ(Group->InsertValueSet(at, set.Get(), nullptr, flags), S_OK);
+            if ((flags & LAYER_HIDDEN) != 0)
+                continue;
+            const bool holds = set->ContainsGUID(key) == S_OK;
+            holder = holds ? at : holder;
+            isGuarded |= holds && flags == LAYER_READONLY;
+            for (const std::string& text : KeysOf(*set))
+                keys.insert(text);
         }
-        else if (die < 16 && at != model.end())
-        {
-            if (die < 6)
-            {
-                ASSERT_EQ(group->RemoveGUID(IdAt(*group, index)), S_OK);
-                model.erase(at);
-            }
-            else if (die < 11)
-            {
-                ASSERT_EQ(group->SetValueSetAccessFlagsAt(index, flags), S_OK);
-                at->Flags = flags;
-            }
-            else
-            {
-                ASSERT_EQ(SetValueSINT32(at->Set.Get(), guid, round), S_OK);
-                at->Numbers[key] = round;
-            }
-        }
-        else if (die < 36)
-        {
-            const auto value = Make<IValue>(CLSID_Value);
-            ASSERT_EQ(SetValueSINT32(value.Get(), round), S_OK);
-            ModelLayer* const target = Target(model, key);
-            ASSERT_EQ(die < 26 ? SetValueSINT32(view.Get(), guid, round)
-                               : view->SetValueGUID(guid, value.Get()),
-                      target != nullptr ? S_OK : E_ACCESSDENIED);
-            if (target != nullptr)
-                target->Numbers[key] = round;
-        }
-        else
-        {
-            const bool clears = die == 39;
-            const auto isGuarded = [=](const ModelLayer& layer)
-            {
-                return (layer.Flags & 3) == LAYER_READONLY && (clears || layer.Numbers[key] != 0);
-            };
-            const bool isRefused = std::any_of(model.begin(), model.end(), isGuarded);
-            ASSERT_EQ(clears ? view->Clear() : view->RemoveGUID(guid),
-                      isRefused ? E_ACCESSDENIED : S_OK);
-            for (ModelLayer& layer : model)
-                for (int lost = 0; lost < KeyCount; ++lost)
-                    if (!isRefused && (layer.Flags & LAYER_HIDDEN) == 0 && (clears || lost == key))
-                        layer.Numbers[lost] = 0;
-        }
+        std::int32_t number = -1;
+        ASSERT_EQ(GetValueSINT32(View.Get(), key, &number), holder < 0 ? E_NOT_FOUND : S_OK);
+        ASSERT_EQ(number, holder);
+        ASSERT_EQ(View->GetCount(), static_cast<Result>(keys.size()));
+        ASSERT_EQ(KeysOf(*View), std::vector(keys.begin(), keys.end()));
 
-        std::vector<std::string> keys;
-        for (int asked = 0; asked < KeyCount; ++asked)
+        int target = holder;
+        while (holder >= 0 && target < count && layers[target].second != 0)
+            ++target;
+        if (holder < 0 && count > 0 && (layers[count - 1].second & LAYER_READONLY) == 0)
+            for (target = count - 1; target >= 0 && (layers[target].second & LAYER_HIDDEN) != 0;)
+                --target;
+        const bool isTaken = target >= 0 && target < count;
+        ASSERT_EQ(SetValueSINT32(View.Get(), key, 100), isTaken ? S_OK : E_ACCESSDENIED);
+        for (int at = 0; at < count; ++at)
         {
-            const GUID askedGuid = Numbered(static_cast<std::uint32_t>(asked));
-            const ModelLayer* const holder = Holder(model, asked);
-            GUID type = GUID_Null;
-            ASSERT_EQ(NumberIn(*view, askedGuid), holder != nullptr ? holder->Numbers[asked] : -1);
-            ASSERT_EQ(view->ContainsGUID(askedGuid), holder != nullptr ? S_OK : S_FALSE);
-            ASSERT_EQ(view->GetDataType(askedGuid, &type), holder != nullptr ? S_OK : E_NOT_FOUND);
-            if (holder != nullptr)
-                keys.push_back(Text(askedGuid));
+            (void)GetValueSINT32(layers[at].first.Get(), key, &number);
+            ASSERT_EQ(std::exchange(number, 0) == 100, at == target);
         }
-        ASSERT_EQ(KeysOf(*view), keys);
-        ASSERT_EQ(view->GetCount(), static_cast<Result>(keys.size()));
+        isGuarded |= isTaken && layers[target].second == LAYER_READONLY;
+        ASSERT_EQ(View->RemoveGUID(key), isGuarded ? E_ACCESSDENIED : S_OK);
+        ASSERT_EQ(View->ContainsGUID(key), isGuarded ? S_OK : S_FALSE);
     }
 }
 
-TEST(ValueSetGroup, AnEnumerationEndsWhenTheViewIsWrittenOrLayersComeAndGo)
+TEST_F(ValueSetGroup, AnEnumerationEndsWhenTheViewIsWrittenOrLayersComeAndGo)
 {
-    const auto group = NewGroup();
-    const Values view = ViewOf(*group);
-    const Values bottom = AddLayer(*group, LAYER_READONLY, Numbered(1), 1);
-    const Values top = AddLayer(*group, 0, Numbered(2), 2);
-    EXPECT_EQ(SetValueSINT32(bottom.Get(), Numbered(3), 3), S_OK);
-    const std::function<void()> endings[] = {
-        [&] { EXPECT_EQ(SetValueSINT32(view.Get(), Numbered(2), 7), S_OK); },
-        [&] { EXPECT_EQ(SetValueSINT32(ViewOf(*group).Get(), Numbered(2), 7), S_OK); },
-        [&] { EXPECT_EQ(view->RemoveGUID(Numbered(8)), S_OK); },
-        [&] { AddLayer(*group, 0, Numbered(5), 0); },
-        [&]
-        {
-            EXPECT_EQ(group->RemoveGUID(IdAt(*group, 2)), S_OK);
-        }};
+    const Values bottom = Insert(0, Numbered(1), LAYER_READONLY, Numbered(1));
+    const Values top = Insert(1, Numbered(2), 0, Numbered(2));
+    const std::function<Result()> endings[] = {
+        [&] { return SetValueSINT32(ViewOf(*Group).Get(), Numbered(2), 7); },
+        [&] { return View->RemoveGUID(Numbered(8)); },
+        [&] { return Group->SetValueGUID(Numbered(3), top.Get()); },
+        [&] { return Group->RemoveGUID(Numbered(3)); },
+    };
     for (const auto& end : endings)
     {
-        ObjectPtr<IEnumeratorGUID> keys;
-        EXPECT_EQ(view->GetEnumerator(IID_IEnumeratorGUID, keys.PutVoid()), S_OK);
-        EXPECT_EQ(keys->MoveNext(), S_OK);
-        end();
-        FAILS(keys->MoveNext(), E_ACCESSDENIED, "List was modified, the enumerator is invalid now");
+        const auto walk = Walk<IEnumerator>(*View);
+        EXPECT_EQ(Group->SetValueSetAccessFlagsAt(0, LAYER_READONLY), S_OK);
+        EXPECT_EQ(SetValueSINT32(bottom.Get(), Numbered(4), 4), S_OK);
+        EXPECT_EQ(walk->MoveNext(), S_OK) << "neither flags nor what is done to a layer directly";
+        EXPECT_EQ(end(), S_OK);
+        ExpectDead(*walk);
     }
-
-    // Flags and what is done to a layer directly leave it alone; what is no longer found, and what
-    // was not there at the beginning, is not listed.
-    ObjectPtr<IEnumeratorGUID> keys;
-    EXPECT_EQ(view->GetEnumerator(IID_IEnumeratorGUID, keys.PutVoid()), S_OK);
-    EXPECT_EQ(keys->MoveNext(), S_OK);
-    EXPECT_EQ(group->SetValueSetAccessFlagsAt(1, LAYER_HIDDEN), S_OK);
-    EXPECT_EQ(SetValueSINT32(bottom.Get(), Numbered(4), 4), S_OK);
-    EXPECT_EQ(keys->MoveNext(), S_OK);
-    GUID key = GUID_Null;
-    EXPECT_EQ(keys->GetCurrentGUID(&key), S_OK);
-    EXPECT_TRUE(SameGuid(key, Numbered(3)));
-    EXPECT_EQ(keys->MoveNext(), S_FALSE);
-    EXPECT_EQ(keys->Reset(), S_OK);
-    EXPECT_EQ(keys->MoveNext(), S_OK);
-    EXPECT_EQ(KeysOf(*view), Texts({1, 3, 4}));
 }
 
-// --- Rings and bad layers -----------------------------------------------------------------------
+// A view without a writeable layer is a layer that fails.
+TEST_F(ValueSetGroup, TheViewIsAValueSetButNoValueAndReportsWhatALayerFailsWith)
+{
+    const GUID key = Numbered(1);
+    const Values layer = Insert(0, key, LAYER_READONLY, key);
+    Group = Make<IValueSetGroup>(CLSID_ValueSetGroup); // the view keeps the former one
+    EXPECT_EQ(Group->InsertValueSet(-1, View.Get(), nullptr, 0), S_OK);
+    const Values outer = ViewOf(*Group);
+    IValueSet& v = *outer;
+    ObjectPtr<IValue> value;
+    std::int32_t number = 0;
+    EXPECT_EQ(outer.QueryTo(value), E_NOINTERFACE);
+    EXPECT_EQ(v.GetValueGUID(key, IID_IValue, value.PutVoid()), S_OK);
+    EXPECT_EQ(SetValueSINT32(value.Get(), 12), S_OK);
+    EXPECT_EQ(GetValueSINT32(layer.Get(), key, &number), S_OK);
+    EXPECT_EQ(number, 12) << "it is the layer's own value";
+    FAILS(v.GetDataType(Numbered(2), nullptr), E_NOT_FOUND, "");
+    FAILS(View->SetValueGUID(key, value.Get()), E_ACCESSDENIED,
+          "ValueSetGroup without writeable ValueSets");
+    const std::string text = "{ValueSet of Group}->";
+    FAILS(SetValueSINT32(&v, key, 1), E_ACCESSDENIED, text + "SetValueData");
+    FAILS(v.SetValueGUID(key, value.Get()), E_ACCESSDENIED, text + "SetValueGUID");
+    FAILS(v.RemoveGUID(key), E_ACCESSDENIED, text + "RemoveGUID");
+    FAILS(v.Clear(), E_ACCESSDENIED, text + "Clear");
+}
 
-#define ANSWERS(operation, parameters, answer)                                                     \
-    Result operation parameters override                                                           \
-    {                                                                                              \
-        return answer;                                                                             \
+// What leads back through many groups takes long to find, and gives two threads time to meet.
+TEST_F(ValueSetGroup, NeverLiesAmongItsOwnLayersNorDoConcurrentInsertionsBringItThere)
+{
+    Values chain = View;
+    for (int length = 0; length < 50; ++length)
+    {
+        const auto next = Make<IValueSetGroup>(CLSID_ValueSetGroup);
+        for (int time = 0; time < 2; ++time)
+            EXPECT_EQ(next->InsertValueSet(-1, chain.Get(), nullptr, 0), S_OK) << "no ring";
+        chain = ViewOf(*next);
     }
+    const char* const ring = "valueSet leads back to this group";
+    FAILS(Group->InsertValueSet(-1, chain.Get(), nullptr, 0), E_INVALIDARG, ring);
+    FAILS(Group->SetValueGUID(Numbered(1), View.Get()), E_INVALIDARG, ring);
 
-#undef ANSWERS
-
-// --- Threads ------------------------------------------------------------------------------------
+    const ObserverMaskScope quiet(0);
+    const auto other = Make<IValueSetGroup>(CLSID_ValueSetGroup);
+    const Values otherView = ViewOf(*other);
+    const GUID key = Numbered(1);
+    for (int round = 0; round < 1000; ++round)
+    {
+        EXPECT_EQ(Group->Clear() + other->Clear(), S_OK);
+        const Values bottom = Insert(0, key, 0, key);
+        std::atomic<int> ready = 0;
+        std::atomic<int> refused = 0;
+        const auto work = [&](IValueSetGroup& into, IValueSet& from)
+        {
+            ++ready;
+            while (ready < 2)
+                std::this_thread::yield();
+            refused += into.InsertValueSet(-1, &from, nullptr, 0) == E_INVALIDARG;
+            EXPECT_EQ(SetValueSINT32(View.Get(), key, round), S_OK);
+            EXPECT_EQ(View->GetCount(), 1);
+            (void)KeysOf(*View);
+        };
+        std::jthread rival([&] { work(*other, *chain); });
+        work(*Group, *otherView);
+        rival.join();
+        EXPECT_EQ(refused, 1);
+    }
+}
 
 } // namespace
 

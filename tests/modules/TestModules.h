@@ -15,7 +15,6 @@ namespace Tavrik::Ossira::tTest
 }
 
 // --- "good": Counter.dll; "unique": UniqueSymbols.dll, which the platform may keep mapped
-// ---------
 
 inline constexpr CLSID CLSID_Counter = Numbered(1, 6);
 inline constexpr IID IID_ICounter = Numbered(2, 6);
@@ -36,7 +35,6 @@ protected:
 };
 
 // --- "bootstrap": BootstrapOuter.dll, BootstrapInner.dll; "failing-bootstrap"
-// ---------------------
 
 // The classes add their letter and what they did ("+" start-up, "-" clean-up) to the narrow string
 // under this key of the value set that is the bootstrap's parameter.
@@ -54,7 +52,6 @@ inline void LeaveTrace(IUnknown& param, const std::string& step)
 }
 
 // --- "callback": Callback.dll
-// ---------------------------------------------------------------------
 
 // Enrols for start-up at level 1. Wherever the module's code runs it calls the services, files
 // another class at its own level and takes it out again; when all went well it adds a letter to the
@@ -63,21 +60,17 @@ inline void LeaveTrace(IUnknown& param, const std::string& step)
 inline constexpr CLSID CLSID_Callback = Numbered(0, 2);
 
 // --- "raw": modules without the frame, one fault each; "dependent": one that needs Helper.dll
-// -----
 
 // The classes of every raw module, in the order of its list, unless its fault says otherwise.
 inline constexpr CLSID CLSID_RawFirst = Numbered(1, 3);
 inline constexpr CLSID CLSID_RawSecond = Numbered(2, 3);
 
 // --- "datatypes": Datatypes.dll
-// -------------------------------------------------------------------
 
-// Providers of one datatype each, in the order of their identifiers: the first asks the singleton
-// of the datatypes service while it is created, the second cannot be created.
+// Providers of a datatype, in the order of their identifiers: the first asks the singleton of the
+// datatypes service while it is created, the second cannot be created.
 inline constexpr CLSID CLSID_AskingDatatypes = Numbered(1, 5);
 inline constexpr CLSID CLSID_UnbuildableDatatypes = Numbered(2, 5);
-inline constexpr CLSID CLSID_LateDatatypes = Numbered(3, 5);
 inline constexpr GUID DATATYPE_Asking = Numbered(4, 5);
-inline constexpr GUID DATATYPE_Late = Numbered(5, 5);
 
 } // namespace Tavrik::Ossira::tTest

@@ -39,19 +39,28 @@ public:
     }
 };
 
-// Checks what a call answers and that it writes exactly one line, with that text; or none, if there
-// is no text.
+// Checks what a call answers and that exactly one of the lines that it writes has that text;
+// without a text it must write nothing.
 template <class Call>
-void ExpectReport(Call call, Result answer, const char* what, std::string_view text)
+void ExpectReport(Call call, Result answer, const std::string& text, const char* what)
 {
     const DiagnosticsCapture capture;
     EXPECT_EQ(call(), answer) << what;
-    EXPECT_EQ(capture.Lines().size(), text.empty() ? 0u : 1u) << what << "\n" << capture.Text();
-    EXPECT_NE(capture.Text().find(text), std::string::npos) << what << "\n" << capture.Text();
+    EXPECT_EQ(capture.CountLinesWith(text), text.empty() ? 0u : 1u) << text << "\n"
+                                                                    << what << "\n"
+                                                                    << capture.Text();
 }
 
 #define REPORTS(call, answer, ...)                                                                 \
-    ExpectReport([&] { return call; }, answer, #call, std::string_view(__VA_ARGS__))
+    ExpectReport([&] { return call; }, answer, std::string(__VA_ARGS__), #call)
+
+// The same for a call that ends with a check that fails, whose text is given.
+#define FAILS(call, code, check) REPORTS(call, code, InReport(check))
+
+[[nodiscard]] inline std::string InReport(const std::string& check)
+{
+    return check.empty() ? "" : " " + check + ": ";
+}
 
 // Gives the observer in place exactly this mask, and its former one back at the end.
 class ObserverMaskScope
