@@ -164,9 +164,10 @@ void Register(const std::string& name, const Work& work, bool hot, Arguments... 
         Measure(
             state, [&]() -> Contender& { return contender; }, work, hot);
     };
-    benchmark::RegisterBenchmark(name.c_str(), body)
-        ->UseManualTime()
-        ->Unit(benchmark::kMicrosecond);
+    auto* const job = benchmark::RegisterBenchmark(name.c_str(), body);
+    job->UseManualTime()->Unit(benchmark::kMicrosecond);
+    if (!hot)
+        job->Iterations(100); // by the time that counts it would rest for minutes
 }
 
 } // namespace
