@@ -2,9 +2,7 @@
 // assertions, for what a race would break.
 #include "ServiceTools.h"
 
-#include <barrier>
 #include <set>
-#include <thread>
 
 namespace Tavrik::Ossira
 {
@@ -14,24 +12,7 @@ using namespace tTest;
 namespace
 {
 
-constexpr int ThreadCount = 8;
-
-// Runs `work` with the numbers of the threads, 1 and up, all of them starting at once.
-template <class Work>
-void RunThreads(Work work)
-{
-    std::barrier start(ThreadCount);
-    std::vector<std::jthread> threads;
-    for (std::uint32_t number = 1; number <= ThreadCount; ++number)
-    {
-        threads.emplace_back(
-            [&, number]
-            {
-                start.arrive_and_wait();
-                work(number);
-            });
-    }
-}
+constexpr std::uint32_t ThreadCount = 8;
 
 TEST(Concurrency, RacingRequestsForASingletonGetOneObjectAndItsLastReleaseDestroysItOnce)
 {
@@ -39,19 +20,20 @@ TEST(Concurrency, RacingRequestsForASingletonGetOneObjectAndItsLastReleaseDestro
     ASSERT_EQ(RegisterModule(ModuleFile("good", "Counter")), S_OK);
     for (int round = 0; round < 20; ++round)
     {
-        std::atomic<std::int32_t> sum = 0;
-        RunThreads(
-            [&](std::uint32_t number)
-            {
-                sum += Singleton<ICounter>(CLSID_Counter)->Count();
-                for (int turn = 0; turn < 200; ++turn)
-                {
-                    const auto list = Singleton<IList>(CLSID_NodeList);
-                    EXPECT_EQ(singletons->RegisterObject(Numbered(number), list.Get()), S_OK);
-                    EXPECT_EQ(singletons->UnregisterObject(Numbered(number)), S_OK);
-                    (void)singletons->UnregisterObject(CLSID_NodeList);
-                }
-            });
+        std::atomic<std::uint32_t> sum = 0;
+        InThreads(ThreadCount,
+                  [&](std::uint32_t number)
+                  {
+                      sum +=
+                          static_cast<std::uint32_t>(Singleton<ICounter>(CLSID_Counter)->Count());
+                      for (int turn = 0; turn < 200; ++turn)
+                      {
+                          const auto list = Singleton<IList>(CLSID_NodeList);
+                          EXPECT_EQ(singletons->RegisterObject(Numbered(number), list.Get()), S_OK);
+                          EXPECT_EQ(singletons->UnregisterObject(Numbered(number)), S_OK);
+                          (void)singletons->UnregisterObject(CLSID_NodeList);
+                      }
+                  });
         EXPECT_EQ(sum, ThreadCount * (ThreadCount + 1) / 2) << "all counted in one object";
         EXPECT_EQ(singletons->UnregisterObject(CLSID_Counter), S_OK);
     }
@@ -67,10 +49,11 @@ TEST(Concurrency, OneFactoryAndOneRegistryServeThreadsThatReadLoadAndUnloadModul
     for (int round = 0; round < 100; ++round)
     {
         std::vector<ObjectPtr<ICounter>> counters(ThreadCount);
-        RunThreads(
+        InThreads(
+            ThreadCount,
             [&](std::uint32_t number)
             {
-                ObjectPtr<ICounter>& mine = counters[number - 1];
+                ObjectPtr<ICounter>& mine = counters[number];
                 if (number % 4 == 3)
                 {
                     const auto inner = ModuleFile("bootstrap", "BootstrapInner");
@@ -88,11 +71,38 @@ TEST(Concurrency, OneFactoryAndOneRegistryServeThreadsThatReadLoadAndUnloadModul
                           S_OK);
                 mine->CountInModule();
             });
-        EXPECT_EQ(counters[0]->CountInModule(), ThreadCount + 1) << "all of one loaded module";
+        EXPECT_EQ(counters[0]->CountInModule(), 9) << "all of one loaded module";
         EXPECT_EQ(registry->ContainsCategory(Numbered(0)), S_FALSE);
         counters.clear();
         EXPECT_EQ(factory->FlushModules(), S_OK);
         ASSERT_FALSE(IsMapped(file));
+    }
+}
+
+TEST(Concurrency, ADictionaryServesThreadsWithKeysOfTheirOwnAndKeysInCommon)
+{
+    for (const CLSID& clsid : {CLSID_DictionaryGUID, CLSID_LockableDictionaryGUID})
+    {
+        const auto dictionary = Make<IDictionaryGUID>(clsid);
+        const auto value = Make<IValue>(CLSID_Value);
+        InThreads(ThreadCount,
+                  [&](std::uint32_t thread)
+                  {
+                      for (std::uint32_t round = 0; round < 2000; ++round)
+                      {
+                          ObjectPtr<IValue> found;
+                          const GUID own = Numbered(100 * thread + round % 50);
+                          EXPECT_EQ(dictionary->SetValueGUID(own, value.Get()), S_OK);
+                          (void)dictionary->SetValueGUID(Numbered(round % 7, 1), value.Get());
+                          (void)dictionary->RemoveGUID(Numbered(round % 5, 1));
+                          EXPECT_EQ(dictionary->GetValueGUID(own, IID_IValue, found.PutVoid()),
+                                    S_OK);
+                          EXPECT_GE(dictionary->GetCount(), 1);
+                      }
+                  });
+        const auto count = static_cast<std::uint32_t>(dictionary->GetCount());
+        EXPECT_TRUE(count >= 402 && count <= 407) << count;
+        EXPECT_EQ(ReferencesOn(*value), count + 1);
     }
 }
 
@@ -102,16 +112,16 @@ TEST(Concurrency, LinesStayWholeWhileTheObserverIsSwapped)
     ASSERT_EQ(GetGlobalObserver(former.Put()), S_OK);
     const DiagnosticsCapture capture;
     const auto value = Make<IValue>(CLSID_Value);
-    RunThreads(
-        [&](std::uint32_t number)
-        {
-            for (int round = 0; round < 300; ++round)
-            {
-                const auto next = Make<IObserverPrint>(CLSID_DebugOutputObserverPrint);
-                EXPECT_EQ(SetGlobalObserver(number == 1 ? nullptr : next.Get()), S_OK);
-                EXPECT_EQ(value->GetType(nullptr), E_POINTER);
-            }
-        });
+    InThreads(ThreadCount,
+              [&](std::uint32_t number)
+              {
+                  for (int round = 0; round < 300; ++round)
+                  {
+                      const auto next = Make<IObserverPrint>(CLSID_DebugOutputObserverPrint);
+                      EXPECT_EQ(SetGlobalObserver(number == 0 ? nullptr : next.Get()), S_OK);
+                      EXPECT_EQ(value->GetType(nullptr), E_POINTER);
+                  }
+              });
     EXPECT_EQ(SetGlobalObserver(former.Get()), S_OK);
     const auto lines = capture.Lines();
     // A line that meets no observer has no place in it; there is no third kind.

@@ -4,9 +4,7 @@
 #include "OssiraDatatypes.h"
 #include "ServiceTools.h"
 
-#include <barrier>
 #include <cstring>
-#include <thread>
 
 namespace Tavrik::Ossira
 {
@@ -173,20 +171,19 @@ TEST(DatatypesService, ConcurrentFirstQuestionsInstallOnce)
         TestProvider provider({TypeA});
         const DiagnosticsCapture capture;
         const auto service = Make<IDatatypesService>(CLSID_DatatypesService);
-        std::barrier start(8);
-        const auto ask = [&]
+        std::atomic<int> asking = 0;
+        const auto ask = [&](std::uint32_t)
         {
-            start.arrive_and_wait();
+            ++asking;
             EXPECT_GE(service->Contains(DATATYPE_SINT8), S_OK);
         };
-        std::vector<std::jthread> threads;
         EXPECT_EQ(section->Lock(), S_OK);
-        while (threads.size() < 7)
-            threads.emplace_back(ask);
-        start.arrive_and_wait();
+        std::jthread threads([&] { InThreads(7, ask); });
+        while (asking < 7)
+            std::this_thread::yield();
         EXPECT_EQ(service->RegisterDatatypes(&provider), S_OK);
         EXPECT_EQ(section->Unlock(), S_OK);
-        threads.clear();
+        threads.join();
         EXPECT_EQ(KeysOf(*service).size(), 9u);
         EXPECT_EQ(capture.CountLinesWith("--- Register Intrinsic-Datatypes ---"), 1u);
     }

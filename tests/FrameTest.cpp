@@ -7,10 +7,8 @@
 #include "SampleObject.h"
 #include "TestTools.h"
 
-#include <barrier>
 #include <cstring>
 #include <regex>
-#include <thread>
 
 #define SAMPLE "FFFFFFFF-942A-4E6C-B892-7E781AF86992"
 
@@ -149,16 +147,8 @@ TEST(Library, ConcurrentFirstRequestsEndWithOneSingleton)
         ASSERT_EQ(ExistingSingleton(), nullptr);
         const std::uint32_t before = GetObjectOpenCount();
         std::vector<ObjectPtr<ISingleton>> got(8);
-        std::barrier start(8);
-        std::vector<std::jthread> running;
-        const auto request = [&](ObjectPtr<ISingleton>& mine)
-        {
-            start.arrive_and_wait();
-            EXPECT_EQ(CreateObject(CLSID_GlobalSingleton, mine), S_OK);
-        };
-        for (ObjectPtr<ISingleton>& mine : got)
-            running.emplace_back(request, std::ref(mine));
-        running.clear();
+        InThreads(8, [&](std::uint32_t number)
+                  { EXPECT_EQ(CreateObject(CLSID_GlobalSingleton, got[number]), S_OK); });
         for (const ObjectPtr<ISingleton>& one : got)
             EXPECT_EQ(one.Get(), ExistingSingleton());
         EXPECT_EQ(GetObjectOpenCount(), before + 1) << "the losers' objects are gone";

@@ -4,9 +4,11 @@
 #include "Ossira.h"
 #include "TestPlatform.h"
 
+#include <atomic>
 #include <gtest/gtest.h>
 #include <random>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 namespace Tavrik::Ossira::tTest
@@ -134,6 +136,23 @@ private:
     const std::filesystem::path mPath = std::filesystem::temp_directory_path() /
                                         ("ossira-" + std::to_string(std::random_device()()));
 };
+
+// Runs `work` with the numbers from 0 on, one a thread, all at once. The barrier of some compilers'
+// libraries may miss that it opens, so here the threads look again and again.
+template <class Work>
+void InThreads(std::uint32_t count, Work work)
+{
+    std::atomic<std::uint32_t> missing = count;
+    const auto start = [&](std::uint32_t number)
+    {
+        for (--missing; missing > 0;)
+            std::this_thread::yield();
+        work(number);
+    };
+    std::vector<std::jthread> threads;
+    for (std::uint32_t number = 0; number < count; ++number)
+        threads.emplace_back(start, number);
+}
 
 // The value of `--name=number` on the command line, or the default.
 [[nodiscard]] int CommandLineNumber(std::string_view name, int otherwise);
