@@ -171,16 +171,15 @@ TEST(DatatypesService, ConcurrentFirstQuestionsInstallOnce)
         TestProvider provider({TypeA});
         const DiagnosticsCapture capture;
         const auto service = Make<IDatatypesService>(CLSID_DatatypesService);
-        std::atomic<int> asking = 0;
+        std::atomic<int> missing = 8;
         const auto ask = [&](std::uint32_t)
         {
-            ++asking;
+            Meet(missing);
             EXPECT_GE(service->Contains(DATATYPE_SINT8), S_OK);
         };
         EXPECT_EQ(section->Lock(), S_OK);
         std::jthread threads([&] { InThreads(7, ask); });
-        while (asking < 7)
-            std::this_thread::yield();
+        Meet(missing);
         EXPECT_EQ(service->RegisterDatatypes(&provider), S_OK);
         EXPECT_EQ(section->Unlock(), S_OK);
         threads.join();

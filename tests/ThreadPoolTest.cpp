@@ -2,17 +2,9 @@
 #include "threads/ThreadPool.h"
 #include "FailingMemory.h"
 #include "OssiraCheck.h"
-#include "OssiraThreads.h"
 #include "ServiceTools.h"
 
 #include <algorithm>
-#include <barrier>
-#include <chrono>
-#include <latch>
-#include <mutex>
-#include <new>
-#include <regex>
-#include <set>
 #include <stdexcept>
 #include <thread>
 
@@ -25,162 +17,147 @@ using namespace tSystem::tThreads;
 namespace
 {
 
-constexpr std::int32_t WorkerCount = 8;
-constexpr Result Aborted = -1;
-constexpr std::uint8_t BothKinds[] = {0, 1}; // asymmetric and symmetric
-
-struct ReleasePool
-{
-    void operator()(CThreadPool* pool) const
-    {
-        EXPECT_EQ(pool->Release(), S_OK);
-    }
-};
-using PoolPtr = std::unique_ptr<CThreadPool, ReleasePool>;
-
-PoolPtr MakePool(std::int32_t count = WorkerCount)
-{
-    PoolPtr pool(CreateThreadPool(count));
-    EXPECT_NE(pool, nullptr);
-    return pool;
-}
+using PoolPtr = std::unique_ptr<CThreadPool>;
 
 template <class Work>
-Result RunJob(IThreadPool& pool, Work work, std::uint8_t symmetric = 0, const char* name = "test",
-              std::uint8_t* abortFlag = nullptr)
+Result RunJob(IThreadPool& pool, bool symmetric, Work work, std::uint8_t* abortFlag = nullptr)
 {
     CThreadJob job(work);
-    return pool.Run(&job, abortFlag, symmetric, name);
+    return pool.Run(&job, abortFlag, symmetric, "job");
+}
+
+// A job of ten items, each of which must be done once.
+void DoItems(IThreadPool& pool, bool symmetric)
+{
+    std::uint8_t done[10] = {};
+    std::atomic<std::size_t> next = 0;
+    const auto work = [&](CAbortFlag)
+    {
+        for (std::size_t item; (item = next.fetch_add(1)) < std::size(done);)
+            ++done[item];
+    };
+    ASSERT_EQ(RunJob(pool, symmetric, work), S_OK);
+    ASSERT_EQ(std::ranges::count(done, 1), 10);
+}
+
+void Raise(CAbortFlag abort)
+{
+    abort.Raise();
 }
 
 // --- Runs ----------------------------------------------------------------------------------------
 
-TEST(ConcurrentThreadPool, RunsInSuccessionDoEveryItemOnceWhetherWorkersSleepOrNot)
+TEST(ConcurrentThreadPool, EveryItemIsDoneOnceWhileWorkersFallAsleep)
 {
-    const PoolPtr pool = MakePool();
-    for (int round = 0; round < 1000; ++round)
+    for (const std::int32_t count : {1, 2, 8, 64})
     {
-        constexpr int itemCount = 100;
-        std::uint8_t done[itemCount] = {};
-        std::atomic<int> next = 0;
-        ASSERT_EQ(RunJob(
-                      *pool,
-                      [&](CAbortFlag)
-                      {
-                          for (int item; (item = next.fetch_add(1)) < itemCount;)
-                              ++done[item];
-                      },
-                      round % 2 == 0),
-                  S_OK);
-        ASSERT_EQ(std::ranges::count(done, 1), itemCount) << round;
-        if (round % 100 == 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-}
-
-TEST(ConcurrentThreadPool, ARaisedFlagEndsTheRunWithMinusOne)
-{
-    const PoolPtr pools[] = {MakePool(1), MakePool()};
-    for (const PoolPtr& pool : pools)
-    {
-        for (const std::uint8_t symmetric : BothKinds)
+        const PoolPtr pool(CreateThreadPool(count));
+        for (int round = 0; round < 400; ++round)
         {
-            std::uint8_t flag = 1; // left over from a former run
-            EXPECT_EQ(RunJob(
-                          *pool, [](CAbortFlag abort) { EXPECT_FALSE(abort.IsRaised()); },
-                          symmetric, "lowered", &flag),
-                      S_OK);
-            EXPECT_EQ(flag, 0);
-            for (std::uint8_t* const given : {&flag, static_cast<std::uint8_t*>(nullptr)})
-            {
-                EXPECT_EQ(
-                    RunJob(
-                        *pool, [](CAbortFlag abort) { abort.Raise(); }, symmetric, nullptr, given),
-                    Aborted);
-            }
-            EXPECT_EQ(flag, 1);
+            ASSERT_NO_FATAL_FAILURE(DoItems(*pool, round % 2 == 0));
+            std::this_thread::sleep_for(std::chrono::microseconds(round % 120));
         }
     }
 }
 
-TEST(ConcurrentThreadPool, WhatAJobThrowsIsToldAndAbortsTheRun)
+TEST(ConcurrentThreadPool, ManyThreadsAndTheJobsThemselvesMayRunJobsOfOnePool)
 {
-    enum class Thrown
+    const PoolPtr pool(CreateThreadPool(3)), threads(CreateThreadPool(8));
+    const auto work = [&](CAbortFlag)
     {
-        Exception,
-        NullException,
-        Memory,
-        Standard,
-        Number
+        for (int round = 0; round < 100; ++round)
+            DoItems(*pool, round % 2 == 0);
     };
+    EXPECT_EQ(RunJob(*threads, false, work), S_OK);
+    EXPECT_EQ(RunJob(*pool, false, work), S_OK);
+}
+
+TEST(ConcurrentThreadPool, EveryWorkerAndTheCallerRunACopyAndAnyOfThemMayAbort)
+{
     struct
     {
-        Thrown What;
-        const char* Code;
-    } const cases[] = {{Thrown::Exception, "0x80070005"},
-                       {Thrown::NullException, "0x8007000E"},
-                       {Thrown::Memory, "0x8007000E"},
-                       {Thrown::Standard, "0x8000FFFF"},
-                       {Thrown::Number, "0x8000FFFF"}};
-    const auto throwIt = [](Thrown what)
+        void (*Act)(CAbortFlag);
+        std::string Code; // of what it throws
+    } const cases[] = {{[](CAbortFlag) {}, ""},
+                       {Raise, ""},
+                       {[](CAbortFlag) { OSSIRA_THROW(E_ACCESSDENIED, ""); }, "0x80070005"},
+                       {[](CAbortFlag) { throw static_cast<IException*>(nullptr); }, "0x8007000E"},
+                       {[](CAbortFlag) { throw std::bad_alloc(); }, "0x8007000E"},
+                       {[](CAbortFlag) { throw std::runtime_error(""); }, "0x8000FFFF"},
+                       {[](CAbortFlag) { throw 42; }, "0x8000FFFF"}};
+    for (const std::int32_t workers : {0, 8})
     {
-        switch (what)
+        const PoolPtr pool(CreateThreadPool(std::max(workers, 1)));
+        for (std::size_t number = 0; number < 2 * std::size(cases); ++number)
         {
-        case Thrown::Exception:
-            OSSIRA_THROW(E_ACCESSDENIED, "thrown");
-        case Thrown::NullException:
-            throw static_cast<IException*>(nullptr);
-        case Thrown::Memory:
-            throw std::bad_alloc();
-        case Thrown::Standard:
-            throw std::runtime_error("thrown");
-        case Thrown::Number:
-            throw 42;
-        }
-    };
-    for (const std::int32_t count : {1, 2})
-    {
-        const PoolPtr pool = MakePool(count);
-        for (const auto& [what, code] : cases)
-        {
+            const auto& [act, code] = cases[number / 2];
             const DiagnosticsCapture capture;
-            std::atomic<std::int32_t> worker = -1;
-            std::barrier meeting(count == 1 ? 1 : count + 1);
-            EXPECT_EQ(RunJob(
-                          *pool,
-                          [&](CAbortFlag)
-                          {
-                              meeting.arrive_and_wait();
-                              const std::int32_t self = pool->CurrentWorker();
-                              if (self != count - 2) // the caller of one, the first of two workers
-                                  return;
-                              worker = self;
-                              throwIt(what);
-                          },
-                          0, "thrower"),
-                      Aborted);
-            EXPECT_EQ(worker, count - 2);
-            EXPECT_EQ(capture.Text(), "\aCThreadPool::CMessage::Run Thread:(" +
-                                          std::to_string(worker) +
-                                          ") - Exception for thrower: Code: " + code + "\n");
+            std::atomic<int> missing = workers + 1;
+            std::atomic<int> copies[9] = {}; // of the caller and of each worker
+            std::uint8_t flag = 1;           // left over from a former run
+            const auto work = [&](CAbortFlag abort)
+            {
+                EXPECT_FALSE(abort.IsRaised());
+                ++copies[pool->CurrentWorker() + 1];
+                Meet(missing);
+                act(abort);
+            };
+            EXPECT_EQ(RunJob(*pool, number % 2 == 0, work, &flag), number < 2 ? S_OK : -1);
+            EXPECT_EQ(flag, number >= 2);
+            for (std::int32_t worker = -1; worker < workers; ++worker)
+            {
+                EXPECT_EQ(copies[worker + 1], 1);
+                EXPECT_EQ(capture.CountLinesWith("\aCThreadPool::CMessage::Run Thread:(" +
+                                                 std::to_string(worker) +
+                                                 ") - Exception for job: Code: " + code),
+                          code.empty() ? 0u : 1u);
+            }
         }
-        EXPECT_EQ(RunJob(*pool, [](CAbortFlag) {}), S_OK) << "the pool works on";
     }
 }
 
-TEST(ThreadPool, APoolOfOneRunsTheJobOnceOnTheCallingThread)
+TEST(ConcurrentThreadPool, ARaisedFlagKeepsCopiesFromStarting)
 {
-    const PoolPtr pool = MakePool(1);
-    for (const std::uint8_t symmetric : BothKinds)
+    const PoolPtr pool(CreateThreadPool(2));
+    std::atomic<int> starting = 3, leaving = 3, calls = 0;
+    const auto raise = [&](CAbortFlag abort)
     {
-        std::vector<std::thread::id> threads;
-        EXPECT_EQ(RunJob(
-                      *pool, [&](CAbortFlag) { threads.push_back(std::this_thread::get_id()); },
-                      symmetric),
-                  S_OK);
-        EXPECT_EQ(threads, std::vector{std::this_thread::get_id()});
-    }
-    FAILS(pool->Run(nullptr, nullptr, 0, "nothing"), E_POINTER, "function");
+        ++calls;
+        abort.Raise();
+        Meet(leaving);
+    };
+    const auto outer = [&](CAbortFlag)
+    {
+        Meet(starting);
+        if (pool->CurrentWorker() >= 0)
+            Meet(leaving);
+        else // while both workers are kept
+            EXPECT_EQ(RunJob(*pool, false, raise), -1);
+    };
+    EXPECT_EQ(RunJob(*pool, false, outer), S_OK);
+    EXPECT_EQ(calls, 1);
+}
+
+TEST(ThreadPool, StatisticsAreOneLineForEachRun)
+{
+    const auto box = Make<ICommonThreadPoolBox>(CLSID_CommonThreadPoolBox);
+    const PoolPtr one(CreateThreadPool(1)), two(CreateThreadPool(2));
+    const DiagnosticsCapture capture;
+    DoItems(*two, true);
+    EXPECT_EQ(box->SetStatistics(1), S_OK);
+    DoItems(*one, true);
+    RunJob(*one, false, Raise);
+    DoItems(*two, true);
+    RunJob(*two, false, Raise);
+    EXPECT_EQ(box->SetStatistics(0), S_OK);
+    DoItems(*two, true);
+    const std::regex variable(
+        "[0-9]+ (?=calls|[WU])|CThreadPool::RunSymmetric early break: 2 / 1\n");
+    EXPECT_EQ(std::regex_replace(capture.Text(), variable, ""),
+              "CThreadPool single thread job job finished: calls/s\n"
+              "CThreadPool single thread job job aborted: calls/s\n"
+              "CThreadPool 2 threads sym job job finished: calls/s; Wait-Spins\n"
+              "CThreadPool 2 threads asym job job aborted: calls/s; Unlock-Spins\n");
 }
 
 // --- Pools ---------------------------------------------------------------------------------------
@@ -188,169 +165,100 @@ TEST(ThreadPool, APoolOfOneRunsTheJobOnceOnTheCallingThread)
 TEST(ThreadPool, TheNumberOfWorkersIsBounded)
 {
     const auto processors = static_cast<std::int32_t>(std::thread::hardware_concurrency());
-    const std::int32_t fitting = std::clamp(processors - 1, 1, 64);
-    struct
-    {
-        std::int32_t Asked;
-        std::int32_t Got;
-        std::string Line;
-    } const cases[] = {
-        {-1, fitting, ""},
-        {0, fitting, ""},
-        {std::numeric_limits<std::int32_t>::min(), fitting, ""},
-        {1, 1, ""},
-        {64, 64, ""},
-        {65, 64, "\aCThreadPool Warn too many threads needed: 65 but 64 now using\n"},
-        {1000000, 64, "\aCThreadPool Warn too many threads needed: 1000000 but 64 now using\n"}};
-    const std::int32_t pools = CThreadPool::LiveCount();
-    const std::int32_t threads = WinThread::LiveCount();
-    for (const auto& [asked, got, line] : cases)
+    for (const std::int32_t asked : {-1, 0, INT32_MIN, 1, 64, 65, 1000000})
     {
         const DiagnosticsCapture capture;
-        const PoolPtr pool = MakePool(asked);
-        EXPECT_EQ(pool->GetThreadCount(), got);
-        EXPECT_EQ(CThreadPool::LiveCount(), pools + 1);
-        EXPECT_EQ(WinThread::LiveCount(), threads + got);
-        EXPECT_EQ(capture.Text(), line);
+        const PoolPtr pool(CreateThreadPool(asked));
+        const std::int32_t wanted = asked < 1 ? std::max(processors - 1, 1) : asked;
+        EXPECT_EQ(pool->GetThreadCount(), std::min(wanted, 64));
+        EXPECT_EQ(capture.CountLinesWith("\aCThreadPool Warn too many threads needed: " +
+                                         std::to_string(asked) + " but 64 now using"),
+                  asked > 64 ? 1u : 0u);
     }
-    EXPECT_EQ(CThreadPool::LiveCount(), pools);
-    EXPECT_EQ(WinThread::LiveCount(), threads);
 }
 
-TEST(ConcurrentThreadPool, ThousandsOfPoolsLeaveNothingBehind)
+TEST(ThreadPool, WithoutMemoryForAllItsThreadsThereIsNone)
 {
-    const int rounds = CommandLineNumber("pools", 500);
-    const auto makeAndUse = [](int round)
-    {
-        const PoolPtr pool = MakePool(1 + round % WorkerCount);
-        std::atomic<int> next = 0;
-        std::atomic<int> sum = 0;
-        const auto work = [&](CAbortFlag)
-        {
-            for (int item; (item = next.fetch_add(1)) < 10;)
-                sum += item;
-        };
-        if (round % 3 != 0) // every third one is destroyed unused
-        {
-            ASSERT_EQ(RunJob(*pool, work, round % 2 == 0), S_OK);
-            ASSERT_EQ(sum, 45);
-        }
-    };
-    for (int round = 0; round < WorkerCount * 6; ++round)
-        makeAndUse(round);
-    const MemoryInUse before = MeasureMemory();
-    for (int round = 0; round < rounds; ++round)
-        makeAndUse(round);
-    const MemoryInUse after = MeasureMemory();
-    EXPECT_EQ(WinThread::LiveCount(), 0);
-    EXPECT_LE(after.Heap, before.Heap + 10000);
-    EXPECT_LE(after.Process, before.Process + 4000000);
-}
-
-TEST(ThreadPool, StatisticsAreOneLineForEachRun)
-{
-    const auto box = Make<ICommonThreadPoolBox>(CLSID_CommonThreadPoolBox);
-    const PoolPtr one = MakePool(1);
-    const PoolPtr two = MakePool(2);
-    const auto nothing = [](CAbortFlag) {
-    };
-    const auto abort = [](CAbortFlag flag)
-    {
-        flag.Raise();
-    };
     const DiagnosticsCapture capture;
-    RunJob(*two, nothing);
-    EXPECT_EQ(box->SetStatistics(1), S_OK);
-    RunJob(*one, nothing);
-    RunJob(*one, abort);
-    RunJob(*two, nothing, 1);
-    RunJob(*two, abort);
-    EXPECT_EQ(box->SetStatistics(0), S_OK);
-    RunJob(*two, nothing);
-    const char* const lines[] = {
-        "CThreadPool single thread job test finished: \\d+ calls/s",
-        "CThreadPool single thread job test aborted: \\d+ calls/s",
-        "CThreadPool 2 threads sym job test finished: \\d+ calls/s; \\d+ Wait-Spins",
-        "CThreadPool 2 threads asym job test aborted: \\d+ calls/s; \\d+ Unlock-Spins"};
-    std::vector<std::string> written = capture.Lines();
-    std::erase(written, "CThreadPool::RunSymmetric early break: 2 / 1"); // as it happens
-    ASSERT_EQ(written.size(), std::size(lines)) << capture.Text();
-    for (std::size_t at = 0; at < written.size(); ++at)
-        EXPECT_TRUE(std::regex_match(written[at], std::regex(lines[at]))) << written[at];
+    PoolPtr pool;
+    for (int which = 0; pool == nullptr; ++which)
+    {
+        FailingMemory memory(which, Shortage::Once);
+        pool.reset(CreateThreadPool(2));
+        memory.Stop();
+        EXPECT_EQ(WinThread::LiveCount(), pool ? 2 : 0) << "those that were started have ended";
+    }
+    EXPECT_EQ(capture.Text(), "\aCThreadPool Error #13\n\aCThreadPool Error #13\n"
+                              "\aCThreadPool Error #14\n\aCThreadPool Error #14\n");
 }
 
-// --- The box -------------------------------------------------------------------------------------
-
-TEST(ThreadPoolBox, KeepsItsPoolFromBeingDestroyed)
+TEST(ConcurrentThreadPool, TenThousandPoolsLeaveNothingBehind)
 {
+    MemoryInUse before;
+    for (int round = 0; round < 10100; ++round)
+    {
+        if (round == 100)
+            before = MeasureMemory();
+        const PoolPtr pool(CreateThreadPool(1 + round % 4));
+        if (round % 3 == 0)
+            continue; // it is destroyed unused
+        ASSERT_NO_FATAL_FAILURE(DoItems(*pool, round % 2 == 0));
+    }
+    EXPECT_EQ(CThreadPool::LiveCount() + WinThread::LiveCount(), 0);
+    EXPECT_LE(MeasureMemory().Heap, before.Heap + 10000);
+    EXPECT_LE(MeasureMemory().Process, before.Process + 4000000);
+}
+
+// Calls an operation as a compiler of another make does: by its slot, with the object first.
+template <class Answer, class... Arguments>
+Answer CallSlot(void* object, std::size_t slot, Arguments... arguments)
+{
+    void* const operation = (*static_cast<void***>(object))[slot];
+    return reinterpret_cast<Answer (*)(void*, Arguments...)>(operation)(object, arguments...);
+}
+
+TEST(ThreadPoolBox, KeepsItsPoolFromBeingDestroyedByItsSlots)
+{
+    EXPECT_EQ(CallSlot<Result>(CreateThreadPool(1), 1), S_OK);
+    EXPECT_EQ(CThreadPool::LiveCount(), 0);
     const auto box = Make<ICommonThreadPoolBox>(CLSID_CommonThreadPoolBox);
     EXPECT_EQ(box->Create(3), S_OK);
+    FAILS(box->Create(3), E_ACCESSDENIED, "Already created");
     IThreadPool* pool = nullptr;
     EXPECT_EQ(box->GetThreadPool(&pool), S_OK);
-    FAILS(pool->Release(), E_UNEXPECTED, "IThreadPool::Release forbidden");
-    {
-        const DiagnosticsCapture capture;
-        EXPECT_EQ(pool->DeletingDestructor(1), pool);
-        EXPECT_EQ(capture.CountLinesWith("IThreadPool::Release forbidden"), 1u);
-    }
-    FAILS(box->Create(3), E_ACCESSDENIED, "Already created");
-    FAILS(box->GetThreadPool(nullptr), E_POINTER, "ppThreadPool");
-    EXPECT_EQ(pool->GetThreadCount(), 3);
-    std::atomic<int> copies = 0;
-    EXPECT_EQ(RunJob(*pool, [&](CAbortFlag) { ++copies; }), S_OK);
-    EXPECT_GE(copies, 1);
+    FAILS(CallSlot<Result>(pool, 1), E_UNEXPECTED, "IThreadPool::Release forbidden");
+    FAILS(CallSlot<void*>(pool, 0, 1) == pool, 1, "IThreadPool::Release forbidden");
+    CThreadJob job(Raise);
+    EXPECT_EQ(CallSlot<Result>(pool, 2, &job, nullptr, std::uint8_t{1}, "job"), -1);
+    EXPECT_EQ(CallSlot<std::int32_t>(pool, 3), 3);
 }
 
 // --- Threads -------------------------------------------------------------------------------------
 
-struct ReleaseThread
+TEST(ConcurrentThread, GoesThroughItsStatesWhoeverCallsItsSlots)
 {
-    void operator()(IThread* thread) const
-    {
-        thread->Release();
-    }
-};
-using ThreadPtr = std::unique_ptr<WinThread, ReleaseThread>;
-
-// --- The binary contract -------------------------------------------------------------------------
-
-// The interfaces as a compiler of another make sees them.
-struct RawFunction
-{
-    const struct Slots
-    {
-        void* (*Delete)(RawFunction*, std::uint32_t);
-        void (*Run)(RawFunction*, void*);
-        void (*RequestStop)(RawFunction*);
-    } * Table;
-};
-
-struct RawPool
-{
-    const struct Slots
-    {
-        void* (*Delete)(RawPool*, std::uint32_t);
-        Result (*Release)(RawPool*);
-        Result (*Run)(RawPool*, RawFunction*, std::uint8_t*, std::uint8_t, const char*);
-        std::int32_t (*GetThreadCount)(RawPool*);
-    } * Table;
-};
-
-struct RawThread
-{
-    const struct Slots
-    {
-        void* (*Delete)(RawThread*, std::uint32_t);
-        void (*Release)(RawThread*);
-        std::uint8_t (*Start)(RawThread*, RawFunction*, void*);
-        std::uint8_t (*Stop)(RawThread*);
-        std::int32_t (*GetState)(RawThread*);
-        std::uint8_t (*Suspend)(RawThread*);
-        std::uint8_t (*Resume)(RawThread*);
-        void (*Wait)(RawThread*);
-        std::uint32_t (*GetThreadId)(RawThread*);
-    } * Table;
-};
+    const DiagnosticsCapture capture;
+    std::uint8_t flag = 0;
+    CThreadJob job(
+        [&](CAbortFlag abort)
+        {
+            while (!abort.IsRaised())
+                std::this_thread::yield();
+            OSSIRA_THROW(E_FAIL, "thrown by a thread");
+        });
+    IThread* const thread = WinThread::Create();
+    EXPECT_EQ(CallSlot<std::uint8_t>(thread, 2, &job, &flag), 1);
+    EXPECT_EQ(CallSlot<std::uint8_t>(thread, 2, &job, &flag), 0) << "it runs already";
+    EXPECT_EQ(CallSlot<std::int32_t>(thread, 4), ThreadRunning);
+    EXPECT_EQ(CallSlot<std::uint8_t>(thread, 3), 0) << "only asked to stop";
+    EXPECT_EQ(CallSlot<std::int32_t>(thread, 4), ThreadStopRequested);
+    EXPECT_NE(CallSlot<std::uint32_t>(thread, 8), 0u);
+    Raise(CAbortFlag(&flag));
+    CallSlot<void>(thread, 7);
+    EXPECT_EQ(CallSlot<std::int32_t>(thread, 4), ThreadFinished);
+    EXPECT_EQ(capture.CountLinesWith("0x80004005 thrown by a thread: "), 1u);
+    CallSlot<void>(thread, 1);
+}
 
 } // namespace
 

@@ -202,13 +202,11 @@ TEST_F(ValueSetGroup, NeverLiesAmongItsOwnLayersNorDoConcurrentInsertionsBringIt
     {
         EXPECT_EQ(Group->Clear() + other->Clear(), S_OK);
         const Values bottom = Insert(0, key, 0, key);
-        std::atomic<int> ready = 0;
+        std::atomic<int> missing = 2;
         std::atomic<int> refused = 0;
         const auto work = [&](IValueSetGroup& into, IValueSet& from)
         {
-            ++ready;
-            while (ready < 2)
-                std::this_thread::yield();
+            Meet(missing);
             refused += into.InsertValueSet(-1, &from, nullptr, 0) == E_INVALIDARG;
             EXPECT_EQ(SetValueSINT32(View.Get(), key, round), S_OK);
             EXPECT_EQ(View->GetCount(), 1);

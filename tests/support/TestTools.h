@@ -137,16 +137,22 @@ private:
                                         ("ossira-" + std::to_string(std::random_device()()));
 };
 
-// Runs `work` with the numbers from 0 on, one a thread, all at once. The barrier of some compilers'
-// libraries may miss that it opens, so here the threads look again and again.
+// Lets nobody pass before all are there. (The standard library's own means for this now and then
+// sleep on in the Windows build.)
+inline void Meet(std::atomic<int>& missing)
+{
+    for (--missing; missing > 0;)
+        std::this_thread::yield();
+}
+
+// Runs `work` with the numbers from 0 on, one a thread, all at once.
 template <class Work>
 void InThreads(std::uint32_t count, Work work)
 {
-    std::atomic<std::uint32_t> missing = count;
+    std::atomic<int> missing = static_cast<int>(count);
     const auto start = [&](std::uint32_t number)
     {
-        for (--missing; missing > 0;)
-            std::this_thread::yield();
+        Meet(missing);
         work(number);
     };
     std::vector<std::jthread> threads;
