@@ -17,3 +17,10 @@ OSSIRA_EXPORT const char* __tsan_default_options()
 {
     return "log_path=stdout:halt_on_error=1:second_deadlock_stack=1";
 }
+
+// What a module does while it is loaded or unloaded is ordered with what other threads did in it by
+// the loader's own lock, which the sanitizer does not see.
+OSSIRA_EXPORT const char* __tsan_default_suppressions()
+{
+    return "race:Tavrik::tSystem::CLibrary::Open\nrace:Tavrik::tSystem::CLibrary::Close";
+}

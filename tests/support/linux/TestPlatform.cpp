@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <malloc.h>
+#include <sstream>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -41,10 +42,16 @@ std::filesystem::path ProgramPath()
     return std::filesystem::read_symlink("/proc/self/exe");
 }
 
+// As code: a sanitizer that reports something about a library maps the file to read its symbols.
 bool IsMapped(const std::filesystem::path& library)
 {
-    return ReadFile("/proc/self/maps").find(canonical(library).string() + "\n") !=
-           std::string::npos;
+    std::istringstream maps(ReadFile("/proc/self/maps"));
+    for (std::string line; std::getline(maps, line);)
+    {
+        if (line.ends_with(canonical(library).string()) && line.find(" r-xp ") != line.npos)
+            return true;
+    }
+    return false;
 }
 
 const bool UniqueSymbolsKeepALibraryMapped = true;
