@@ -2,6 +2,8 @@
 #include "ServiceTools.h"
 #include "TestItem.h"
 
+#include <cstdlib>
+
 namespace Tavrik::Ossira
 {
 
@@ -10,7 +12,6 @@ using namespace tTest;
 namespace
 {
 
-using Strings = std::vector<std::string>;
 using WideStrings = std::vector<std::wstring>;
 using namespace std::string_literals;
 
@@ -29,17 +30,9 @@ TEST(ClassRegisterService, FillsTheFactoryThatWasSetAndLendsIt)
     FAILS(service->RegisterFolder(L"no such folder", nullptr, nullptr, nullptr), E_FAIL,
           "Directory.ScanDirectory()");
     const ObserverMaskScope mask(PRINT_TRACE);
-    const DiagnosticsCapture capture;
-    EXPECT_EQ(service->RegisterModule(file.wstring().c_str(), nullptr, nullptr), S_OK);
-    EXPECT_EQ(capture.CountLinesWith("Library \"" + file.string() + "\" opened"), 1u);
-    EXPECT_EQ(capture.CountLinesWith("Register Classes from Library \"" + file.string() +
-                                     "\" [#1] [f:0x"),
-              1u);
-    EXPECT_EQ(capture.CountLinesWith("Register Classes Finished"), 1u);
+    REPORTS(service->RegisterModule(file.wstring().c_str(), nullptr, nullptr), S_OK,
+            "Library \"" + file.string() + "\" opened");
     EXPECT_EQ(CountClasses(*factory), 1u);
-    EXPECT_EQ(service->SetFactory(nullptr), S_OK);
-    EXPECT_EQ(service->RegisterModule(file.wstring().c_str(), nullptr, nullptr), S_OK);
-    EXPECT_EQ(CountClasses(*GlobalFactory()), 1u);
 }
 
 TEST(ClassRegisterService, JoinsNamesToAFolderHoweverTheFolderEnds)
@@ -82,9 +75,9 @@ TEST(DirectoryService, ListsFilesAndFoldersThatMatchByTheirBareNames)
     const auto service = Singleton<IDirectoryService>(CLSID_DirectoryService);
     const std::wstring path = folder.Path().wstring();
     ObjectPtr<ICollection> list;
-    const auto scan = [&](IValueSet* parameters, const IID& iid = IID_ICollection)
+    const auto scan = [&](IValueSet* parameters)
     {
-        return service->GetDirectoryCollection(parameters, iid, list.PutVoid());
+        return service->GetDirectoryCollection(parameters, IID_ICollection, list.PutVoid());
     };
     const WideStrings everything = {L"a.dll", L"b.folder", L"C.DLL", L"d", L"e.txt"};
     const std::tuple<std::wstring, const wchar_t*, WideStrings> cases[] = {
@@ -101,15 +94,11 @@ TEST(DirectoryService, ListsFilesAndFoldersThatMatchByTheirBareNames)
     FAILS(scan(nullptr), E_POINTER, "param");
     FAILS(scan(Make<IValueSet>(CLSID_ValueSet).Get()), E_NOT_FOUND,
           "GetValueUniString(param, DirectoryServiceParam_Path, &Path)");
-    FAILS(scan(ScanParameters(path).Get(), IID_ICounter), E_NOINTERFACE,
-          "List->QueryInterface(riid, ppv)");
     const ObserverMaskScope mask(PRINT_TRACE);
-    const DiagnosticsCapture capture;
-    for (const wchar_t* pattern : {L"?.dll", L"*.none"})
-        (void)scan(ScanParameters(path, pattern).Get());
     const std::string shown = "Scan Path \"" + folder.Path().string() + "\\";
-    EXPECT_EQ(Messages(capture), (Strings{shown + "?.dll\"", "  \"a.dll\"", "  \"C.DLL\"",
-                                          shown + "*.none\" failed: LastError: 2"}));
+    REPORTS(scan(ScanParameters(path, L"?.dll").Get()), S_OK, shown + "?.dll\"");
+    REPORTS(scan(ScanParameters(path, L"*.none").Get()), E_FAIL,
+            shown + "*.none\" failed: LastError: 2");
 }
 
 // A master bootstrap with these module folders in place of the current one.
@@ -140,9 +129,7 @@ TEST(MasterBootstrap, RunsOnceAndItsClassesMayUseEveryService)
     EXPECT_EQ(bootstrap->Startup(trace.Get()), S_OK);
     FAILS(bootstrap->Startup(trace.Get()), E_FAIL, "Startup already called");
     EXPECT_EQ(GlobalFactory()->FlushModules(), S_OK);
-    ObjectPtr<IBootstrap> same;
-    EXPECT_EQ(bootstrap.QueryTo(same), S_OK);
-    EXPECT_EQ(same->Cleanup(trace.Get()), S_OK);
+    EXPECT_EQ(As<IBootstrap>(*bootstrap)->Cleanup(trace.Get()), S_OK);
     EXPECT_EQ(TextOf(*trace, BootstrapTrace), "mA+B+csdC+D+eD-C-A-B-");
 }
 
@@ -164,7 +151,6 @@ TEST(MasterBootstrap, AFailingClassEndsStartUpButNotCleanUp)
     EXPECT_EQ(bootstrap->Startup(trace.Get()), E_ABORT);
     EXPECT_EQ(TextOf(*trace, BootstrapTrace), "X+Y+");
     EXPECT_EQ(bootstrap->Cleanup(trace.Get()), E_NOINTERFACE) << "the first level's last class";
-    EXPECT_EQ(bootstrap->Cleanup(trace.Get()), S_OK) << "done already";
     EXPECT_EQ(TextOf(*trace, BootstrapTrace), "X+Y+X-Y-Z-");
     const std::string failing = Text(Numbered('Y', 1)) + " failed: Operation aborted";
     for (const std::string& line :
@@ -174,10 +160,8 @@ TEST(MasterBootstrap, AFailingClassEndsStartUpButNotCleanUp)
           "Startup BootstrapRegistryStartup_Level0: Startup() of " + failing,
           "CreateClassObject(" + Text(Numbered(0)) + ") failed: Fail; Unspecified error",
           "Object " + Text(CLSID_Value) + " not supports IBootstrap: No such interface supported",
-          "Cleanup-Category BootstrapRegistryCleanup_Level1 is empty"s,
           "Cleanup BootstrapRegistryCleanup_Level0: Cleanup() of " + failing,
-          "Cleanup of MasterBootstrap also cleans all singleton object"s,
-          "MasterBootstrap::Cleanup finished"s})
+          "Cleanup of MasterBootstrap also cleans all singleton object"s})
         EXPECT_EQ(capture.CountLinesWith(line), 1u) << line;
 }
 
@@ -191,7 +175,8 @@ TEST(MasterBootstrap, ABadLastFolderOrAMissingOneEndsStartUp)
 
 TEST(Rounds, OfStartUpAndCleanUpLeaveTheProcessAsItWas)
 {
-    const int rounds = CommandLineNumber("rounds", 100);
+    const char* const wanted = std::getenv("OSSIRA_TEST_ROUNDS");
+    const int rounds = wanted == nullptr ? 100 : std::stoi(wanted);
     const int warmUp = rounds / 10 + 10;
     const std::uint32_t objects = GetObjectOpenCount();
     MemoryInUse before;

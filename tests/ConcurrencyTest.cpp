@@ -49,28 +49,25 @@ TEST(Concurrency, OneFactoryAndOneRegistryServeThreadsThatReadLoadAndUnloadModul
     for (int round = 0; round < 100; ++round)
     {
         std::vector<ObjectPtr<ICounter>> counters(ThreadCount);
-        InThreads(
-            ThreadCount,
-            [&](std::uint32_t number)
-            {
-                ObjectPtr<ICounter>& mine = counters[number];
-                if (number % 4 == 3)
-                {
-                    const auto inner = ModuleFile("bootstrap", "BootstrapInner");
-                    EXPECT_EQ(RegisterModule(inner, registry.Get(), factory.Get()), S_OK);
-                    EXPECT_EQ(factory->FlushModules(), S_OK);
-                    ObjectPtr<IEnumeratorGUID> classes;
-                    EXPECT_EQ(factory->GetClasses(IID_IEnumeratorGUID, classes.PutVoid()), S_OK);
-                    while (classes->MoveNext() == S_OK)
-                        continue;
-                    (void)factory->UnregisterClass(Numbered('B', 1));
-                }
-                EXPECT_EQ(registry->RegisterClass(Numbered(0), Numbered(number)), S_OK);
-                EXPECT_EQ(registry->UnregisterClass(Numbered(0), Numbered(number)), S_OK);
-                EXPECT_EQ(factory->GetClassObject(CLSID_Counter, IID_ICounter, mine.PutVoid()),
+        InThreads(ThreadCount,
+                  [&](std::uint32_t number)
+                  {
+                      ObjectPtr<ICounter>& mine = counters[number];
+                      if (number % 4 == 3)
+                      {
+                          const auto inner = ModuleFile("bootstrap", "BootstrapInner");
+                          EXPECT_EQ(RegisterModule(inner, registry.Get(), factory.Get()), S_OK);
+                          EXPECT_EQ(factory->FlushModules(), S_OK);
+                          (void)CountClasses(*factory);
+                          (void)factory->UnregisterClass(Numbered('B', 1));
+                      }
+                      EXPECT_EQ(registry->RegisterClass(Numbered(0), Numbered(number)), S_OK);
+                      EXPECT_EQ(registry->UnregisterClass(Numbered(0), Numbered(number)), S_OK);
+                      EXPECT_EQ(
+                          factory->GetClassObject(CLSID_Counter, IID_ICounter, mine.PutVoid()),
                           S_OK);
-                mine->CountInModule();
-            });
+                      mine->CountInModule();
+                  });
         EXPECT_EQ(counters[0]->CountInModule(), 9) << "all of one loaded module";
         EXPECT_EQ(registry->ContainsCategory(Numbered(0)), S_FALSE);
         counters.clear();
@@ -97,7 +94,6 @@ TEST(Concurrency, ADictionaryServesThreadsWithKeysOfTheirOwnAndKeysInCommon)
                           (void)dictionary->RemoveGUID(Numbered(round % 5, 1));
                           EXPECT_EQ(dictionary->GetValueGUID(own, IID_IValue, found.PutVoid()),
                                     S_OK);
-                          EXPECT_GE(dictionary->GetCount(), 1);
                       }
                   });
         const auto count = static_cast<std::uint32_t>(dictionary->GetCount());

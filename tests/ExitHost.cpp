@@ -44,10 +44,9 @@ template <class Interface>
 [[nodiscard]] bool Populate(bool withModule)
 {
     const auto singletons = New<ISingleton>(CLSID_GlobalSingleton);
-    auto value = New<IValue>(CLSID_Value);
-    ObjectPtr<IValueSet> set;
-    if (singletons->GetClassObject(CLSID_ValueSet, IID_IValueSet, set.PutVoid()) != S_OK ||
-        set->SetValueGUID(CLSID_Value, value.Detach()) != S_OK)
+    ObjectPtr<IList> list;
+    if (singletons->GetClassObject(CLSID_NodeList, IID_IList, list.PutVoid()) != S_OK ||
+        list->Add(New<IValue>(CLSID_Value).Detach()) != S_OK)
         return false;
     singletons->AddRef();
     if (!withModule)
@@ -55,34 +54,27 @@ template <class Interface>
 
     const auto file = ProgramPath().parent_path() / "test-modules" / "good" / "Counter.dll";
     const auto service = New<IClassRegisterService>(CLSID_ClassRegisterService);
-    const auto list = New<IList>(CLSID_NodeList);
-    if (service->RegisterModule(file.wstring().c_str(), nullptr, nullptr) != S_OK ||
-        list->Add(NewCounter().Detach()) != S_OK)
-        return false;
-    return !Failed(singletons->RegisterObject(CLSID_NodeList, list.Get()));
+    return service->RegisterModule(file.wstring().c_str(), nullptr, nullptr) == S_OK &&
+           list->Add(NewCounter().Detach()) == S_OK;
 }
 
-void CreateForEver(std::promise<void>& isRunning)
+// Calls objects and, if it is to, creates others all the time; calling alone takes no memory.
+void WorkForEver(bool creates, std::promise<void>& isRunning)
 {
-    for (int round = 0;; ++round)
-    {
-        static_cast<void>(New<IValue>(CLSID_Value));
-        if (const auto counter = NewCounter(); counter)
-            counter->CountInModule();
-        if (round == 100)
-            isRunning.set_value();
-    }
-}
-
-// Takes no memory.
-void CallForEver(std::promise<void>& isRunning)
-{
-    const auto value = New<IValue>(CLSID_Value);
-    const auto counter = NewCounter();
+    auto value = New<IValue>(CLSID_Value);
+    auto counter = NewCounter();
     for (std::int32_t round = 0;; ++round)
     {
-        value->SetValue(DATATYPE_SINT32, &round, sizeof round);
-        counter->CountInModule();
+        if (value && counter)
+        {
+            value->SetValue(DATATYPE_SINT32, &round, sizeof round);
+            counter->CountInModule();
+        }
+        if (creates)
+        {
+            value = New<IValue>(CLSID_Value);
+            counter = NewCounter();
+        }
         if (round == 100)
             isRunning.set_value();
     }
@@ -92,26 +84,17 @@ int Run(const std::string& scenario)
 {
     if (!Populate(true))
         return 10;
-    static std::promise<void> isRunning[4];
-    if (scenario == "creating-threads" || scenario == "calling-threads")
+    if (scenario.ends_with("-threads"))
     {
-        const auto work = scenario == "creating-threads" ? CreateForEver : CallForEver;
+        static std::promise<void> isRunning[4];
         for (std::promise<void>& isWorking : isRunning)
-            std::thread([&, work] { work(isWorking); }).detach();
+            std::thread(WorkForEver, scenario == "creating-threads", std::ref(isWorking)).detach();
         for (std::promise<void>& isWorking : isRunning)
             isWorking.get_future().wait();
     }
-    else if (scenario == "lock-held")
-    {
-        const auto hold = []
-        {
-            New<ICriticalSection>(CLSID_GlobalCriticalSection).Detach()->Lock();
-            isRunning[0].set_value();
-            std::this_thread::sleep_for(std::chrono::hours(1));
-        };
-        std::thread(hold).detach();
-        isRunning[0].get_future().wait();
-    }
+    else if (scenario == "lock-held") // by a thread that will not give it back
+        std::thread([] { New<ICriticalSection>(CLSID_GlobalCriticalSection).Detach()->Lock(); })
+            .join();
     else if (scenario == "static-reference")
         gStaticReference = NewCounter();
     return 0;

@@ -36,8 +36,7 @@ TEST(Lifetime, AFlushedModuleIsUnmappedAndItsNextLoadStartsAfresh)
                       S_OK);
             EXPECT_EQ(counter->CountInModule(), stays ? load + 1 : 1) << "its static objects";
             EXPECT_EQ(ObjectsOf(*factory, file), 1);
-            ObjectPtr<IUnknown> last;
-            EXPECT_EQ(counter.QueryTo(last), S_OK);
+            auto last = As<IUnknown>(*counter);
             counter.Reset();
             EXPECT_EQ(factory->FlushModules(), S_OK);
             EXPECT_TRUE(IsMapped(file)) << "an object is alive";

@@ -21,7 +21,6 @@ const std::tuple<const char*, Result, std::size_t, Result, const char*> RawCases
     {"SecondIdFails", E_ABORT, 1, S_OK, "server->GetClassObjectID()"},
     {"SecondTextFails", E_ABORT, 1, S_OK, "server->GetClassObjectInfo()"},
     {"EndlessText", S_OK, 2, S_OK, ""},
-    {"CreatorFails", S_OK, 2, E_ABORT, ""},
     {"CreatorAnswersNull", S_OK, 2, E_UNEXPECTED, ""},
     {"CreatorThrows", S_OK, 2, E_UNEXPECTED, ""},
     {"CreatorRunsOutOfMemory", S_OK, 2, E_OUTOFMEMORY, ""},
@@ -70,10 +69,7 @@ TEST(Modules, AScanPassesOverFaultyModulesAndFilesThatAreNone)
 {
     const TempFolder folder;
     const std::string image = ReadFile(ModuleFile("raw", "Decent"));
-    std::string otherMachine = image;
-    PatchMachineType(otherMachine);
-    std::vector<std::string> contents = {"", "This is no module.", std::string(100'000, 0),
-                                         otherMachine};
+    std::vector<std::string> contents = {"", "This is no module.", std::string(100'000, 0)};
     for (const unsigned length : {1u, 64u, 4096u})
         contents.push_back(image.substr(0, length));
     for (const std::string& content : contents)
@@ -89,7 +85,6 @@ TEST(Modules, AScanPassesOverFaultyModulesAndFilesThatAreNone)
     EXPECT_EQ(service->RegisterFolder(path.c_str(), nullptr, nullptr, nullptr), S_OK);
     EXPECT_EQ(capture.CountLinesWith("Cannot open Library \""), contents.size() + 1);
     EXPECT_EQ(capture.CountLinesWith(" server->GetClassObjectID(): "), 1u);
-    EXPECT_EQ(CountClasses(*factory), 2u);
     EXPECT_EQ(CreateFirst(*factory), S_OK);
     EXPECT_EQ(factory->FlushModules(), S_OK); // so that the files can be removed
 }

@@ -5,7 +5,6 @@
 #include "OssiraPointer.h"
 #include "TestPlatform.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 #include <sstream>
 #include <string_view>
@@ -31,11 +30,10 @@ public:
     // How many lines contain that text.
     [[nodiscard]] std::size_t CountLinesWith(std::string_view text) const
     {
-        const auto hasText = [&](const std::string& line)
-        {
-            return line.find(text) != line.npos;
-        };
-        return static_cast<std::size_t>(std::ranges::count_if(Lines(), hasText));
+        std::size_t count = 0;
+        for (const std::string& line : Lines())
+            count += line.find(text) != line.npos;
+        return count;
     }
 };
 

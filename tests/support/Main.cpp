@@ -14,8 +14,6 @@ namespace Tavrik::Ossira::tTest
 namespace
 {
 
-std::vector<std::string> gCommandLine;
-
 std::vector<std::int64_t> Balance()
 {
     ObjectPtr<IObserverPrint> observer;
@@ -44,22 +42,12 @@ class BalanceListener final : public testing::EmptyTestEventListener
 
 } // namespace
 
-int CommandLineNumber(std::string_view name, int otherwise)
-{
-    const std::string option = "--" + std::string(name) + "=";
-    for (const std::string& argument : gCommandLine)
-        otherwise =
-            argument.starts_with(option) ? std::stoi(argument.substr(option.size())) : otherwise;
-    return otherwise;
-}
-
 } // namespace Tavrik::Ossira::tTest
 
 int main(int argumentCount, char** arguments)
 {
     using namespace Tavrik::Ossira;
     testing::InitGoogleTest(&argumentCount, arguments);
-    tTest::gCommandLine.assign(arguments + 1, arguments + argumentCount);
     testing::UnitTest::GetInstance()->listeners().Append(new tTest::BalanceListener);
 #ifdef OSSIRA_STATIC_RUNTIME // the program is the library, so it attaches and detaches it
     if (!AttachLibrary(nullptr))

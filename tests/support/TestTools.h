@@ -95,14 +95,6 @@ template <class Interface>
     return object.Release();
 }
 
-// Overwrites, in the image of a library file, the field that names the machine it was built for.
-inline void PatchMachineType(std::string& image)
-{
-    const bool isElf = image.starts_with("\x7F"
-                                         "ELF");
-    image.at(isElf ? 18 : image.find(std::string("PE\0\0", 4)) + 4) = 8;
-}
-
 // A new empty folder that vanishes with its content.
 class TempFolder
 {
@@ -159,8 +151,5 @@ void InThreads(std::uint32_t count, Work work)
     for (std::uint32_t number = 0; number < count; ++number)
         threads.emplace_back(start, number);
 }
-
-// The value of `--name=number` on the command line, or the default.
-[[nodiscard]] int CommandLineNumber(std::string_view name, int otherwise);
 
 } // namespace Tavrik::Ossira::tTest
