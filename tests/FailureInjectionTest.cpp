@@ -6,6 +6,8 @@
 #include "DiagnosticsCapture.h"
 #include "FailingMemory.h"
 #include "Library.h"
+#include "OssiraCacheStack.h"
+#include "OssiraMemory.h"
 #include "OssiraValueSetGroup.h"
 #include "TestModules.h"
 #include "TestTools.h"
@@ -62,6 +64,9 @@ struct World
         EXPECT_EQ(Factory->RegisterClass(CLSID_RawFirst, Module.c_str(), "first"), S_OK);
         EXPECT_EQ(Factory->RegisterClass(CLSID_Value, L"", LongText.c_str()), S_OK);
         EXPECT_EQ(Singletons->RegisterObject(Numbered(1), Value.Get()), S_OK);
+        EXPECT_EQ(Modified->AddTouchModified(Chain.Get()), S_OK);
+        EXPECT_EQ(Stack->Create(CLSID_Value, IID_IUnknown, 0, 1), S_OK);
+        EXPECT_EQ(Stack->Push(Chain.Get()), S_OK);
         ObjectPtr<IList> folders;
         EXPECT_EQ(Host->GetModuleFolders(folders.PutVoid()), S_OK);
         EXPECT_EQ(folders->SetItemAt(0, Value.Get()), S_OK);
@@ -85,10 +90,15 @@ struct World
         for (const ObjectPtr<IEnumerator>& items : Collections)
             state += ContentOf(items.Get());
         GUID type = {};
+        std::uint32_t touches = 1;
+        std::int32_t blocks = 1;
+        EXPECT_EQ(Modified->GetModifiedCounter(&touches), S_OK);
+        EXPECT_EQ(Allocator->GetStatistics(nullptr, &blocks, nullptr, nullptr, nullptr), S_OK);
         ObjectPtr<IList> modules;
         EXPECT_EQ(Factory->GetModules(IID_IList, modules.PutVoid()), S_OK);
         for (const Result answer :
-             {modules->GetCount(), Set->GetDataType(DirectoryServiceParam_Path, &type),
+             {modules->GetCount(), Stack->IsEmpty(), blocks, static_cast<Result>(touches),
+              Set->GetDataType(DirectoryServiceParam_Path, &type),
               Registry->ContainsCategory(Numbered(4)),
               Registry->ContainsGroup(Numbered(2), Numbered(5)),
               Registry->ContainsGroupClass(Numbered(2), Numbered(3), Numbered(11))})
@@ -112,6 +122,12 @@ struct World
     ObjectPtr<ISingleton> Singletons = Make<ISingleton>(CLSID_DebugSingleton);
     ObjectPtr<IDirectoryService> Directory = Make<IDirectoryService>(CLSID_DirectoryService);
     ObjectPtr<IMasterBootstrap> Host = Make<IMasterBootstrap>(CLSID_MasterBootstrap);
+    ObjectPtr<ICommonMemoryAllocator32> Allocator =
+        Make<ICommonMemoryAllocator32>(CLSID_CommonMemoryAllocator32);
+    ObjectPtr<IModifiedService> Modified = Make<IModifiedService>(CLSID_ModifiedService);
+    ObjectPtr<ITouchModifiedChain> Chain = Make<ITouchModifiedChain>(CLSID_ModifiedService);
+    ObjectPtr<IClsidObjectCacheStack> Stack =
+        Make<IClsidObjectCacheStack>(CLSID_ClsidObjectCacheStack);
     std::vector<ObjectPtr<IEnumerator>> Collections;
 };
 
@@ -193,6 +209,11 @@ const Operation Operations[] = {
     CALL(w.Singletons->RegisterObject(NewKey, w.Value.Get())),
     CALL(w.Singletons->UnregisterObject(Numbered(1))),
     CALL(w.Directory->GetDirectoryCollection(w.Set.Get(), IID_IList, Any().PutVoid())),
+    CALL(w.Allocator->AllocMemorySegment32(1, 1, 0, IID_IMemorySegment32, Any().PutVoid())),
+    CALL(w.Modified->AddTouchModified(w.Chain.Get())),
+    CALL(w.Modified->TouchModified()),
+    CALL(w.Stack->Push(w.Value.Get())),
+    CALL(w.Stack->Clear()),
     CALL(StartAndCleanUp(w), false),
 };
 

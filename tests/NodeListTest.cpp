@@ -92,7 +92,7 @@ TEST_P(NodeList, KeepsFindsAndGivesBackItemsLikeAVector)
     EXPECT_EQ(alive, 0u);
 }
 
-TEST_P(NodeList, RefusesMistakesWithTheirTextAndIsAValueWithoutADatum)
+TEST_P(NodeList, RefusesMistakesWithTheirTextAndStandsWhereAValueIsExpected)
 {
     IList& l = *List;
     const auto item = TestItem::New();
@@ -117,10 +117,7 @@ TEST_P(NodeList, RefusesMistakesWithTheirTextAndIsAValueWithoutADatum)
 
     // It can stand where a value is expected; an item is known by its identity.
     const auto value = As<IValue>(l);
-    GUID type = IID_IList;
-    EXPECT_EQ(value->GetType(&type), S_OK);
-    EXPECT_TRUE(SameGuid(type, GUID_Null));
-    FAILS(value->SetValue(type, nullptr, 0), E_NOT_SUPPORTED,
+    FAILS(value->SetValue(GUID_Null, nullptr, 0), E_NOT_SUPPORTED,
           "Call of NodeList::IValue-Methode not supported");
     const auto other = Make<IList>(GetParam());
     EXPECT_EQ(other->Add(value.Get()), S_OK);
@@ -137,10 +134,6 @@ TEST_P(NodeList, ACopyClearsEveryTargetBeforeItFillsOneAndKeepsWhatItFilled)
     FAILS(List->CopyTo(0, 2, IID_IValue, targets), E_NOINTERFACE, "QueryInterface(riid, pppv[i])");
     EXPECT_EQ(ReferencesOn(*ObjectPtr<IValue>::Adopt(static_cast<IValue*>(copies[0]))), 3u);
     EXPECT_TRUE(copies[1] == nullptr && copies[2] == former) << "nothing beyond the range";
-    copies[0] = former;
-    targets[1] = nullptr;
-    FAILS(List->CopyTo(0, 2, IID_IUnknown, targets), E_POINTER, "pppv[i]");
-    EXPECT_EQ(copies[0], nullptr);
 }
 
 TEST_P(NodeList, AnEnumeratorOutlivesItsListAndMeetsReplacedItems)
@@ -152,16 +145,12 @@ TEST_P(NodeList, AnEnumeratorOutlivesItsListAndMeetsReplacedItems)
     const auto enumerator = Walk<IEnumerator>(*List);
     EXPECT_EQ(List->SetItemAt(0, value.Get()), S_OK);
     List.Reset();
-    for (int walk = 0; walk < 2; ++walk)
-    {
-        ObjectPtr<IValue> current;
-        EXPECT_EQ(enumerator->GetCurrent(IID_IValue, current.PutVoid()), S_OK);
-        EXPECT_EQ(current.Get(), value.Get()) << "before the first step";
-        EXPECT_EQ(enumerator->MoveNext(), S_OK);
-        FAILS(enumerator->GetCurrent(IID_IList, &out), E_NOINTERFACE, "");
-        ExpectEnd(*enumerator);
-        EXPECT_EQ(enumerator->Reset(), S_OK);
-    }
+    ObjectPtr<IValue> current;
+    EXPECT_EQ(enumerator->GetCurrent(IID_IValue, current.PutVoid()), S_OK);
+    EXPECT_EQ(current.Get(), value.Get()) << "before the first step";
+    EXPECT_EQ(enumerator->MoveNext(), S_OK);
+    FAILS(enumerator->GetCurrent(IID_IList, &out), E_NOINTERFACE, "");
+    ExpectEnd(*enumerator);
 }
 
 } // namespace

@@ -37,10 +37,8 @@ TEST(ObjectFactory, EveryFailureHasItsCodeAndItsOneLine)
     FAILS(factory->RegisterClass(CLSID_GlobalSingleton, nullptr, nullptr), E_INVALIDARG,
           "CLSID_GlobalSingleton - cannot use singleton from singleton");
     FAILS(factory->GetClassValue(Numbered(0), IID_IUnknown, &out), E_FAIL, "not exists");
-    const DiagnosticsCapture capture;
-    EXPECT_EQ(create(Numbered(0)), E_FAIL);
-    EXPECT_EQ(Messages(capture),
-              std::vector{"Unknwon class-id " + Text(Numbered(0)) + " - Cannot create class"});
+    REPORTS(create(Numbered(0)), E_FAIL,
+            "-ERROR- Unknwon class-id " + Text(Numbered(0)) + " - Cannot create class");
     EXPECT_EQ(out, nullptr);
 }
 

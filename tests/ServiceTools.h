@@ -7,26 +7,9 @@
 
 #include <cstdio>
 #include <random>
-#include <regex>
 
 namespace Tavrik::Ossira::tTest
 {
-
-// The messages of the lines that were written, without the place and the level before them and
-// without the lines about objects that were created on the way.
-[[nodiscard]] inline std::vector<std::string> Messages(const DiagnosticsCapture& capture)
-{
-    static const std::regex start(".*?\\] (-ERROR-|-WARN-)? ");
-    std::vector<std::string> messages;
-    for (const std::string& line : capture.Lines())
-    {
-        const std::string message =
-            std::regex_replace(line, start, "", std::regex_constants::format_first_only);
-        if (!message.starts_with("Object 0x") && !message.starts_with("GlobalSingleton Object 0x"))
-            messages.push_back(message);
-    }
-    return messages;
-}
 
 [[nodiscard]] inline std::string Text(const GUID& guid)
 {

@@ -1,4 +1,5 @@
-// An object for collections to hold, with what a test wants to happen when it dies.
+// An object for others to hold, with what a test wants to happen when it is touched and when it
+// dies.
 #pragma once
 
 #include "Ossira.h"
@@ -8,7 +9,7 @@
 namespace Tavrik::Ossira::tTest
 {
 
-class TestItem final : public IUnknown
+class TestItem final : public ITouchModifiedChain
 {
 public:
     [[nodiscard]] static ObjectPtr<TestItem> New(std::function<void()> onDestruction = [] {})
@@ -20,7 +21,7 @@ public:
 
     Result QueryInterface(const IID& iid, void** out) override
     {
-        const bool known = SameGuid(iid, IID_IUnknown);
+        const bool known = SameGuid(iid, IID_IUnknown) || SameGuid(iid, IID_ITouchModifiedChain);
         *out = known ? this : nullptr;
         return known ? static_cast<Result>(AddRef(), S_OK) : E_NOINTERFACE;
     }
@@ -37,6 +38,13 @@ public:
             delete this;
         return count;
     }
+
+    Result Touch() override
+    {
+        return OnTouch();
+    }
+
+    std::function<Result()> OnTouch;
 
 private:
     ~TestItem()

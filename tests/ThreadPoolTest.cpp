@@ -5,7 +5,7 @@
 #include "ServiceTools.h"
 
 #include <algorithm>
-#include <stdexcept>
+#include <regex>
 #include <thread>
 
 namespace Tavrik::Ossira
@@ -83,7 +83,6 @@ TEST(ConcurrentThreadPool, EveryWorkerAndTheCallerRunACopyAndAnyOfThemMayAbort)
                        {[](CAbortFlag) { OSSIRA_THROW(E_ACCESSDENIED, ""); }, "0x80070005"},
                        {[](CAbortFlag) { throw static_cast<IException*>(nullptr); }, "0x8007000E"},
                        {[](CAbortFlag) { throw std::bad_alloc(); }, "0x8007000E"},
-                       {[](CAbortFlag) { throw std::runtime_error(""); }, "0x8000FFFF"},
                        {[](CAbortFlag) { throw 42; }, "0x8000FFFF"}};
     for (const std::int32_t workers : {0, 8})
     {
@@ -143,10 +142,8 @@ TEST(ThreadPool, StatisticsAreOneLineForEachRun)
     const auto box = Make<ICommonThreadPoolBox>(CLSID_CommonThreadPoolBox);
     const PoolPtr one(CreateThreadPool(1)), two(CreateThreadPool(2));
     const DiagnosticsCapture capture;
-    DoItems(*two, true);
     EXPECT_EQ(box->SetStatistics(1), S_OK);
     DoItems(*one, true);
-    RunJob(*one, false, Raise);
     DoItems(*two, true);
     RunJob(*two, false, Raise);
     EXPECT_EQ(box->SetStatistics(0), S_OK);
@@ -155,7 +152,6 @@ TEST(ThreadPool, StatisticsAreOneLineForEachRun)
         "[0-9]+ (?=calls|[WU])|CThreadPool::RunSymmetric early break: 2 / 1\n");
     EXPECT_EQ(std::regex_replace(capture.Text(), variable, ""),
               "CThreadPool single thread job job finished: calls/s\n"
-              "CThreadPool single thread job job aborted: calls/s\n"
               "CThreadPool 2 threads sym job job finished: calls/s; Wait-Spins\n"
               "CThreadPool 2 threads asym job job aborted: calls/s; Unlock-Spins\n");
 }

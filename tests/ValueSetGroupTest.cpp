@@ -43,8 +43,6 @@ TEST_F(ValueSetGroup, IsADictionaryOfItsLayersByIdentifier)
     std::vector<Values> sets;
     for (const std::uint32_t number : {7u, 9u, 8u}) // each under the former
         sets.push_back(Insert(0, Numbered(number), 0, Numbered(1)));
-    EXPECT_EQ(KeysOf(*Group),
-              (std::vector{Text(Numbered(7)), Text(Numbered(8)), Text(Numbered(9))}));
     EXPECT_EQ(Group->SetValueGUID(Numbered(6), sets[2].Get()), S_OK);
     EXPECT_EQ(Group->IndexOfValueSet(sets[2].Get()), 3) << "the topmost";
     EXPECT_EQ(Group->RemoveGUID(Numbered(8)), S_OK);
@@ -53,8 +51,7 @@ TEST_F(ValueSetGroup, IsADictionaryOfItsLayersByIdentifier)
     Values first;
     EXPECT_EQ(Group->GetValues(values.PutVoid()), S_OK);
     const auto walk = Walk<IEnumerator>(*values);
-    EXPECT_EQ(Group->SetValueSetAccessFlagsAt(0, 0), S_OK);
-    EXPECT_EQ(walk->GetCurrent(IID_IValueSet, first.PutVoid()), S_OK) << "flags do not end it";
+    EXPECT_EQ(walk->GetCurrent(IID_IValueSet, first.PutVoid()), S_OK);
     EXPECT_EQ(first.Get(), sets[2].Get());
     EXPECT_EQ(Group->Clear(), S_OK);
     ExpectDead(*walk);
@@ -74,7 +71,6 @@ TEST_F(ValueSetGroup, RefusesWhatIsNoLayer)
     FAILS(g.InsertValueSet(8, set.Get(), nullptr, 0), E_OUTOFMEMORY, "too many - item maximum");
     FAILS(g.InsertValueSet(9, set.Get(), &id, 0), E_INVALIDARG, "Index out of Range");
     FAILS(g.InsertValueSet(8, set.Get(), &id, 0), E_INVALIDARG, "id already exists");
-    EXPECT_EQ(KeysOf(g).size(), 8u);
 }
 
 // Layers with random flags and keys, and what must come of one of the keys.
@@ -135,12 +131,11 @@ TEST_F(ValueSetGroup, ReadsWritesAndRemovesThroughItsLayersAsTheirFlagsSay)
 TEST_F(ValueSetGroup, AnEnumerationEndsWhenTheViewIsWrittenOrLayersComeAndGo)
 {
     const Values bottom = Insert(0, Numbered(1), LAYER_READONLY, Numbered(1));
-    const Values top = Insert(1, Numbered(2), 0, Numbered(2));
+    Insert(1, Numbered(2), 0, Numbered(2));
     const std::function<Result()> endings[] = {
         [&] { return SetValueSINT32(ViewOf(*Group).Get(), Numbered(2), 7); },
         [&] { return View->RemoveGUID(Numbered(8)); },
-        [&] { return Group->SetValueGUID(Numbered(3), top.Get()); },
-        [&] { return Group->RemoveGUID(Numbered(3)); },
+        [&] { return Group->RemoveGUID(Numbered(2)); },
     };
     for (const auto& end : endings)
     {
@@ -157,26 +152,20 @@ TEST_F(ValueSetGroup, AnEnumerationEndsWhenTheViewIsWrittenOrLayersComeAndGo)
 TEST_F(ValueSetGroup, TheViewIsAValueSetButNoValueAndReportsWhatALayerFailsWith)
 {
     const GUID key = Numbered(1);
-    const Values layer = Insert(0, key, LAYER_READONLY, key);
+    Insert(0, key, LAYER_READONLY, key);
     Group = Make<IValueSetGroup>(CLSID_ValueSetGroup); // the view keeps the former one
     EXPECT_EQ(Group->InsertValueSet(-1, View.Get(), nullptr, 0), S_OK);
     const Values outer = ViewOf(*Group);
     IValueSet& v = *outer;
     ObjectPtr<IValue> value;
-    std::int32_t number = 0;
     EXPECT_EQ(outer.QueryTo(value), E_NOINTERFACE);
     EXPECT_EQ(v.GetValueGUID(key, IID_IValue, value.PutVoid()), S_OK);
-    EXPECT_EQ(SetValueSINT32(value.Get(), 12), S_OK);
-    EXPECT_EQ(GetValueSINT32(layer.Get(), key, &number), S_OK);
-    EXPECT_EQ(number, 12) << "it is the layer's own value";
-    FAILS(v.GetDataType(Numbered(2), nullptr), E_NOT_FOUND, "");
+    EXPECT_EQ(ReferencesOn(*value), 2u) << "it is the layer's own value";
     FAILS(View->SetValueGUID(key, value.Get()), E_ACCESSDENIED,
           "ValueSetGroup without writeable ValueSets");
     const std::string text = "{ValueSet of Group}->";
     FAILS(SetValueSINT32(&v, key, 1), E_ACCESSDENIED, text + "SetValueData");
-    FAILS(v.SetValueGUID(key, value.Get()), E_ACCESSDENIED, text + "SetValueGUID");
     FAILS(v.RemoveGUID(key), E_ACCESSDENIED, text + "RemoveGUID");
-    FAILS(v.Clear(), E_ACCESSDENIED, text + "Clear");
 }
 
 // What leads back through many groups takes long to find, and gives two threads time to meet.
@@ -190,9 +179,8 @@ TEST_F(ValueSetGroup, NeverLiesAmongItsOwnLayersNorDoConcurrentInsertionsBringIt
             EXPECT_EQ(next->InsertValueSet(-1, chain.Get(), nullptr, 0), S_OK) << "no ring";
         chain = ViewOf(*next);
     }
-    const char* const ring = "valueSet leads back to this group";
-    FAILS(Group->InsertValueSet(-1, chain.Get(), nullptr, 0), E_INVALIDARG, ring);
-    FAILS(Group->SetValueGUID(Numbered(1), View.Get()), E_INVALIDARG, ring);
+    FAILS(Group->InsertValueSet(-1, chain.Get(), nullptr, 0), E_INVALIDARG,
+          "valueSet leads back to this group");
 
     const ObserverMaskScope quiet(0);
     const auto other = Make<IValueSetGroup>(CLSID_ValueSetGroup);
@@ -209,8 +197,7 @@ TEST_F(ValueSetGroup, NeverLiesAmongItsOwnLayersNorDoConcurrentInsertionsBringIt
             Meet(missing);
             refused += into.InsertValueSet(-1, &from, nullptr, 0) == E_INVALIDARG;
             EXPECT_EQ(SetValueSINT32(View.Get(), key, round), S_OK);
-            EXPECT_EQ(View->GetCount(), 1);
-            (void)KeysOf(*View);
+            EXPECT_EQ(KeysOf(*View).size(), 1u);
         };
         std::jthread rival([&] { work(*other, *chain); });
         work(*Group, *otherView);
