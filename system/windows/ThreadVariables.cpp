@@ -95,7 +95,8 @@ template <class Pointer>
     if (thread == nullptr)
     {
         thread = TakeThread();
-        TlsSetValue(slot, thread);
+        if (TlsSetValue(slot, thread) == 0)
+            std::abort();
     }
     SetLastError(lastError);
     return *thread;
