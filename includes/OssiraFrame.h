@@ -72,6 +72,8 @@ public:
     }
 
     // The object's own answer: null and `E_NOINTERFACE` for what it does not have.
+    // An override must not hand a new object to another thread before it returns: until then the
+    // references on it are counted without atomic operations.
     virtual Result InternalQueryInterface(const IID& iid, void** out)
     {
         return AnswerPrivateUnknown(iid, out);
