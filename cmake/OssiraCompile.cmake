@@ -9,7 +9,8 @@ function(ossira_compile_options target)
       C_VISIBILITY_PRESET hidden
       VISIBILITY_INLINES_HIDDEN ON)
   target_compile_definitions(${target} PRIVATE
-      OSSIRA_TRACK_OBJECTS=$<BOOL:${OSSIRA_TRACK_OBJECTS}>)
+      OSSIRA_TRACK_OBJECTS=$<BOOL:${OSSIRA_TRACK_OBJECTS}>
+      OSSIRA_CHECK_LOCK_ORDER=$<BOOL:${OSSIRA_CHECK_LOCK_ORDER}>)
   # Reported file names are relative to the source tree, and no path of the machine that built a
   # binary is in it.
   target_compile_options(${target} PRIVATE

@@ -122,6 +122,20 @@ inline constexpr GUID GUID_Null = {};
     return left[0] == right[0] && left[1] == right[1];
 }
 
+// Whether a reference stands at address 0. To C++ there is none, so a plain comparison is taken
+// away by the compiler; callers of other languages pass null where an operation takes a reference.
+template <class Object>
+[[nodiscard]] inline bool IsNullReference(const Object& object) noexcept
+{
+#if defined(__GNUC__)
+    const Object* address = __builtin_addressof(object);
+    __asm__("" : "+r"(address));
+#else
+    const Object* volatile address = &object;
+#endif
+    return address == nullptr;
+}
+
 // The root of every interface.
 inline constexpr IID IID_IUnknown = {
     0x00000000, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};

@@ -181,25 +181,28 @@ inline constexpr Result NullPointerCode = E_POINTER;
 #define OSSIRA_CHECK_POINTER(pointer)                                                              \
     OSSIRA_CHECK((pointer) != nullptr, ::Tavrik::Ossira::tDetail::NullPointerCode, #pointer)
 
-// The call must succeed. A failing call is made a second time, and the code of the repeat is
-// thrown with `text`; callers see the extra attempt. Should the repeat succeed, the operation goes
-// on with what the repeat produced: write the call so that it overwrites what it produced before.
+// The argument must not stand at address 0, which callers of other languages can pass for a
+// reference, or else `E_POINTER` is thrown with its name.
+#define OSSIRA_CHECK_REFERENCE(reference)                                                          \
+    OSSIRA_CHECK(!::Tavrik::Ossira::IsNullReference(reference),                                    \
+                 ::Tavrik::Ossira::tDetail::NullPointerCode, #reference)
+
+// The call must succeed, or else its code is thrown with `text`.
 #define OSSIRA_CHECK_CALL(call, text)                                                              \
     do                                                                                             \
     {                                                                                              \
-        if (::Tavrik::Ossira::Failed(call)) [[unlikely]]                                           \
-        {                                                                                          \
-            const ::Tavrik::Ossira::Result ossiraRepeat = (call);                                  \
-            OSSIRA_CHECK(!::Tavrik::Ossira::Failed(ossiraRepeat), ossiraRepeat, text);             \
-        }                                                                                          \
+        const ::Tavrik::Ossira::Result ossiraResult = (call);                                      \
+        OSSIRA_CHECK(!::Tavrik::Ossira::Failed(ossiraResult), ossiraResult, text);                 \
     } while (false)
 
-// The result must be a success, or else it is thrown with `text`. Nothing is called again.
-#define OSSIRA_CHECK_RESULT(result, text)                                                          \
+// As the runtime itself checks: a failing call is made a second time, and the code of the repeat is
+// thrown with `text`; callers see the extra attempt. Should the repeat succeed, the operation goes
+// on with what the repeat produced: write the call so that it overwrites what it produced before.
+#define OSSIRA_CHECK_CALL_TWICE(call, text)                                                        \
     do                                                                                             \
     {                                                                                              \
-        const ::Tavrik::Ossira::Result ossiraResult = (result);                                    \
-        OSSIRA_CHECK(!::Tavrik::Ossira::Failed(ossiraResult), ossiraResult, text);                 \
+        if (::Tavrik::Ossira::Failed(call)) [[unlikely]]                                           \
+            OSSIRA_CHECK_CALL(call, text);                                                         \
     } while (false)
 
 // The end of an operation whose body is a function-try-block.

@@ -135,7 +135,7 @@ public:
             return S_OK;
         }
         OSSIRA_CHECK(size == 0 || data != nullptr, E_POINTER, "data");
-        OSSIRA_CHECK_CALL(AllocBuffer(size), "AllocBuffer(size)");
+        OSSIRA_CHECK_CALL_TWICE(AllocBuffer(size), "AllocBuffer(size)");
         Type = type;
         Copy(Data, data, size);
         return S_OK;
@@ -155,27 +155,27 @@ public:
         OSSIRA_CHECK_POINTER(pv);
         OSSIRA_CHECK_POINTER(result);
         ObjectPtr<IValue> other;
-        OSSIRA_CHECK_CALL(pv->QueryInterface(IID_IValue, other.PutVoid()),
-                          "pv->QueryInterface(IID_IValue, (void**)&BValue)");
+        OSSIRA_CHECK_CALL_TWICE(pv->QueryInterface(IID_IValue, other.PutVoid()),
+                                "pv->QueryInterface(IID_IValue, (void**)&BValue)");
         GUID otherType;
-        OSSIRA_CHECK_CALL(other->GetType(&otherType), "BValue->GetType(&BType)");
+        OSSIRA_CHECK_CALL_TWICE(other->GetType(&otherType), "BValue->GetType(&BType)");
         if (const int order = std::memcmp(&Type, &otherType, sizeof(GUID)); order != 0)
         {
             *result = order;
             return S_OK;
         }
         Result otherSize;
-        OSSIRA_CHECK_CALL(otherSize = other->GetValue(otherType, nullptr, 0),
-                          "BValue->GetValue(BType, NULL, 0)");
+        OSSIRA_CHECK_CALL_TWICE(otherSize = other->GetValue(otherType, nullptr, 0),
+                                "BValue->GetValue(BType, NULL, 0)");
         if (Size != otherSize)
         {
             *result = Size < otherSize ? -1 : 1;
             return S_OK;
         }
         CStackBuffer bytes;
-        OSSIRA_CHECK_CALL(bytes.Alloc(Size), "StackBuffer.Alloc( Size )");
-        OSSIRA_CHECK_CALL(other->GetValue(otherType, bytes.Data(), Size),
-                          "BValue->GetValue(BType, Buf, Size)");
+        OSSIRA_CHECK_CALL_TWICE(bytes.Alloc(Size), "StackBuffer.Alloc( Size )");
+        OSSIRA_CHECK_CALL_TWICE(other->GetValue(otherType, bytes.Data(), Size),
+                                "BValue->GetValue(BType, Buf, Size)");
         *result = Size > 0 ? std::memcmp(Data, bytes.Data(), static_cast<std::size_t>(Size)) : 0;
         return S_OK;
     }

@@ -57,7 +57,7 @@ public:
         mIsOn = true;
         const Result entered =
             Singletons()->RegisterObject(CLSID_Lights, static_cast<ILights*>(this));
-        OSSIRA_CHECK_RESULT(entered, "RegisterObject(CLSID_Lights, )");
+        OSSIRA_CHECK_CALL(entered, "RegisterObject(CLSID_Lights, )");
         return ReportToHost(param, CLSID_Lights, L"switched on");
     }
     OSSIRA_CATCH_RETURN
@@ -67,7 +67,7 @@ public:
     try
     {
         const Result removed = Singletons()->UnregisterObject(CLSID_Lights);
-        OSSIRA_CHECK_RESULT(removed, "UnregisterObject(CLSID_Lights)");
+        OSSIRA_CHECK_CALL(removed, "UnregisterObject(CLSID_Lights)");
         return ReportToHost(param, CLSID_Lights,
                             removed == S_OK ? L"switched off" : L"found them off");
     }

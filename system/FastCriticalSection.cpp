@@ -1,26 +1,39 @@
-// The slow path of the spin lock. It spins without writing, so that the holder keeps the cache
-// line, and gives up the processor after a while: on a machine with few processors the holder may
-// be the very thread that waits to run.
+// The slow paths of the spin lock. It spins without writing, so that the holder keeps the cache
+// line.
 #include "FastCriticalSection.h"
 
-#include <thread>
+#include "Platform.h"
+
+#include <algorithm>
 
 namespace Tavrik::tSystem
 {
 
 void CFastCriticalSection::LockContended() noexcept
 {
-    constexpr int spinsBeforeYield = 200;
-    for (int spins = 0;; ++spins)
+    constexpr int spins = 50; // about as long as a thread needs to fall asleep and be woken
+    for (int spin = 0; spin < spins; ++spin)
     {
-        std::uint32_t expected = 0;
-        if (mWord.load(std::memory_order_relaxed) == 0 &&
-            mWord.compare_exchange_weak(expected, 1, std::memory_order_acquire,
+        std::uint32_t expected = Free;
+        if (mWord.load(std::memory_order_relaxed) == Free &&
+            mWord.compare_exchange_weak(expected, Taken, std::memory_order_acquire,
                                         std::memory_order_relaxed))
             return;
-        if (spins >= spinsBeforeYield)
-            std::this_thread::yield();
+        Pause();
     }
+    // Whoever gets the word here leaves the mark of a waiter on it: others may still be asleep.
+    constexpr std::uint32_t longestSleep = 64;
+    std::uint32_t milliseconds = 1; // until a wake-up that was missed is made good
+    while (mWord.exchange(Awaited, std::memory_order_acquire) != Free)
+    {
+        SleepOnWord(mWord, Awaited, milliseconds);
+        milliseconds = std::min(milliseconds * 2, longestSleep);
+    }
+}
+
+void CFastCriticalSection::WakeWaiter() noexcept
+{
+    WakeOnWord(mWord);
 }
 
 } // namespace Tavrik::tSystem

@@ -3,6 +3,9 @@
 // the runtime reads this page.
 #pragma once
 
+#include "LockOrder.h"
+
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -24,21 +27,35 @@ extern const wchar_t PathSeparator;
 // which is no separator there.
 extern const bool FileNamesAreBytes;
 
+inline constexpr std::uint32_t Forever = 0xFFFFFFFF; // a time-out that never comes
+
+// Sleeps if `word` is `value`, until a wake-up or the time-out. It may return for no reason. A
+// wake-up that comes after the word was seen is not lost. The caller's error number stays.
+void SleepOnWord(const std::atomic<std::uint32_t>& word, std::uint32_t value,
+                 std::uint32_t milliseconds) noexcept;
+
+// Wakes one thread that sleeps on `word`, of which only the address is used: it may be gone.
+void WakeOnWord(const std::atomic<std::uint32_t>& word) noexcept;
+
+// Tells the processor that this thread spins.
+void Pause() noexcept;
+
 // A re-entrant lock for longer sections.
 class CCriticalSection
 {
 public:
-    CCriticalSection() noexcept;
+    explicit CCriticalSection(ELockRank rank = ELockRank::Object) noexcept;
     ~CCriticalSection();
     CCriticalSection(const CCriticalSection&) = delete;
     CCriticalSection& operator=(const CCriticalSection&) = delete;
 
-    void lock() noexcept;
-    [[nodiscard]] bool try_lock() noexcept;
+    void lock(const LockPlace& place = LockPlace::current()) noexcept;
+    [[nodiscard]] bool try_lock(const LockPlace& place = LockPlace::current()) noexcept;
     void unlock() noexcept;
 
 private:
     alignas(std::max_align_t) unsigned char mStorage[48];
+    ELockRank mRank;
 };
 
 // A loaded library. Loading searches the library's own folder first for what it depends on. A file

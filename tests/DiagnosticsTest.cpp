@@ -140,12 +140,12 @@ TEST(Checks, AFailingCallIsMadeTwiceAndTheRepeatCounts)
         return answer;
     };
     calls = {S_OK, E_FAIL, E_ABORT, E_FAIL, S_OK, E_FAIL};
-    REPORTS(AnswerOf([] { OSSIRA_CHECK_RESULT(next(), "call"); }), E_FAIL,
+    REPORTS(AnswerOf([] { OSSIRA_CHECK_CALL(next(), "call"); }), E_FAIL,
             "\a0x80004005 call: Fail; Unspecified error");
     EXPECT_EQ(next(), S_OK) << "the call was not made again";
-    REPORTS(AnswerOf([] { OSSIRA_CHECK_CALL(next(), "call"); }), E_ABORT,
+    REPORTS(AnswerOf([] { OSSIRA_CHECK_CALL_TWICE(next(), "call"); }), E_ABORT,
             "\a0x80004004 call: Operation aborted");
-    REPORTS(AnswerOf([] { OSSIRA_CHECK_CALL(next(), "call"); }), S_OK);
+    REPORTS(AnswerOf([] { OSSIRA_CHECK_CALL_TWICE(next(), "call"); }), S_OK);
     EXPECT_TRUE(calls.empty());
 }
 

@@ -14,10 +14,9 @@
 //   NextPosition(at)        to the item behind `at`, or false; `at` is then as it was
 #pragma once
 
+#include "LockOrder.h"
 #include "OssiraCollections.h"
 #include "OssiraFrame.h"
-
-#include <mutex>
 
 namespace Tavrik::Ossira
 {
@@ -32,7 +31,7 @@ public:
     Result Reset() override
     try
     {
-        const std::lock_guard guard(Lock());
+        const tSystem::CLockGuard guard(Lock());
         OSSIRA_CHECK(IsUpToDate(), E_ACCESSDENIED, OutOfDateText);
         mState = BeforeFirst;
         return S_OK;
@@ -42,7 +41,7 @@ public:
     Result MoveNext() override
     try
     {
-        const std::lock_guard guard(Lock());
+        const tSystem::CLockGuard guard(Lock());
         OSSIRA_CHECK(IsUpToDate(), E_ACCESSDENIED, OutOfDateText);
         if (mState < 0)
             return mState;
@@ -62,7 +61,7 @@ protected:
 
     explicit CEnumeratorSteps(Owner* owner) : mReference(owner), mOwner(owner)
     {
-        const std::lock_guard guard(Lock());
+        const tSystem::CLockGuard guard(Lock());
         mStamp = mOwner->EnumerationStamp();
     }
 

@@ -60,7 +60,7 @@ public:
     try
     {
         typename Storage::Removed removed;
-        const std::lock_guard guard(this->mLock);
+        const tSystem::CLockGuard guard(this->mLock);
         mStorage.TakeAll(removed);
         return S_OK;
     }
@@ -82,7 +82,7 @@ public:
     try
     {
         ObjectPtr<Item> removed;
-        const std::lock_guard guard(this->mLock);
+        const tSystem::CLockGuard guard(this->mLock);
         removed = mStorage.Take(key);
         return S_OK;
     }
@@ -91,7 +91,7 @@ public:
     Result ContainsGUID(const GUID& key) override
     try
     {
-        const std::lock_guard guard(this->mLock);
+        const tSystem::CLockGuard guard(this->mLock);
         return mStorage.Contains(key) ? S_OK : S_FALSE;
     }
     OSSIRA_CATCH_RETURN
@@ -100,7 +100,7 @@ public:
     try
     {
         OSSIRA_CHECK_POINTER(ppv);
-        const std::lock_guard guard(this->mLock);
+        const tSystem::CLockGuard guard(this->mLock);
         return mStorage.Ask(key, riid, ppv);
     }
     OSSIRA_CATCH_RETURN

@@ -44,7 +44,7 @@ public:
     {
         CGuidPosition at;
         {
-            const std::lock_guard guard(this->Lock());
+            const tSystem::CLockGuard guard(this->Lock());
             OSSIRA_CHECK(this->IsUpToDate(), E_ACCESSDENIED, Steps::OutOfDateText);
             OSSIRA_CHECK_POINTER(ppv);
             OSSIRA_CHECK(!Traits::ReportsEnd || this->State() >= 0, E_FAIL, Steps::AtEndText);
@@ -53,8 +53,9 @@ public:
             OSSIRA_CHECK(this->Locate(at), E_FAIL, Steps::AtEndText);
         }
         ObjectPtr<IValue> value;
-        OSSIRA_CHECK_CALL(CreateReadOnlyValue(value.Put()), "CreateReadOnlyValue(&Val)");
-        OSSIRA_CHECK_CALL(SetValueGUID(value.Get(), at.Key), "SetValueGUID(Val, mCurrent->first)");
+        OSSIRA_CHECK_CALL_TWICE(CreateReadOnlyValue(value.Put()), "CreateReadOnlyValue(&Val)");
+        OSSIRA_CHECK_CALL_TWICE(SetValueGUID(value.Get(), at.Key),
+                                "SetValueGUID(Val, mCurrent->first)");
         return value->QueryInterface(riid, ppv);
     }
     OSSIRA_CATCH_RETURN
@@ -63,7 +64,7 @@ public:
     try
     {
         CGuidPosition at;
-        const std::lock_guard guard(this->Lock());
+        const tSystem::CLockGuard guard(this->Lock());
         OSSIRA_CHECK(this->IsUpToDate(), E_ACCESSDENIED, Steps::OutOfDateText);
         OSSIRA_CHECK_POINTER(pguid);
         OSSIRA_CHECK(!Traits::ReportsEnd || this->State() >= 0, E_FAIL, Steps::AtEndText);

@@ -24,7 +24,7 @@ public:
     Result GetCurrent(const IID& riid, void** ppv) override
     try
     {
-        const std::lock_guard guard(this->Lock());
+        const tSystem::CLockGuard guard(this->Lock());
         OSSIRA_CHECK(this->IsUpToDate(), E_ACCESSDENIED, Steps::OutOfDateText);
         OSSIRA_CHECK_POINTER(ppv);
         if (this->State() < 0)

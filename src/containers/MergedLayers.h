@@ -7,7 +7,6 @@
 #include "LayerTable.h"
 #include "LockPolicy.h"
 
-#include <mutex>
 #include <optional>
 
 namespace Tavrik::Ossira
@@ -35,7 +34,7 @@ public:
 
     [[nodiscard]] std::int32_t Count() const
     {
-        const std::lock_guard guard(*mLock);
+        const tSystem::CLockGuard guard(*mLock);
         Keys keys;
         GuidMap_Validate(keys);
         return static_cast<std::int32_t>(keys.Size());
@@ -73,8 +72,8 @@ public:
     {
         IValueSet& target = FindLayerToWrite(key);
         Result result = S_OK;
-        OSSIRA_CHECK_CALL(result = target.SetValueData(key, type, data, size),
-                          "{ValueSet of Group}->SetValueData");
+        OSSIRA_CHECK_CALL_TWICE(result = target.SetValueData(key, type, data, size),
+                                "{ValueSet of Group}->SetValueData");
         mLayers->MarkContentChanged();
         return result;
     }
@@ -82,8 +81,8 @@ public:
     void Put(const GUID& key, const ObjectPtr<IUnknown>& value)
     {
         IValueSet& target = FindLayerToWrite(key);
-        OSSIRA_CHECK_CALL(target.SetValueGUID(key, value.Get()),
-                          "{ValueSet of Group}->SetValueGUID");
+        OSSIRA_CHECK_CALL_TWICE(target.SetValueGUID(key, value.Get()),
+                                "{ValueSet of Group}->SetValueGUID");
         mLayers->MarkContentChanged();
     }
 
@@ -98,8 +97,8 @@ public:
         for (const Layer& layer : mLayers->Layers())
         {
             if (holds(layer))
-                OSSIRA_CHECK_CALL(layer.ValueSet->RemoveGUID(key),
-                                  "{ValueSet of Group}->RemoveGUID");
+                OSSIRA_CHECK_CALL_TWICE(layer.ValueSet->RemoveGUID(key),
+                                        "{ValueSet of Group}->RemoveGUID");
         }
         return {};
     }
@@ -111,7 +110,7 @@ public:
         for (const Layer& layer : mLayers->Layers())
         {
             if (IsVisible(layer))
-                OSSIRA_CHECK_CALL(layer.ValueSet->Clear(), "{ValueSet of Group}->Clear");
+                OSSIRA_CHECK_CALL_TWICE(layer.ValueSet->Clear(), "{ValueSet of Group}->Clear");
         }
     }
 
@@ -160,17 +159,17 @@ private:
     static void AddKeysOf(IValueSet& values, Keys& keys)
     {
         ObjectPtr<IEnumeratorGUID> enumerator;
-        OSSIRA_CHECK_CALL(values.GetEnumerator(IID_IEnumeratorGUID, enumerator.PutVoid()),
-                          "Values->GetEnumerator");
+        OSSIRA_CHECK_CALL_TWICE(values.GetEnumerator(IID_IEnumeratorGUID, enumerator.PutVoid()),
+                                "Values->GetEnumerator");
         OSSIRA_CHECK(enumerator, E_NOINTERFACE, "Values->GetEnumerator");
         for (;;)
         {
             Result step = S_FALSE;
-            OSSIRA_CHECK_CALL(step = enumerator->MoveNext(), "EA->MoveNext");
+            OSSIRA_CHECK_CALL_TWICE(step = enumerator->MoveNext(), "EA->MoveNext");
             if (step != S_OK)
                 return;
             GUID key = GUID_Null;
-            OSSIRA_CHECK_CALL(enumerator->GetCurrentGUID(&key), "EA->GetCurrentGUID");
+            OSSIRA_CHECK_CALL_TWICE(enumerator->GetCurrentGUID(&key), "EA->GetCurrentGUID");
             if (keys.Find(key) == nullptr)
                 keys.Insert(key, {});
         }

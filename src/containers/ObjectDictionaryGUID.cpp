@@ -29,7 +29,7 @@ public:
     {
         OSSIRA_CHECK_POINTER(value);
         ObjectPtr<IUnknown> item(value);
-        const std::lock_guard guard(this->mLock);
+        const tSystem::CLockGuard guard(this->mLock);
         this->mStorage.Put(key, item);
         return S_OK;
     }

@@ -66,7 +66,7 @@ public:
     try
     {
         std::vector<ObjectPtr<IUnknown>> removed;
-        const std::lock_guard guard(this->mLock);
+        const tSystem::CLockGuard guard(this->mLock);
         mItems.swap(removed);
         MarkChanged();
         return S_OK;
@@ -83,8 +83,9 @@ public:
     {
         OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
         ObjectPtr<IUnknown> identity;
-        OSSIRA_CHECK_CALL(item->QueryInterface(IID_IUnknown, identity.PutVoid()), IdentityText);
-        const std::lock_guard guard(this->mLock);
+        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, identity.PutVoid()),
+                                IdentityText);
+        const tSystem::CLockGuard guard(this->mLock);
         OSSIRA_CHECK(mItems.size() < MaximumSize, E_OUTOFMEMORY, TooLongText);
         mItems.push_back(std::move(identity));
         MarkChanged();
@@ -97,10 +98,11 @@ public:
     {
         OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
         ObjectPtr<IUnknown> identity;
-        OSSIRA_CHECK_CALL(item->QueryInterface(IID_IUnknown, identity.PutVoid()), IdentityText);
+        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, identity.PutVoid()),
+                                IdentityText);
         OSSIRA_CHECK(identity, E_POINTER, "item");
         ObjectPtr<IUnknown> removed;
-        const std::lock_guard guard(this->mLock);
+        const tSystem::CLockGuard guard(this->mLock);
         const auto found = Find(identity.Get());
         OSSIRA_CHECK(found != mItems.end(), E_INVALIDARG, "item not member of this list");
         removed = std::move(*found);
@@ -115,8 +117,9 @@ public:
     {
         OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
         ObjectPtr<IUnknown> identity;
-        OSSIRA_CHECK_CALL(item->QueryInterface(IID_IUnknown, identity.PutVoid()), IdentityText);
-        const std::lock_guard guard(this->mLock);
+        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, identity.PutVoid()),
+                                IdentityText);
+        const tSystem::CLockGuard guard(this->mLock);
         return Find(identity.Get()) != mItems.end() ? S_OK : S_FALSE;
     }
     OSSIRA_CATCH_RETURN
@@ -125,7 +128,7 @@ public:
     try
     {
         OSSIRA_CHECK_POINTER(pppv);
-        const std::lock_guard guard(this->mLock);
+        const tSystem::CLockGuard guard(this->mLock);
         const auto size = static_cast<std::int32_t>(mItems.size());
         OSSIRA_CHECK(index >= 0 && count >= 0 && index <= size && count <= size - index,
                      E_INVALIDARG, "Invalid Index or Count param");
@@ -139,7 +142,8 @@ public:
         {
             IUnknown* const item = ItemAt(first + static_cast<std::size_t>(i));
             OSSIRA_CHECK(item != nullptr, E_NOINTERFACE, "QueryInterface(riid, pppv[i])");
-            OSSIRA_CHECK_CALL(item->QueryInterface(riid, pppv[i]), "QueryInterface(riid, pppv[i])");
+            OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(riid, pppv[i]),
+                                    "QueryInterface(riid, pppv[i])");
         }
         return S_OK;
     }
@@ -150,8 +154,9 @@ public:
     {
         OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
         ObjectPtr<IUnknown> identity;
-        OSSIRA_CHECK_CALL(item->QueryInterface(IID_IUnknown, identity.PutVoid()), IdentityText);
-        const std::lock_guard guard(this->mLock);
+        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, identity.PutVoid()),
+                                IdentityText);
+        const tSystem::CLockGuard guard(this->mLock);
         const auto found = Find(identity.Get());
         return found != mItems.end() ? static_cast<Result>(found - mItems.begin()) : E_NOT_FOUND;
     }
@@ -162,8 +167,9 @@ public:
     {
         OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
         ObjectPtr<IUnknown> identity;
-        OSSIRA_CHECK_CALL(item->QueryInterface(IID_IUnknown, identity.PutVoid()), IdentityText);
-        const std::lock_guard guard(this->mLock);
+        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, identity.PutVoid()),
+                                IdentityText);
+        const tSystem::CLockGuard guard(this->mLock);
         OSSIRA_CHECK(IsInside(index) || IsSize(index), E_INVALIDARG, IndexText);
         OSSIRA_CHECK(mItems.size() < MaximumSize, E_OUTOFMEMORY, TooLongText);
         mItems.insert(mItems.begin() + index, std::move(identity));
@@ -176,7 +182,7 @@ public:
     try
     {
         ObjectPtr<IUnknown> removed;
-        const std::lock_guard guard(this->mLock);
+        const tSystem::CLockGuard guard(this->mLock);
         OSSIRA_CHECK(IsInside(index), E_INVALIDARG, IndexText);
         const auto found = mItems.begin() + index;
         removed = std::move(*found);
@@ -190,12 +196,12 @@ public:
     try
     {
         OSSIRA_CHECK_POINTER(ppv);
-        const std::lock_guard guard(this->mLock);
+        const tSystem::CLockGuard guard(this->mLock);
         OSSIRA_CHECK(IsInside(index), E_INVALIDARG, IndexText);
         IUnknown* const item = ItemAt(static_cast<std::size_t>(index));
         if (item == nullptr)
             return E_NOINTERFACE;
-        OSSIRA_CHECK_CALL(item->QueryInterface(riid, ppv), "Item->QueryInterface(riid, ppv)");
+        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(riid, ppv), "Item->QueryInterface(riid, ppv)");
         return S_OK;
     }
     OSSIRA_CATCH_RETURN
@@ -205,8 +211,9 @@ public:
     {
         OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
         ObjectPtr<IUnknown> identity;
-        OSSIRA_CHECK_CALL(item->QueryInterface(IID_IUnknown, identity.PutVoid()), IdentityText);
-        const std::lock_guard guard(this->mLock);
+        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, identity.PutVoid()),
+                                IdentityText);
+        const tSystem::CLockGuard guard(this->mLock);
         OSSIRA_CHECK(IsInside(index), E_INVALIDARG, IndexText);
         std::swap(mItems[static_cast<std::size_t>(index)], identity);
         return S_OK;

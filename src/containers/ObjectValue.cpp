@@ -7,8 +7,6 @@
 #include "OssiraValueDataBuffer.h"
 #include "TryMakeObject.h"
 
-#include <mutex>
-
 namespace Tavrik::Ossira
 {
 
@@ -47,7 +45,7 @@ public:
     Result GetValue(const GUID& type, void* data, std::int32_t size) override
     try
     {
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         return mData.GetValue(type, data, size);
     }
     OSSIRA_CATCH_RETURN
@@ -55,7 +53,7 @@ public:
     Result SetValue(const GUID& type, const void* data, std::int32_t size) override
     try
     {
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         if constexpr (Traits::IsWriteOnce)
             OSSIRA_CHECK(mData.IsEmpty(), E_ACCESSDENIED, "Value is Readonly");
         return mData.SetValue(type, data, size);
@@ -65,7 +63,7 @@ public:
     Result GetType(GUID* type) override
     try
     {
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         return mData.GetType(type);
     }
     OSSIRA_CATCH_RETURN
@@ -73,7 +71,7 @@ public:
     Result Compare(IUnknown* pv, std::int32_t* result) override
     try
     {
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         return mData.Compare(pv, result);
     }
     OSSIRA_CATCH_RETURN
@@ -84,7 +82,7 @@ public:
         OSSIRA_CHECK_POINTER(ppv);
         const auto clone = TryMakeObject<CValueObject>();
         OSSIRA_CHECK(clone, E_OUTOFMEMORY, Traits::NewText);
-        OSSIRA_CHECK_CALL(clone->mData.Assign(mData), "CloneObject->mData.Assign(mData)");
+        OSSIRA_CHECK_CALL_TWICE(clone->mData.Assign(mData), "CloneObject->mData.Assign(mData)");
         return clone->QueryInterface(riid, ppv);
     }
     OSSIRA_CATCH_RETURN

@@ -9,6 +9,7 @@
 #include "OssiraClasses.h"
 #include "ValueSetOperations.h"
 
+#include <mutex>
 #include <vector>
 
 namespace Tavrik::Ossira
@@ -85,7 +86,7 @@ public:
 
     Result GetLayer(std::int32_t index, IValueSet** ppLayer) override
     {
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         if (index >= mLayers.Count())
             return E_NOT_FOUND;
         *ppLayer = ObjectPtr(mLayers.At(index).ValueSet).Detach();
@@ -168,7 +169,7 @@ void T_ValueSetGroup::Insert(std::int32_t index, IValueSet* valueSet, const GUID
         rings = std::unique_lock(GlobalCriticalSection());
         closesRing = LeadsTo(this, view);
     }
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     mStorage.CheckInsertion(index, id);
     OSSIRA_CHECK(!closesRing, E_INVALIDARG, "valueSet leads back to this group");
     mStorage.Insert(index, layer, id, flags);
@@ -179,7 +180,8 @@ try
 {
     OSSIRA_CHECK_POINTER(value);
     ObjectPtr<IValueSet> valueSet;
-    OSSIRA_CHECK_CALL(value->QueryInterface(IID_IValueSet, valueSet.PutVoid()), NoValueSetText);
+    OSSIRA_CHECK_CALL_TWICE(value->QueryInterface(IID_IValueSet, valueSet.PutVoid()),
+                            NoValueSetText);
     OSSIRA_CHECK(valueSet, E_NOINTERFACE, NoValueSetText);
     Insert(CManager::OnTop, valueSet.Get(), &key, 0);
     return S_OK;
@@ -209,7 +211,7 @@ OSSIRA_CATCH_RETURN
 Result T_ValueSetGroup::SetValueSetAccessFlagsAt(std::int32_t index, std::uint32_t flags)
 try
 {
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     mStorage.At(index).AccessFlags = flags;
     return S_OK;
 }
@@ -221,7 +223,7 @@ try
     OSSIRA_CHECK_POINTER(pValueSet);
     ObjectPtr<IValueSet> layer;
     {
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         layer = mStorage.At(index).ValueSet;
     }
     return layer->QueryInterface(riid, pValueSet);
@@ -232,7 +234,7 @@ Result T_ValueSetGroup::GetValueSetIDAt(std::int32_t index, GUID* pID)
 try
 {
     OSSIRA_CHECK_POINTER(pID);
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     *pID = mStorage.At(index).ID;
     return S_OK;
 }
@@ -242,7 +244,7 @@ Result T_ValueSetGroup::GetValueSetAccessFlagsAt(std::int32_t index, std::uint32
 try
 {
     OSSIRA_CHECK_POINTER(pAccessFlags);
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     *pAccessFlags = mStorage.At(index).AccessFlags;
     return S_OK;
 }
@@ -252,7 +254,7 @@ Result T_ValueSetGroup::IndexOfValueSet(IValueSet* valueSet)
 try
 {
     OSSIRA_CHECK_POINTER(valueSet);
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     return mStorage.IndexOf(valueSet);
 }
 OSSIRA_CATCH_RETURN

@@ -31,9 +31,9 @@ public:
     {
         OSSIRA_CHECK_POINTER(value);
         ObjectPtr<Item> item;
-        OSSIRA_CHECK_CALL(value->QueryInterface(Item::Iid, item.PutVoid()), NoValueText);
+        OSSIRA_CHECK_CALL_TWICE(value->QueryInterface(Item::Iid, item.PutVoid()), NoValueText);
         OSSIRA_CHECK(item, E_NOINTERFACE, NoValueText);
-        const std::lock_guard guard(this->mLock);
+        const tSystem::CLockGuard guard(this->mLock);
         this->mStorage.Put(key, item);
         return S_OK;
     }
@@ -56,7 +56,7 @@ public:
     Result GetValueData(const GUID& key, const GUID& type, void* data, std::int32_t size) override
     try
     {
-        const std::lock_guard guard(this->mLock);
+        const tSystem::CLockGuard guard(this->mLock);
         return this->mStorage.Read(key, type, data, size);
     }
     OSSIRA_CATCH_RETURN
@@ -70,7 +70,7 @@ public:
         ObjectPtr<IValue> fresh;
         if (const auto written = Write(key, type, data, size, fresh))
             return *written;
-        OSSIRA_CHECK_CALL(CreateValue(fresh.Put()), "CreateValue(&Value)");
+        OSSIRA_CHECK_CALL_TWICE(CreateValue(fresh.Put()), "CreateValue(&Value)");
         const Result result = fresh->SetValue(type, data, size);
         return Failed(result) ? result : *Write(key, type, data, size, fresh);
     }
@@ -79,7 +79,7 @@ public:
     Result GetDataType(const GUID& key, GUID* type) override
     try
     {
-        const std::lock_guard guard(this->mLock);
+        const tSystem::CLockGuard guard(this->mLock);
         return this->mStorage.ReadType(key, type);
     }
     OSSIRA_CATCH_RETURN
@@ -90,7 +90,7 @@ private:
     [[nodiscard]] auto Write(const GUID& key, const GUID& type, const void* data, std::int32_t size,
                              ObjectPtr<IValue>& fresh)
     {
-        const std::lock_guard guard(this->mLock);
+        const tSystem::CLockGuard guard(this->mLock);
         return this->mStorage.TryWrite(key, type, data, size, fresh);
     }
 };

@@ -16,22 +16,23 @@ Result CDirectoryCollection::ScanDirectory(const wchar_t* path, const wchar_t* p
 Result CDirectoryCollection::InternalScanDirectory(const wchar_t* path, const wchar_t* pattern)
 {
     ObjectPtr<IDirectoryService> directoryService;
-    OSSIRA_CHECK_CALL(CreateSingleton(CLSID_DirectoryService, directoryService),
-                      "CreateSingletonDirectoryService(&DirectoryService)");
+    OSSIRA_CHECK_CALL_TWICE(CreateSingleton(CLSID_DirectoryService, directoryService),
+                            "CreateSingletonDirectoryService(&DirectoryService)");
     mCollection.Reset();
     mEnumerator.Reset();
     mParam.Reset();
 
-    OSSIRA_CHECK_CALL(CreateValueSet(mParam.Put()), "CreateValueSet(&ValueSet)");
+    OSSIRA_CHECK_CALL_TWICE(CreateValueSet(mParam.Put()), "CreateValueSet(&ValueSet)");
     if (path != nullptr)
     {
-        OSSIRA_CHECK_CALL(SetValueUniString(mParam.Get(), DirectoryServiceParam_Path, path),
-                          "SetValueUniString(ValueSet, DirectoryServiceParam_Path, path)");
+        OSSIRA_CHECK_CALL_TWICE(SetValueUniString(mParam.Get(), DirectoryServiceParam_Path, path),
+                                "SetValueUniString(ValueSet, DirectoryServiceParam_Path, path)");
     }
     if (pattern != nullptr)
     {
-        OSSIRA_CHECK_CALL(SetValueUniString(mParam.Get(), DirectoryServiceParam_Pattern, pattern),
-                          "SetValueUniString(ValueSet, DirectoryServiceParam_Pattern, pattern)");
+        OSSIRA_CHECK_CALL_TWICE(
+            SetValueUniString(mParam.Get(), DirectoryServiceParam_Pattern, pattern),
+            "SetValueUniString(ValueSet, DirectoryServiceParam_Pattern, pattern)");
     }
 
     const Result result = directoryService->GetDirectoryCollection(mParam.Get(), IID_ICollection,

@@ -196,7 +196,7 @@ Result CComServer::RemoveObject(IUnknown* privateUnknown)
 void CComServer::Track(IUnknown* privateUnknown, const CLSID& clsid) noexcept
 try
 {
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     if (!mLiveObjects.emplace(privateUnknown, clsid).second)
         DebugOutputF("\aCComServer::AddObject: Object already exists\n");
 }
@@ -207,7 +207,7 @@ catch (const std::bad_alloc&)
 
 void CComServer::Untrack(IUnknown* privateUnknown) noexcept
 {
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     mLiveObjects.erase(privateUnknown);
 }
 

@@ -53,7 +53,7 @@ bool CDynLib::Resolve(const char* name, Export& export_) const noexcept
 
 void CDynLib::EnterOpenList() noexcept
 {
-    const std::lock_guard guard(gOpenListLock);
+    const tSystem::CLockGuard guard(gOpenListLock);
     mNext = gOpenList;
     mPrevious = nullptr;
     if (mNext != nullptr)
@@ -67,7 +67,7 @@ void CDynLib::Close() noexcept
     if (!mLibrary.IsOpen())
         return;
     {
-        const std::lock_guard guard(gOpenListLock);
+        const tSystem::CLockGuard guard(gOpenListLock);
         (mPrevious != nullptr ? mPrevious->mNext : gOpenList) = mNext;
         if (mNext != nullptr)
             mNext->mPrevious = mPrevious;

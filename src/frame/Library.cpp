@@ -7,7 +7,6 @@
 #include "PublicUtil.h"
 
 #include <atomic>
-#include <mutex>
 #include <new>
 
 namespace Tavrik::Ossira
@@ -52,7 +51,8 @@ tSystem::CCriticalSection& GlobalCriticalSection() noexcept
     // Never destroyed: objects of this module may be released while the process ends.
     alignas(
         tSystem::CCriticalSection) static unsigned char storage[sizeof(tSystem::CCriticalSection)];
-    static auto* const section = new (storage) tSystem::CCriticalSection;
+    static auto* const section =
+        new (storage) tSystem::CCriticalSection(tSystem::ELockRank::ProcessWide);
     return *section;
 }
 
@@ -123,7 +123,7 @@ Result InitializeGlobalSingleton()
     }
 
     // The loser of a race releases its object again.
-    const std::lock_guard guard(GlobalCriticalSection());
+    const tSystem::CLockGuard guard(GlobalCriticalSection());
     if (ExistingSingleton() == nullptr)
         gSingleton = singleton.Detach();
     return result;

@@ -10,8 +10,8 @@
 namespace Tavrik::Ossira
 {
 
-// The lock under which object names are kept. In the runtime it is also the process-wide one, under
-// which singletons are created and released; in a module it is the module's own.
+// In the runtime the process-wide section, under which singletons are created and released and
+// modules are loaded and unloaded; in a module a section of its own.
 [[nodiscard]] tSystem::CCriticalSection& GlobalCriticalSection() noexcept;
 
 // Gets hold of the global singleton, creating it at the first request. `E_ACCESSDENIED` before

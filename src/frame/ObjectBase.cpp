@@ -1,13 +1,21 @@
 // The parts of the object base that need not be inline: the private unknown, and the name and
 // identity that most classes offer in the same way.
-#include "Library.h"
+#include "FastCriticalSection.h"
+#include "OssiraFrame.h"
 
 #include <algorithm>
 #include <cstring>
-#include <mutex>
 
 namespace Tavrik::Ossira
 {
+
+namespace
+{
+
+// Of all objects of the module: names are rarely asked for, and an object has no room to spare.
+constinit tSystem::CFastCriticalSection gNameLock;
+
+} // namespace
 
 Result CPrivateUnknown::QueryInterface(const IID& iid, void** out)
 {
@@ -51,7 +59,7 @@ try
         copy = std::make_unique<char[]>(size);
         std::memcpy(copy.get(), name, size);
     }
-    const std::lock_guard guard(GlobalCriticalSection());
+    const tSystem::CLockGuard guard(gNameLock);
     mName.swap(copy);
     return S_OK;
 }
@@ -61,7 +69,7 @@ Result CObjectName::GetObjectName(char* buffer, std::int32_t size)
 {
     if (buffer != nullptr && size < 0)
         return E_INVALIDARG;
-    const std::lock_guard guard(GlobalCriticalSection());
+    const tSystem::CLockGuard guard(gNameLock);
     const std::string_view name = mName == nullptr ? std::string_view() : mName.get();
     const auto length = static_cast<std::int32_t>(name.size());
     if (buffer == nullptr)

@@ -70,13 +70,15 @@ Result InternalRegisterServer(IObjectFactory& factory, OssiraComServer& module,
     for (std::uint32_t index = 0; index < static_cast<std::uint32_t>(count); ++index)
     {
         CLSID clsid = GUID_Null;
-        OSSIRA_CHECK_CALL(server->GetClassObjectID(index, 1, &clsid), "server->GetClassObjectID()");
+        OSSIRA_CHECK_CALL_TWICE(server->GetClassObjectID(index, 1, &clsid),
+                                "server->GetClassObjectID()");
         constexpr std::uint32_t infoSize = 255;
         char info[infoSize + 1] = {}; // one more than the module knows of, for the end of the text
-        OSSIRA_CHECK_CALL(server->GetClassObjectInfo(index, info, infoSize),
-                          "server->GetClassObjectInfo()");
+        OSSIRA_CHECK_CALL_TWICE(server->GetClassObjectInfo(index, info, infoSize),
+                                "server->GetClassObjectInfo()");
         info[infoSize] = '\0';
-        OSSIRA_CHECK_CALL(factory.RegisterClass(clsid, fileName, info), "Factory->RegisterClass()");
+        OSSIRA_CHECK_CALL_TWICE(factory.RegisterClass(clsid, fileName, info),
+                                "Factory->RegisterClass()");
     }
     OSSIRA_PRINT(mask, PRINT_TRACE, "Register Classes Finished\n");
     return S_OK;
@@ -121,8 +123,8 @@ ObjectPtr<IObjectFactory> T_ClassRegisterService::FactoryToFill() const
     ObjectPtr<IObjectFactory> factory = mFactory;
     if (!factory)
     {
-        OSSIRA_CHECK_CALL(CreateSingleton(CLSID_GlobalObjectFactory, factory),
-                          "CreateSingletonObjectFactory(&Factory)");
+        OSSIRA_CHECK_CALL_TWICE(CreateSingleton(CLSID_GlobalObjectFactory, factory),
+                                "CreateSingletonObjectFactory(&Factory)");
     }
     return factory;
 }
@@ -158,14 +160,14 @@ try
 {
     OSSIRA_CHECK_POINTER(path);
     CDirectoryCollection Directory;
-    OSSIRA_CHECK_CALL(Directory.ScanDirectory(path, pattern == nullptr ? L"*.dll" : pattern),
-                      "Directory.ScanDirectory()");
+    OSSIRA_CHECK_CALL_TWICE(Directory.ScanDirectory(path, pattern == nullptr ? L"*.dll" : pattern),
+                            "Directory.ScanDirectory()");
     const ObjectPtr<IObjectFactory> factory = FactoryToFill();
     while (Directory.MoveNext() == S_OK)
     {
         std::wstring ModulPath;
-        OSSIRA_CHECK_CALL(Directory.CurrentItemPath(&ModulPath),
-                          "Directory.CurrentItemPath(&ModulPath)");
+        OSSIRA_CHECK_CALL_TWICE(Directory.CurrentItemPath(&ModulPath),
+                                "Directory.CurrentItemPath(&ModulPath)");
         if (IsRuntimeFile(ModulPath))
             continue;
         RegisterFolderItem(*factory, JoinPath(path, ModulPath).c_str(), registry, argument);

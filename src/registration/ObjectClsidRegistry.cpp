@@ -6,8 +6,6 @@
 #include "OssiraFrame.h"
 #include "OssiraServices.h"
 
-#include <mutex>
-
 namespace Tavrik::Ossira
 {
 
@@ -58,7 +56,7 @@ private:
 [[nodiscard]] bool Contains(const Dictionary& dictionary, const GUID& key)
 {
     Result contains = S_OK;
-    OSSIRA_CHECK_CALL(contains = dictionary->ContainsGUID(key), "ContainsGUID");
+    OSSIRA_CHECK_CALL_TWICE(contains = dictionary->ContainsGUID(key), "ContainsGUID");
     return contains == S_OK;
 }
 
@@ -68,8 +66,8 @@ private:
     Dictionary child;
     if (Contains(parent, key))
     {
-        OSSIRA_CHECK_CALL(parent->GetValueGUID(key, IID_IDictionaryGUID, child.PutVoid()),
-                          "GetValueGUID");
+        OSSIRA_CHECK_CALL_TWICE(parent->GetValueGUID(key, IID_IDictionaryGUID, child.PutVoid()),
+                                "GetValueGUID");
     }
     return child;
 }
@@ -77,13 +75,13 @@ private:
 [[nodiscard]] Dictionary MakeDictionary()
 {
     Dictionary dictionary;
-    OSSIRA_CHECK_CALL(CreateObject(CLSID_DictionaryGUID, dictionary), "CreateDictionaryGUID");
+    OSSIRA_CHECK_CALL_TWICE(CreateObject(CLSID_DictionaryGUID, dictionary), "CreateDictionaryGUID");
     return dictionary;
 }
 
 T_ClsidRegistry::T_ClsidRegistry() : mCategories(MakeDictionary())
 {
-    OSSIRA_CHECK_CALL(CreateValue(mDummyObject.Put()), "CreateValue");
+    OSSIRA_CHECK_CALL_TWICE(CreateValue(mDummyObject.Put()), "CreateValue");
 }
 
 Dictionary T_ClsidRegistry::FindClasses(const GUID& category, const GUID& group) const
@@ -114,16 +112,16 @@ Result T_ClsidRegistry::InternalRegisterClass(const GUID& category, const GUID& 
         OSSIRA_PRINT(mask, PRINT_WARN, "    Class:%s - already exists\n", CGuidText(clsid).Text());
         return S_FALSE;
     }
-    OSSIRA_CHECK_CALL(Values->SetValueGUID(clsid, mDummyObject.Get()),
-                      "Values->SetValueGUID(clsid, mDummyObject)");
+    OSSIRA_CHECK_CALL_TWICE(Values->SetValueGUID(clsid, mDummyObject.Get()),
+                            "Values->SetValueGUID(clsid, mDummyObject)");
     if (isNewGroup)
     {
-        OSSIRA_CHECK_CALL(groups->SetValueGUID(group, Values.Get()),
-                          "mCategories->SetValueGUID(category, Values)");
+        OSSIRA_CHECK_CALL_TWICE(groups->SetValueGUID(group, Values.Get()),
+                                "mCategories->SetValueGUID(category, Values)");
     }
     if (isNewCategory)
     {
-        OSSIRA_CHECK_CALL(mCategories->SetValueGUID(category, groups.Get()), "SetValueGUID");
+        OSSIRA_CHECK_CALL_TWICE(mCategories->SetValueGUID(category, groups.Get()), "SetValueGUID");
         OSSIRA_PRINT(mask, PRINT_TRACE, "    New Category created: %s\n",
                      CGuidText(category).Text());
     }
@@ -157,16 +155,16 @@ Result T_ClsidRegistry::InternalUnregisterClass(const GUID& category, const GUID
         return S_FALSE;
     }
 
-    OSSIRA_CHECK_CALL(Values->RemoveGUID(clsid), "Values->RemoveGUID(clsid)");
+    OSSIRA_CHECK_CALL_TWICE(Values->RemoveGUID(clsid), "Values->RemoveGUID(clsid)");
     if (Values->GetCount() == 0)
     {
         OSSIRA_PRINT(mask, PRINT_TRACE, "    Remove classes-object from group\n");
-        OSSIRA_CHECK_CALL(groups->RemoveGUID(group), "RemoveGUID");
+        OSSIRA_CHECK_CALL_TWICE(groups->RemoveGUID(group), "RemoveGUID");
     }
     if (groups->GetCount() == 0)
     {
         OSSIRA_PRINT(mask, PRINT_TRACE, "    Remove groups-object from category\n");
-        OSSIRA_CHECK_CALL(mCategories->RemoveGUID(category), "RemoveGUID");
+        OSSIRA_CHECK_CALL_TWICE(mCategories->RemoveGUID(category), "RemoveGUID");
     }
     return S_OK;
 }
@@ -180,7 +178,7 @@ Result T_ClsidRegistry::RegisterGroupClass(const GUID& category, const GUID& gro
                                            const CLSID& clsid)
 try
 {
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     return InternalRegisterClass(category, group, clsid);
 }
 OSSIRA_CATCH_RETURN
@@ -194,21 +192,21 @@ Result T_ClsidRegistry::UnregisterGroupClass(const GUID& category, const GUID& g
                                              const CLSID& clsid)
 try
 {
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     return InternalUnregisterClass(category, group, clsid);
 }
 OSSIRA_CATCH_RETURN
 
 Result T_ClsidRegistry::ContainsCategory(const GUID& category)
 {
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     return mCategories->ContainsGUID(category);
 }
 
 Result T_ClsidRegistry::ContainsGroup(const GUID& category, const GUID& group)
 try
 {
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     const Dictionary groups = FindChild(mCategories, category);
     return groups && Contains(groups, group) ? S_OK : S_FALSE;
 }
@@ -223,7 +221,7 @@ Result T_ClsidRegistry::ContainsGroupClass(const GUID& category, const GUID& gro
                                            const CLSID& clsid)
 try
 {
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     const Dictionary Values = FindClasses(category, group);
     return Values && Contains(Values, clsid) ? S_OK : S_FALSE;
 }
@@ -239,18 +237,18 @@ Result T_ClsidRegistry::GetGroupClasses(const GUID& category, const GUID& group,
 try
 {
     OSSIRA_CHECK_POINTER(ppv);
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     const Dictionary Values = FindClasses(category, group);
     if (!Values)
         return E_NOT_FOUND;
-    OSSIRA_CHECK_CALL(Values->GetEnumerator(riid, ppv), "GetEnumerator(riid, ppv)");
+    OSSIRA_CHECK_CALL_TWICE(Values->GetEnumerator(riid, ppv), "GetEnumerator(riid, ppv)");
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
 
 Result T_ClsidRegistry::GetCategories(const IID& iid, void** ppv)
 {
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     return mCategories->GetEnumerator(iid, ppv);
 }
 

@@ -9,7 +9,6 @@
 #include "OssiraServices.h"
 #include "TryMakeObject.h"
 
-#include <mutex>
 #include <vector>
 
 namespace Tavrik::Ossira
@@ -101,14 +100,14 @@ T_GlobalSingleton::Object T_GlobalSingleton::Find(const CLSID& clsid) const
 
 void T_GlobalSingleton::Enter(const CLSID& clsid, Object object)
 {
-    const std::lock_guard guard(mEnumerationLock);
+    const tSystem::CLockGuard guard(mEnumerationLock);
     mObjects.Insert(clsid, std::move(object));
     ++mStamp;
 }
 
 T_GlobalSingleton::Object T_GlobalSingleton::Take(const CLSID& clsid) noexcept
 {
-    const std::lock_guard guard(mEnumerationLock);
+    const tSystem::CLockGuard guard(mEnumerationLock);
     return mObjects.Take(clsid).value_or(Object());
 }
 
@@ -117,8 +116,8 @@ T_GlobalSingleton::Object T_GlobalSingleton::Create(const CLSID& clsid, std::uin
     // The global object factory is an ordinary one in a special place.
     const CLSID& created = SameGuid(clsid, CLSID_GlobalObjectFactory) ? CLSID_ObjectFactory : clsid;
     Object unk;
-    OSSIRA_CHECK_CALL(CreateClassObject(&created, &IID_IUnknown, unk.PutVoid()),
-                      "CreateClassObject()");
+    OSSIRA_CHECK_CALL_TWICE(CreateClassObject(&created, &IID_IUnknown, unk.PutVoid()),
+                            "CreateClassObject()");
     OSSIRA_CHECK(unk, E_NOINTERFACE, "CreateClassObject()");
 
     // While it was created, an object of this class may have been entered.
@@ -140,11 +139,11 @@ try
     OSSIRA_CHECK(!SameGuid(clsid, CLSID_ObjectFactory), E_INVALIDARG,
                  "CLSID_ObjectFactory is not allowd by singleton, use CLSID_GlobalObjectFactory");
 
-    const std::lock_guard guard(GlobalCriticalSection());
+    const tSystem::CLockGuard guard(GlobalCriticalSection());
     Object object = Find(clsid);
     if (!object)
         object = Create(clsid, mask);
-    OSSIRA_CHECK_CALL(object->QueryInterface(iid, ppv), "QueryInterface()");
+    OSSIRA_CHECK_CALL_TWICE(object->QueryInterface(iid, ppv), "QueryInterface()");
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
@@ -157,7 +156,7 @@ try
     OSSIRA_CHECK(!SameGuid(clsid, CLSID_GlobalSingleton), E_INVALIDARG,
                  "CLSID_GlobalSingleton - cannot use singleton from singleton");
 
-    const std::lock_guard guard(GlobalCriticalSection());
+    const tSystem::CLockGuard guard(GlobalCriticalSection());
     if (Find(clsid))
     {
         OSSIRA_PRINT(mask, PRINT_WARN, "Singleton already registered: %s\n",
@@ -175,7 +174,7 @@ Result T_GlobalSingleton::UnregisterObject(const CLSID& clsid)
 try
 {
     const std::uint32_t mask = CurrentLevelMask();
-    const std::lock_guard guard(GlobalCriticalSection());
+    const tSystem::CLockGuard guard(GlobalCriticalSection());
     const Object object = Take(clsid);
     if (!object)
     {
@@ -192,7 +191,7 @@ OSSIRA_CATCH_RETURN
 Result T_GlobalSingleton::ClearObjects()
 try
 {
-    const std::lock_guard guard(GlobalCriticalSection());
+    const tSystem::CLockGuard guard(GlobalCriticalSection());
     InternalClear();
     return S_OK;
 }
@@ -225,7 +224,7 @@ void T_GlobalSingleton::ClearOnce(std::uint32_t mask) noexcept
     {
         // There is no memory to work out the order: then they go in any.
         CGuidTable<Object> objects;
-        const std::lock_guard guard(mEnumerationLock);
+        const tSystem::CLockGuard guard(mEnumerationLock);
         mObjects.Swap(objects);
     }
     if (HoldsOnlyTheFactory())
@@ -255,7 +254,7 @@ std::vector<CLSID> T_GlobalSingleton::Keys()
 {
     std::vector<CLSID> keys;
     keys.reserve(mObjects.Size());
-    const std::lock_guard guard(mEnumerationLock);
+    const tSystem::CLockGuard guard(mEnumerationLock);
     mObjects.ForEachOrdered([&keys](const GUID& key, const Object&) { keys.push_back(key); });
     return keys;
 }

@@ -9,7 +9,6 @@
 #include "TryMakeObject.h"
 
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -107,7 +106,7 @@ private:
 
 bool T_ObjectFactory::FindClass(const CLSID& clsid, std::wstring& fileName, Loader& library)
 {
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     const ClassItem* const item = mClasses.Find(clsid);
     if (item == nullptr)
         return false;
@@ -122,7 +121,7 @@ bool T_ObjectFactory::FindClass(const CLSID& clsid, std::wstring& fileName, Load
 
 bool T_ObjectFactory::KnowsModule(const std::wstring& fileName)
 {
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     return mDynLibs.contains(fileName);
 }
 
@@ -130,7 +129,7 @@ bool T_ObjectFactory::KnowsModule(const std::wstring& fileName)
 // other one, and the loader offered goes with its last owner, after the lock was left.
 Loader T_ObjectFactory::KeepLoader(const std::wstring& fileName, Loader opened)
 {
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     const auto Itr = mDynLibs.find(fileName);
     OSSIRA_CHECK(Itr != mDynLibs.end(), E_NOINTERFACE, "Unknown CLSID - unregistered class-id");
     if (Itr->second.Library == nullptr)
@@ -179,17 +178,18 @@ try
     void* object = nullptr;
     if (fileName.empty())
     {
-        OSSIRA_CHECK_CALL(CreateOwnClass(clsid, iid, &object), "CreateClassObject()");
+        OSSIRA_CHECK_CALL_TWICE(CreateOwnClass(clsid, iid, &object), "CreateClassObject()");
     }
     else
     {
         if (library == nullptr)
         {
             const auto opened = std::make_shared<CDynLib>();
-            OSSIRA_CHECK_CALL(opened->Open(fileName.c_str()), "DynLib.Open()");
+            OSSIRA_CHECK_CALL_TWICE(opened->Open(fileName.c_str()), "DynLib.Open()");
             library = KeepLoader(fileName, opened);
         }
-        OSSIRA_CHECK_CALL(library->GetClassObject(clsid, iid, &object), "DynLib.GetClassObject()");
+        OSSIRA_CHECK_CALL_TWICE(library->GetClassObject(clsid, iid, &object),
+                                "DynLib.GetClassObject()");
         // A module may say that it succeeded and have nothing to show for it.
         OSSIRA_CHECK(object != nullptr, E_UNEXPECTED, "DynLib.GetClassObject()");
     }
@@ -223,7 +223,7 @@ try
 
     bool isNew = false;
     {
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         isNew = mClasses.Find(clsid) == nullptr;
         const ClassItem* const entered = isNew ? &mClasses.Insert(clsid, std::move(item)) : nullptr;
         mDynLibs.merge(opened);
@@ -256,7 +256,7 @@ try
     const std::uint32_t mask = CurrentLevelMask();
     std::optional<ClassItem> item;
     {
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         item = mClasses.Take(clsid);
     }
     if (!item)
@@ -273,20 +273,22 @@ try
     OSSIRA_CHECK_POINTER(ppv);
     ClassItem item;
     {
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         const ClassItem* const found = mClasses.Find(clsid);
         OSSIRA_CHECK(found != nullptr, E_FAIL, "not exists");
         item = *found;
     }
     ObjectPtr<IValueSet> values;
-    OSSIRA_CHECK_CALL(CreateValueSet(values.Put()), "CreateValueSet(&ValueSet)");
-    OSSIRA_CHECK_CALL(SetValueUniString(values.Get(), ObjectFactoryItem_FileName, item.FileName),
-                      "SetValueUniString(ValueSet, ObjectFactoryItem_FileName, "
-                      "ClassItem.FileName)");
-    OSSIRA_CHECK_CALL(SetValueCharString(values.Get(), ObjectFactoryItem_InfoText, item.InfoText),
-                      "SetValueCharString(ValueSet, ObjectFactoryItem_InfoText, "
-                      "ClassItem.InfoText)");
-    OSSIRA_CHECK_CALL(values->QueryInterface(iid, ppv), "QueryInterface()");
+    OSSIRA_CHECK_CALL_TWICE(CreateValueSet(values.Put()), "CreateValueSet(&ValueSet)");
+    OSSIRA_CHECK_CALL_TWICE(
+        SetValueUniString(values.Get(), ObjectFactoryItem_FileName, item.FileName),
+        "SetValueUniString(ValueSet, ObjectFactoryItem_FileName, "
+        "ClassItem.FileName)");
+    OSSIRA_CHECK_CALL_TWICE(
+        SetValueCharString(values.Get(), ObjectFactoryItem_InfoText, item.InfoText),
+        "SetValueCharString(ValueSet, ObjectFactoryItem_InfoText, "
+        "ClassItem.InfoText)");
+    OSSIRA_CHECK_CALL_TWICE(values->QueryInterface(iid, ppv), "QueryInterface()");
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
@@ -297,7 +299,7 @@ Result T_ObjectFactory::FlushModules()
 try
 {
     std::vector<Loader> unloaded;
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     unloaded.reserve(mDynLibs.size());
     for (auto& [fileName, module] : mDynLibs)
     {
@@ -317,25 +319,26 @@ try
     const std::wstring key = fileName;
     ModuleItem module;
     {
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         const auto found = mDynLibs.find(key);
         OSSIRA_CHECK(found != mDynLibs.end(), E_FAIL, "not exists");
         module = found->second;
     }
     ObjectPtr<IValueSet> values;
-    OSSIRA_CHECK_CALL(CreateValueSet(values.Put()), "CreateValueSet(&ValueSet)");
-    OSSIRA_CHECK_CALL(SetValueUniString(values.Get(), ObjectFactoryItem_FileName, key),
-                      "SetValueUniString(ValueSet, ObjectFactoryItem_FileName, )");
-    OSSIRA_CHECK_CALL(SetValueSINT32(values.Get(), ObjectFactoryItem_ClassCount, module.ClassCount),
-                      "SetValueSINT32(ValueSet, ObjectFactoryItem_ClassCount, )");
+    OSSIRA_CHECK_CALL_TWICE(CreateValueSet(values.Put()), "CreateValueSet(&ValueSet)");
+    OSSIRA_CHECK_CALL_TWICE(SetValueUniString(values.Get(), ObjectFactoryItem_FileName, key),
+                            "SetValueUniString(ValueSet, ObjectFactoryItem_FileName, )");
+    OSSIRA_CHECK_CALL_TWICE(
+        SetValueSINT32(values.Get(), ObjectFactoryItem_ClassCount, module.ClassCount),
+        "SetValueSINT32(ValueSet, ObjectFactoryItem_ClassCount, )");
     if (module.Library != nullptr)
     {
         const std::int32_t openCount = module.Library->GetOpenObjectCount();
-        OSSIRA_CHECK_CALL(
+        OSSIRA_CHECK_CALL_TWICE(
             SetValueSINT32(values.Get(), ObjectFactoryItem_OpenObjectCount, openCount),
             "SetValueSINT32(ValueSet, ObjectFactoryItem_OpenObjectCount, )");
     }
-    OSSIRA_CHECK_CALL(values->QueryInterface(iid, ppv), "QueryInterface()");
+    OSSIRA_CHECK_CALL_TWICE(values->QueryInterface(iid, ppv), "QueryInterface()");
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
@@ -345,10 +348,10 @@ try
 {
     OSSIRA_CHECK_POINTER(ppv);
     ObjectPtr<IList> list;
-    OSSIRA_CHECK_CALL(CreateNodeList(list.Put()), "CreateNodeList(&List)");
+    OSSIRA_CHECK_CALL_TWICE(CreateNodeList(list.Put()), "CreateNodeList(&List)");
     std::vector<const std::wstring*> fileNames; // good without the lock: items stay
     {
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         fileNames.reserve(mDynLibs.size());
         for (const auto& [fileName, module] : mDynLibs)
             fileNames.push_back(&fileName);
@@ -356,11 +359,12 @@ try
     for (const std::wstring* const fileName : fileNames)
     {
         ObjectPtr<IValue> value;
-        OSSIRA_CHECK_CALL(CreateValue(value.Put()), "CreateValue(&Value)");
-        OSSIRA_CHECK_CALL(SetValueUniString(value.Get(), *fileName), "SetValueUniString(Value, )");
-        OSSIRA_CHECK_CALL(list->Add(value.Get()), "List->Add(Value)");
+        OSSIRA_CHECK_CALL_TWICE(CreateValue(value.Put()), "CreateValue(&Value)");
+        OSSIRA_CHECK_CALL_TWICE(SetValueUniString(value.Get(), *fileName),
+                                "SetValueUniString(Value, )");
+        OSSIRA_CHECK_CALL_TWICE(list->Add(value.Get()), "List->Add(Value)");
     }
-    OSSIRA_CHECK_CALL(list->QueryInterface(iid, ppv), "QueryInterface()");
+    OSSIRA_CHECK_CALL_TWICE(list->QueryInterface(iid, ppv), "QueryInterface()");
     return S_OK;
 }
 OSSIRA_CATCH_RETURN

@@ -34,13 +34,13 @@ std::uint32_t CurrentLevelMask() noexcept
 {
     if (const std::uint64_t told = gToldMask.load(std::memory_order_relaxed); told != Untold)
         return static_cast<std::uint32_t>(told);
-    const std::lock_guard guard(gObserverLock);
+    const Tavrik::tSystem::CLockGuard guard(gObserverLock);
     return gObserver == nullptr ? 0 : gObserver->GetLevelMask();
 }
 
 void TellLevelMask(IObserverPrint& observer) noexcept
 {
-    const std::lock_guard guard(gObserverLock);
+    const Tavrik::tSystem::CLockGuard guard(gObserverLock);
     if (gObserver == &observer)
         gToldMask.store(observer.GetLevelMask(), std::memory_order_relaxed);
 }
@@ -57,7 +57,7 @@ Result GetGlobalObserver(IObserverPrint** out)
 {
     if (out == nullptr)
         return E_POINTER;
-    const std::lock_guard guard(gObserverLock);
+    const Tavrik::tSystem::CLockGuard guard(gObserverLock);
     *out = gObserver;
     if (gObserver != nullptr)
         gObserver->AddRef();
@@ -68,7 +68,7 @@ Result SetGlobalObserver(IObserverPrint* observer)
 {
     ObjectPtr<IObserverPrint> former(observer);
     {
-        const std::lock_guard guard(gObserverLock);
+        const Tavrik::tSystem::CLockGuard guard(gObserverLock);
         gToldMask.store(observer == nullptr ? 0 : Untold, std::memory_order_relaxed);
         former = ObjectPtr<IObserverPrint>::Adopt(std::exchange(gObserver, former.Detach()));
     }

@@ -7,7 +7,6 @@
 #include "OssiraCollections.h"
 #include "OssiraFrame.h"
 
-#include <mutex>
 #include <vector>
 
 namespace Tavrik::Ossira
@@ -82,7 +81,7 @@ private:
 T_ClsidObjectCacheStack::ListLock T_ClsidObjectCacheStack::LockList()
 {
     constexpr std::uint32_t mode = 3;
-    OSSIRA_CHECK_CALL(mListLock->Lock(mode), "Lock.Enter");
+    OSSIRA_CHECK_CALL_TWICE(mListLock->Lock(mode), "Lock.Enter");
     return ListLock(mListLock.Get());
 }
 
@@ -115,14 +114,14 @@ try
     ObjectPtr<IUnknown> item;
     if (const ListLock lock = LockList(); mList->GetCount() > 0)
     {
-        OSSIRA_CHECK_CALL(mList->GetItemAt(0, iid, item.PutVoid()), "GetItemAt");
-        OSSIRA_CHECK_CALL(mList->Remove(item.Get()), "Remove");
+        OSSIRA_CHECK_CALL_TWICE(mList->GetItemAt(0, iid, item.PutVoid()), "GetItemAt");
+        OSSIRA_CHECK_CALL_TWICE(mList->Remove(item.Get()), "Remove");
     }
     if (!item)
     {
         OSSIRA_CHECK(MayCreate(), E_FAIL, "Too many objects - see maxObjectCount at Create()");
-        OSSIRA_CHECK_CALL(CreateClassObject(&mClassId, &iid, item.PutVoid()),
-                          "ClsidObjectCacheStack CreateClassObject(clsid, iid, )");
+        OSSIRA_CHECK_CALL_TWICE(CreateClassObject(&mClassId, &iid, item.PutVoid()),
+                                "ClsidObjectCacheStack CreateClassObject(clsid, iid, )");
         mCreatedCount.fetch_add(1);
     }
     *out = item.Detach();
@@ -137,9 +136,9 @@ try
     OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "Push");
     OSSIRA_CHECK(mIsCreated, E_ACCESSDENIED, NotCreated);
     ObjectPtr<IUnknown> item;
-    OSSIRA_CHECK_CALL(value->QueryInterface(mInterfaceId, item.PutVoid()),
-                      "value must support the IID defined at Create()");
-    OSSIRA_CHECK_CALL(mList->Add(item.Get()), "Add");
+    OSSIRA_CHECK_CALL_TWICE(value->QueryInterface(mInterfaceId, item.PutVoid()),
+                            "value must support the IID defined at Create()");
+    OSSIRA_CHECK_CALL_TWICE(mList->Add(item.Get()), "Add");
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
@@ -154,11 +153,11 @@ try
     OSSIRA_CHECK(!SameGuid(clsid, GUID_Null) && !SameGuid(iid, GUID_Null), E_INVALIDARG,
                  "clsid and iid cannot be GUID_Null");
     ObjectPtr<IList> list;
-    OSSIRA_CHECK_CALL(CreateObject(CLSID_LockableNodeList, list), "CreateLockableNodeList");
+    OSSIRA_CHECK_CALL_TWICE(CreateObject(CLSID_LockableNodeList, list), "CreateLockableNodeList");
     ObjectPtr<IObjectLock> listLock;
-    OSSIRA_CHECK_CALL(list.QueryTo(listLock), "query IObjectLock");
+    OSSIRA_CHECK_CALL_TWICE(list.QueryTo(listLock), "query IObjectLock");
 
-    const std::lock_guard guard(mCreateLock);
+    const tSystem::CLockGuard guard(mCreateLock);
     OSSIRA_CHECK(!mIsCreated, E_ACCESSDENIED, "Already created"); // by another thread
     mList = std::move(list);
     mListLock = std::move(listLock);
@@ -176,7 +175,7 @@ try
 {
     OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "LockObject");
     OSSIRA_CHECK(mIsCreated, E_ACCESSDENIED, NotCreated);
-    OSSIRA_CHECK_CALL(mListLock->Lock(mode), "LockObject");
+    OSSIRA_CHECK_CALL_TWICE(mListLock->Lock(mode), "LockObject");
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
@@ -186,7 +185,7 @@ try
 {
     OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "UnlockObject");
     OSSIRA_CHECK(mIsCreated, E_ACCESSDENIED, NotCreated);
-    OSSIRA_CHECK_CALL(mListLock->Unlock(), "UnlockObject");
+    OSSIRA_CHECK_CALL_TWICE(mListLock->Unlock(), "UnlockObject");
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
@@ -211,7 +210,8 @@ bool T_ClsidObjectCacheStack::MayCreate() const noexcept
 T_ClsidObjectCacheStack::Items T_ClsidObjectCacheStack::CollectItems()
 {
     ObjectPtr<IEnumerator> enumerator;
-    OSSIRA_CHECK_CALL(mList->GetEnumerator(IID_IEnumerator, enumerator.PutVoid()), "GetEnumerator");
+    OSSIRA_CHECK_CALL_TWICE(mList->GetEnumerator(IID_IEnumerator, enumerator.PutVoid()),
+                            "GetEnumerator");
     Items items;
     while (enumerator->MoveNext() == S_OK)
     {

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <mutex>
 
 namespace Tavrik::Ossira
 {
@@ -109,7 +108,7 @@ Result T_CommonMemoryAllocator32::GetStatistics(std::uint64_t* outBytes, std::in
 {
     Statistics statistics;
     {
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         statistics = mStatistics;
     }
     const auto copy = [](auto* out, auto value)
@@ -130,7 +129,7 @@ Result T_CommonMemoryAllocator32::FreeBlock(void* rawAddress, std::uint32_t rawS
     if (rawAddress == nullptr)
         return S_OK;
     {
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         --mStatistics.Count;
         mStatistics.Bytes -= rawSize;
     }
@@ -164,7 +163,7 @@ Result T_CommonMemoryAllocator32::AllocBlock(std::uint32_t byteSize, std::uint32
     if ((flags & MEMORY_ZEROED) != 0)
         std::memset(address, 0, size);
 
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     ++mStatistics.Count;
     mStatistics.Peak = std::max(mStatistics.Peak, mStatistics.Count);
     mStatistics.Bytes += rawSize;
@@ -206,12 +205,12 @@ try
     OSSIRA_CHECK(SameGuid(riid, IID_IMemorySegment32), E_INVALIDARG,
                  "riid == IID_IMemorySegment32");
     ObjectPtr<IMemorySegment32> segment;
-    OSSIRA_CHECK_CALL(CreateObject(CLSID_CommonMemorySegment32, segment),
-                      "CreateCommonMemorySegment32");
+    OSSIRA_CHECK_CALL_TWICE(CreateObject(CLSID_CommonMemorySegment32, segment),
+                            "CreateCommonMemorySegment32");
     CBlockGuard guard(*this);
     const CBlock& block = guard.Block;
-    OSSIRA_CHECK_CALL(AllocBlock(byteSize, alignment, flags, guard.Block), "AllocBlock");
-    OSSIRA_CHECK_CALL(
+    OSSIRA_CHECK_CALL_TWICE(AllocBlock(byteSize, alignment, flags, guard.Block), "AllocBlock");
+    OSSIRA_CHECK_CALL_TWICE(
         segment->Attach32(this, block.RawAddress, block.RawSize, block.Address, block.Size),
         "Segm->Attach32()");
     guard.Dismiss();

@@ -5,8 +5,6 @@
 #include "OssiraFrame.h"
 #include "OssiraMemory.h"
 
-#include <mutex>
-
 namespace Tavrik::Ossira
 {
 
@@ -46,7 +44,7 @@ public:
     try
     {
         OSSIRA_CHECK_POINTER(ppAllocator);
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         *ppAllocator = ObjectPtr(mAllocator).Detach();
         return mAllocator ? S_OK : S_FALSE;
     }
@@ -54,13 +52,13 @@ public:
 
     void* GetAddress() override
     {
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         return mAddress;
     }
 
     std::uint32_t GetSize() override
     {
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         return mSize;
     }
 
@@ -69,7 +67,7 @@ private:
     [[nodiscard]] bool TryAttach(ObjectPtr<ICommonMemoryAllocator32>& allocator, void* rawAddress,
                                  std::uint32_t rawSize, void* address, std::uint32_t size) noexcept
     {
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         if (mAllocator)
             return false;
         mAllocator = std::move(allocator);

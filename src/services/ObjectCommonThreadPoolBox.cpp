@@ -6,8 +6,6 @@
 #include "Platform.h"
 #include "threads/ThreadPool.h"
 
-#include <mutex>
-
 namespace Tavrik::Ossira
 {
 
@@ -79,7 +77,7 @@ public:
     Result Create(std::int32_t count) override
     try
     {
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         OSSIRA_CHECK(!mIsCreated, E_ACCESSDENIED, "Already created");
         CreatePool(count);
         return S_OK;
@@ -92,7 +90,7 @@ public:
         OSSIRA_CHECK_POINTER(ppThreadPool);
         if (!mIsCreated)
         {
-            const std::lock_guard guard(mLock);
+            const tSystem::CLockGuard guard(mLock);
             constexpr std::int32_t asManyAsFit = -1;
             if (!mIsCreated)
                 CreatePool(asManyAsFit);

@@ -7,8 +7,6 @@
 #include "OssiraFrame.h"
 #include "PublicUtil.h"
 
-#include <mutex>
-
 namespace Tavrik::Ossira
 {
 
@@ -66,7 +64,7 @@ private:
 [[nodiscard]] bool Holds(IDictionaryGUID& table, const GUID& dataType)
 {
     Result contains = S_FALSE;
-    OSSIRA_CHECK_CALL(contains = table.ContainsGUID(dataType), "ContainsGUID");
+    OSSIRA_CHECK_CALL_TWICE(contains = table.ContainsGUID(dataType), "ContainsGUID");
     return contains == S_OK;
 }
 
@@ -76,11 +74,11 @@ void ForEachGUID(IEnumeratorGUID& enumerator, Work work)
     for (;;)
     {
         Result step = S_FALSE;
-        OSSIRA_CHECK_CALL(step = enumerator.MoveNext(), "MoveNext");
+        OSSIRA_CHECK_CALL_TWICE(step = enumerator.MoveNext(), "MoveNext");
         if (step != S_OK)
             return;
         GUID guid = GUID_Null;
-        OSSIRA_CHECK_CALL(enumerator.GetCurrentGUID(&guid), "GetCurrentGUID");
+        OSSIRA_CHECK_CALL_TWICE(enumerator.GetCurrentGUID(&guid), "GetCurrentGUID");
         work(guid);
     }
 }
@@ -90,8 +88,8 @@ template <class Work>
 void ForEachDatatype(IDatatypes& types, Work work)
 {
     ObjectPtr<IEnumeratorGUID> enumerator;
-    OSSIRA_CHECK_CALL(types.GetEnumerator(IID_IEnumeratorGUID, enumerator.PutVoid()),
-                      "GetEnumerator");
+    OSSIRA_CHECK_CALL_TWICE(types.GetEnumerator(IID_IEnumeratorGUID, enumerator.PutVoid()),
+                            "GetEnumerator");
     OSSIRA_CHECK(enumerator, E_NOINTERFACE, "GetEnumerator");
     ForEachGUID(*enumerator, work);
 }
@@ -102,7 +100,8 @@ class CPrintableInfo
 public:
     CPrintableInfo(IDatatypes& provider, const GUID& dataType)
     {
-        OSSIRA_CHECK_CALL(provider.GetCharacteristics(dataType, &mInfo), "GetCharacteristics");
+        OSSIRA_CHECK_CALL_TWICE(provider.GetCharacteristics(dataType, &mInfo),
+                                "GetCharacteristics");
         mInfo.Name[sizeof(mInfo.Name) - 1] = '\0';
     }
 
@@ -117,8 +116,8 @@ private:
 
 T_DatatypesService::T_DatatypesService()
 {
-    OSSIRA_CHECK_CALL(CreateObject(CLSID_LockableDictionaryGUID, mTable),
-                      "CreateLockableDictionaryGUID");
+    OSSIRA_CHECK_CALL_TWICE(CreateObject(CLSID_LockableDictionaryGUID, mTable),
+                            "CreateLockableDictionaryGUID");
 }
 
 // --- Installation -------------------------------------------------------------------------------
@@ -128,8 +127,8 @@ void T_DatatypesService::EnsureInstalled()
 {
     if (!mInstallPending)
         return;
-    const std::lock_guard singletons(GlobalCriticalSection());
-    const std::lock_guard guard(mSection);
+    const tSystem::CLockGuard singletons(GlobalCriticalSection());
+    const tSystem::CLockGuard guard(mSection);
     if (mInstallPending.exchange(false))
         (void)InstallDatatypes();
 }
@@ -141,13 +140,13 @@ try
     OSSIRA_PRINT(mask, PRINT_TRACE, "\n");
     OSSIRA_PRINT(mask, PRINT_TRACE, "--- Register Intrinsic-Datatypes ---\n");
     ObjectPtr<IDatatypes> provider;
-    OSSIRA_CHECK_CALL(CreateSingleton(CLSID_IntrinsicDatatypes, provider),
-                      "CreateSingletonIntrinsicDatatypes");
+    OSSIRA_CHECK_CALL_TWICE(CreateSingleton(CLSID_IntrinsicDatatypes, provider),
+                            "CreateSingletonIntrinsicDatatypes");
     InternalRegisterDatatype(provider.Get());
 
     ObjectPtr<IClsidRegistry> registry;
-    OSSIRA_CHECK_CALL(CreateSingleton(CLSID_ClsidRegistry, registry),
-                      "CreateSingletonClsidRegistry");
+    OSSIRA_CHECK_CALL_TWICE(CreateSingleton(CLSID_ClsidRegistry, registry),
+                            "CreateSingletonClsidRegistry");
     if (registry->ContainsCategory(REGCAT_Datatypes) == S_FALSE)
     {
         OSSIRA_PRINT(mask, PRINT_TRACE,
@@ -155,14 +154,14 @@ try
         return S_OK;
     }
     ObjectPtr<IEnumeratorGUID> classes;
-    OSSIRA_CHECK_CALL(
+    OSSIRA_CHECK_CALL_TWICE(
         registry->GetClasses(REGCAT_Datatypes, IID_IEnumeratorGUID, classes.PutVoid()),
         "GetClasses");
     ForEachGUID(*classes,
                 [&](const CLSID& clsid)
                 {
-                    OSSIRA_CHECK_RESULT(CreateObject(clsid, provider),
-                                        "Could not create Datatypes-Object");
+                    OSSIRA_CHECK_CALL(CreateObject(clsid, provider),
+                                      "Could not create Datatypes-Object");
                     InternalRegisterDatatype(provider.Get());
                 });
     return S_OK;
@@ -189,7 +188,7 @@ void T_DatatypesService::InternalRegisterDatatype(const GUID& dataType, IDatatyp
     }
     OSSIRA_PRINT(mask, PRINT_TRACE, "Register \"%s\" Datatype [%s]\n",
                  CPrintableInfo(*pType, dataType).Name(), CGuidText(dataType).Text());
-    OSSIRA_CHECK_CALL(mTable->SetValueGUID(dataType, pType), "SetValueGUID");
+    OSSIRA_CHECK_CALL_TWICE(mTable->SetValueGUID(dataType, pType), "SetValueGUID");
 }
 
 void T_DatatypesService::InternalUngegisterDatatype(const GUID& dataType)
@@ -205,15 +204,15 @@ void T_DatatypesService::InternalUngegisterDatatype(const GUID& dataType)
     OSSIRA_PRINT(mask, PRINT_TRACE, "Unregister \"%s\" Datatype [%s]\n",
                  CPrintableInfo(*InternalGetDatatype(dataType), dataType).Name(),
                  CGuidText(dataType).Text());
-    OSSIRA_CHECK_CALL(mTable->RemoveGUID(dataType), "RemoveGUID()");
+    OSSIRA_CHECK_CALL_TWICE(mTable->RemoveGUID(dataType), "RemoveGUID()");
 }
 
 // The provider of a datatype, never null.
 ObjectPtr<IDatatypes> T_DatatypesService::InternalGetDatatype(const GUID& dataType)
 {
     ObjectPtr<IDatatypes> provider;
-    OSSIRA_CHECK_CALL(mTable->GetValueGUID(dataType, IID_IDatatypes, provider.PutVoid()),
-                      "GetValueGUID( dataType )");
+    OSSIRA_CHECK_CALL_TWICE(mTable->GetValueGUID(dataType, IID_IDatatypes, provider.PutVoid()),
+                            "GetValueGUID( dataType )");
     return provider;
 }
 
@@ -229,7 +228,7 @@ try
 {
     OSSIRA_CHECK_POINTER(ppv);
     EnsureInstalled();
-    OSSIRA_CHECK_CALL(mTable->GetEnumerator(riid, ppv), "GetEnumerator");
+    OSSIRA_CHECK_CALL_TWICE(mTable->GetEnumerator(riid, ppv), "GetEnumerator");
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
@@ -249,7 +248,8 @@ try
     EnsureInstalled();
     const ObjectPtr<IDatatypes> provider = InternalGetDatatype(dataType);
     Result answer = S_OK;
-    OSSIRA_CHECK_CALL(answer = provider->GetCharacteristics(dataType, pInfo), "GetCharacteristics");
+    OSSIRA_CHECK_CALL_TWICE(answer = provider->GetCharacteristics(dataType, pInfo),
+                            "GetCharacteristics");
     return answer;
 }
 OSSIRA_CATCH_RETURN
@@ -262,8 +262,9 @@ try
     EnsureInstalled();
     const ObjectPtr<IDatatypes> provider = InternalGetDatatype(dataType);
     Result answer = S_OK;
-    OSSIRA_CHECK_CALL(answer = provider->ValueCompare(dataType, dataA, sizeA, dataB, sizeB, result),
-                      "ValueCompare");
+    OSSIRA_CHECK_CALL_TWICE(
+        answer = provider->ValueCompare(dataType, dataA, sizeA, dataB, sizeB, result),
+        "ValueCompare");
     return answer;
 }
 OSSIRA_CATCH_RETURN
@@ -276,7 +277,7 @@ try
     EnsureInstalled();
     const ObjectPtr<IDatatypes> provider = InternalGetDatatype(dataType);
     Result written = S_OK;
-    OSSIRA_CHECK_CALL(
+    OSSIRA_CHECK_CALL_TWICE(
         written = provider->ValueLerp(dataType, dataA, sizeA, dataB, sizeB, t, dataR, sizeR),
         "ValueLerp");
     return written;
@@ -300,7 +301,7 @@ try
 {
     OSSIRA_CHECK_POINTER(pType);
     OSSIRA_CHECK(!IsThis(pType), E_INVALIDARG, "this as pType not allowed");
-    const std::lock_guard guard(mSection);
+    const tSystem::CLockGuard guard(mSection);
     InternalRegisterDatatype(dataType, pType);
     return S_OK;
 }
@@ -311,7 +312,7 @@ try
 {
     OSSIRA_CHECK_POINTER(pTypes);
     OSSIRA_CHECK(!IsThis(pTypes), E_INVALIDARG, "this as pTypes not allowed");
-    const std::lock_guard guard(mSection);
+    const tSystem::CLockGuard guard(mSection);
     InternalRegisterDatatype(pTypes);
     return S_OK;
 }
@@ -320,7 +321,7 @@ OSSIRA_CATCH_RETURN
 Result T_DatatypesService::UnregisterDatatype(const GUID& dataType)
 try
 {
-    const std::lock_guard guard(mSection);
+    const tSystem::CLockGuard guard(mSection);
     InternalUngegisterDatatype(dataType);
     return S_OK;
 }
@@ -331,7 +332,7 @@ try
 {
     OSSIRA_CHECK_POINTER(pTypes);
     OSSIRA_CHECK(!IsThis(pTypes), E_INVALIDARG, "this as pTypes not allowed");
-    const std::lock_guard guard(mSection);
+    const tSystem::CLockGuard guard(mSection);
     ForEachDatatype(*pTypes, [&](const GUID& dataType) { InternalUngegisterDatatype(dataType); });
     return S_OK;
 }
@@ -342,9 +343,9 @@ Result T_DatatypesService::ClearDatatypes()
 try
 {
     OSSIRA_PRINT(CurrentLevelMask(), PRINT_TRACE, "ClearDatatypes\n");
-    const std::lock_guard guard(mSection);
+    const tSystem::CLockGuard guard(mSection);
     mInstallPending = false;
-    OSSIRA_CHECK_CALL(mTable->Clear(), "Clear()");
+    OSSIRA_CHECK_CALL_TWICE(mTable->Clear(), "Clear()");
     return S_OK;
 }
 OSSIRA_CATCH_RETURN

@@ -84,10 +84,11 @@ Result T_DirectoryService::ScanDirectory(ICollection* list, const std::wstring& 
     {
         OSSIRA_PRINT(mask, PRINT_TRACE, "  \"%ls\"\n", entry.Name.c_str());
         ObjectPtr<IValueSet> item;
-        OSSIRA_CHECK_CALL(CreateValueSet(item.Put()), "CreateValueSet(&ValueSet)");
-        OSSIRA_CHECK_CALL(SetValueUniString(item.Get(), DirectoryServiceParam_Path, entry.Name),
-                          "SetValueUniString(ValueSet, DirectoryServiceParam_Path, PartName)");
-        OSSIRA_CHECK_CALL(list->Add(item.Get()), "Add(ValueSet)");
+        OSSIRA_CHECK_CALL_TWICE(CreateValueSet(item.Put()), "CreateValueSet(&ValueSet)");
+        OSSIRA_CHECK_CALL_TWICE(
+            SetValueUniString(item.Get(), DirectoryServiceParam_Path, entry.Name),
+            "SetValueUniString(ValueSet, DirectoryServiceParam_Path, PartName)");
+        OSSIRA_CHECK_CALL_TWICE(list->Add(item.Get()), "Add(ValueSet)");
     }
     return S_OK;
 }
@@ -98,23 +99,24 @@ try
     OSSIRA_CHECK_POINTER(param);
     OSSIRA_CHECK_POINTER(ppv);
     std::wstring path;
-    OSSIRA_CHECK_CALL(GetValueUniString(param, DirectoryServiceParam_Path, &path),
-                      "GetValueUniString(param, DirectoryServiceParam_Path, &Path)");
+    OSSIRA_CHECK_CALL_TWICE(GetValueUniString(param, DirectoryServiceParam_Path, &path),
+                            "GetValueUniString(param, DirectoryServiceParam_Path, &Path)");
     std::wstring pattern;
     if (param->ContainsGUID(DirectoryServiceParam_Pattern) == S_OK)
     {
-        OSSIRA_CHECK_CALL(GetValueUniString(param, DirectoryServiceParam_Pattern, &pattern),
-                          "GetValueUniString(param, DirectoryServiceParam_Pattern, &Pattern)");
+        OSSIRA_CHECK_CALL_TWICE(
+            GetValueUniString(param, DirectoryServiceParam_Pattern, &pattern),
+            "GetValueUniString(param, DirectoryServiceParam_Pattern, &Pattern)");
     }
 
     ObjectPtr<IList> list;
-    OSSIRA_CHECK_CALL(CreateNodeList(list.Put()), "CreateNodeList()");
+    OSSIRA_CHECK_CALL_TWICE(CreateNodeList(list.Put()), "CreateNodeList()");
     ObjectPtr<ICollection> collection;
-    OSSIRA_CHECK_CALL(list.QueryTo(collection), "List->QueryInterface(IID_ICollection, )");
+    OSSIRA_CHECK_CALL_TWICE(list.QueryTo(collection), "List->QueryInterface(IID_ICollection, )");
     const Result scanned = ScanDirectory(collection.Get(), path, pattern);
     if (Failed(scanned))
         return scanned;
-    OSSIRA_CHECK_CALL(list->QueryInterface(riid, ppv), "List->QueryInterface(riid, ppv)");
+    OSSIRA_CHECK_CALL_TWICE(list->QueryInterface(riid, ppv), "List->QueryInterface(riid, ppv)");
     return scanned;
 }
 OSSIRA_CATCH_RETURN

@@ -98,11 +98,11 @@ void HandOut(ObjectPtr<Interface> object, void** ppv)
 
 T_MasterBootstrap::T_MasterBootstrap()
 {
-    OSSIRA_CHECK_CALL(CreateNodeList(mFolders.Put()), "CreateNodeList()");
+    OSSIRA_CHECK_CALL_TWICE(CreateNodeList(mFolders.Put()), "CreateNodeList()");
     ObjectPtr<IValue> folder;
-    OSSIRA_CHECK_CALL(CreateValue(folder.Put()), "CreateValue(&Value)");
-    OSSIRA_CHECK_CALL(SetValueUniString(folder.Get(), L".\\"), "SetValueUniString(Value, )");
-    OSSIRA_CHECK_CALL(mFolders->Add(folder.Get()), "Add(Value)");
+    OSSIRA_CHECK_CALL_TWICE(CreateValue(folder.Put()), "CreateValue(&Value)");
+    OSSIRA_CHECK_CALL_TWICE(SetValueUniString(folder.Get(), L".\\"), "SetValueUniString(Value, )");
+    OSSIRA_CHECK_CALL_TWICE(mFolders->Add(folder.Get()), "Add(Value)");
 }
 
 Result T_MasterBootstrap::SetFactory(IObjectFactory* factory)
@@ -148,14 +148,14 @@ try
     bt->mFactory = mFactory;
     if (!bt->mFactory)
     {
-        OSSIRA_CHECK_CALL(CreateSingleton(CLSID_GlobalObjectFactory, bt->mFactory),
-                          "CreateSingletonObjectFactory()");
+        OSSIRA_CHECK_CALL_TWICE(CreateSingleton(CLSID_GlobalObjectFactory, bt->mFactory),
+                                "CreateSingletonObjectFactory()");
     }
     bt->mClsidRegistry = mClsidRegistry;
     if (!bt->mClsidRegistry)
     {
-        OSSIRA_CHECK_CALL(CreateSingleton(CLSID_ClsidRegistry, bt->mClsidRegistry),
-                          "CreateSingletonClsidRegistry()");
+        OSSIRA_CHECK_CALL_TWICE(CreateSingleton(CLSID_ClsidRegistry, bt->mClsidRegistry),
+                                "CreateSingletonClsidRegistry()");
     }
     return S_OK;
 }
@@ -185,13 +185,13 @@ try
 {
     const std::uint32_t mask = CurrentLevelMask();
     ObjectPtr<IClassRegisterService> RegisterService;
-    OSSIRA_CHECK_CALL(CreateObject(CLSID_ClassRegisterService, RegisterService),
-                      "CreateClassRegisterService()");
+    OSSIRA_CHECK_CALL_TWICE(CreateObject(CLSID_ClassRegisterService, RegisterService),
+                            "CreateClassRegisterService()");
     ObjectPtr<IEnumerator> folders;
-    OSSIRA_CHECK_CALL(bt.mFolders->GetEnumerator(IID_IEnumerator, folders.PutVoid()),
-                      "mFolders->GetEnumerator()");
-    OSSIRA_CHECK_CALL(RegisterService->SetFactory(bt.mFactory.Get()),
-                      "RegisterService->SetFactory(bt.mFactory)");
+    OSSIRA_CHECK_CALL_TWICE(bt.mFolders->GetEnumerator(IID_IEnumerator, folders.PutVoid()),
+                            "mFolders->GetEnumerator()");
+    OSSIRA_CHECK_CALL_TWICE(RegisterService->SetFactory(bt.mFactory.Get()),
+                            "RegisterService->SetFactory(bt.mFactory)");
 
     Result result = S_OK;
     while (folders->MoveNext() == S_OK)
@@ -210,7 +210,7 @@ try
             OSSIRA_PRINT(mask, PRINT_WARN, "Empty path-string at Folder-Collection\n");
             continue;
         }
-        OSSIRA_CHECK_CALL(
+        OSSIRA_CHECK_CALL_TWICE(
             RegisterService->RegisterFolder(path.c_str(), nullptr, bt.mClsidRegistry.Get(), param),
             "RegisterService->RegisterFolder()");
     }
@@ -322,11 +322,11 @@ try
     }
 
     BT bt;
-    OSSIRA_CHECK_CALL(GetBootstrap(&bt), "GetBootstrap(&BT)");
+    OSSIRA_CHECK_CALL_TWICE(GetBootstrap(&bt), "GetBootstrap(&BT)");
     mStartupCalled = true;
-    OSSIRA_CHECK_RESULT(RegisterFolder(bt, param), "RegisterFolder");
+    OSSIRA_CHECK_CALL(RegisterFolder(bt, param), "RegisterFolder");
     for (const Level& level : StartupLevels)
-        OSSIRA_CHECK_RESULT(RunLevel(StartupPhase, level, bt, param), level.Name);
+        OSSIRA_CHECK_CALL(RunLevel(StartupPhase, level, bt, param), level.Name);
 
     OSSIRA_PRINT(mask, PRINT_TRACE, "------------------------------------\n");
     OSSIRA_PRINT(mask, PRINT_TRACE, "MasterBootstrap::Startup finished\n");
@@ -358,7 +358,7 @@ try
     }
 
     BT bt;
-    OSSIRA_CHECK_CALL(GetBootstrap(&bt), "GetBootstrap(&BT)");
+    OSSIRA_CHECK_CALL_TWICE(GetBootstrap(&bt), "GetBootstrap(&BT)");
     Result result = S_OK;
     for (const Level& level : CleanupLevels)
     {

@@ -10,7 +10,6 @@
 #include "OssiraModified.h"
 
 #include <algorithm>
-#include <mutex>
 #include <vector>
 
 namespace Tavrik::Ossira
@@ -117,7 +116,7 @@ OSSIRA_CATCH_RETURN
 
 T_ModifiedService::Dependants T_ModifiedService::CountChange()
 {
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     Dependants chain = mChain;
     mCounter.fetch_add(1);
     return chain;
@@ -158,9 +157,9 @@ try
                  "Inner Ring: Touch(ObjA) -> Touch(ObjB) -> ObjA.AddTouchModified()");
 
     ObjectPtr<IUnknown> identity;
-    OSSIRA_CHECK_CALL(pTouch->QueryInterface(IID_IUnknown, identity.PutVoid()), "Add");
+    OSSIRA_CHECK_CALL_TWICE(pTouch->QueryInterface(IID_IUnknown, identity.PutVoid()), "Add");
     const auto dependant = std::make_shared<CDependant>(pTouch, identity.Get());
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "AddTouchModified"); // since the chain was emptied
     mChain.push_back(dependant);
     return S_OK;
@@ -175,9 +174,9 @@ try
     OSSIRA_CHECK(pTouch != this, E_UNEXPECTED, "'this' for pTouch is not allowed");
 
     ObjectPtr<IUnknown> identity;
-    OSSIRA_CHECK_CALL(pTouch->QueryInterface(IID_IUnknown, identity.PutVoid()), "Remove");
+    OSSIRA_CHECK_CALL_TWICE(pTouch->QueryInterface(IID_IUnknown, identity.PutVoid()), "Remove");
     std::shared_ptr<CDependant> removed; // dies after the lock was left
-    const std::lock_guard guard(mLock);
+    const tSystem::CLockGuard guard(mLock);
     const auto at = std::ranges::find_if(mChain, [&](const std::shared_ptr<CDependant>& dependant)
                                          { return dependant->Identity == identity.Get(); });
     if (at == mChain.end())
@@ -198,7 +197,7 @@ try
         return S_OK;
     Dependants chain; // dies after the lock was left
     {
-        const std::lock_guard guard(mLock);
+        const tSystem::CLockGuard guard(mLock);
         chain.swap(mChain);
         for (const std::shared_ptr<CDependant>& dependant : chain)
             dependant->IsRemoved = true;

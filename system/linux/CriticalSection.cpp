@@ -18,7 +18,7 @@ pthread_mutex_t* Mutex(unsigned char* storage)
 
 } // namespace
 
-CCriticalSection::CCriticalSection() noexcept
+CCriticalSection::CCriticalSection(ELockRank rank) noexcept : mRank(rank)
 {
     static_assert(sizeof(pthread_mutex_t) <= sizeof mStorage);
     static_assert(alignof(pthread_mutex_t) <= alignof(CCriticalSection));
@@ -27,18 +27,23 @@ CCriticalSection::CCriticalSection() noexcept
 
 CCriticalSection::~CCriticalSection() = default;
 
-void CCriticalSection::lock() noexcept
+void CCriticalSection::lock(const LockPlace& place) noexcept
 {
+    EnterLock(this, mRank, place);
     pthread_mutex_lock(Mutex(mStorage));
 }
 
-bool CCriticalSection::try_lock() noexcept
+bool CCriticalSection::try_lock(const LockPlace& place) noexcept
 {
-    return pthread_mutex_trylock(Mutex(mStorage)) == 0;
+    const bool isOurs = pthread_mutex_trylock(Mutex(mStorage)) == 0;
+    if (isOurs)
+        EnterTriedLock(this, mRank, place);
+    return isOurs;
 }
 
 void CCriticalSection::unlock() noexcept
 {
+    LeaveLock(this);
     pthread_mutex_unlock(Mutex(mStorage));
 }
 

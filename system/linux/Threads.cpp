@@ -1,13 +1,10 @@
-// Threads, and sleeping on a futex: the kernel compares the word with the expected value before it
-// puts a thread to sleep, so that no wake-up is lost.
+// Threads.
 //
 // A thread cannot be held from outside here: a signal that stopped it might find it inside the
 // allocator with a lock held, and whoever then asks for memory waits for ever.
 #include "../threads/PlatformThreads.h"
 
-#include <climits>
 #include <ctime>
-#include <linux/futex.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/syscall.h>
@@ -19,7 +16,6 @@ namespace Tavrik::tSystem::tThreads
 namespace
 {
 
-static_assert(sizeof(std::atomic<std::uint32_t>) == sizeof(std::uint32_t));
 static_assert(sizeof(pthread_t) <= sizeof(void*));
 
 void* OnThread(void* argument)
@@ -40,14 +36,12 @@ bool CParkingPlace::Create() noexcept
 void CParkingPlace::Park(const std::atomic<std::uint32_t>& word, std::uint32_t value,
                          std::uint32_t milliseconds) noexcept
 {
-    const timespec duration = {milliseconds / 1000, milliseconds % 1000 * std::int64_t{1000000}};
-    syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, value,
-            milliseconds == Forever ? nullptr : &duration, nullptr, 0);
+    SleepOnWord(word, value, milliseconds);
 }
 
 void CParkingPlace::Wake(std::atomic<std::uint32_t>& word) noexcept
 {
-    syscall(SYS_futex, &word, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+    WakeOnWord(word);
 }
 
 void CParkingPlace::Clear() noexcept
@@ -102,11 +96,6 @@ std::int32_t CountProcessors() noexcept
     // A machine with more processors than the set has room for.
     const auto online = sysconf(_SC_NPROCESSORS_ONLN);
     return online < 1 ? 1 : static_cast<std::int32_t>(online);
-}
-
-void Pause() noexcept
-{
-    __builtin_ia32_pause();
 }
 
 void GiveWay() noexcept

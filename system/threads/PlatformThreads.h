@@ -2,13 +2,10 @@
 // is declared here; above it there is no platform header and no #ifdef.
 #pragma once
 
-#include <atomic>
-#include <cstdint>
+#include "Platform.h"
 
 namespace Tavrik::tSystem::tThreads
 {
-
-inline constexpr std::uint32_t Forever = 0xFFFFFFFF; // a time-out that never comes
 
 // Where threads sleep until a word changes.
 class CParkingPlace
@@ -70,9 +67,6 @@ void RunNativeThread(void* argument) noexcept;
 
 // The processors that this process may use, at least 1.
 [[nodiscard]] std::int32_t CountProcessors() noexcept;
-
-// Tells the processor that this thread spins.
-void Pause() noexcept;
 
 // Lets other threads run that wait for this processor.
 void GiveWay() noexcept;

@@ -3,15 +3,13 @@
 // is in nobody's way where there are fewer processors than threads.
 #include "WorkerSlot.h"
 
-#include <mutex>
-
 namespace Tavrik::tSystem::tThreads
 {
 
 void CWorkerSlot::Push(CQueuedCopy& copy) noexcept
 {
     {
-        const std::lock_guard guard(mLock);
+        const CLockGuard guard(mLock);
         copy.Next = nullptr;
         (mFirst == nullptr ? mFirst : mLast->Next) = &copy;
         mLast = &copy;
@@ -22,7 +20,7 @@ void CWorkerSlot::Push(CQueuedCopy& copy) noexcept
 
 CQueuedCopy* CWorkerSlot::Pop() noexcept
 {
-    const std::lock_guard guard(mLock);
+    const CLockGuard guard(mLock);
     CQueuedCopy* const copy = mFirst;
     if (copy == nullptr)
         return nullptr;
@@ -33,7 +31,7 @@ CQueuedCopy* CWorkerSlot::Pop() noexcept
 
 bool CWorkerSlot::TakeBack(const CQueuedCopy& copy) noexcept
 {
-    const std::lock_guard guard(mLock);
+    const CLockGuard guard(mLock);
     CQueuedCopy* before = nullptr;
     for (CQueuedCopy* at = mFirst; at != nullptr; before = at, at = at->Next)
     {

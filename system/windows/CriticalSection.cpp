@@ -18,7 +18,7 @@ CRITICAL_SECTION* Section(unsigned char* storage)
 
 } // namespace
 
-CCriticalSection::CCriticalSection() noexcept
+CCriticalSection::CCriticalSection(ELockRank rank) noexcept : mRank(rank)
 {
     static_assert(sizeof(CRITICAL_SECTION) <= sizeof mStorage);
     static_assert(alignof(CRITICAL_SECTION) <= alignof(CCriticalSection));
@@ -33,18 +33,23 @@ CCriticalSection::~CCriticalSection()
     DeleteCriticalSection(Section(mStorage));
 }
 
-void CCriticalSection::lock() noexcept
+void CCriticalSection::lock(const LockPlace& place) noexcept
 {
+    EnterLock(this, mRank, place);
     EnterCriticalSection(Section(mStorage));
 }
 
-bool CCriticalSection::try_lock() noexcept
+bool CCriticalSection::try_lock(const LockPlace& place) noexcept
 {
-    return TryEnterCriticalSection(Section(mStorage)) != 0;
+    const bool isOurs = TryEnterCriticalSection(Section(mStorage)) != 0;
+    if (isOurs)
+        EnterTriedLock(this, mRank, place);
+    return isOurs;
 }
 
 void CCriticalSection::unlock() noexcept
 {
+    LeaveLock(this);
     LeaveCriticalSection(Section(mStorage));
 }
 

@@ -98,11 +98,6 @@ std::int32_t CountProcessors() noexcept
     return info.dwNumberOfProcessors < 1 ? 1 : static_cast<std::int32_t>(info.dwNumberOfProcessors);
 }
 
-void Pause() noexcept
-{
-    YieldProcessor();
-}
-
 void GiveWay() noexcept
 {
     Sleep(0);

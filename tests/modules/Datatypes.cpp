@@ -26,10 +26,11 @@ public:
     {
         ObjectPtr<ISingleton> singletons;
         ObjectPtr<IDatatypesService> service;
-        OSSIRA_CHECK_CALL(CreateObject(CLSID_GlobalSingleton, singletons), "singletons");
-        OSSIRA_CHECK_CALL(singletons->GetClassObject(CLSID_DatatypesService, IDatatypesService::Iid,
-                                                     service.PutVoid()),
-                          "service");
+        OSSIRA_CHECK_CALL_TWICE(CreateObject(CLSID_GlobalSingleton, singletons), "singletons");
+        OSSIRA_CHECK_CALL_TWICE(singletons->GetClassObject(CLSID_DatatypesService,
+                                                           IDatatypesService::Iid,
+                                                           service.PutVoid()),
+                                "service");
         OSSIRA_CHECK(service->Contains(DATATYPE_SINT8) == S_OK, E_FAIL, "the intrinsic are there");
     }
 };
