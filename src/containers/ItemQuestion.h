@@ -9,6 +9,7 @@
 #include "Platform.h"
 
 #include <cstring>
+#include <optional>
 
 namespace Tavrik::Ossira
 {
@@ -29,42 +30,24 @@ class [[nodiscard]] CItemQuestion
 public:
     explicit CItemQuestion(Lock& lock,
                            const tSystem::LockPlace& place = tSystem::LockPlace::current())
-        : mLock(&lock)
     {
-        if constexpr (requires { lock.lock(place); })
-            lock.lock(place);
-        else
-            lock.lock();
-    }
-
-    CItemQuestion(const CItemQuestion&) = delete;
-    CItemQuestion& operator=(const CItemQuestion&) = delete;
-
-    ~CItemQuestion()
-    {
-        Leave();
+        mGuard.emplace(lock, place);
     }
 
     // Asks what was found under the lock; a second time too.
     [[nodiscard]] Result Ask(IUnknown* item, const IID& riid, void** ppv)
     {
-        if (mLock != nullptr && !IsOwnObject(item))
+        if (mGuard && !IsOwnObject(item))
         {
             mItem = ObjectPtr(item);
-            Leave();
+            mGuard.reset();
         }
         return item->QueryInterface(riid, ppv);
     }
 
 private:
-    void Leave() noexcept
-    {
-        if (Lock* const lock = std::exchange(mLock, nullptr); lock != nullptr)
-            lock->unlock();
-    }
-
     ObjectPtr<IUnknown> mItem; // released after the lock was left
-    Lock* mLock;
+    std::optional<tSystem::CLockGuard<Lock>> mGuard;
 };
 
 } // namespace Tavrik::Ossira

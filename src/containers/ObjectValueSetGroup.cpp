@@ -173,8 +173,8 @@ private:
     }
 
     // Upwards from where the key is. A new key is refused by a read-only layer on top; otherwise it
-    // goes downwards, and there a read-only layer does take it. Null when there is none.
-    [[nodiscard]] static IValueSet* FindLayerToWrite(std::span<const Layer> layers, const GUID& key)
+    // goes downwards, and there a read-only layer does take it.
+    [[nodiscard]] static IValueSet& FindLayerToWrite(std::span<const Layer> layers, const GUID& key)
     {
         if (const Layer* const holder = FindHolder(layers, key); holder != nullptr)
         {
@@ -182,7 +182,7 @@ private:
             for (const Layer& layer : above)
             {
                 if (layer.HasNoneOf(LAYER_READONLY | LAYER_HIDDEN))
-                    return layer.ValueSet.Get();
+                    return *layer.ValueSet;
             }
         }
         else if (!layers.empty() && layers.back().HasNoneOf(LAYER_READONLY))
@@ -190,9 +190,9 @@ private:
             const auto layer = std::find_if(layers.rbegin(), layers.rend(),
                                             [](const Layer& each) { return each.IsVisible(); });
             if (layer != layers.rend())
-                return layer->ValueSet.Get();
+                return *layer->ValueSet;
         }
-        return nullptr;
+        OSSIRA_THROW(E_ACCESSDENIED, NotWriteableText);
     }
 
     ObjectPtr<IValueSetGroup> mGroup;
@@ -340,9 +340,8 @@ try
     OSSIRA_CHECK_POINTER(value);
     OSSIRA_CHECK_REFERENCE(key);
     const TakenLayers layers = Take();
-    IValueSet* const target = FindLayerToWrite(layers.All(), key);
-    OSSIRA_CHECK(target != nullptr, E_ACCESSDENIED, NotWriteableText);
-    OSSIRA_CHECK_CALL_TWICE(target->SetValueGUID(key, value), "{ValueSet of Group}->SetValueGUID");
+    IValueSet& target = FindLayerToWrite(layers.All(), key);
+    OSSIRA_CHECK_CALL_TWICE(target.SetValueGUID(key, value), "{ValueSet of Group}->SetValueGUID");
     const CChange change(mContent);
     return S_OK;
 }
@@ -365,10 +364,9 @@ try
     OSSIRA_CHECK_REFERENCE(key);
     OSSIRA_CHECK_REFERENCE(type);
     const TakenLayers layers = Take();
-    IValueSet* const target = FindLayerToWrite(layers.All(), key);
-    OSSIRA_CHECK(target != nullptr, E_ACCESSDENIED, NotWriteableText);
+    IValueSet& target = FindLayerToWrite(layers.All(), key);
     Result result = S_OK;
-    OSSIRA_CHECK_CALL_TWICE(result = target->SetValueData(key, type, data, size),
+    OSSIRA_CHECK_CALL_TWICE(result = target.SetValueData(key, type, data, size),
                             "{ValueSet of Group}->SetValueData");
     const CChange change(mContent);
     return result;
