@@ -3,6 +3,7 @@
 // with every allocation failing once.
 #include "FailingMemory.h"
 #include "GuidTable.h"
+#include "ItemSequence.h"
 
 #include <chrono>
 #include <gtest/gtest.h>
@@ -219,6 +220,134 @@ TEST(GuidTable, TakesChosenKeysAsItTakesRandomOnes)
         EXPECT_LT(fill([=](std::uint64_t at) { return KeyOf(at << shift, 0); }), 20 * expected);
         EXPECT_LT(fill([=](std::uint64_t at) { return KeyOf(0, at << shift); }), 20 * expected);
     }
+}
+
+// --- The sequence
+// ---------------------------------------------------------------------------------
+
+// Owned by the test; only the counts of its references matter.
+struct CountedItem final : IUnknown
+{
+    Result QueryInterface(const IID&, void**) override
+    {
+        return E_NOINTERFACE;
+    }
+
+    std::uint32_t AddRef() override
+    {
+        return ++Count;
+    }
+
+    std::uint32_t Release() override
+    {
+        return --Count;
+    }
+
+    std::uint32_t Count = 0;
+};
+
+void ExpectSame(const CItemSequence& sequence, const std::vector<CountedItem*>& model)
+{
+    ASSERT_EQ(sequence.Size(), model.size());
+    for (std::size_t index = 0; index < model.size(); ++index)
+        ASSERT_EQ(sequence.At(index), model[index]) << index;
+}
+
+// Both ends and the middle in turn, up and down over the sizes at which blocks come and go.
+TEST(ItemSequence, DoesWhatAVectorDoes)
+{
+    Random random(5);
+    std::vector<CountedItem> items(40);
+    const std::int64_t before = LiveAllocations();
+    {
+        CItemSequence sequence;
+        std::vector<CountedItem*> model;
+        for (const std::size_t goal :
+             {7U, 20U, 0U, 4095U, 4097U, 3U, 9000U, 30000U, 8191U, 900U, 30U})
+        {
+            const std::uint64_t way = random() % 4; // which end is preferred, or none
+            while (model.size() != goal)
+            {
+                const std::size_t bound = model.size() + (model.size() < goal ? 1 : 0);
+                std::size_t at = random() % bound;
+                if (way < 2 && random() % 16 != 0)
+                    at = way == 0 ? 0 : bound - 1;
+                CountedItem* const item = &items[random() % items.size()];
+                const auto place = model.begin() + static_cast<std::ptrdiff_t>(at);
+                if (model.size() < goal)
+                {
+                    sequence.Insert(at, ObjectPtr<IUnknown>(item));
+                    model.insert(place, item);
+                    continue;
+                }
+                ASSERT_EQ(sequence.Take(at).Get(), *place);
+                model.erase(place);
+            }
+            ExpectSame(sequence, model);
+            for (std::size_t round = 0; round < 12000; ++round) // the ring turns round
+            {
+                CountedItem* const item = &items[random() % items.size()];
+                const bool isForward = way % 2 == 0;
+                sequence.Insert(isForward ? model.size() : 0, ObjectPtr<IUnknown>(item));
+                model.insert(isForward ? model.end() : model.begin(), item);
+                ASSERT_EQ(sequence.Take(isForward ? 0 : goal).Get(),
+                          isForward ? model.front() : model.back());
+                model.erase(isForward ? model.begin() : model.end() - 1);
+            }
+            ExpectSame(sequence, model);
+        }
+        CountedItem other;
+        ObjectPtr<IUnknown> replacing(&other);
+        sequence.Replace(17, replacing);
+        EXPECT_EQ(replacing.Get(), model[17]);
+        EXPECT_EQ(sequence.Find(&other), 17U);
+        EXPECT_FALSE(sequence.Find(nullptr).has_value());
+        EXPECT_LE(LiveAllocations() - before, 3); // the model's one too
+        CItemSequence second;
+        second.Swap(sequence);
+        EXPECT_EQ(second.Size(), model.size());
+        EXPECT_EQ(sequence.Size(), 0U);
+        replacing.Reset();
+    }
+    EXPECT_EQ(LiveAllocations(), before);
+    for (const CountedItem& item : items)
+        EXPECT_EQ(item.Count, 0U);
+}
+
+TEST(ItemSequence, IsAsItWasWhenMemoryRunsOut)
+{
+    std::vector<CountedItem> items(12000);
+    CItemSequence sequence;
+    std::vector<CountedItem*> model;
+    for (CountedItem& item : items)
+    {
+        ObjectPtr<IUnknown> reference(&item);
+        const std::size_t at = model.size() % 3 == 0 ? model.size() : 0;
+        for (std::int64_t which = 0; reference; ++which)
+        {
+            FailingMemory shortage(which, Shortage::Once);
+            try
+            {
+                sequence.Insert(at, std::move(reference));
+            }
+            catch (const std::bad_alloc&)
+            {
+                shortage.Stop();
+                ASSERT_TRUE(reference);
+                ExpectSame(sequence, model);
+            }
+        }
+        model.insert(model.begin() + static_cast<std::ptrdiff_t>(at), &item);
+    }
+    ExpectSame(sequence, model);
+    FailingMemory shortage(0, Shortage::FromThenOn);
+    while (sequence.Size() > 0)
+        (void)sequence.Take(sequence.Size() / 3);
+    EXPECT_TRUE(shortage.Stop());
+    sequence.Insert(0, ObjectPtr<IUnknown>(&items[0]));
+    EXPECT_EQ(sequence.Take(0).Get(), &items[0]);
+    for (const CountedItem& item : items)
+        EXPECT_EQ(item.Count, 0U);
 }
 
 } // namespace
