@@ -145,8 +145,8 @@ protected:
 };
 
 // An ordered list, indices from 0. An index outside the list answers `E_INVALIDARG`. Reaching an
-// index takes constant time, appending and removing at the end constant time on average; inserting
-// and removing elsewhere moves one pointer for each item behind.
+// index takes constant time, and so does inserting and removing at both ends; in between the
+// pointers of the shorter side are moved by one place.
 struct IList : ICollection
 {
     using Extends = ICollection;
@@ -198,7 +198,9 @@ protected:
 // Objects by GUID. Enumerations follow the keys in the order of their 16 bytes in memory; a
 // dictionary's own enumerator yields its keys, as GUIDs or as read-only values of the GUID
 // datatype. Every `SetValueGUID`, `RemoveGUID` and `Clear`, even one that changes nothing, ends
-// older enumerators. Looking a key up takes constant time on average.
+// older enumerators. Looking a key up takes constant time on average,
+// entering and removing one besides that a time logarithmic in their number, for the order; none of
+// them holds the lock longer because the dictionary is large.
 struct IDictionaryGUID : ICollectionGUID
 {
     using Extends = ICollectionGUID;

@@ -1,17 +1,16 @@
-// The node lists: objects in the order in which they were put, in an array of owned references, so
-// that an index costs the same everywhere. An item is stored as its unknown interface, which is
+// The node lists: objects in the order in which they were put, in a sequence of owned references,
+// so that an index costs the same everywhere. An item is stored as its unknown interface, which is
 // what it is recognised by. `SetItemAt` leaves the stamp alone, so that a running enumerator goes
 // on and meets the new item.
 #include "DeathQueue.h"
 #include "ItemEnumerator.h"
+#include "ItemSequence.h"
 #include "LockPolicy.h"
 #include "OssiraClasses.h"
 #include "RefusedValue.h"
 #include "TryMakeObject.h"
 
-#include <algorithm>
 #include <limits>
-#include <vector>
 
 namespace Tavrik::Ossira
 {
@@ -68,9 +67,9 @@ public:
     Result Clear() override
     try
     {
-        std::vector<ObjectPtr<IUnknown>> removed;
+        CItemSequence removed;
         const tSystem::CLockGuard guard(this->mLock);
-        mItems.swap(removed);
+        mItems.Swap(removed);
         MarkChanged();
         return S_OK;
     }
@@ -87,8 +86,8 @@ public:
         Intake taken(item);
         OSSIRA_CHECK(!Failed(taken.Code), taken.Code, taken.Text);
         const tSystem::CLockGuard guard(this->mLock);
-        OSSIRA_CHECK(mItems.size() < MaximumSize, E_OUTOFMEMORY, TooLongText);
-        mItems.push_back(std::move(taken.Identity));
+        OSSIRA_CHECK(mItems.Size() < MaximumSize, E_OUTOFMEMORY, TooLongText);
+        mItems.Insert(mItems.Size(), std::move(taken.Identity));
         MarkChanged();
         return S_OK;
     }
@@ -102,10 +101,9 @@ public:
         OSSIRA_CHECK(taken.Identity, E_POINTER, "item");
         ObjectPtr<IUnknown> removed;
         const tSystem::CLockGuard guard(this->mLock);
-        const auto found = Find(taken.Identity.Get());
-        OSSIRA_CHECK(found != mItems.end(), E_INVALIDARG, "item not member of this list");
-        removed = std::move(*found);
-        mItems.erase(found);
+        const auto found = mItems.Find(taken.Identity.Get());
+        OSSIRA_CHECK(found, E_INVALIDARG, "item not member of this list");
+        removed = mItems.Take(*found);
         MarkChanged();
         return S_OK;
     }
@@ -117,7 +115,7 @@ public:
         Intake taken(item);
         OSSIRA_CHECK(!Failed(taken.Code), taken.Code, taken.Text);
         const tSystem::CLockGuard guard(this->mLock);
-        return Find(taken.Identity.Get()) != mItems.end() ? S_OK : S_FALSE;
+        return mItems.Find(taken.Identity.Get()) ? S_OK : S_FALSE;
     }
     OSSIRA_CATCH_RETURN
 
@@ -128,7 +126,7 @@ public:
         OSSIRA_CHECK_REFERENCE(riid);
         {
             const tSystem::CLockGuard guard(this->mLock);
-            const auto size = static_cast<std::int32_t>(mItems.size());
+            const auto size = static_cast<std::int32_t>(mItems.Size());
             OSSIRA_CHECK(index >= 0 && count >= 0 && index <= size && count <= size - index,
                          E_INVALIDARG, "Invalid Index or Count param");
             for (std::int32_t i = 0; i < count; ++i)
@@ -157,8 +155,8 @@ public:
         Intake taken(item);
         OSSIRA_CHECK(!Failed(taken.Code), taken.Code, taken.Text);
         const tSystem::CLockGuard guard(this->mLock);
-        const auto found = Find(taken.Identity.Get());
-        return found != mItems.end() ? static_cast<Result>(found - mItems.begin()) : E_NOT_FOUND;
+        const auto found = mItems.Find(taken.Identity.Get());
+        return found ? static_cast<Result>(*found) : E_NOT_FOUND;
     }
     OSSIRA_CATCH_RETURN
 
@@ -169,8 +167,8 @@ public:
         OSSIRA_CHECK(!Failed(taken.Code), taken.Code, taken.Text);
         const tSystem::CLockGuard guard(this->mLock);
         OSSIRA_CHECK(IsInside(index) || IsSize(index), E_INVALIDARG, IndexText);
-        OSSIRA_CHECK(mItems.size() < MaximumSize, E_OUTOFMEMORY, TooLongText);
-        mItems.insert(mItems.begin() + index, std::move(taken.Identity));
+        OSSIRA_CHECK(mItems.Size() < MaximumSize, E_OUTOFMEMORY, TooLongText);
+        mItems.Insert(static_cast<std::size_t>(index), std::move(taken.Identity));
         MarkChanged();
         return S_OK;
     }
@@ -182,9 +180,7 @@ public:
         ObjectPtr<IUnknown> removed;
         const tSystem::CLockGuard guard(this->mLock);
         OSSIRA_CHECK(IsInside(index), E_INVALIDARG, IndexText);
-        const auto found = mItems.begin() + index;
-        removed = std::move(*found);
-        mItems.erase(found);
+        removed = mItems.Take(static_cast<std::size_t>(index));
         MarkChanged();
         return S_OK;
     }
@@ -212,7 +208,7 @@ public:
         OSSIRA_CHECK(!Failed(taken.Code), taken.Code, taken.Text);
         const tSystem::CLockGuard guard(this->mLock);
         OSSIRA_CHECK(IsInside(index), E_INVALIDARG, IndexText);
-        std::swap(mItems[static_cast<std::size_t>(index)], taken.Identity);
+        mItems.Replace(static_cast<std::size_t>(index), taken.Identity);
         return S_OK;
     }
     OSSIRA_CATCH_RETURN
@@ -227,12 +223,12 @@ public:
     [[nodiscard]] bool FirstPosition(std::size_t& at) const noexcept
     {
         at = 0;
-        return !mItems.empty();
+        return mItems.Size() != 0;
     }
 
     [[nodiscard]] bool NextPosition(std::size_t& at) const noexcept
     {
-        if (at + 1 >= mItems.size())
+        if (at + 1 >= mItems.Size())
             return false;
         ++at;
         return true;
@@ -240,7 +236,7 @@ public:
 
     [[nodiscard]] IUnknown* ItemAt(std::size_t at) const noexcept
     {
-        return mItems[at].Get();
+        return mItems.At(at);
     }
 
 private:
@@ -291,29 +287,23 @@ private:
     static constexpr const char* TooLongText = "list<T> too long";
     static constexpr std::size_t MaximumSize = std::numeric_limits<std::int32_t>::max();
 
-    [[nodiscard]] auto Find(const IUnknown* identity) noexcept
-    {
-        return std::find_if(mItems.begin(), mItems.end(),
-                            [&](const auto& item) { return item.Get() == identity; });
-    }
-
     [[nodiscard]] bool IsInside(std::int32_t index) const noexcept
     {
-        return index >= 0 && static_cast<std::size_t>(index) < mItems.size();
+        return index >= 0 && static_cast<std::size_t>(index) < mItems.Size();
     }
 
     [[nodiscard]] bool IsSize(std::int32_t index) const noexcept
     {
-        return index >= 0 && static_cast<std::size_t>(index) == mItems.size();
+        return index >= 0 && static_cast<std::size_t>(index) == mItems.Size();
     }
 
     void MarkChanged() noexcept
     {
         ++mStamp;
-        mCount.store(static_cast<std::int32_t>(mItems.size()), std::memory_order_relaxed);
+        mCount.store(static_cast<std::int32_t>(mItems.Size()), std::memory_order_relaxed);
     }
 
-    std::vector<ObjectPtr<IUnknown>> mItems;
+    CItemSequence mItems;
     std::atomic<std::int32_t> mCount = 0; // read without the lock
     std::uint64_t mStamp = 0;
 };
