@@ -278,7 +278,15 @@ public:
             return this->Outer()->Release();
         const std::int32_t count = this->CountDown();
         if (count == 0)
-            delete this;
+        {
+            // A class may have a way of its own in which its objects end.
+            if constexpr (requires(Implementation * object) {
+                              Implementation::DestroyInTurn(object);
+                          })
+                Implementation::DestroyInTurn(this);
+            else
+                delete this;
+        }
         return static_cast<std::uint32_t>(count);
     }
 

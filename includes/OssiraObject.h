@@ -79,8 +79,11 @@ struct IComparable : IUnknown
 
     // Compares with another object and writes a negative number, zero or a positive number to
     // *result. Null pointers answer `E_POINTER`; an object that cannot be compared with this one
-    // its own code. The object holds its lock while it reads the other: comparing an object with
-    // itself, or two objects with each other from two threads at once, never returns.
+    // its own code. Any thread may call. The object reads itself under its lock and leaves it
+    // before it asks the other, so an object may be compared with itself, and two objects with each
+    // other from two threads. When one is written meanwhile, the answer is true of something that
+    // it held during the call; that it is being written is never a reason to fail. It takes time
+    // linear in the size, and memory beyond 1024 bytes.
     virtual Result Compare(IUnknown* pv, std::int32_t* result) = 0;
 
 protected:
@@ -95,7 +98,7 @@ struct ICloneable : IUnknown
     // Makes a new object of the same class with the same content and hands out its interface
     // `riid`; the name is not copied. A null `ppv` answers `E_POINTER`, exhausted memory
     // `E_OUTOFMEMORY`, a missing interface `E_NOINTERFACE`, and no object is left behind. The
-    // content is read without the object's lock: do not change the object meanwhile.
+    // content is that of one moment, copied under the object's lock. Any thread may call.
     virtual Result Clone(const IID& riid, void** ppv) = 0;
 
 protected:

@@ -42,7 +42,7 @@ inline constexpr GUID DATATYPE_CharString = {
 // A value is empty when created. The read-only class ("Read-Only Value") can be set once: every
 // further `SetValue` answers `E_ACCESSDENIED`. A value guards itself with a spin word; any thread
 // may call. Data of at most 16 bytes needs no memory of its own, and setting data of the size that
-// is already stored allocates nothing.
+// is already stored allocates nothing. Null in the place of a datatype answers `E_POINTER`.
 struct IValue : IUnknown
 {
     using Extends = IUnknown;

@@ -23,9 +23,10 @@ inline constexpr std::uint32_t LAYER_HIDDEN = 0x02; // is not there for readers 
 // that is there already, `AddGUID` is refused. Layers are numbered from the bottom, 0, to the top.
 // An index outside the layers answers `E_INVALIDARG`, a null pointer `E_POINTER`.
 //
-// The group and its merged views share one spin word, which is held while layers are called, and a
-// layer takes its own lock inside it: what a layer or its values do there must not call the group,
-// and who holds a layer's lock must not either.
+// Any thread may call, also beside threads that use the layers directly. Layers are called while no
+// lock of the group is held, so a layer, and the values in it, may call the group and its views; as
+// items of a collection, layers must do nothing but count in `AddRef` (see OssiraCollections.h).
+// Inserting a merged view takes the process-wide section: do not insert one while a lock is held.
 struct IValueSetGroup : IDictionaryGUID
 {
     using Extends = IDictionaryGUID;
@@ -42,9 +43,19 @@ struct IValueSetGroup : IDictionaryGUID
     // `RemoveGUID` takes the key out of all layers that are not hidden and hold it, `Clear` empties
     // all that are not hidden; when one of these is read-only, nothing is removed and the answer is
     // `E_ACCESSDENIED`. Hidden layers are neither counted nor listed. An enumeration lists the keys
-    // that the layers held when it began and that can still be found; it ends when a layer comes or
-    // goes and when anything is written or removed through a view, but goes on when a layer is
-    // changed directly. The view is no `IValue`.
+    // that the layers hold when the walk comes to them; it ends when a layer comes or goes and when
+    // anything is written or removed through a view, but goes on when a layer is changed directly.
+    // The view is no `IValue`.
+    //
+    // An operation works on the layers as they are when it begins. A key that one visible layer
+    // holds all the time is always found, and a layer that is changed directly is no reason to
+    // fail. Reading and writing ask each layer once, from the top; in an enumeration a step costs
+    // the same for any number of keys, on average. `GetCount` is that of the layer where one is
+    // visible; of several it is counted, in time linear in the keys of all but the largest, and
+    // kept until keys come or go. A layer that is no value set of the runtime, and a view that is
+    // a layer, cannot tell when they do: there every key is looked up before it is listed, and keys
+    // of a foreign layer are copied when a walk begins. Should somebody change a foreign layer 1000
+    // times while its keys are read, the answer is what its enumerator answers then.
     virtual Result GetValueSet(IValueSet** pValueSet) = 0;
 
     // Inserts a layer before the one at `index`; -1 or the number of layers puts it on top. `id`

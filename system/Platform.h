@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <utility>
@@ -39,6 +40,33 @@ void WakeOnWord(const std::atomic<std::uint32_t>& word) noexcept;
 
 // Tells the processor that this thread spins.
 void Pause() noexcept;
+
+// Whether an address lies in the library (or program) that this call was linked into: its code, its
+// constants or its variables.
+[[nodiscard]] bool IsInThisLibrary(const void* address) noexcept;
+
+// A pointer of each thread, null at first. Keeping one needs no memory; where the system has no
+// room for it all the same, setting answers false and the pointer stays null.
+[[nodiscard]] void* ThreadPointer() noexcept;
+[[nodiscard]] bool SetThreadPointer(void* pointer) noexcept;
+
+// A number that nobody outside the process can work out, another one at each call. No secrets are
+// to be made of it.
+[[nodiscard]] std::uint64_t UnguessableNumber() noexcept;
+
+// For the platforms' definitions of it: one number that depends on every bit of those given.
+[[nodiscard]] constexpr std::uint64_t
+MixNumbers(std::initializer_list<std::uint64_t> numbers) noexcept
+{
+    std::uint64_t mixed = 0;
+    for (const std::uint64_t number : numbers)
+    {
+        mixed = (mixed ^ number) * 0xBF58476D1CE4E5B9;
+        mixed = (mixed ^ (mixed >> 30)) * 0x94D049BB133111EB;
+        mixed ^= mixed >> 31;
+    }
+    return mixed;
+}
 
 // A re-entrant lock for longer sections.
 class CCriticalSection

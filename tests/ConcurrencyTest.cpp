@@ -1,5 +1,6 @@
 // What any thread may call at any time, called by many at once. A sanitizer watches for races; the
 // assertions, for what a race would break.
+#include "OssiraValueSetGroup.h"
 #include "ServiceTools.h"
 
 #include <set>
@@ -13,6 +14,8 @@ namespace
 {
 
 constexpr std::uint32_t ThreadCount = 8;
+
+using Values = ObjectPtr<IValueSet>;
 
 TEST(Concurrency, RacingRequestsForASingletonGetOneObjectAndItsLastReleaseDestroysItOnce)
 {
@@ -100,6 +103,81 @@ TEST(Concurrency, ADictionaryServesThreadsWithKeysOfTheirOwnAndKeysInCommon)
         EXPECT_TRUE(count >= 402 && count <= 407) << count;
         EXPECT_EQ(ReferencesOn(*value), count + 1);
     }
+}
+
+// The values change between two datatypes and sizes; a copy with bytes of both would be torn.
+TEST(Concurrency, ValuesAreComparedCrosswiseAndClonedWhileTheyAreWritten)
+{
+    const ObjectPtr<IValue> values[] = {Make<IValue>(CLSID_Value), Make<IValue>(CLSID_Value)};
+    const auto write = [](IValue& value, bool isLong)
+    {
+        const std::string text(isLong ? 3000 : 30, isLong ? 'l' : 's');
+        EXPECT_EQ(value.SetValue(isLong ? DATATYPE_UniString : DATATYPE_CharString, text.data(),
+                                 static_cast<std::int32_t>(text.size())),
+                  S_OK);
+    };
+    write(*values[0], true);
+    write(*values[1], false);
+    InThreads(4,
+              [&](std::uint32_t number)
+              {
+                  IValue& one = *values[number % 2];
+                  IValue& other = *values[1 - number % 2];
+                  for (int round = 0; round < 3000; ++round)
+                  {
+                      std::int32_t order = 0;
+                      EXPECT_EQ(As<IComparable>(one)->Compare(&other, &order), S_OK);
+                      EXPECT_EQ(As<IComparable>(one)->Compare(&one, &order), S_OK);
+                      write(one, round % 2 == 0);
+                      ObjectPtr<IValue> clone;
+                      GUID type = GUID_Null;
+                      EXPECT_EQ(As<ICloneable>(other)->Clone(IID_IValue, clone.PutVoid()), S_OK);
+                      EXPECT_EQ(clone->GetType(&type), S_OK);
+                      const bool isLong = SameGuid(type, DATATYPE_UniString);
+                      std::string text(isLong ? 3000 : 30, '?');
+                      EXPECT_EQ(clone->GetValue(type, text.data(),
+                                                static_cast<std::int32_t>(text.size())),
+                                static_cast<Result>(text.size()));
+                      EXPECT_EQ(text, std::string(text.size(), isLong ? 'l' : 's'));
+                  }
+              });
+}
+
+// Nothing fails, and a key that the bottom layer has all the time is always found.
+TEST(Concurrency, AMergedViewServesReadersBesideThreadsThatUseItsLayersDirectly)
+{
+    const ObserverMaskScope silence(0); // enumerators that end are reported
+    const auto group = Make<IValueSetGroup>(CLSID_ValueSetGroup);
+    const Values layers[] = {Make<IValueSet>(CLSID_ValueSet), Make<IValueSet>(CLSID_ValueSet)};
+    Values view;
+    for (const auto& layer : layers)
+        EXPECT_EQ(group->InsertValueSet(-1, layer.Get(), nullptr, 0), S_OK);
+    for (std::uint32_t number = 0; number < 100; ++number)
+        EXPECT_EQ(SetValueSINT32(layers[0].Get(), Numbered(number), 1), S_OK);
+    EXPECT_EQ(group->GetValueSet(view.Put()), S_OK);
+    InThreads(4,
+              [&](std::uint32_t number)
+              {
+                  for (std::uint32_t round = 0; round < 3000; ++round)
+                  {
+                      const GUID key = Numbered(round % 100);
+                      std::int32_t value = 0;
+                      if (number == 0)
+                      {
+                          EXPECT_EQ(SetValueSINT32(layers[0].Get(), key, 1), S_OK);
+                          EXPECT_EQ(SetValueSINT32(layers[1].Get(), key, 1), S_OK);
+                          EXPECT_EQ(layers[1]->RemoveGUID(key), S_OK);
+                          EXPECT_EQ(layers[1]->RemoveGUID(Numbered(50)), S_OK);
+                          EXPECT_EQ(SetValueSINT32(layers[1].Get(), Numbered(50), 1), S_OK);
+                          continue;
+                      }
+                      EXPECT_EQ(GetValueSINT32(view.Get(), Numbered(50), &value), S_OK);
+                      EXPECT_EQ(view->ContainsGUID(key), S_OK);
+                      EXPECT_EQ(view->GetCount(), 100);
+                      const std::size_t shown = round % 20 == 0 ? KeysOf(*view).size() : 100;
+                      EXPECT_EQ(shown, 100u);
+                  }
+              });
 }
 
 TEST(Concurrency, LinesStayWholeWhileTheObserverIsSwapped)

@@ -103,7 +103,7 @@ TEST_P(Dictionary, AnEnumeratorYieldsKeysAsReadOnlyValuesAndOutlivesItsDictionar
     EXPECT_EQ(ReferencesOn(*item), 2u) << "the enumerator keeps the entries";
 }
 
-// Any object is an item of a dictionary, and may call it when it dies.
+// Any object is an item of a dictionary, and may call it when it is asked and when it dies.
 TEST(Dictionaries, ShowLiveViewsThatRefuseEveryChange)
 {
     for (const CLSID& clsid : Dictionaries)
@@ -114,9 +114,14 @@ TEST(Dictionaries, ShowLiveViewsThatRefuseEveryChange)
         EXPECT_EQ(map->GetKeys(keys.PutVoid()), S_OK);
         EXPECT_EQ(map->GetValues(values.PutVoid()), S_OK);
         int deaths = 0;
+        int queries = 0;
         for (const GUID& key : {KeyA, KeyB, KeyB})
         {
             auto item = TestItem::New([&] { deaths += map->ContainsGUID(Absent) == S_FALSE; });
+            item->OnQuery = [&]
+            {
+                queries += map->ContainsGUID(Absent) == S_FALSE;
+            };
             EXPECT_EQ(map->SetValueGUID(key, item.Get()), S_OK);
         }
         EXPECT_EQ(KeysOf(*keys), (std::vector{Text(KeyA), Text(KeyB)}));
@@ -129,10 +134,34 @@ TEST(Dictionaries, ShowLiveViewsThatRefuseEveryChange)
         EXPECT_TRUE(values->GetCount() == 2 && keys->IsReadOnly() == 0);
 
         const auto dead = Walk<IEnumerator>(*values);
+        void* out = nullptr;
+        EXPECT_EQ(dead->GetCurrent(IID_IValue, &out), E_NOINTERFACE);
+        EXPECT_EQ(map->GetValueGUID(KeyA, IID_IValue, &out), E_NOINTERFACE);
+        EXPECT_EQ(queries, 2) << "each asked the dictionary";
         EXPECT_EQ(map->RemoveGUID(KeyA), S_OK);
         EXPECT_EQ(map->Clear(), S_OK);
         EXPECT_EQ(deaths, 3) << "each asked the dictionary";
         ExpectDead(*dead);
+    }
+}
+
+TEST(ValueSets, CallTheirValuesWhileNobodyWaits)
+{
+    for (const CLSID& clsid : ValueSets)
+    {
+        const auto set = Make<IValueSet>(clsid);
+        TestValue value;
+        int calls = 0;
+        value.OnCall = [&]
+        {
+            calls += set->RemoveGUID(Absent) == S_OK;
+        };
+        EXPECT_EQ(set->SetValueGUID(KeyA, &value), S_OK);
+        GUID type = GUID_Null;
+        EXPECT_EQ(set->GetDataType(KeyA, &type), S_OK);
+        EXPECT_EQ(set->GetValueData(KeyA, type, nullptr, 0), 4);
+        EXPECT_EQ(set->SetValueData(KeyA, type, &type, 4), S_OK);
+        EXPECT_EQ(calls, 3);
     }
 }
 

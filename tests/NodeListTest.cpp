@@ -1,4 +1,5 @@
 // The node lists. Every case runs on the plain, the lockable and the unsafe list.
+#include "OssiraValueSetGroup.h"
 #include "ServiceTools.h"
 #include "TestItem.h"
 
@@ -13,6 +14,8 @@ using namespace tTest;
 namespace
 {
 
+using Values = ObjectPtr<IValueSet>;
+
 class NodeList : public testing::TestWithParam<CLSID>
 {
 protected:
@@ -23,7 +26,8 @@ INSTANTIATE_TEST_SUITE_P(Each, NodeList,
                          testing::Values(CLSID_NodeList, CLSID_LockableNodeList,
                                          CLSID_UnsafeNodeList));
 
-// Every item asks the list when it dies; every structural change ends the enumerator before it.
+// Every item asks the list when it is asked and when it dies; every structural change ends the
+// enumerator before it.
 TEST_P(NodeList, KeepsFindsAndGivesBackItemsLikeAVector)
 {
     std::mt19937 random(20);
@@ -37,6 +41,10 @@ TEST_P(NodeList, KeepsFindsAndGivesBackItemsLikeAVector)
     for (int round = 0; round < 1000; ++round)
     {
         auto item = TestItem::New(onDeath);
+        item->OnQuery = [&]
+        {
+            EXPECT_NE(List->IndexOf(List.Get()), S_OK);
+        };
         ++alive;
         if (!model.empty() && Below(random, 2) == 0)
             item = ObjectPtr(static_cast<TestItem*>(model[Below(random, model.size())]));
@@ -83,7 +91,10 @@ TEST_P(NodeList, KeepsFindsAndGivesBackItemsLikeAVector)
         {
             ObjectPtr<IUnknown> current;
             ASSERT_EQ(walk->MoveNext(), S_OK);
-            ASSERT_EQ(walk->GetCurrent(IID_IUnknown, current.PutVoid()), S_OK);
+            ASSERT_EQ(at % 2 == 0 ? walk->GetCurrent(IID_IUnknown, current.PutVoid())
+                                  : List->GetItemAt(static_cast<std::int32_t>(at), IID_IUnknown,
+                                                    current.PutVoid()),
+                      S_OK);
             ASSERT_TRUE(current.Get() == model[at] && copies[at].Get() == model[at]) << at;
         }
         ASSERT_EQ(walk->MoveNext(), S_FALSE);
@@ -134,6 +145,29 @@ TEST_P(NodeList, ACopyClearsEveryTargetBeforeItFillsOneAndKeepsWhatItFilled)
     FAILS(List->CopyTo(0, 2, IID_IValue, targets), E_NOINTERFACE, "QueryInterface(riid, pppv[i])");
     EXPECT_EQ(ReferencesOn(*ObjectPtr<IValue>::Adopt(static_cast<IValue*>(copies[0]))), 3u);
     EXPECT_TRUE(copies[1] == nullptr && copies[2] == former) << "nothing beyond the range";
+}
+
+// Each holds the one before. Released by nested calls, far fewer use up a thread's stack.
+TEST(Collections, NestedToAnyDepthAreReleasedOneAfterAnother)
+{
+    int alive = 1;
+    ObjectPtr<IUnknown> nest(TestItem::New([&] { --alive; }).Get());
+    for (std::uint32_t depth = 0; depth < 60000; ++depth)
+    {
+        const auto list = Make<IList>(depth % 2 == 0 ? CLSID_NodeList : CLSID_LockableNodeList);
+        const auto map = Make<IDictionaryGUID>(CLSID_DictionaryGUID);
+        const auto set = Make<IValueSet>(CLSID_ValueSet);
+        const auto group = Make<IValueSetGroup>(CLSID_ValueSetGroup);
+        Values view;
+        EXPECT_EQ(map->SetValueGUID(Numbered(1), nest.Get()), S_OK);
+        EXPECT_EQ(list->Add(map.Get()), S_OK);
+        EXPECT_EQ(set->SetValueGUID(Numbered(1), list.Get()), S_OK);
+        EXPECT_EQ(group->InsertValueSet(-1, set.Get(), nullptr, 0), S_OK);
+        EXPECT_EQ(group->GetValueSet(view.Put()), S_OK);
+        nest = ObjectPtr<IUnknown>(view.Get());
+    }
+    nest.Reset();
+    EXPECT_EQ(alive, 0) << "before the outermost release returns";
 }
 
 TEST_P(NodeList, AnEnumeratorOutlivesItsListAndMeetsReplacedItems)

@@ -1,9 +1,11 @@
-// An object for others to hold, with what a test wants to happen when it is touched and when it
-// dies.
+// An object for others to hold, with what a test wants to happen when it is asked for an interface,
+// when it is touched and when it dies.
 #pragma once
 
 #include "Ossira.h"
 
+#include <atomic>
+#include <cstring>
 #include <functional>
 
 namespace Tavrik::Ossira::tTest
@@ -21,6 +23,8 @@ public:
 
     Result QueryInterface(const IID& iid, void** out) override
     {
+        if (OnQuery)
+            OnQuery();
         const bool known = SameGuid(iid, IID_IUnknown) || SameGuid(iid, IID_ITouchModifiedChain);
         *out = known ? this : nullptr;
         return known ? static_cast<Result>(AddRef(), S_OK) : E_NOINTERFACE;
@@ -45,6 +49,7 @@ public:
     }
 
     std::function<Result()> OnTouch;
+    std::function<void()> OnQuery;
 
 private:
     ~TestItem()
@@ -54,6 +59,74 @@ private:
 
     std::atomic<std::uint32_t> mCount = 0;
     std::function<void()> mOnDestruction;
+};
+
+// What a test's own object is that lies where the test says: it offers one interface, and its
+// references are not counted.
+template <class Interface>
+class Uncounted : public Interface
+{
+public:
+    Uncounted() = default;
+    Uncounted(const Uncounted&) = delete;
+    Uncounted& operator=(const Uncounted&) = delete;
+
+    Result QueryInterface(const IID& iid, void** out) override
+    {
+        const bool known = SameGuid(iid, IID_IUnknown) || SameGuid(iid, Interface::Iid);
+        *out = known ? this : nullptr;
+        return known ? S_OK : E_NOINTERFACE;
+    }
+
+    std::uint32_t AddRef() override
+    {
+        return 1;
+    }
+
+    std::uint32_t Release() override
+    {
+        return 1;
+    }
+
+    std::function<void()> OnCall = [] {
+    };
+
+protected:
+    ~Uncounted() = default;
+};
+
+// A value that is none of the runtime's: a number of four bytes.
+class TestValue final : public Uncounted<IValue>
+{
+public:
+    Result GetValue(const GUID&, void* data, std::int32_t) override
+    {
+        OnCall();
+        if (Failures > 0)
+            return --Failures % 2 == 0 ? E_FAIL : E_INVALIDARG;
+        if (data != nullptr)
+            std::memcpy(data, &Number, sizeof Number);
+        return sizeof Number;
+    }
+
+    Result SetValue(const GUID&, const void* data, std::int32_t) override
+    {
+        OnCall();
+        std::memcpy(&Number, data, sizeof Number);
+        return S_OK;
+    }
+
+    Result GetType(GUID* type) override
+    {
+        OnCall();
+        *type = DATATYPE_SINT32;
+        return S_OK;
+    }
+
+    std::int32_t Number = 0;
+    int Failures = 0; // so many calls for the datum fail, as while somebody writes
+    std::function<void()> OnCall = [] {
+    };
 };
 
 } // namespace Tavrik::Ossira::tTest

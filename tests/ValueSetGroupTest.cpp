@@ -1,7 +1,9 @@
 // Value set groups: their layers, the merged view beside a simple model, rings, layers that fail.
 #include "OssiraValueSetGroup.h"
 #include "ServiceTools.h"
+#include "TestItem.h"
 
+#include <algorithm>
 #include <atomic>
 #include <set>
 #include <thread>
@@ -22,6 +24,82 @@ Values ViewOf(IValueSetGroup& group)
     EXPECT_EQ(group.GetValueSet(view.Put()), S_OK);
     return view;
 }
+
+// A layer that is none of the runtime's value sets: it hands every call on to one, after the test
+// had its turn.
+class ForeignLayer final : public Uncounted<IValueSet>
+{
+public:
+    Result GetEnumerator(const IID& riid, void** ppv) override
+    {
+        const Result result = Inner->GetEnumerator(riid, ppv);
+        OnCall(); // what is changed now ends the enumerator
+        return result;
+    }
+    Result GetCount() override
+    {
+        return Call().GetCount();
+    }
+    Result Clear() override
+    {
+        return Call().Clear();
+    }
+    Result IsReadOnly() override
+    {
+        return Call().IsReadOnly();
+    }
+    Result AddGUID(const GUID& key) override
+    {
+        return Call().AddGUID(key);
+    }
+    Result RemoveGUID(const GUID& key) override
+    {
+        return Call().RemoveGUID(key);
+    }
+    Result ContainsGUID(const GUID& key) override
+    {
+        return Call().ContainsGUID(key);
+    }
+    Result GetValueGUID(const GUID& key, const IID& riid, void** ppv) override
+    {
+        return Call().GetValueGUID(key, riid, ppv);
+    }
+    Result SetValueGUID(const GUID& key, IUnknown* value) override
+    {
+        return Call().SetValueGUID(key, value);
+    }
+    Result GetValues(void** ppv) override
+    {
+        return Call().GetValues(ppv);
+    }
+    Result GetKeys(void** ppv) override
+    {
+        return Call().GetKeys(ppv);
+    }
+    Result GetValueData(const GUID& key, const GUID& type, void* data, std::int32_t size) override
+    {
+        return Call().GetValueData(key, type, data, size);
+    }
+    Result SetValueData(const GUID& key, const GUID& type, const void* data,
+                        std::int32_t size) override
+    {
+        return Call().SetValueData(key, type, data, size);
+    }
+    Result GetDataType(const GUID& key, GUID* type) override
+    {
+        return Call().GetDataType(key, type);
+    }
+
+    IValueSet& Call()
+    {
+        OnCall();
+        return *Inner;
+    }
+
+    Values Inner = Make<IValueSet>(CLSID_ValueSet);
+    std::function<void()> OnCall = [] {
+    };
+};
 
 struct ValueSetGroup : testing::Test
 {
@@ -82,6 +160,7 @@ TEST_F(ValueSetGroup, ReadsWritesAndRemovesThroughItsLayersAsTheirFlagsSay)
     for (int round = 0; round < 4000; ++round)
     {
         std::pair<Values, std::uint32_t> layers[8];
+        ForeignLayer foreign[8];
         const int count = static_cast<int>(Below(random, 9));
         int holder = -1; // the topmost visible one
         bool isGuarded = false;
@@ -94,7 +173,20 @@ TEST_F(ValueSetGroup, ReadsWritesAndRemovesThroughItsLayersAsTheirFlagsSay)
             flags = Below(random, 4);
             for (std::uint32_t other = Below(random, 8); other < 12; other += 1 + Below(random, 8))
                 ASSERT_EQ(SetValueSINT32(set.Get(), Numbered(other % 4), at), S_OK);
-            ASSERT_EQ(Group->InsertValueSet(at, set.Get(), nullptr, flags), S_OK);
+            // Some are foreign, some are views of other groups.
+            Values layer = set;
+            if (const std::uint32_t kind = Below(random, 8); kind == 0)
+            {
+                foreign[at].Inner = set;
+                layer = Values(&foreign[at]);
+            }
+            else if (kind == 1)
+            {
+                const auto inner = Make<IValueSetGroup>(CLSID_ValueSetGroup);
+                ASSERT_EQ(inner->InsertValueSet(0, set.Get(), nullptr, 0), S_OK);
+                layer = ViewOf(*inner);
+            }
+            ASSERT_EQ(Group->InsertValueSet(at, layer.Get(), nullptr, flags), S_OK);
             if ((flags & LAYER_HIDDEN) != 0)
                 continue;
             const bool holds = set->ContainsGUID(key) == S_OK;
@@ -125,7 +217,74 @@ TEST_F(ValueSetGroup, ReadsWritesAndRemovesThroughItsLayersAsTheirFlagsSay)
         isGuarded |= isTaken && layers[target].second == LAYER_READONLY;
         ASSERT_EQ(View->RemoveGUID(key), isGuarded ? E_ACCESSDENIED : S_OK);
         ASSERT_EQ(View->ContainsGUID(key), isGuarded ? S_OK : S_FALSE);
+        ASSERT_EQ(Group->Clear(), S_OK);
     }
+}
+
+TEST_F(ValueSetGroup, AForeignLayerMayCallItsGroupAndIsAskedAgainWhenItChanges)
+{
+    ForeignLayer layer;
+    int calls = 0;
+    layer.OnCall = [&]
+    {
+        calls += Group->IndexOfValueSet(&layer) == 0;
+        if (calls < 10)
+        {
+            // Ends the layer's enumerators.
+            EXPECT_EQ(SetValueSINT32(layer.Inner.Get(), Numbered(9), calls), S_OK);
+        }
+    };
+    EXPECT_EQ(Group->InsertValueSet(0, &layer, nullptr, 0), S_OK);
+    Insert(1, Numbered(1), LAYER_READONLY, Numbered(2));
+    std::int32_t number = 0;
+    EXPECT_EQ(KeysOf(*View), (std::vector{Text(Numbered(2)), Text(Numbered(9))}));
+    EXPECT_EQ(View->GetCount(), 2);
+    EXPECT_EQ(GetValueSINT32(View.Get(), Numbered(9), &number), S_OK);
+    EXPECT_EQ(View->SetValueGUID(Numbered(9), Make<IValue>(CLSID_Value).Get()), S_OK);
+    EXPECT_EQ(View->RemoveGUID(Numbered(9)), S_OK);
+    EXPECT_GT(calls, 10);
+    EXPECT_EQ(Group->Clear(), S_OK);
+}
+
+// More keys than are read ahead, in layers that have some in common.
+TEST_F(ValueSetGroup, AWalkGoesOnBesideOthersAndShowsTheKeysThatAreThereWhenItComesToThem)
+{
+    const Values bottom = Insert(0, Numbered(1), 0, Numbered(0));
+    const Values top = Insert(1, Numbered(2), 0, Numbered(0));
+    for (std::uint8_t number = 0; number < 200; ++number)
+    {
+        const GUID key = {0, 0, 0, {0, 0, 0, 0, 0, 0, 0, number}};
+        IValueSet* const sets[] = {bottom.Get(), top.Get(), bottom.Get()};
+        EXPECT_EQ(SetValueSINT32(sets[number % 3], key, 1), S_OK);
+        EXPECT_EQ(SetValueSINT32(sets[(number + 1) % 3], key, 1), S_OK);
+    }
+    const Result count = View->GetCount();
+    const auto keys = KeysOf(*View);
+    EXPECT_EQ(static_cast<Result>(keys.size()), count);
+    EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
+    const auto walk = Walk<IEnumeratorGUID>(*View);
+    std::vector<std::string> shown;
+    for (GUID key = GUID_Null; walk->MoveNext() == S_OK && walk->GetCurrentGUID(&key) == S_OK;)
+    {
+        shown.push_back(Text(key));
+        if (shown.size() == 10)
+        {
+            const auto other = Walk<IEnumeratorGUID>(*View);
+            EXPECT_EQ(other->MoveNext(), S_OK);
+            GUID next = key;
+            next.Data4[7] = 12; // read ahead by now
+            EXPECT_EQ(bottom->RemoveGUID(next), S_OK);
+            EXPECT_EQ(top->RemoveGUID(next), S_OK);
+            next.Data4[7] = 250;
+            EXPECT_EQ(SetValueSINT32(bottom.Get(), next, 1), S_OK);
+        }
+    }
+    EXPECT_EQ(shown.size(), keys.size()) << "one has gone, one has come";
+    EXPECT_EQ(KeysOf(*View), shown);
+    EXPECT_EQ(View->GetCount(), count);
+    EXPECT_EQ(Group->SetValueSetAccessFlagsAt(1, LAYER_HIDDEN), S_OK);
+    EXPECT_EQ(View->GetCount(), bottom->GetCount());
+    EXPECT_EQ(KeysOf(*View), KeysOf(*bottom));
 }
 
 TEST_F(ValueSetGroup, AnEnumerationEndsWhenTheViewIsWrittenOrLayersComeAndGo)

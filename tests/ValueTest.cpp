@@ -110,7 +110,24 @@ TEST(Value, ComparesByTypeThenSizeThenBytes)
             EXPECT_EQ(As<IComparable>(*left)->Compare(right.Get(), &result), S_OK);
             EXPECT_EQ(result <=> 0, &a <=> &b) << &a - inOrder << ", " << &b - inOrder;
         }
+    EXPECT_EQ(As<IComparable>(*left)->Compare(left.Get(), &result), S_OK);
+    EXPECT_EQ(result, 0) << "with itself";
+
+    // Somebody else's value, written while it is asked, and one that cannot be read.
+    EXPECT_EQ(SetValueSINT32(left.Get(), 5), S_OK);
+    TestValue foreign;
+    for (const int failures : {0, 1, 2, 3, 10, 1000})
+    {
+        foreign.Number = failures;
+        foreign.Failures = failures;
+        result = 1000;
+        FAILS(As<IComparable>(*left)->Compare(&foreign, &result), failures < 1000 ? S_OK : E_FAIL,
+              failures < 1000 ? "" : "BValue->GetValue(BType, NULL, 0)");
+        EXPECT_EQ(result <=> 0, failures < 1000 ? 5 <=> failures : 1 <=> 0);
+    }
     const auto empty = Make<IComparable>(CLSID_Value);
+    FAILS(empty->Compare(Make<IValue>(CLSID_Value).Get(), &result), E_FAIL,
+          "BValue->GetValue(BType, NULL, 0)");
     FAILS(empty->Compare(TestItem::New().Get(), &result), E_NOINTERFACE,
           "pv->QueryInterface(IID_IValue, (void**)&BValue)");
 }

@@ -1,36 +1,42 @@
-// A map from GUID to a movable value, made for reading. Up to eight entries lie densely and are
-// compared one by one; more of them lie scattered by hash over an array of slots, beside which one
-// byte a slot tells whether it is taken, and by a key of which hash, roughly. A search runs over
-// these bytes, dozens of which share a cache line, and touches one slot as a rule: what reading
-// from a large table costs is the memory that has to be fetched. The order of the keys is worked
-// out only when somebody walks. The table has no lock of its own; its owner guards every call.
+// A map from GUID to a movable value, made for reading, in which no call takes long because of the
+// size: whatever grows or shrinks does so in small steps. The table has no lock of its own; its
+// owner guards every call.
+//
+//   Find            constant; one slot and a few bytes beside it are touched as a rule
+//   Insert, Take    constant, and O(log n) for the order; at most about a thousand entries move
+//   First           constant
+//   Next            constant from a position that was settled since the last change, else O(log n)
+//   Size, Swap      constant
+//   destruction     linear
+//
+// Up to eight entries lie densely and are compared one by one. More of them lie in segments (see
+// GuidSegment.h), which a directory finds by the leading bits of the hash. A single segment grows
+// to 1,024 slots; from then on a segment that is two thirds full is split by the next bit, and two
+// that differ in their last bit alone become one again when together they fill a quarter. When a
+// bit more is needed the directory doubles, which copies a pointer for several hundred keys. The
+// keys' order is kept beside them (see OrderedKeys.h). Memory follows the content; that a removal
+// may shrink something takes a small allocation, without which things stay as they are.
+//
+// The hash is keyed with numbers that the table draws for itself, so that nobody can choose keys
+// that meet in one place.
 //
 // Order is that of the 16 stored bytes. A walk goes from key to key, never from entry to entry:
 // whoever walks holds a copy of a key and asks for the least greater one, so removals, of the
-// current key too, cannot disturb it.
+// current key too, cannot disturb it. A walk reads only.
 #pragma once
 
-#include "OssiraBase.h"
+#include "GuidSegment.h"
+#include "OrderedKeys.h"
+#include "Platform.h"
 
 #include <algorithm>
-#include <bit>
-#include <compare>
 #include <limits>
-#include <new>
 #include <optional>
 #include <type_traits>
-#include <utility>
 #include <vector>
 
 namespace Tavrik::Ossira
 {
-
-// Where a walk over keys stands: a copy of the key, and a guess where it lies in the order.
-struct CGuidPosition
-{
-    GUID Key = GUID_Null;
-    std::size_t Hint = 0;
-};
 
 template <class Value>
 class CGuidTable
@@ -44,6 +50,11 @@ public:
     CGuidTable(const CGuidTable&) = delete;
     CGuidTable& operator=(const CGuidTable&) = delete;
 
+    ~CGuidTable()
+    {
+        DeleteSegments();
+    }
+
     [[nodiscard]] std::size_t Size() const noexcept
     {
         return mSize;
@@ -52,14 +63,13 @@ public:
     // The value of a key, or null. Good until the next insertion or removal.
     [[nodiscard]] Value* Find(const GUID& key) noexcept
     {
-        const std::size_t at = FindEntry(key);
-        return at != NoEntry ? &mEntries[at].Content : nullptr;
+        Entry* const entry = FindEntry(key);
+        return entry != nullptr ? &entry->Content : nullptr;
     }
 
     [[nodiscard]] const Value* Find(const GUID& key) const noexcept
     {
-        const std::size_t at = FindEntry(key);
-        return at != NoEntry ? &mEntries[at].Content : nullptr;
+        return const_cast<CGuidTable*>(this)->Find(key);
     }
 
     // Enters a key that is not there. Throws `std::bad_alloc`, also when the count would no longer
@@ -68,63 +78,60 @@ public:
     {
         if (mSize >= MaximumSize)
             throw std::bad_alloc();
-        Entry& entry = MakeRoom(key);
+        Entry& entry = mSize < ScannedSize && !mDirectory ? mFew.emplace_back() : Place(key);
         entry.Key = key;
         entry.Content = std::move(value);
         ++mSize;
-        mOrderIsCurrent = false;
         return entry.Content;
     }
 
     // Removes a key and hands its value out, so that it can die where no lock is held.
     [[nodiscard]] std::optional<Value> Take(const GUID& key) noexcept
     {
-        const std::size_t at = FindEntry(key);
-        if (at == NoEntry)
+        Entry* const entry = FindEntry(key);
+        if (entry == nullptr)
             return std::nullopt;
-        std::optional<Value> value(std::move(mEntries[at].Content));
-        if (mMarks.empty())
+        std::optional<Value> value(std::move(entry->Content));
+        --mSize;
+        if (mDirectory)
         {
-            mEntries[at] = std::move(mEntries.back());
-            mEntries.pop_back();
+            const std::uint64_t hash = Hash(key);
+            mDirectory[hash >> mShift]->Remove(*entry, [this](const GUID& k) { return Hash(k); });
+            mOrder.Remove(key);
+            Shrink(hash);
         }
         else
         {
-            CloseHole(at);
+            *entry = std::move(mFew.back());
+            mFew.pop_back();
         }
-        --mSize;
-        ++mRemovedFromOrder;
         return value;
     }
 
     void Swap(CGuidTable& other) noexcept
     {
         std::swap(mSize, other.mSize);
-        mEntries.swap(other.mEntries);
-        mMarks.swap(other.mMarks);
-        mOrder.swap(other.mOrder);
-        std::swap(mOrderIsCurrent, other.mOrderIsCurrent);
-        std::swap(mRemovedFromOrder, other.mRemovedFromOrder);
+        mFew.swap(other.mFew);
+        mDirectory.swap(other.mDirectory);
+        std::swap(mSeed, other.mSeed);
+        std::swap(mMask, other.mMask);
+        std::swap(mShift, other.mShift);
+        std::swap(mDeepest, other.mDeepest);
+        mOrder.Swap(other.mOrder);
     }
 
-    // To the least key; false, and `at` as it was, in an empty table. The first ordered access
-    // after an insertion sorts, and may throw `std::bad_alloc`.
-    [[nodiscard]] bool First(CGuidPosition& at)
+    // To the least key; false, and `at` as it was, in an empty table.
+    [[nodiscard]] bool First(CGuidPosition& at) const noexcept
     {
-        BringOrderUpToDate();
-        return Settle(0, at);
+        return mDirectory ? mOrder.First(at) : LeastOfFew(nullptr, at);
     }
 
     // To the least key that is greater than the one in `at`, whether that is still there or not;
-    // false, and `at` as it was, when there is none.
-    [[nodiscard]] bool Next(CGuidPosition& at)
+    // false, and `at` as it was, when there is none. A position belongs to the table that gave it.
+    [[nodiscard]] bool Next(CGuidPosition& at) const noexcept
     {
-        BringOrderUpToDate();
-        const Ordered key(at.Key);
-        if (at.Hint < mOrder.size() && mOrder[at.Hint] == key)
-            return Settle(at.Hint + 1, at);
-        const auto next = std::upper_bound(mOrder.begin(), mOrder.end(), key);
-        return Settle(static_cast<std::size_t>(next - mOrder.begin()), at);
+        const GUID key = at.Key;
+        return mDirectory ? mOrder.Next(at) : LeastOfFew(&key, at);
     }
 
     // Hands every key and value to `visit(const GUID&, Value&)`, in the order of the keys. `visit`
@@ -138,181 +145,263 @@ public:
     }
 
 private:
-    struct Entry
-    {
-        GUID Key = GUID_Null;
-        Value Content = {};
-    };
+    using Segment = CGuidSegment<Value>;
+    using Owner = typename Segment::Owner;
+    using Entry = typename Segment::Entry;
+    using Halves = COrderedKey::Halves;
 
-    // A GUID as two big-endian numbers, which compare as its bytes do.
-    struct Ordered
-    {
-        explicit Ordered(const GUID& key) noexcept
-        {
-            const auto halves = std::bit_cast<Halves>(key);
-            High = BytesReversed(halves[0]);
-            Low = BytesReversed(halves[1]);
-        }
-
-        [[nodiscard]] GUID Key() const noexcept
-        {
-            return std::bit_cast<GUID>(Halves{BytesReversed(High), BytesReversed(Low)});
-        }
-
-        // NOLINTNEXTLINE(modernize-use-nullptr): takes the zero of the comparison for a pointer
-        auto operator<=>(const Ordered&) const noexcept = default;
-
-        std::uint64_t High;
-        std::uint64_t Low;
-    };
-
-    using Halves = std::array<std::uint64_t, 2>;
-    static_assert(std::endian::native == std::endian::little);
-
-    static constexpr std::size_t NoEntry = std::numeric_limits<std::size_t>::max();
     static constexpr std::size_t MaximumSize = std::numeric_limits<std::int32_t>::max();
     static constexpr std::size_t ScannedSize = 8; // so many entries are compared one by one
-    static constexpr std::size_t FirstSlotCount = 32;
+    static constexpr std::uint32_t FirstSlotCount = 32;
+    static constexpr std::uint32_t LastSlotCount = 1024;
+    static constexpr std::uint32_t DepthLimit = 32; // the bits behind it choose slot and mark
 
-    [[nodiscard]] static std::uint64_t BytesReversed(std::uint64_t x) noexcept
+    // The product of the halves, each changed by a number of the table's own, with its upper half
+    // folded in: which keys meet cannot be worked out beforehand. The second multiplication spreads
+    // keys that were made by counting in a few of their bits, for which the first one leaves
+    // patterns.
+    [[nodiscard]] std::uint64_t Hash(const GUID& key) const noexcept
     {
-        x = ((x & 0x00FF00FF00FF00FF) << 8) | ((x >> 8) & 0x00FF00FF00FF00FF);
-        x = ((x & 0x0000FFFF0000FFFF) << 16) | ((x >> 16) & 0x0000FFFF0000FFFF);
-        return (x << 32) | (x >> 32);
-    }
-
-    // Every bit of both halves reaches every bit of the result: keys are often made by counting in
-    // one of their fields.
-    [[nodiscard]] static std::uint64_t Hash(const GUID& key) noexcept
-    {
+        __extension__ using Product = unsigned __int128;
         const auto halves = std::bit_cast<Halves>(key);
-        std::uint64_t hash = halves[0] * 0x9E3779B97F4A7C15 + halves[1];
-        hash ^= hash >> 32;
-        hash *= 0xD6E8FEB86659FD93;
+        const Product product = Product{halves[0] ^ mSeed[0]} * (halves[1] ^ mSeed[1]);
+        std::uint64_t hash =
+            static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+        hash *= 0x9E3779B97F4A7C15;
         return hash ^ (hash >> 32);
     }
 
-    [[nodiscard]] std::size_t FindEntry(const GUID& key) const noexcept
+    [[nodiscard]] Entry* FindEntry(const GUID& key) noexcept
     {
-        if (mMarks.empty())
+        if (mDirectory) [[likely]]
         {
-            for (std::size_t at = 0; at < mEntries.size(); ++at)
+            const std::uint64_t hash = Hash(key);
+            return mDirectory[hash >> mShift]->Find(key, hash, mMask);
+        }
+        for (Entry& entry : mFew)
+        {
+            if (SameGuid(entry.Key, key))
+                return &entry;
+        }
+        return nullptr;
+    }
+
+    // The entry of a new key, in its segment and in the order.
+    [[nodiscard]] Entry& Place(const GUID& key)
+    {
+        if (!mDirectory)
+            MakeDirectory();
+        const std::uint64_t hash = Hash(key);
+        Segment* segment = mDirectory[hash >> mShift];
+        while ((segment->Count + 1) * 3 > segment->SlotCount * 2)
+        {
+            if (segment->SlotCount < LastSlotCount)
+                Resize(Segment::Make(segment->SlotCount * 2, 0));
+            else
+                Split(*segment, hash);
+            segment = mDirectory[hash >> mShift];
+        }
+        mOrder.Insert(key);
+        return segment->Enter({key, {}}, hash);
+    }
+
+    // Leaves the dense entries for a first segment. The directory begins with two places, of the
+    // same segment.
+    void MakeDirectory()
+    {
+        COrderedKeys order;
+        for (const Entry& entry : mFew)
+            order.Insert(entry.Key);
+        Owner segment = Segment::Make(FirstSlotCount, 0);
+        mDirectory.reset(new Segment* [2] {});
+        mSeed = {tSystem::UnguessableNumber(), tSystem::UnguessableNumber()};
+        mMask = FirstSlotCount - 1;
+        mShift = 63;
+        mDeepest = 0;
+        for (Entry& entry : mFew)
+            segment->Enter(std::move(entry), Hash(entry.Key));
+        std::fill_n(mDirectory.get(), 2, segment.release());
+        mOrder.Swap(order);
+        std::vector<Entry>().swap(mFew);
+    }
+
+    // Puts another one in the only segment's place.
+    void Resize(Owner fresh) noexcept
+    {
+        const Owner old(mDirectory[0]);
+        MoveEntries(*old, [&fresh](std::uint64_t) -> Segment& { return *fresh; });
+        mMask = fresh->SlotCount - 1;
+        std::fill_n(mDirectory.get(), DirectorySize(), fresh.release());
+    }
+
+    void Split(Segment& full, std::uint64_t hash)
+    {
+        if (full.Depth == DepthLimit)
+            throw std::bad_alloc();
+        const std::uint32_t depth = full.Depth + 1;
+        Owner halves[] = {Segment::Make(LastSlotCount, depth), Segment::Make(LastSlotCount, depth)};
+        if (depth > Depth())
+            DoubleDirectory();
+        const Owner old(&full);
+        MoveEntries(full,
+                    [&](std::uint64_t h) -> Segment& { return *halves[(h >> (64 - depth)) & 1]; });
+        const std::size_t width = Width(depth);
+        Segment** const first = mDirectory.get() + (hash >> mShift) / (2 * width) * (2 * width);
+        for (std::size_t half = 0; half < 2; ++half)
+            std::fill_n(first + half * width, width, halves[half].release());
+        if (depth == Depth())
+            mDeepest += 2;
+    }
+
+    void DoubleDirectory()
+    {
+        const std::size_t size = DirectorySize();
+        std::unique_ptr<Segment*[]> directory(new Segment*[size * 2]);
+        for (std::size_t at = 0; at < size * 2; ++at)
+            directory[at] = mDirectory[at / 2];
+        mDirectory.swap(directory);
+        --mShift;
+        mDeepest = 0;
+    }
+
+    // Gives back what the segment of a removed key no longer needs.
+    void Shrink(std::uint64_t hash) noexcept
+    {
+        const std::size_t at = hash >> mShift;
+        while (mDirectory[at]->Depth > 0 && TryMerge(at))
+            continue;
+        while (mDeepest == 0 && mShift < 63 && TryHalveDirectory())
+            continue;
+        const Segment& segment = *mDirectory[hash >> mShift];
+        if (mSize <= ScannedSize / 2)
+            TryLeaveDirectory();
+        else if (segment.SlotCount > FirstSlotCount && segment.Depth == 0 &&
+                 segment.Count < segment.SlotCount / 8)
+        {
+            if (Owner fresh = Segment::TryMake(segment.SlotCount / 4, 0); fresh)
+                Resize(std::move(fresh));
+        }
+    }
+
+    // Moves the entries of the segment at a place of the directory to the one that differs in the
+    // last bit, if they are few.
+    [[nodiscard]] bool TryMerge(std::size_t at) noexcept
+    {
+        Segment& from = *mDirectory[at];
+        const std::size_t width = Width(from.Depth);
+        Segment& to = *mDirectory[at ^ width];
+        if (from.Count > LastSlotCount / 8 || from.Depth != to.Depth ||
+            from.Count + to.Count > LastSlotCount / 4)
+            return false;
+        const Owner old(&from);
+        MoveEntries(from, [&to](std::uint64_t) -> Segment& { return to; });
+        if (to.Depth-- == Depth())
+            mDeepest -= 2;
+        std::fill_n(mDirectory.get() + at / width * width, width, &to);
+        return true;
+    }
+
+    // Where no segment needs the directory's last bit. In the half that stays, a segment needs all
+    // bits where the place beside it holds another one.
+    [[nodiscard]] bool TryHalveDirectory() noexcept
+    {
+        const std::size_t size = DirectorySize() / 2;
+        std::unique_ptr<Segment*[]> directory(new (std::nothrow) Segment*[size]);
+        if (!directory)
+            return false;
+        for (std::size_t at = 0; at < size; ++at)
+            directory[at] = mDirectory[at * 2];
+        for (std::size_t at = 0; at < size; ++at)
+            mDeepest += directory[at] != directory[at ^ 1] ? 1U : 0U;
+        mDirectory.swap(directory);
+        ++mShift;
+        return true;
+    }
+
+    // Back to dense entries.
+    void TryLeaveDirectory() noexcept
+    try
+    {
+        std::vector<Entry> few;
+        few.reserve(ScannedSize);
+        ForEachSegment([&few](Segment& segment)
+                       { segment.ForEach([&few](Entry& e) { few.push_back(std::move(e)); }); });
+        DeleteSegments();
+        mFew.swap(few);
+        COrderedKeys().Swap(mOrder);
+    }
+    catch (const std::bad_alloc&)
+    {
+    }
+
+    template <class Choose>
+    void MoveEntries(Segment& from, Choose choose) noexcept
+    {
+        from.ForEach(
+            [&](Entry& entry)
             {
-                if (SameGuid(mEntries[at].Key, key))
-                    return at;
-            }
-            return NoEntry;
-        }
-        const std::size_t mask = mMarks.size() - 1;
-        const std::uint64_t hash = Hash(key);
-        const std::uint8_t mark = Mark(hash);
-        for (std::size_t at = hash & mask; mMarks[at] != 0; at = (at + 1) & mask)
-        {
-            if (mMarks[at] == mark && SameGuid(mEntries[at].Key, key)) [[likely]]
-                return at;
-        }
-        return NoEntry;
+                const std::uint64_t hash = Hash(entry.Key);
+                choose(hash).Enter(std::move(entry), hash);
+            });
     }
 
-    // Never 0, which marks a free slot. Of the hash it takes bits that do not choose the slot.
-    [[nodiscard]] static std::uint8_t Mark(std::uint64_t hash) noexcept
+    void DeleteSegments() noexcept
     {
-        return static_cast<std::uint8_t>(0x80 | (hash >> 57));
-    }
-
-    // An empty entry at the key's place.
-    [[nodiscard]] Entry& MakeRoom(const GUID& key)
-    {
-        if (mMarks.empty() && mSize < ScannedSize)
-            return mEntries.emplace_back();
-        if ((mSize + 1) * 3 > mMarks.size() * 2) // free slots are what ends a search
-            Scatter(std::max(FirstSlotCount, mMarks.size() * 2));
-        return mEntries[TakeSlot(mMarks, key)];
-    }
-
-    [[nodiscard]] static std::size_t TakeSlot(std::vector<std::uint8_t>& marks,
-                                              const GUID& key) noexcept
-    {
-        const std::size_t mask = marks.size() - 1;
-        const std::uint64_t hash = Hash(key);
-        std::size_t at = hash & mask;
-        while (marks[at] != 0)
-            at = (at + 1) & mask;
-        marks[at] = Mark(hash);
-        return at;
-    }
-
-    void Scatter(std::size_t slotCount)
-    {
-        std::vector<std::uint8_t> marks(slotCount);
-        std::vector<Entry> entries(slotCount);
-        ForEachEntry([&](Entry& entry) { entries[TakeSlot(marks, entry.Key)] = std::move(entry); });
-        mMarks.swap(marks);
-        mEntries.swap(entries);
-    }
-
-    // Frees a slot whose content is gone, and moves those behind it up that would no longer be
-    // found: so removals leave nothing behind that later searches would have to step over.
-    void CloseHole(std::size_t hole) noexcept
-    {
-        const std::size_t mask = mMarks.size() - 1;
-        for (std::size_t at = (hole + 1) & mask; mMarks[at] != 0; at = (at + 1) & mask)
-        {
-            const std::size_t home = Hash(mEntries[at].Key) & mask;
-            if (((at - home) & mask) < ((at - hole) & mask))
-                continue;
-            mMarks[hole] = mMarks[at];
-            mEntries[hole] = std::move(mEntries[at]);
-            hole = at;
-        }
-        mMarks[hole] = 0;
-        mEntries[hole] = {};
+        ForEachSegment([](Segment& segment) { Owner(&segment).reset(); });
+        mDirectory.reset();
     }
 
     template <class Visit>
-    void ForEachEntry(Visit visit)
+    void ForEachSegment(Visit visit)
     {
-        for (std::size_t at = 0; at < mEntries.size(); ++at)
+        for (std::size_t at = 0; mDirectory && at < DirectorySize();)
         {
-            if (mMarks.empty() || mMarks[at] != 0)
-                visit(mEntries[at]);
+            Segment& segment = *mDirectory[at];
+            at += Width(segment.Depth);
+            visit(segment);
         }
     }
 
-    // The order is a sorted copy of the keys. Removed keys stay in it until they are many.
-    void BringOrderUpToDate()
+    // To the least of the dense entries, or the least above `bound`.
+    [[nodiscard]] bool LeastOfFew(const GUID* bound, CGuidPosition& at) const noexcept
     {
-        if (mOrderIsCurrent && mRemovedFromOrder <= mSize)
-            return;
-        std::vector<Ordered> order;
-        order.reserve(mSize);
-        ForEachEntry([&order](const Entry& entry) { order.emplace_back(entry.Key); });
-        std::sort(order.begin(), order.end());
-        mOrder.swap(order);
-        mOrderIsCurrent = true;
-        mRemovedFromOrder = 0;
+        const Entry* least = nullptr;
+        for (const Entry& entry : mFew)
+        {
+            const COrderedKey key(entry.Key);
+            if ((bound == nullptr || key > COrderedKey(*bound)) &&
+                (least == nullptr || key < COrderedKey(least->Key)))
+                least = &entry;
+        }
+        if (least != nullptr)
+            at.Key = least->Key;
+        return least != nullptr;
     }
 
-    // To the first key from `hint` on that is still there.
-    [[nodiscard]] bool Settle(std::size_t hint, CGuidPosition& at) const noexcept
+    [[nodiscard]] std::uint32_t Depth() const noexcept
     {
-        for (; hint < mOrder.size(); ++hint)
-        {
-            const GUID key = mOrder[hint].Key();
-            if (mRemovedFromOrder != 0 && FindEntry(key) == NoEntry)
-                continue;
-            at = {key, hint};
-            return true;
-        }
-        return false;
+        return 64 - mShift;
+    }
+
+    [[nodiscard]] std::size_t DirectorySize() const noexcept
+    {
+        return std::size_t{1} << Depth();
+    }
+
+    // How many places of the directory a segment of a depth has.
+    [[nodiscard]] std::size_t Width(std::uint32_t depth) const noexcept
+    {
+        return std::size_t{1} << (Depth() - depth);
     }
 
     std::size_t mSize = 0;
-    std::vector<Entry> mEntries; // dense while there are no marks, else a power of two of slots
-    std::vector<std::uint8_t> mMarks; // one a slot
-    std::vector<Ordered> mOrder;
-    bool mOrderIsCurrent = false; // no insertion since it was sorted
-    std::size_t mRemovedFromOrder = 0;
+    std::unique_ptr<Segment*[]> mDirectory; // null while the entries are few
+    Halves mSeed = {};
+    std::size_t mMask = 0;      // of the slots of every segment
+    std::uint32_t mShift = 63;  // brings the bits of the hash that choose a place down
+    std::uint32_t mDeepest = 0; // how many segments have one place alone
+    std::vector<Entry> mFew;
+    COrderedKeys mOrder;
 };
 
 } // namespace Tavrik::Ossira

@@ -1,16 +1,16 @@
-// The node lists: objects in the order in which they were put, in an array of owned references, so
-// that an index costs the same everywhere. An item is stored as its unknown interface, which is
+// The node lists: objects in the order in which they were put, in a sequence of owned references,
+// so that an index costs the same everywhere. An item is stored as its unknown interface, which is
 // what it is recognised by. `SetItemAt` leaves the stamp alone, so that a running enumerator goes
 // on and meets the new item.
+#include "DeathQueue.h"
 #include "ItemEnumerator.h"
+#include "ItemSequence.h"
 #include "LockPolicy.h"
 #include "OssiraClasses.h"
 #include "RefusedValue.h"
 #include "TryMakeObject.h"
 
-#include <algorithm>
 #include <limits>
-#include <vector>
 
 namespace Tavrik::Ossira
 {
@@ -23,6 +23,7 @@ class CNodeList : public IList,
                   public CLockHolder<typename Traits::LockType>,
                   public CObjectName,
                   public CObjectIdentity<Traits>,
+                  public CDestroyedInTurn,
                   public COssiraUnknown
 {
     struct EnumeratorTraits
@@ -51,6 +52,7 @@ public:
     try
     {
         OSSIRA_CHECK_POINTER(ppv);
+        OSSIRA_CHECK_REFERENCE(riid);
         const auto enumerator = TryMakeObject<CItemEnumerator<EnumeratorTraits>>(this);
         OSSIRA_CHECK(enumerator, E_OUTOFMEMORY, "new T_Enumerator");
         return enumerator->QueryInterface(riid, ppv);
@@ -65,9 +67,9 @@ public:
     Result Clear() override
     try
     {
-        std::vector<ObjectPtr<IUnknown>> removed;
+        CItemSequence removed;
         const tSystem::CLockGuard guard(this->mLock);
-        mItems.swap(removed);
+        mItems.Swap(removed);
         MarkChanged();
         return S_OK;
     }
@@ -81,13 +83,11 @@ public:
     Result Add(IUnknown* item) override
     try
     {
-        OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
-        ObjectPtr<IUnknown> identity;
-        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, identity.PutVoid()),
-                                IdentityText);
+        Intake taken(item);
+        OSSIRA_CHECK(!Failed(taken.Code), taken.Code, taken.Text);
         const tSystem::CLockGuard guard(this->mLock);
-        OSSIRA_CHECK(mItems.size() < MaximumSize, E_OUTOFMEMORY, TooLongText);
-        mItems.push_back(std::move(identity));
+        OSSIRA_CHECK(mItems.Size() < MaximumSize, E_OUTOFMEMORY, TooLongText);
+        mItems.Insert(mItems.Size(), std::move(taken.Identity));
         MarkChanged();
         return S_OK;
     }
@@ -96,17 +96,14 @@ public:
     Result Remove(IUnknown* item) override
     try
     {
-        OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
-        ObjectPtr<IUnknown> identity;
-        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, identity.PutVoid()),
-                                IdentityText);
-        OSSIRA_CHECK(identity, E_POINTER, "item");
+        Intake taken(item);
+        OSSIRA_CHECK(!Failed(taken.Code), taken.Code, taken.Text);
+        OSSIRA_CHECK(taken.Identity, E_POINTER, "item");
         ObjectPtr<IUnknown> removed;
         const tSystem::CLockGuard guard(this->mLock);
-        const auto found = Find(identity.Get());
-        OSSIRA_CHECK(found != mItems.end(), E_INVALIDARG, "item not member of this list");
-        removed = std::move(*found);
-        mItems.erase(found);
+        const auto found = mItems.Find(taken.Identity.Get());
+        OSSIRA_CHECK(found, E_INVALIDARG, "item not member of this list");
+        removed = mItems.Take(*found);
         MarkChanged();
         return S_OK;
     }
@@ -115,12 +112,10 @@ public:
     Result Contains(IUnknown* item) override
     try
     {
-        OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
-        ObjectPtr<IUnknown> identity;
-        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, identity.PutVoid()),
-                                IdentityText);
+        Intake taken(item);
+        OSSIRA_CHECK(!Failed(taken.Code), taken.Code, taken.Text);
         const tSystem::CLockGuard guard(this->mLock);
-        return Find(identity.Get()) != mItems.end() ? S_OK : S_FALSE;
+        return mItems.Find(taken.Identity.Get()) ? S_OK : S_FALSE;
     }
     OSSIRA_CATCH_RETURN
 
@@ -128,21 +123,26 @@ public:
     try
     {
         OSSIRA_CHECK_POINTER(pppv);
-        const tSystem::CLockGuard guard(this->mLock);
-        const auto size = static_cast<std::int32_t>(mItems.size());
-        OSSIRA_CHECK(index >= 0 && count >= 0 && index <= size && count <= size - index,
-                     E_INVALIDARG, "Invalid Index or Count param");
-        for (std::int32_t i = 0; i < count; ++i)
+        OSSIRA_CHECK_REFERENCE(riid);
         {
-            OSSIRA_CHECK_POINTER(pppv[i]);
-            *pppv[i] = nullptr;
+            const tSystem::CLockGuard guard(this->mLock);
+            const auto size = static_cast<std::int32_t>(mItems.Size());
+            OSSIRA_CHECK(index >= 0 && count >= 0 && index <= size && count <= size - index,
+                         E_INVALIDARG, "Invalid Index or Count param");
+            for (std::int32_t i = 0; i < count; ++i)
+            {
+                OSSIRA_CHECK_POINTER(pppv[i]);
+                *pppv[i] = nullptr;
+            }
+            for (std::int32_t i = 0; i < count; ++i)
+                *pppv[i] = ObjectPtr(ItemAt(static_cast<std::size_t>(index + i))).Detach();
         }
-        const auto first = static_cast<std::size_t>(index);
-        for (std::int32_t i = 0; i < count; ++i)
+        for (Unasked rest = {pppv, pppv + count}; rest.At != rest.End;)
         {
-            IUnknown* const item = ItemAt(first + static_cast<std::size_t>(i));
-            OSSIRA_CHECK(item != nullptr, E_NOINTERFACE, "QueryInterface(riid, pppv[i])");
-            OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(riid, pppv[i]),
+            void** const target = *rest.At;
+            const ObjectPtr<IUnknown> item = rest.TakeNext();
+            OSSIRA_CHECK(item, E_NOINTERFACE, "QueryInterface(riid, pppv[i])");
+            OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(riid, target),
                                     "QueryInterface(riid, pppv[i])");
         }
         return S_OK;
@@ -152,27 +152,23 @@ public:
     Result IndexOf(IUnknown* item) override
     try
     {
-        OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
-        ObjectPtr<IUnknown> identity;
-        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, identity.PutVoid()),
-                                IdentityText);
+        Intake taken(item);
+        OSSIRA_CHECK(!Failed(taken.Code), taken.Code, taken.Text);
         const tSystem::CLockGuard guard(this->mLock);
-        const auto found = Find(identity.Get());
-        return found != mItems.end() ? static_cast<Result>(found - mItems.begin()) : E_NOT_FOUND;
+        const auto found = mItems.Find(taken.Identity.Get());
+        return found ? static_cast<Result>(*found) : E_NOT_FOUND;
     }
     OSSIRA_CATCH_RETURN
 
     Result Insert(std::int32_t index, IUnknown* item) override
     try
     {
-        OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
-        ObjectPtr<IUnknown> identity;
-        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, identity.PutVoid()),
-                                IdentityText);
+        Intake taken(item);
+        OSSIRA_CHECK(!Failed(taken.Code), taken.Code, taken.Text);
         const tSystem::CLockGuard guard(this->mLock);
         OSSIRA_CHECK(IsInside(index) || IsSize(index), E_INVALIDARG, IndexText);
-        OSSIRA_CHECK(mItems.size() < MaximumSize, E_OUTOFMEMORY, TooLongText);
-        mItems.insert(mItems.begin() + index, std::move(identity));
+        OSSIRA_CHECK(mItems.Size() < MaximumSize, E_OUTOFMEMORY, TooLongText);
+        mItems.Insert(static_cast<std::size_t>(index), std::move(taken.Identity));
         MarkChanged();
         return S_OK;
     }
@@ -184,9 +180,7 @@ public:
         ObjectPtr<IUnknown> removed;
         const tSystem::CLockGuard guard(this->mLock);
         OSSIRA_CHECK(IsInside(index), E_INVALIDARG, IndexText);
-        const auto found = mItems.begin() + index;
-        removed = std::move(*found);
-        mItems.erase(found);
+        removed = mItems.Take(static_cast<std::size_t>(index));
         MarkChanged();
         return S_OK;
     }
@@ -196,12 +190,13 @@ public:
     try
     {
         OSSIRA_CHECK_POINTER(ppv);
-        const tSystem::CLockGuard guard(this->mLock);
+        OSSIRA_CHECK_REFERENCE(riid);
+        CItemQuestion question(this->mLock);
         OSSIRA_CHECK(IsInside(index), E_INVALIDARG, IndexText);
         IUnknown* const item = ItemAt(static_cast<std::size_t>(index));
         if (item == nullptr)
             return E_NOINTERFACE;
-        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(riid, ppv), "Item->QueryInterface(riid, ppv)");
+        OSSIRA_CHECK_CALL_TWICE(question.Ask(item, riid, ppv), "Item->QueryInterface(riid, ppv)");
         return S_OK;
     }
     OSSIRA_CATCH_RETURN
@@ -209,20 +204,18 @@ public:
     Result SetItemAt(std::int32_t index, IUnknown* item) override
     try
     {
-        OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
-        ObjectPtr<IUnknown> identity;
-        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, identity.PutVoid()),
-                                IdentityText);
+        Intake taken(item);
+        OSSIRA_CHECK(!Failed(taken.Code), taken.Code, taken.Text);
         const tSystem::CLockGuard guard(this->mLock);
         OSSIRA_CHECK(IsInside(index), E_INVALIDARG, IndexText);
-        std::swap(mItems[static_cast<std::size_t>(index)], identity);
+        mItems.Replace(static_cast<std::size_t>(index), taken.Identity);
         return S_OK;
     }
     OSSIRA_CATCH_RETURN
 
     // For the enumerator, which holds the lock.
 
-    [[nodiscard]] std::uint32_t EnumerationStamp() const noexcept
+    [[nodiscard]] std::uint64_t EnumerationStamp() const noexcept
     {
         return mStamp;
     }
@@ -230,12 +223,12 @@ public:
     [[nodiscard]] bool FirstPosition(std::size_t& at) const noexcept
     {
         at = 0;
-        return !mItems.empty();
+        return mItems.Size() != 0;
     }
 
     [[nodiscard]] bool NextPosition(std::size_t& at) const noexcept
     {
-        if (at + 1 >= mItems.size())
+        if (at + 1 >= mItems.Size())
             return false;
         ++at;
         return true;
@@ -243,41 +236,76 @@ public:
 
     [[nodiscard]] IUnknown* ItemAt(std::size_t at) const noexcept
     {
-        return mItems[at].Get();
+        return mItems.At(at);
     }
 
 private:
-    static constexpr const char* IdentityText =
-        "_item->QueryInterface(IID_IUnknown, (void**)&Item)";
+    // An item as it comes in: as its unknown interface, or what is wrong with it.
+    struct Intake
+    {
+        explicit Intake(IUnknown* item)
+        {
+            if (item == nullptr)
+                return;
+            Text = "_item->QueryInterface(IID_IUnknown, (void**)&Item)";
+            Code = item->QueryInterface(IID_IUnknown, Identity.PutVoid());
+            if (Failed(Code)) // callers see the extra attempt
+                Code = item->QueryInterface(IID_IUnknown, Identity.PutVoid());
+        }
+
+        ObjectPtr<IUnknown> Identity;
+        Result Code = E_POINTER;
+        const char* Text = "_item";
+    };
+
+    // Copied items wait in the caller's targets until they are asked, so that a copy needs no
+    // memory. What is not asked in the end is given back.
+    struct Unasked
+    {
+        Unasked(void*** at, void*** end) noexcept : At(at), End(end)
+        {
+        }
+        Unasked(const Unasked&) = delete;
+        Unasked& operator=(const Unasked&) = delete;
+        ~Unasked()
+        {
+            while (At != End)
+                TakeNext().Reset();
+        }
+
+        [[nodiscard]] ObjectPtr<IUnknown> TakeNext() noexcept
+        {
+            void* const item = std::exchange(**At++, nullptr);
+            return ObjectPtr<IUnknown>::Adopt(static_cast<IUnknown*>(item));
+        }
+
+        void*** At;
+        void*** End;
+    };
+
     static constexpr const char* IndexText = "Invalid Index param";
     static constexpr const char* TooLongText = "list<T> too long";
     static constexpr std::size_t MaximumSize = std::numeric_limits<std::int32_t>::max();
 
-    [[nodiscard]] auto Find(const IUnknown* identity) noexcept
-    {
-        return std::find_if(mItems.begin(), mItems.end(),
-                            [&](const auto& item) { return item.Get() == identity; });
-    }
-
     [[nodiscard]] bool IsInside(std::int32_t index) const noexcept
     {
-        return index >= 0 && static_cast<std::size_t>(index) < mItems.size();
+        return index >= 0 && static_cast<std::size_t>(index) < mItems.Size();
     }
 
     [[nodiscard]] bool IsSize(std::int32_t index) const noexcept
     {
-        return index >= 0 && static_cast<std::size_t>(index) == mItems.size();
+        return index >= 0 && static_cast<std::size_t>(index) == mItems.Size();
     }
 
     void MarkChanged() noexcept
     {
         ++mStamp;
-        mCount.store(static_cast<std::int32_t>(mItems.size()), std::memory_order_relaxed);
+        mCount.store(static_cast<std::int32_t>(mItems.Size()), std::memory_order_relaxed);
     }
 
-    std::vector<ObjectPtr<IUnknown>> mItems;
+    CItemSequence mItems;
     std::atomic<std::int32_t> mCount = 0; // read without the lock
-    std::uint32_t mStamp = 0;
+    std::uint64_t mStamp = 0;
 };
 
 struct NodeListText

@@ -1,0 +1,149 @@
+// One piece of a table from GUID to a movable value: entries scattered by hash over an array of
+// slots, beside which one byte a slot tells whether it is taken, and by a key of which hash,
+// roughly. A search runs over these bytes, dozens of which share a cache line, and touches one slot
+// as a rule. Everything lies in one block of memory, the bytes right behind this header.
+//
+// Whoever searches knows the number of slots already and hands in `mask`, that number less one, so
+// that this header need not be fetched.
+#pragma once
+
+#include "OssiraBase.h"
+
+#include <cstring>
+#include <memory>
+#include <new>
+#include <utility>
+
+namespace Tavrik::Ossira
+{
+
+template <class Value>
+class alignas(16) CGuidSegment
+{
+public:
+    struct Entry
+    {
+        GUID Key = GUID_Null;
+        Value Content = {};
+    };
+    static_assert(alignof(Entry) <= 16);
+
+    struct Deleter
+    {
+        void operator()(CGuidSegment* segment) const noexcept
+        {
+            segment->ForEach([](Entry& entry) { std::destroy_at(&entry); });
+            ::operator delete(segment);
+        }
+    };
+    using Owner = std::unique_ptr<CGuidSegment, Deleter>;
+
+    // A number of slots that is a multiple of 16. Throws `std::bad_alloc`.
+    [[nodiscard]] static Owner Make(std::size_t slotCount, std::uint32_t depth)
+    {
+        return Owner(new (::operator new(BlockSize(slotCount))) CGuidSegment(slotCount, depth));
+    }
+
+    // Null when memory is short.
+    [[nodiscard]] static Owner TryMake(std::size_t slotCount, std::uint32_t depth) noexcept
+    {
+        void* const block = ::operator new(BlockSize(slotCount), std::nothrow);
+        return Owner(block != nullptr ? new (block) CGuidSegment(slotCount, depth) : nullptr);
+    }
+
+    CGuidSegment(const CGuidSegment&) = delete;
+    CGuidSegment& operator=(const CGuidSegment&) = delete;
+
+    // The entry of a key, or null.
+    [[nodiscard]] Entry* Find(const GUID& key, std::uint64_t hash, std::size_t mask) noexcept
+    {
+        const std::uint8_t* const marks = Marks();
+        Entry* const entries = Entries(mask);
+        const std::uint8_t mark = Mark(hash);
+        for (std::size_t at = hash & mask; marks[at] != 0; at = (at + 1) & mask)
+        {
+            if (marks[at] == mark && SameGuid(entries[at].Key, key)) [[likely]]
+                return &entries[at];
+        }
+        return nullptr;
+    }
+
+    // Enters a key that is not there; a slot must be free beyond it, which is what ends a search.
+    Entry& Enter(Entry&& entry, std::uint64_t hash) noexcept
+    {
+        const std::size_t mask = SlotCount - 1;
+        std::size_t at = hash & mask;
+        while (Marks()[at] != 0)
+            at = (at + 1) & mask;
+        Marks()[at] = Mark(hash);
+        ++Count;
+        return *std::construct_at(Entries(mask) + at, std::move(entry));
+    }
+
+    // Frees the slot of an entry, and moves those behind it up that would no longer be found: so
+    // removals leave nothing behind that later searches would have to step over.
+    template <class Hash>
+    void Remove(Entry& entry, Hash hash) noexcept
+    {
+        const std::size_t mask = SlotCount - 1;
+        Entry* const entries = Entries(mask);
+        auto hole = static_cast<std::size_t>(&entry - entries);
+        for (std::size_t at = (hole + 1) & mask; Marks()[at] != 0; at = (at + 1) & mask)
+        {
+            const std::size_t home = hash(entries[at].Key) & mask;
+            if (((at - home) & mask) < ((at - hole) & mask))
+                continue;
+            Marks()[hole] = Marks()[at];
+            entries[hole] = std::move(entries[at]);
+            hole = at;
+        }
+        Marks()[hole] = 0;
+        std::destroy_at(entries + hole);
+        --Count;
+    }
+
+    template <class Visit>
+    void ForEach(Visit visit) noexcept
+    {
+        for (std::size_t at = 0; at < SlotCount; ++at)
+        {
+            if (Marks()[at] != 0)
+                visit(Entries(SlotCount - 1)[at]);
+        }
+    }
+
+    const std::uint32_t SlotCount;
+    std::uint32_t Count = 0;
+    std::uint32_t Depth; // so many leading bits of the hash are the same for all keys in here
+
+private:
+    CGuidSegment(std::size_t slotCount, std::uint32_t depth) noexcept
+        : SlotCount(static_cast<std::uint32_t>(slotCount)), Depth(depth)
+    {
+        std::memset(Marks(), 0, slotCount);
+    }
+
+    [[nodiscard]] static std::size_t BlockSize(std::size_t slotCount) noexcept
+    {
+        return sizeof(CGuidSegment) + slotCount * (1 + sizeof(Entry));
+    }
+
+    // Never 0, which marks a free slot. Of the hash it takes bits that choose neither the slot nor
+    // the segment.
+    [[nodiscard]] static std::uint8_t Mark(std::uint64_t hash) noexcept
+    {
+        return static_cast<std::uint8_t>(0x80 | (hash >> 20));
+    }
+
+    [[nodiscard]] std::uint8_t* Marks() noexcept
+    {
+        return reinterpret_cast<std::uint8_t*>(this + 1);
+    }
+
+    [[nodiscard]] Entry* Entries(std::size_t mask) noexcept
+    {
+        return reinterpret_cast<Entry*>(Marks() + mask + 1);
+    }
+};
+
+} // namespace Tavrik::Ossira
