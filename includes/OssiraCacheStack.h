@@ -28,7 +28,8 @@ struct IStack : IUnknown
 
     // Hands out an object's interface `iid` with a reference: a cached object, which leaves the
     // cache, or else a new one. A cached object without the interface stays and its code is
-    // answered. When all objects that may be made were made, `E_FAIL`; null `out` `E_POINTER`.
+    // answered. Objects are asked before they leave, with no lock held. When all objects that may
+    // be made were made, `E_FAIL`; null `out` `E_POINTER`.
     virtual Result Pop(const IID& iid, void** out) = 0;
 
     // Puts an object into the cache, which takes a reference. It must have the interface that was
@@ -53,10 +54,16 @@ protected:
 // A cache of objects that are made by `CreateClassObject`. Every operation but `Create` answers
 // `E_ACCESSDENIED` before it, and every one `E_DISPOSED` after disposing. Any thread may call; two
 // threads that pop never get the same object, but at the last free place both may make a new one.
+// Null in the place of a reference answers `E_POINTER`. Putting in and taking out cost the same
+// however many objects are cached. Exhausted memory answers `E_OUTOFMEMORY` and changes nothing.
 //
-// The object also offers `IObjectLock`, the lock of the cache, for sequences of calls: leave it
-// before disposing. And `IDisposable`, whose `Dispose` empties the cache for good; a second one
-// answers `E_DISPOSED`.
+// The object also offers `IObjectLock`, the lock of the cache, for sequences of calls. Whoever
+// holds it leaves it by `Unlock` also when the cache was disposed meanwhile; a thread that does not
+// hold it changes nothing by calling that. Cached objects are called while it is held only when the
+// caller of the operation holds it.
+//
+// And `IDisposable`, whose `Dispose` waits for that lock and empties the cache for good, in which
+// no object is left or put from then on; it needs no memory. A second one answers `E_DISPOSED`.
 struct IClsidObjectCacheStack : IObjectCacheStack
 {
     using Extends = IObjectCacheStack;

@@ -103,6 +103,7 @@ public:
     try
     {
         OSSIRA_CHECK_POINTER(ppv);
+        OSSIRA_CHECK_REFERENCE(riid);
         const auto enumerator =
             TryMakeTypeEnumerator(static_cast<IDatatypes*>(this), Traits::Types);
         OSSIRA_CHECK(enumerator, E_OUTOFMEMORY, "new T_KeyEnumerator");
@@ -111,14 +112,18 @@ public:
     OSSIRA_CATCH_RETURN
 
     Result Contains(const GUID& dataType) override
+    try
     {
+        OSSIRA_CHECK_REFERENCE(dataType);
         return FindRow(Traits::Types, dataType) != nullptr ? S_OK : S_FALSE;
     }
+    OSSIRA_CATCH_RETURN
 
     Result GetCharacteristics(const GUID& dataType, DatatypeCharacteristics* pInfo) override
     try
     {
         OSSIRA_CHECK_POINTER(pInfo);
+        OSSIRA_CHECK_REFERENCE(dataType);
         *pInfo = {};
         const TypeRow* const row = FindRow(Traits::Types, dataType);
         OSSIRA_CHECK(row != nullptr, E_NOT_SUPPORTED, UnknownText);
@@ -133,6 +138,7 @@ public:
     {
         OSSIRA_CHECK(result != nullptr && dataA != nullptr && dataB != nullptr, E_POINTER,
                      "result, dataA, dataB");
+        OSSIRA_CHECK_REFERENCE(dataType);
         const TypeRow* const row = FindRow(Traits::Types, dataType);
         OSSIRA_CHECK(row != nullptr, E_NOT_SUPPORTED, UnknownText);
         OSSIRA_CHECK(row->Compare != nullptr, E_NOT_SUPPORTED,
@@ -150,6 +156,7 @@ public:
     {
         OSSIRA_CHECK(dataA != nullptr && dataB != nullptr && dataR != nullptr, E_POINTER,
                      "dataA, dataB, dataR");
+        OSSIRA_CHECK_REFERENCE(dataType);
         const TypeRow* const row = FindRow(Traits::Types, dataType);
         OSSIRA_CHECK(row != nullptr, E_NOT_SUPPORTED, UnknownText);
         OSSIRA_CHECK(row->Lerp != nullptr, E_NOT_SUPPORTED, "dataType not supports ValueLerp()");

@@ -36,7 +36,7 @@ static_assert(offsetof(DatatypeCharacteristics, Size) == 48);
 // the datatypes of OssiraValue.h; a provider never changes, so any thread may call.
 //
 // For an unknown datatype a provider answers `E_NOT_SUPPORTED`, the service `E_NOT_FOUND`. Data
-// need not be aligned.
+// need not be aligned. Null in the place of a reference answers `E_POINTER`.
 struct IDatatypes : IUnknown
 {
     using Extends = IUnknown;
@@ -79,13 +79,18 @@ protected:
 //
 // The first question (the operations of `IDatatypes`, and `GetDatatype`) installs the runtime's own
 // datatypes and then the providers of `REGCAT_Datatypes`, once, whatever comes of it: a provider
-// that cannot be created is reported, and those behind it are not installed. Whoever asks while
-// another thread installs may not find everything yet; a provider may ask while it is created.
+// that cannot be created is reported, and those behind it are not installed. Only a shortage of
+// memory is different: the next question tries again, and one that found not even the runtime's own
+// datatypes answers `E_OUTOFMEMORY`. What a provider asks while it is being installed is answered
+// as far as the directory got.
 //
-// A datatype belongs to the provider that was registered for it first. What changes the directory
-// holds the service's lock, which is re-entrant, and calls providers and may release them
-// meanwhile: a provider does not wait for another thread in `GetEnumerator`, `Contains`,
-// `GetCharacteristics` or its destruction. Questions hold no lock while the provider answers.
+// The installation creates singletons and therefore holds the process-wide section, which other
+// threads that ask meanwhile wait for: a provider that is just being installed does not wait for
+// another thread that asks the service or the singleton registry. Apart from that providers are
+// called and released with no lock held.
+//
+// A datatype belongs to the provider that was registered for it first. Questions cost what a look
+// into a dictionary costs, and what the provider makes of them.
 // Two services that are registered with each other for one datatype would ask each other for ever.
 struct IDatatypesService : IDatatypes
 {

@@ -46,7 +46,8 @@ struct ICommonMemoryAllocator32 : IUnknown
                                     std::uint32_t* outSize) = 0;
 
     // The same as a new segment; on success *ppv owns a reference. `riid` is `IMemorySegment32`'s,
-    // or else `E_INVALIDARG`. A block that cannot be had is tried for a second time.
+    // or else `E_INVALIDARG`; null in its place answers `E_POINTER`. A block that cannot be had is
+    // tried for a second time.
     virtual Result AllocMemorySegment32(std::uint32_t byteSize, std::uint32_t alignment,
                                         std::uint32_t flags, const IID& riid, void** ppv) = 0;
 

@@ -99,8 +99,10 @@ struct IThreadPool
 {
     virtual void* DeletingDestructor(std::uint32_t flags) = 0;
 
-    // Ends the workers, waits for them and frees the pool: `S_OK`. No run may be under way. The
-    // pool of a box refuses this, `E_UNEXPECTED`, and slot 0.
+    // Gives the pool up: `S_OK`. Ends the workers, waits for them and frees the pool, at once or,
+    // while runs are under way, at the end of the last one, on the thread that asked for that; so a
+    // job may give up the pool that it runs on. The pool of a box refuses this, `E_UNEXPECTED`, and
+    // slot 0, which does the same when it is to free the memory.
     virtual Result Release() = 0;
 
     // Runs a job on the workers and on the calling thread, and returns when every copy of it has
@@ -116,7 +118,14 @@ struct IThreadPool
     // Answers 0, or -1 when the abort flag was raised. `abortFlag` is lowered first; raised by
     // anybody it keeps further copies from starting. It may be null, then the run has a flag of its
     // own. What a job throws raises the flag and is reported. A null function answers `E_POINTER`.
-    // `name` is for diagnostics lines and may be null. A job may itself call `Run`.
+    // `name` is for diagnostics lines and may be null.
+    //
+    // A job may itself call `Run`, of its own pool or of another one, whose jobs may come back to
+    // the first. A worker that waits for such a run takes back the copies that nobody has begun,
+    // and meanwhile runs those that other runs hand to it, up to eight within each other: hold no
+    // lock across `Run` that another job needs.
+    //
+    // Costs nothing that grows but with the number of workers, and no memory.
     virtual Result Run(IThreadFunction* function, std::uint8_t* abortFlag, std::uint8_t symmetric,
                        const char* name) = 0;
 
@@ -207,21 +216,29 @@ inline constexpr IID IID_ICommonThreadPoolBox = {
 // Owns a thread pool and hands it out; the box in the singleton registry owns the process's. Any
 // thread may call.
 //
-// The pool lives as long as the box. Destroying the box ends its workers and waits for them: a
-// module that runs jobs must see to it that none is running by then, and that the box is gone, or
-// its own jobs have all returned, before the module is unloaded.
+// The pool lives as long as the box and the runs that are under way. The last reference on the box
+// may be given back anywhere, also by a job; the pool then ends as `IThreadPool::Release` says. A
+// module that runs jobs must see to it that they have all returned before it is unloaded. Where the
+// runtime is unloaded while a pool lives, its workers are ended and waited for; no job may be
+// running then.
+//
+// In a process that was made by `fork` the pools of the parent have no workers: runs are the
+// calling thread's alone, and a pool is given up, and the runtime unloaded, without any wait. A job
+// must not return into its pool in a process that it forked itself. As everywhere, locks that other
+// threads of the parent held at that moment are never left: unless the forking thread was the only
+// one that used the runtime, the child calls nothing of it but what needs no lock, or `exec`.
 struct ICommonThreadPoolBox : IUnknown
 {
     using Extends = IUnknown;
     static constexpr IID Iid = IID_ICommonThreadPoolBox;
 
     // Makes the pool: `count` workers, 64 at most, or one less than the machine has processors when
-    // `count` is less than 1. A pool that is there already answers `E_ACCESSDENIED`, threads that
-    // cannot be had `E_FAIL`.
+    // `count` is less than 1. A pool that is there already answers `E_ACCESSDENIED`, exhausted
+    // memory `E_OUTOFMEMORY`, threads that cannot be had `E_FAIL`.
     virtual Result Create(std::int32_t count) = 0;
 
     // Hands out the pool, borrowed, and makes it first where there is none. Null answers
-    // `E_POINTER`, threads that cannot be had `E_FAIL`.
+    // `E_POINTER`, exhausted memory `E_OUTOFMEMORY`, threads that cannot be had `E_FAIL`.
     virtual Result GetThreadPool(tSystem::tThreads::IThreadPool** out) = 0;
 
     // Switches the statistics of every pool of the process on (not 0) or off, as they are at first:

@@ -5,6 +5,7 @@
 #include "GlobalObserver.h"
 #include "Library.h"
 #include "OssiraClasses.h"
+#include "threads/ThreadPool.h"
 
 namespace Tavrik::Ossira
 {
@@ -34,6 +35,7 @@ Result OnAttached() noexcept
 
 void OnDetaching() noexcept
 {
+    tSystem::tThreads::CThreadPool::EndAllWorkers(); // their code goes with the library
     SetGlobalObserver(nullptr);
 }
 

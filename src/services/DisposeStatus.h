@@ -1,13 +1,22 @@
-// Where an object stands between work and disposal.
+// Where an object stands between work and disposal. A class lists it among its bases in the place
+// of `IDisposable` and implements `Dispose`.
 #pragma once
+
+#include "OssiraModified.h"
 
 #include <atomic>
 
 namespace Tavrik::Ossira
 {
 
-class CDisposeStatus
+class CDisposeStatus : public IDisposable
 {
+public:
+    Result IsDisposed() override
+    {
+        return mDisposed ? S_OK : S_FALSE;
+    }
+
 protected:
     CDisposeStatus() = default;
     ~CDisposeStatus() = default;
@@ -18,18 +27,12 @@ protected:
         return mDisposing || mDisposed;
     }
 
-    [[nodiscard]] bool WasDisposed() const noexcept
-    {
-        return mDisposed;
-    }
-
     // False when another call began before.
     [[nodiscard]] bool BeginDisposal() noexcept
     {
         return !mDisposed && !mDisposing.exchange(true);
     }
 
-    // A disposal that fails does not come here: the object then refuses work for good.
     void EndDisposal() noexcept
     {
         mDisposed = true;

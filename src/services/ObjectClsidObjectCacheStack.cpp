@@ -1,13 +1,17 @@
-// A bounded pool of objects of one class, kept in a lockable list. Several steps on the list are
-// made one by holding the list's own lock, which callers can hold as well.
+// A bounded pool of objects of one class. The cached objects stand in a linked list, so that taking
+// one out, putting one in and emptying the whole cost the same however many there are, and nothing
+// but a new place needs memory: that is had before the lock is taken.
+//
+// The cache's lock is re-entrant, because callers can hold it as well. While it is held here
+// nothing of an object is called but `AddRef`.
 #include "DisposeStatus.h"
-#include "FastCriticalSection.h"
 #include "OssiraCacheStack.h"
 #include "OssiraClasses.h"
 #include "OssiraCollections.h"
 #include "OssiraFrame.h"
+#include "Platform.h"
 
-#include <vector>
+#include <list>
 
 namespace Tavrik::Ossira
 {
@@ -20,10 +24,9 @@ constexpr const char* NotCreated = "ClsidObjectCacheStack-Object not created - s
 class T_ClsidObjectCacheStack : public IClsidObjectCacheStack,
                                 public CObjectIdentity<T_ClsidObjectCacheStack>,
                                 public IObjectLock,
-                                public IDisposable,
+                                public CDisposeStatus,
                                 public CObjectName,
-                                public COssiraUnknown,
-                                private CDisposeStatus
+                                public COssiraUnknown
 {
 public:
     static constexpr CLSID ClassId = CLSID_ClsidObjectCacheStack;
@@ -44,32 +47,20 @@ public:
 
     Result Dispose() override;
 
-    Result IsDisposed() override
-    {
-        return WasDisposed() ? S_OK : S_FALSE;
-    }
-
 private:
-    using Items = std::vector<ObjectPtr<IUnknown>>;
+    using Items = std::list<ObjectPtr<IUnknown>>; // each by its identity
 
-    struct LeaveLock
-    {
-        void operator()(IObjectLock* lock) const
-        {
-            lock->Unlock();
-        }
-    };
-    using ListLock = std::unique_ptr<IObjectLock, LeaveLock>;
-
-    [[nodiscard]] ListLock LockList();
-    [[nodiscard]] Items CollectItems();
+    [[nodiscard]] ObjectPtr<IUnknown> First();
+    [[nodiscard]] bool TryRemoveFirst(const ObjectPtr<IUnknown>& first);
     [[nodiscard]] bool MayCreate() const noexcept;
+    [[nodiscard]] bool LeaveCallersLock() noexcept;
     void EmptyCache();
 
-    tSystem::CFastCriticalSection mCreateLock;
+    tSystem::CCriticalSection mLock; // guards mItems and mCallersDepth
+    Items mItems;
+    std::uint32_t mCallersDepth = 0; // how often callers hold the lock
+
     std::atomic<bool> mIsCreated = false; // what follows is set and stays, but for the last
-    ObjectPtr<IList> mList;
-    ObjectPtr<IObjectLock> mListLock;
     CLSID mClassId = GUID_Null;
     IID mInterfaceId = GUID_Null;
     std::uint32_t mMaxObjectCount = 0;
@@ -77,20 +68,13 @@ private:
     std::atomic<std::int32_t> mCreatedCount = 0;
 };
 
-// Callers meet the list's failures where they call this.
-T_ClsidObjectCacheStack::ListLock T_ClsidObjectCacheStack::LockList()
-{
-    constexpr std::uint32_t mode = 3;
-    OSSIRA_CHECK_CALL_TWICE(mListLock->Lock(mode), "Lock.Enter");
-    return ListLock(mListLock.Get());
-}
-
 Result T_ClsidObjectCacheStack::IsEmpty()
 try
 {
     OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "IsEmpty");
     OSSIRA_CHECK(mIsCreated, E_ACCESSDENIED, NotCreated);
-    return mList->GetCount() == 0 ? S_OK : S_FALSE;
+    const tSystem::CLockGuard guard(mLock);
+    return mItems.empty() ? S_OK : S_FALSE;
 }
 OSSIRA_CATCH_RETURN
 
@@ -104,20 +88,47 @@ try
 }
 OSSIRA_CATCH_RETURN
 
+// The object whose turn it is, which stays where it is; null when there is none.
+ObjectPtr<IUnknown> T_ClsidObjectCacheStack::First()
+{
+    const tSystem::CLockGuard guard(mLock);
+    return mItems.empty() ? ObjectPtr<IUnknown>() : mItems.front();
+}
+
+// False when it is not the first any more.
+bool T_ClsidObjectCacheStack::TryRemoveFirst(const ObjectPtr<IUnknown>& first)
+{
+    Items removed; // whose reference goes after the lock was left
+    const tSystem::CLockGuard guard(mLock);
+    if (mItems.empty() || mItems.front().Get() != first.Get())
+        return false;
+    removed.splice(removed.begin(), mItems, mItems.begin());
+    return true;
+}
+
+// An object is asked for the interface before it leaves the cache, since it stays if it has none.
+// When another thread takes it meanwhile, the next one is asked.
 Result T_ClsidObjectCacheStack::Pop(const IID& iid, void** out)
 try
 {
     OSSIRA_CHECK_POINTER(out);
+    OSSIRA_CHECK_REFERENCE(iid);
     OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "Pop");
     OSSIRA_CHECK(mIsCreated, E_ACCESSDENIED, NotCreated);
 
     ObjectPtr<IUnknown> item;
-    if (const ListLock lock = LockList(); mList->GetCount() > 0)
+    ObjectPtr<IUnknown> first;
+    do
     {
-        OSSIRA_CHECK_CALL_TWICE(mList->GetItemAt(0, iid, item.PutVoid()), "GetItemAt");
-        OSSIRA_CHECK_CALL_TWICE(mList->Remove(item.Get()), "Remove");
-    }
-    if (!item)
+        item.Reset();
+        first = First();
+        if (!first)
+            break;
+        tSystem::CheckForeignCall();
+        OSSIRA_CHECK_CALL_TWICE(first->QueryInterface(iid, item.PutVoid()), "GetItemAt");
+    } while (!TryRemoveFirst(first));
+
+    if (!first)
     {
         OSSIRA_CHECK(MayCreate(), E_FAIL, "Too many objects - see maxObjectCount at Create()");
         OSSIRA_CHECK_CALL_TWICE(CreateClassObject(&mClassId, &iid, item.PutVoid()),
@@ -136,9 +147,19 @@ try
     OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "Push");
     OSSIRA_CHECK(mIsCreated, E_ACCESSDENIED, NotCreated);
     ObjectPtr<IUnknown> item;
+    tSystem::CheckForeignCall();
     OSSIRA_CHECK_CALL_TWICE(value->QueryInterface(mInterfaceId, item.PutVoid()),
                             "value must support the IID defined at Create()");
-    OSSIRA_CHECK_CALL_TWICE(mList->Add(item.Get()), "Add");
+    OSSIRA_CHECK(item, E_POINTER, "Add");
+    Items added(1);
+    OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, added.front().PutVoid()), "Add");
+    OSSIRA_CHECK(added.front(), E_POINTER, "Add");
+    {
+        const tSystem::CLockGuard guard(mLock);
+        if (!IsClosed())
+            mItems.splice(mItems.end(), added);
+    }
+    OSSIRA_CHECK(added.empty(), E_DISPOSED, "Push"); // since the cache was emptied for good
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
@@ -148,19 +169,16 @@ Result T_ClsidObjectCacheStack::Create(const CLSID& clsid, const IID& iid,
 try
 {
     constexpr std::uint32_t withoutLimit = 0xFFFFFFFF;
+    OSSIRA_CHECK_REFERENCE(clsid);
+    OSSIRA_CHECK_REFERENCE(iid);
     OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "Create");
     OSSIRA_CHECK(!mIsCreated, E_ACCESSDENIED, "Already created");
     OSSIRA_CHECK(!SameGuid(clsid, GUID_Null) && !SameGuid(iid, GUID_Null), E_INVALIDARG,
                  "clsid and iid cannot be GUID_Null");
-    ObjectPtr<IList> list;
-    OSSIRA_CHECK_CALL_TWICE(CreateObject(CLSID_LockableNodeList, list), "CreateLockableNodeList");
-    ObjectPtr<IObjectLock> listLock;
-    OSSIRA_CHECK_CALL_TWICE(list.QueryTo(listLock), "query IObjectLock");
 
-    const tSystem::CLockGuard guard(mCreateLock);
-    OSSIRA_CHECK(!mIsCreated, E_ACCESSDENIED, "Already created"); // by another thread
-    mList = std::move(list);
-    mListLock = std::move(listLock);
+    const tSystem::CLockGuard guard(mLock); // other threads may have been faster
+    OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "Create");
+    OSSIRA_CHECK(!mIsCreated, E_ACCESSDENIED, "Already created");
     mClassId = clsid;
     mInterfaceId = iid;
     mMaxObjectCount = maxObjectCount == 0 ? withoutLimit : maxObjectCount;
@@ -170,22 +188,41 @@ try
 }
 OSSIRA_CATCH_RETURN
 
-Result T_ClsidObjectCacheStack::Lock(std::uint32_t mode)
+Result T_ClsidObjectCacheStack::Lock(std::uint32_t)
 try
 {
     OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "LockObject");
     OSSIRA_CHECK(mIsCreated, E_ACCESSDENIED, NotCreated);
-    OSSIRA_CHECK_CALL_TWICE(mListLock->Lock(mode), "LockObject");
+    mLock.lock();
+    ++mCallersDepth;
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
 
+// Whether this thread had it from `Lock`: the lock can be had again here, and callers hold it.
+bool T_ClsidObjectCacheStack::LeaveCallersLock() noexcept
+{
+    if (!mLock.try_lock())
+        return false;
+    const bool isHeld = mCallersDepth > 0;
+    if (isHeld)
+    {
+        --mCallersDepth;
+        mLock.unlock();
+    }
+    mLock.unlock();
+    return isHeld;
+}
+
+// Whoever holds the lock leaves it whatever became of the cache: the one who disposes of it may be
+// waiting for that.
 Result T_ClsidObjectCacheStack::Unlock()
 try
 {
+    if (LeaveCallersLock())
+        return S_OK;
     OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "UnlockObject");
     OSSIRA_CHECK(mIsCreated, E_ACCESSDENIED, NotCreated);
-    OSSIRA_CHECK_CALL_TWICE(mListLock->Unlock(), "UnlockObject");
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
@@ -207,40 +244,21 @@ bool T_ClsidObjectCacheStack::MayCreate() const noexcept
     return limit < 1 || mCreatedCount < limit;
 }
 
-T_ClsidObjectCacheStack::Items T_ClsidObjectCacheStack::CollectItems()
-{
-    ObjectPtr<IEnumerator> enumerator;
-    OSSIRA_CHECK_CALL_TWICE(mList->GetEnumerator(IID_IEnumerator, enumerator.PutVoid()),
-                            "GetEnumerator");
-    Items items;
-    while (enumerator->MoveNext() == S_OK)
-    {
-        ObjectPtr<IUnknown> item;
-        if (!Failed(enumerator->GetCurrent(IID_IUnknown, item.PutVoid())))
-            items.push_back(std::move(item));
-    }
-    return items;
-}
-
 // No item is disposed or released while the lock is held: they may call back.
 void T_ClsidObjectCacheStack::EmptyCache()
 {
-    if (!mIsCreated)
-        return;
     Items items;
-    ListLock lock = LockList();
-    if (mDisposeItems)
-        items = CollectItems();
-    mCreatedCount = 0;
+    {
+        const tSystem::CLockGuard guard(mLock);
+        items.swap(mItems);
+        mCreatedCount = 0;
+    }
     if (!mDisposeItems)
-        lock.reset(); // the list has a lock of its own for this, and leaves it to release items
-    mList->Clear();
-    lock.reset();
-
+        return;
     for (const ObjectPtr<IUnknown>& item : items)
     {
         ObjectPtr<IDisposable> disposable;
-        if (!Failed(item.QueryTo(disposable)))
+        if (!Failed(item.QueryTo(disposable)) && disposable)
             disposable->Dispose();
     }
 }

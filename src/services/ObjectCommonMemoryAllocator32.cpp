@@ -55,8 +55,7 @@ private:
         std::uint32_t Max = 0;
     };
 
-    static constexpr std::uint32_t SizeLimit = 100000000;
-    static constexpr std::uint32_t MaxAlignment = 1024;
+    static void CheckRequest(std::uint32_t byteSize, std::uint32_t alignment);
 
     // On success the caller owns the block, which is counted.
     [[nodiscard]] Result AllocBlock(std::uint32_t byteSize, std::uint32_t alignment,
@@ -92,6 +91,14 @@ public:
 private:
     ICommonMemoryAllocator32& mAllocator;
 };
+
+void T_CommonMemoryAllocator32::CheckRequest(std::uint32_t byteSize, std::uint32_t alignment)
+{
+    constexpr std::uint32_t sizeLimit = 100000000;
+    constexpr std::uint32_t maxAlignment = 1024;
+    OSSIRA_CHECK(byteSize < sizeLimit, E_INVALIDARG, "byteSize >= 0 && byteSize < 100000000");
+    OSSIRA_CHECK(alignment <= maxAlignment, E_INVALIDARG, "aligment >= 0 && aligment <= 1024");
+}
 
 T_CommonMemoryAllocator32::~T_CommonMemoryAllocator32()
 {
@@ -181,8 +188,7 @@ try
     OSSIRA_CHECK(
         ppPhyAddr != nullptr && pPhySize != nullptr && ppAddr != nullptr && pSize != nullptr,
         E_POINTER, "ppPhyAddr != NULL && pPhySize != NULL && ppAddr != NULL && pSize != NULL");
-    OSSIRA_CHECK(byteSize < SizeLimit, E_INVALIDARG, "byteSize >= 0 && byteSize < 100000000");
-    OSSIRA_CHECK(alignment <= MaxAlignment, E_INVALIDARG, "aligment >= 0 && aligment <= 1024");
+    CheckRequest(byteSize, alignment);
     CBlock block;
     if (const Result result = AllocBlock(byteSize, alignment, flags, block); Failed(result))
         return result; // its line is written
@@ -200,8 +206,8 @@ Result T_CommonMemoryAllocator32::AllocMemorySegment32(std::uint32_t byteSize,
 try
 {
     OSSIRA_CHECK_POINTER(ppv);
-    OSSIRA_CHECK(byteSize < SizeLimit, E_INVALIDARG, "byteSize >= 0 && byteSize < 100000000");
-    OSSIRA_CHECK(alignment <= MaxAlignment, E_INVALIDARG, "aligment >= 0 && aligment <= 1024");
+    CheckRequest(byteSize, alignment);
+    OSSIRA_CHECK_REFERENCE(riid);
     OSSIRA_CHECK(SameGuid(riid, IID_IMemorySegment32), E_INVALIDARG,
                  "riid == IID_IMemorySegment32");
     ObjectPtr<IMemorySegment32> segment;

@@ -44,11 +44,12 @@ public:
         return mPool->GetThreadCount();
     }
 
-    // Makes the pool; false when there are no threads to be had.
-    [[nodiscard]] bool Create(std::int32_t count) noexcept
+    // Makes the pool: `S_OK`, `E_OUTOFMEMORY`, or `E_FAIL` when there are no threads to be had.
+    [[nodiscard]] Result Create(std::int32_t count) noexcept
     {
-        mPool.reset(tSystem::tThreads::CreateThreadPool(count));
-        return mPool != nullptr;
+        Result failure = S_OK;
+        mPool.reset(tSystem::tThreads::CreateThreadPool(count, &failure));
+        return failure;
     }
 
 private:
@@ -109,7 +110,7 @@ public:
 private:
     void CreatePool(std::int32_t count)
     {
-        OSSIRA_CHECK(mPool.Create(count), E_FAIL, "Create Threads failed");
+        OSSIRA_CHECK_CALL(mPool.Create(count), "Create Threads failed");
         mIsCreated = true;
     }
 

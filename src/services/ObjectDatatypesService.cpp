@@ -1,7 +1,8 @@
-// The directory of datatypes: a lockable dictionary of providers, which readers ask without any
-// lock of the service. The first question fills it; because the mark for that is taken away before
-// the work begins, a provider that asks the service while it is being created finds it as far as
-// it got.
+// The directory of datatypes: a lockable dictionary of providers. Providers are asked with no lock
+// of the service held; what they answered is entered under its section. The first question fills
+// the directory under the process-wide section, as singletons are made: other threads that ask wait
+// for that, and the thread that installs, whose providers may ask the service while they are
+// created, finds it as far as it got.
 #include "OssiraBullets.h"
 #include "OssiraDatatypes.h"
 #include "OssiraFrame.h"
@@ -44,21 +45,34 @@ public:
     Result GetDatatype(const GUID& dataType, IDatatypes** ppType) override;
 
 private:
+    enum class EInstallation : std::uint8_t
+    {
+        Pending,
+        UnderWay,
+        Over
+    };
+
     void EnsureInstalled();
     [[nodiscard]] ObjectPtr<IDatatypes> InternalGetDatatype(const GUID& dataType);
     [[nodiscard]] bool IsThis(IDatatypes* types) noexcept;
 
-    // The following with the section held.
-    Result InstallDatatypes();
-    void InternalRegisterDatatype(IDatatypes* pTypes);
-    void InternalRegisterDatatype(const GUID& dataType, IDatatypes* pType);
-    void InternalUngegisterDatatype(const GUID& dataType);
+    // Who registers: a caller, or the installation, which is over when the directory was cleared.
+    enum class ESource : std::uint8_t
+    {
+        Caller,
+        Installation
+    };
 
-    // Whoever installs makes singletons and therefore takes the process-wide section before this
-    // one: a singleton that registers its datatypes while it is created holds them in that order.
-    tSystem::CCriticalSection mSection;
+    Result InstallIntrinsic();
+    Result InstallRegistered();
+    void InternalRegisterDatatype(IDatatypes* pTypes, ESource source);
+    void InternalRegisterDatatype(const GUID& dataType, IDatatypes* pType, ESource source);
+    void InternalUngegisterDatatype(const GUID& dataType);
+    [[nodiscard]] bool Enter(const GUID& dataType, IDatatypes* pType, ESource source);
+
+    tSystem::CCriticalSection mSection; // held while something is entered; no provider is called
     ObjectPtr<IDictionaryGUID> mTable;
-    std::atomic<bool> mInstallPending = true;
+    std::atomic<EInstallation> mInstallation = EInstallation::Pending;
 };
 
 [[nodiscard]] bool Holds(IDictionaryGUID& table, const GUID& dataType)
@@ -122,18 +136,26 @@ T_DatatypesService::T_DatatypesService()
 
 // --- Installation -------------------------------------------------------------------------------
 
-// Tried once; what came of it is reported and does not concern the question that is being asked.
+// Tried once, but for shortage of memory, which may be over at the next question. What else came of
+// it is reported and does not concern the question that is being asked.
 void T_DatatypesService::EnsureInstalled()
 {
-    if (!mInstallPending)
+    if (mInstallation.load(std::memory_order_acquire) == EInstallation::Over)
         return;
     const tSystem::CLockGuard singletons(GlobalCriticalSection());
-    const tSystem::CLockGuard guard(mSection);
-    if (mInstallPending.exchange(false))
-        (void)InstallDatatypes();
+    EInstallation state = EInstallation::Pending;
+    if (!mInstallation.compare_exchange_strong(state, EInstallation::UnderWay))
+        return; // over meanwhile, or it is the thread that installs
+    const Result intrinsic = InstallIntrinsic();
+    const Result result = Failed(intrinsic) ? intrinsic : InstallRegistered();
+    state = EInstallation::UnderWay; // else the directory was cleared
+    mInstallation.compare_exchange_strong(state, result == E_OUTOFMEMORY ? EInstallation::Pending
+                                                                         : EInstallation::Over);
+    // Whatever would be answered without the runtime's own datatypes would be wrong.
+    OSSIRA_CHECK(intrinsic != E_OUTOFMEMORY, E_OUTOFMEMORY, "InstallDatatypes");
 }
 
-Result T_DatatypesService::InstallDatatypes()
+Result T_DatatypesService::InstallIntrinsic()
 try
 {
     const std::uint32_t mask = CurrentLevelMask();
@@ -142,8 +164,15 @@ try
     ObjectPtr<IDatatypes> provider;
     OSSIRA_CHECK_CALL_TWICE(CreateSingleton(CLSID_IntrinsicDatatypes, provider),
                             "CreateSingletonIntrinsicDatatypes");
-    InternalRegisterDatatype(provider.Get());
+    InternalRegisterDatatype(provider.Get(), ESource::Installation);
+    return S_OK;
+}
+OSSIRA_CATCH_RETURN
 
+Result T_DatatypesService::InstallRegistered()
+try
+{
+    const std::uint32_t mask = CurrentLevelMask();
     ObjectPtr<IClsidRegistry> registry;
     OSSIRA_CHECK_CALL_TWICE(CreateSingleton(CLSID_ClsidRegistry, registry),
                             "CreateSingletonClsidRegistry");
@@ -160,35 +189,50 @@ try
     ForEachGUID(*classes,
                 [&](const CLSID& clsid)
                 {
+                    ObjectPtr<IDatatypes> provider;
                     OSSIRA_CHECK_CALL(CreateObject(clsid, provider),
                                       "Could not create Datatypes-Object");
-                    InternalRegisterDatatype(provider.Get());
+                    InternalRegisterDatatype(provider.Get(), ESource::Installation);
                 });
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
 
-void T_DatatypesService::InternalRegisterDatatype(IDatatypes* pTypes)
+void T_DatatypesService::InternalRegisterDatatype(IDatatypes* pTypes, ESource source)
 {
-    ForEachDatatype(*pTypes,
-                    [&](const GUID& dataType) { InternalRegisterDatatype(dataType, pTypes); });
+    ForEachDatatype(*pTypes, [&](const GUID& dataType)
+                    { InternalRegisterDatatype(dataType, pTypes, source); });
 }
 
-void T_DatatypesService::InternalRegisterDatatype(const GUID& dataType, IDatatypes* pType)
+void T_DatatypesService::InternalRegisterDatatype(const GUID& dataType, IDatatypes* pType,
+                                                  ESource source)
 {
     const std::uint32_t mask = CurrentLevelMask();
     OSSIRA_CHECK(!SameGuid(dataType, GUID_Null), E_INVALIDARG, NullTypeText);
+    tSystem::CheckForeignCall();
     OSSIRA_CHECK(pType->Contains(dataType) == S_OK, E_INVALIDARG,
                  "Could not find dataType in pType");
-    if (Holds(*mTable, dataType))
+    if (!Holds(*mTable, dataType))
     {
-        OSSIRA_PRINT(mask, PRINT_WARN, "Datatype \"%s\" already registerd [%s]\n",
+        OSSIRA_PRINT(mask, PRINT_TRACE, "Register \"%s\" Datatype [%s]\n",
                      CPrintableInfo(*pType, dataType).Name(), CGuidText(dataType).Text());
-        return;
+        if (Enter(dataType, pType, source))
+            return;
     }
-    OSSIRA_PRINT(mask, PRINT_TRACE, "Register \"%s\" Datatype [%s]\n",
+    OSSIRA_PRINT(mask, PRINT_WARN, "Datatype \"%s\" already registerd [%s]\n",
                  CPrintableInfo(*pType, dataType).Name(), CGuidText(dataType).Text());
+}
+
+// False when another thread was faster.
+bool T_DatatypesService::Enter(const GUID& dataType, IDatatypes* pType, ESource source)
+{
+    const tSystem::CLockGuard guard(mSection);
+    if (source == ESource::Installation && mInstallation == EInstallation::Over)
+        return true;
+    if (Holds(*mTable, dataType))
+        return false;
     OSSIRA_CHECK_CALL_TWICE(mTable->SetValueGUID(dataType, pType), "SetValueGUID");
+    return true;
 }
 
 void T_DatatypesService::InternalUngegisterDatatype(const GUID& dataType)
@@ -227,6 +271,7 @@ Result T_DatatypesService::GetEnumerator(const IID& riid, void** ppv)
 try
 {
     OSSIRA_CHECK_POINTER(ppv);
+    OSSIRA_CHECK_REFERENCE(riid);
     EnsureInstalled();
     OSSIRA_CHECK_CALL_TWICE(mTable->GetEnumerator(riid, ppv), "GetEnumerator");
     return S_OK;
@@ -236,6 +281,7 @@ OSSIRA_CATCH_RETURN
 Result T_DatatypesService::Contains(const GUID& dataType)
 try
 {
+    OSSIRA_CHECK_REFERENCE(dataType);
     EnsureInstalled();
     return mTable->ContainsGUID(dataType);
 }
@@ -245,6 +291,7 @@ Result T_DatatypesService::GetCharacteristics(const GUID& dataType, DatatypeChar
 try
 {
     OSSIRA_CHECK_POINTER(pInfo);
+    OSSIRA_CHECK_REFERENCE(dataType);
     EnsureInstalled();
     const ObjectPtr<IDatatypes> provider = InternalGetDatatype(dataType);
     Result answer = S_OK;
@@ -259,6 +306,7 @@ Result T_DatatypesService::ValueCompare(const GUID& dataType, const void* dataA,
                                         std::int32_t* result)
 try
 {
+    OSSIRA_CHECK_REFERENCE(dataType);
     EnsureInstalled();
     const ObjectPtr<IDatatypes> provider = InternalGetDatatype(dataType);
     Result answer = S_OK;
@@ -274,6 +322,7 @@ Result T_DatatypesService::ValueLerp(const GUID& dataType, const void* dataA, st
                                      std::uint32_t sizeR)
 try
 {
+    OSSIRA_CHECK_REFERENCE(dataType);
     EnsureInstalled();
     const ObjectPtr<IDatatypes> provider = InternalGetDatatype(dataType);
     Result written = S_OK;
@@ -288,6 +337,7 @@ Result T_DatatypesService::GetDatatype(const GUID& dataType, IDatatypes** ppType
 try
 {
     OSSIRA_CHECK_POINTER(ppType);
+    OSSIRA_CHECK_REFERENCE(dataType);
     EnsureInstalled();
     *ppType = InternalGetDatatype(dataType).Detach();
     return S_OK;
@@ -301,8 +351,8 @@ try
 {
     OSSIRA_CHECK_POINTER(pType);
     OSSIRA_CHECK(!IsThis(pType), E_INVALIDARG, "this as pType not allowed");
-    const tSystem::CLockGuard guard(mSection);
-    InternalRegisterDatatype(dataType, pType);
+    OSSIRA_CHECK_REFERENCE(dataType);
+    InternalRegisterDatatype(dataType, pType, ESource::Caller);
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
@@ -312,8 +362,7 @@ try
 {
     OSSIRA_CHECK_POINTER(pTypes);
     OSSIRA_CHECK(!IsThis(pTypes), E_INVALIDARG, "this as pTypes not allowed");
-    const tSystem::CLockGuard guard(mSection);
-    InternalRegisterDatatype(pTypes);
+    InternalRegisterDatatype(pTypes, ESource::Caller);
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
@@ -321,7 +370,7 @@ OSSIRA_CATCH_RETURN
 Result T_DatatypesService::UnregisterDatatype(const GUID& dataType)
 try
 {
-    const tSystem::CLockGuard guard(mSection);
+    OSSIRA_CHECK_REFERENCE(dataType);
     InternalUngegisterDatatype(dataType);
     return S_OK;
 }
@@ -332,7 +381,6 @@ try
 {
     OSSIRA_CHECK_POINTER(pTypes);
     OSSIRA_CHECK(!IsThis(pTypes), E_INVALIDARG, "this as pTypes not allowed");
-    const tSystem::CLockGuard guard(mSection);
     ForEachDatatype(*pTypes, [&](const GUID& dataType) { InternalUngegisterDatatype(dataType); });
     return S_OK;
 }
@@ -343,8 +391,10 @@ Result T_DatatypesService::ClearDatatypes()
 try
 {
     OSSIRA_PRINT(CurrentLevelMask(), PRINT_TRACE, "ClearDatatypes\n");
-    const tSystem::CLockGuard guard(mSection);
-    mInstallPending = false;
+    {
+        const tSystem::CLockGuard guard(mSection); // an installation enters nothing from now on
+        mInstallation = EInstallation::Over;
+    }
     OSSIRA_CHECK_CALL_TWICE(mTable->Clear(), "Clear()");
     return S_OK;
 }

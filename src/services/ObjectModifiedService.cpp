@@ -1,16 +1,17 @@
 // A change counter with a chain of dependants. Rings are found without any walk over the graph: an
 // object that is touched while it is being touched must have been reached from itself.
 //
-// A touch works on a copy of the chain and asks each entry whether it is still wanted, since
-// dependants change the chain while they are touched. No lock is held then.
+// Since there is one touch at a time, the chain needs no copy for it: the touch keeps its place in
+// the chain, which a removal moves on when it takes away just that entry. Dependants are touched
+// with no lock held.
 #include "DisposeStatus.h"
 #include "FastCriticalSection.h"
 #include "OssiraClasses.h"
 #include "OssiraFrame.h"
-#include "OssiraModified.h"
+#include "threads/PlatformThreads.h"
 
-#include <algorithm>
-#include <vector>
+#include <list>
+#include <map>
 
 namespace Tavrik::Ossira
 {
@@ -18,55 +19,12 @@ namespace Tavrik::Ossira
 namespace
 {
 
-// One entry of the chain.
-struct CDependant
-{
-    CDependant(ITouchModifiedChain* chain, const IUnknown* identity) noexcept
-        : Chain(chain), Identity(identity)
-    {
-    }
-
-    ObjectPtr<ITouchModifiedChain> Chain;
-    const IUnknown* Identity; // of the same object; compared, never called
-    std::atomic<bool> IsRemoved = false;
-};
-
-// Marks an object as being touched, unless it is already.
-class CTouchGuard
-{
-public:
-    explicit CTouchGuard(std::atomic<std::uint32_t>& depth) noexcept : mDepth(depth)
-    {
-        std::uint32_t untouched = 0;
-        mIsOutermost = mDepth.compare_exchange_strong(untouched, 1);
-    }
-
-    CTouchGuard(const CTouchGuard&) = delete;
-    CTouchGuard& operator=(const CTouchGuard&) = delete;
-
-    ~CTouchGuard()
-    {
-        if (mIsOutermost)
-            mDepth = 0;
-    }
-
-    [[nodiscard]] bool IsOutermost() const noexcept
-    {
-        return mIsOutermost;
-    }
-
-private:
-    std::atomic<std::uint32_t>& mDepth;
-    bool mIsOutermost;
-};
-
 class T_ModifiedService : public IModifiedService,
                           public ITouchModifiedChain,
-                          public IDisposable,
+                          public CDisposeStatus,
                           public CObjectName,
                           public CObjectIdentity<T_ModifiedService>,
-                          public COssiraUnknown,
-                          private CDisposeStatus
+                          public COssiraUnknown
 {
 public:
     static constexpr CLSID ClassId = CLSID_ModifiedService;
@@ -87,21 +45,106 @@ public:
 
     Result Dispose() override;
 
-    Result IsDisposed() override
+private:
+    // Identities are compared, never called.
+    using Identity = const IUnknown*;
+
+    struct CDependant
     {
-        return WasDisposed() ? S_OK : S_FALSE;
+        ObjectPtr<ITouchModifiedChain> Chain;
+        Identity Same;
+    };
+
+    // The chain in its order, and each dependant's entries in it, in the same order. Both are nodes
+    // that are made and destroyed without the lock, so that nothing is ever copied or grown under
+    // it.
+    struct CChain
+    {
+        std::list<CDependant> Order;
+        std::multimap<Identity, std::list<CDependant>::iterator> Places;
+    };
+
+    // Marks the object as being touched while it lives.
+    class CTouch;
+
+    [[nodiscard]] CChain TakeFirst(Identity identity) noexcept;
+    void AwaitCall(Identity identity) noexcept;
+
+    tSystem::CFastCriticalSection mLock; // guards the chain, the counter and the touch
+    CChain mChain;
+    std::atomic<std::uint32_t> mCounter = 0;
+
+    // The touch, if there is one.
+    std::atomic<bool> mIsTouched = false;
+    std::uintptr_t mToucher = 0;
+    std::list<CDependant>::iterator mNext;
+    Identity mCalled = nullptr;           // the dependant that is just being touched
+    std::atomic<std::uint32_t> mCall = 0; // changes with mCalled
+    std::uint32_t mWaiting = 0;           // the threads that wait for that
+};
+
+class T_ModifiedService::CTouch
+{
+public:
+    // Counts a change, unless the object is being touched already.
+    explicit CTouch(T_ModifiedService& service) noexcept : mService(service)
+    {
+        const tSystem::CLockGuard guard(mService.mLock);
+        mIsOutermost = !mService.mIsTouched;
+        if (!mIsOutermost)
+            return;
+        mService.mIsTouched = true;
+        mService.mToucher = tSystem::tThreads::CurrentThreadMark();
+        mService.mNext = mService.mChain.Order.begin();
+        mService.mCounter.fetch_add(1);
+    }
+
+    CTouch(const CTouch&) = delete;
+    CTouch& operator=(const CTouch&) = delete;
+
+    ~CTouch()
+    {
+        if (mIsOutermost)
+            GoOn(true);
+    }
+
+    [[nodiscard]] bool IsOutermost() const noexcept
+    {
+        return mIsOutermost;
+    }
+
+    // The dependant whose turn it is, or null. The one before was let go of.
+    [[nodiscard]] ObjectPtr<ITouchModifiedChain> Next() noexcept
+    {
+        return GoOn(false);
     }
 
 private:
-    using Dependants = std::vector<std::shared_ptr<CDependant>>;
+    ObjectPtr<ITouchModifiedChain> GoOn(bool ends) noexcept
+    {
+        ObjectPtr<ITouchModifiedChain> next;
+        std::uint32_t waiting = 0;
+        {
+            const tSystem::CLockGuard guard(mService.mLock);
+            mService.mCalled = nullptr;
+            mService.mCall.fetch_add(1);
+            waiting = std::exchange(mService.mWaiting, 0);
+            if (ends)
+                mService.mIsTouched = false;
+            else if (mService.mNext != mService.mChain.Order.end())
+            {
+                next = mService.mNext->Chain;
+                mService.mCalled = mService.mNext->Same;
+                ++mService.mNext;
+            }
+        }
+        for (; waiting > 0; --waiting)
+            tSystem::WakeOnWord(mService.mCall);
+        return next;
+    }
 
-    // Counts a change and answers the chain as it is.
-    [[nodiscard]] Dependants CountChange();
-
-    tSystem::CFastCriticalSection mLock; // guards the chain, and the counter with it
-    Dependants mChain;
-    std::atomic<std::uint32_t> mCounter = 0;
-    std::atomic<std::uint32_t> mTouchDepth = 0;
+    T_ModifiedService& mService;
+    bool mIsOutermost;
 };
 
 Result T_ModifiedService::GetModifiedCounter(std::uint32_t* pCounter)
@@ -114,32 +157,21 @@ try
 }
 OSSIRA_CATCH_RETURN
 
-T_ModifiedService::Dependants T_ModifiedService::CountChange()
-{
-    const tSystem::CLockGuard guard(mLock);
-    Dependants chain = mChain;
-    mCounter.fetch_add(1);
-    return chain;
-}
-
 Result T_ModifiedService::TouchModified()
 try
 {
     OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "TouchModified");
     const ObjectPtr<IModifiedService> self(this); // a dependant may give the last reference back
-    Dependants chain; // dies when the touch is over: what dies with it may call back
-    const CTouchGuard touch(mTouchDepth);
+    CTouch touch(*this);
     OSSIRA_CHECK(touch.IsOutermost(), E_UNEXPECTED,
                  "Possible Touch-Ring by ITouchModifiedChain detected: "
                  "Touch(ObjA) -> Touch(ObjB) -> Touch(ObjA)");
 
-    chain = CountChange();
+    tSystem::CheckForeignCall();
     Result first = S_OK;
-    for (const std::shared_ptr<CDependant>& dependant : chain)
+    while (const ObjectPtr<ITouchModifiedChain> dependant = touch.Next())
     {
-        if (dependant->IsRemoved)
-            continue;
-        const Result result = dependant->Chain->Touch();
+        const Result result = dependant->Touch();
         if (Failed(result) && !Failed(first))
             first = result;
     }
@@ -153,18 +185,60 @@ try
     OSSIRA_CHECK_POINTER(pTouch);
     OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "AddTouchModified");
     OSSIRA_CHECK(pTouch != this, E_UNEXPECTED, "'this' for pTouch is not allowed");
-    OSSIRA_CHECK(mTouchDepth == 0, E_UNEXPECTED,
-                 "Inner Ring: Touch(ObjA) -> Touch(ObjB) -> ObjA.AddTouchModified()");
+    constexpr const char* innerRing =
+        "Inner Ring: Touch(ObjA) -> Touch(ObjB) -> ObjA.AddTouchModified()";
+    OSSIRA_CHECK(!mIsTouched, E_UNEXPECTED, innerRing);
 
+    tSystem::CheckForeignCall();
     ObjectPtr<IUnknown> identity;
     OSSIRA_CHECK_CALL_TWICE(pTouch->QueryInterface(IID_IUnknown, identity.PutVoid()), "Add");
-    const auto dependant = std::make_shared<CDependant>(pTouch, identity.Get());
-    const tSystem::CLockGuard guard(mLock);
+    CChain added;
+    added.Order.push_back({ObjectPtr<ITouchModifiedChain>(pTouch), identity.Get()});
+    added.Places.emplace(identity.Get(), added.Order.begin());
+    {
+        const tSystem::CLockGuard guard(mLock);
+        if (!IsClosed() && !mIsTouched)
+        {
+            mChain.Order.splice(mChain.Order.end(), added.Order);
+            mChain.Places.insert(added.Places.extract(added.Places.begin()));
+        }
+    }
+    if (added.Order.empty())
+        return S_OK;
     OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "AddTouchModified"); // since the chain was emptied
-    mChain.push_back(dependant);
-    return S_OK;
+    OSSIRA_THROW(E_UNEXPECTED, innerRing);                     // since a touch has begun
 }
 OSSIRA_CATCH_RETURN
+
+// Under the lock: the first entry of a dependant, if there is one, out of the chain.
+T_ModifiedService::CChain T_ModifiedService::TakeFirst(Identity identity) noexcept
+{
+    CChain taken;
+    const auto place = mChain.Places.lower_bound(identity);
+    if (place == mChain.Places.end() || place->first != identity)
+        return taken;
+    const auto at = place->second;
+    if (mIsTouched && mNext == at)
+        ++mNext;
+    taken.Order.splice(taken.Order.begin(), mChain.Order, at);
+    taken.Places.insert(mChain.Places.extract(place));
+    return taken;
+}
+
+// Returns when no other thread's touch is calling the dependant.
+void T_ModifiedService::AwaitCall(Identity identity) noexcept
+{
+    std::uint32_t call = 0;
+    {
+        const tSystem::CLockGuard guard(mLock);
+        if (mCalled != identity || mToucher == tSystem::tThreads::CurrentThreadMark())
+            return;
+        call = mCall;
+        ++mWaiting;
+    }
+    while (mCall == call)
+        tSystem::SleepOnWord(mCall, call, tSystem::Forever);
+}
 
 Result T_ModifiedService::RemoveTouchModified(ITouchModifiedChain* pTouch)
 try
@@ -173,17 +247,15 @@ try
     OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "RemoveTouchModified");
     OSSIRA_CHECK(pTouch != this, E_UNEXPECTED, "'this' for pTouch is not allowed");
 
+    tSystem::CheckForeignCall();
     ObjectPtr<IUnknown> identity;
     OSSIRA_CHECK_CALL_TWICE(pTouch->QueryInterface(IID_IUnknown, identity.PutVoid()), "Remove");
-    std::shared_ptr<CDependant> removed; // dies after the lock was left
-    const tSystem::CLockGuard guard(mLock);
-    const auto at = std::ranges::find_if(mChain, [&](const std::shared_ptr<CDependant>& dependant)
-                                         { return dependant->Identity == identity.Get(); });
-    if (at == mChain.end())
-        return S_OK;
-    removed = *at;
-    removed->IsRemoved = true;
-    mChain.erase(at);
+    CChain removed; // dies after the lock was left
+    {
+        const tSystem::CLockGuard guard(mLock);
+        removed = TakeFirst(identity.Get());
+    }
+    AwaitCall(identity.Get()); // also for one that another thread has just removed
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
@@ -191,18 +263,19 @@ OSSIRA_CATCH_RETURN
 Result T_ModifiedService::Dispose()
 try
 {
-    OSSIRA_CHECK(mTouchDepth == 0, E_UNEXPECTED,
-                 "Possible Ring-Disposing: Touch(ObjA) -> Touch(ObjB) -> Dispose(ObjA)");
-    if (!BeginDisposal())
-        return S_OK;
-    Dependants chain; // dies after the lock was left
+    CChain chain; // dies after the lock was left
+    bool isTouched = false;
     {
         const tSystem::CLockGuard guard(mLock);
-        chain.swap(mChain);
-        for (const std::shared_ptr<CDependant>& dependant : chain)
-            dependant->IsRemoved = true;
+        isTouched = mIsTouched;
+        if (!isTouched && BeginDisposal())
+        {
+            std::swap(chain, mChain);
+            EndDisposal();
+        }
     }
-    EndDisposal();
+    OSSIRA_CHECK(!isTouched, E_UNEXPECTED,
+                 "Possible Ring-Disposing: Touch(ObjA) -> Touch(ObjB) -> Dispose(ObjA)");
     return S_OK;
 }
 OSSIRA_CATCH_RETURN

@@ -4,6 +4,7 @@
 // allocator with a lock held, and whoever then asks for memory waits for ever.
 #include "../threads/PlatformThreads.h"
 
+#include <cerrno>
 #include <ctime>
 #include <pthread.h>
 #include <sched.h>
@@ -18,10 +19,23 @@ namespace
 
 static_assert(sizeof(pthread_t) <= sizeof(void*));
 
+constinit std::atomic<std::uint32_t> gForkCount = 0;
+
 void* OnThread(void* argument)
 {
     RunNativeThread(argument);
     return nullptr;
+}
+
+void OnFork()
+{
+    gForkCount.fetch_add(1);
+}
+
+// What a thread's state is set to when it is started: threads of another process are gone.
+[[nodiscard]] void* ForkMark() noexcept
+{
+    return reinterpret_cast<void*>(std::uintptr_t{CountForks()});
 }
 
 } // namespace
@@ -53,13 +67,14 @@ CNativeThread::~CNativeThread()
     Close(false);
 }
 
-bool CNativeThread::Start(void* argument) noexcept
+CNativeThread::EStart CNativeThread::Start(void* argument) noexcept
 {
     pthread_t thread;
-    if (pthread_create(&thread, nullptr, OnThread, argument) != 0)
-        return false;
+    if (const int error = pthread_create(&thread, nullptr, OnThread, argument); error != 0)
+        return error == ENOMEM ? EStart::NoMemory : EStart::NoThreads;
     mHandle = reinterpret_cast<void*>(thread);
-    return true;
+    mState = ForkMark();
+    return EStart::Started;
 }
 
 bool CNativeThread::Suspend() noexcept
@@ -71,21 +86,44 @@ void CNativeThread::Resume() noexcept
 {
 }
 
+bool CNativeThread::IsGone() const noexcept
+{
+    return mState != ForkMark();
+}
+
 void CNativeThread::Close(bool isEnding) noexcept
 {
     if (mHandle == nullptr)
         return;
     const auto thread = reinterpret_cast<pthread_t>(mHandle);
     mHandle = nullptr;
+    if (IsGone())
+        return; // the thread library of this process has never known it
     if (isEnding)
         pthread_join(thread, nullptr);
     else
         pthread_detach(thread);
 }
 
+bool WatchForks() noexcept
+{
+    static const bool isWatching = pthread_atfork(nullptr, nullptr, OnFork) == 0;
+    return isWatching;
+}
+
+std::uint32_t CountForks() noexcept
+{
+    return gForkCount.load(std::memory_order_relaxed);
+}
+
 std::uint32_t CurrentThreadId() noexcept
 {
     return static_cast<std::uint32_t>(syscall(SYS_gettid));
+}
+
+std::uintptr_t CurrentThreadMark() noexcept
+{
+    return static_cast<std::uintptr_t>(pthread_self());
 }
 
 std::int32_t CountProcessors() noexcept

@@ -43,13 +43,23 @@ public:
     CNativeThread(const CNativeThread&) = delete;
     CNativeThread& operator=(const CNativeThread&) = delete;
 
-    // Runs `RunNativeThread(argument)` on a new thread with the platform's default stack. False
-    // when there are no threads to be had.
-    [[nodiscard]] bool Start(void* argument) noexcept;
+    enum class EStart : std::uint8_t
+    {
+        Started,
+        NoMemory,
+        NoThreads
+    };
+
+    // Runs `RunNativeThread(argument)` on a new thread with the platform's default stack.
+    [[nodiscard]] EStart Start(void* argument) noexcept;
 
     // Stops it where it is and lets it go on. False where the platform cannot do that soundly.
     [[nodiscard]] bool Suspend() noexcept;
     void Resume() noexcept;
+
+    // Whether there is no such thread any more, also when it did not come to the end of its
+    // function: the process may be ending without it, or be the copy of one that had it.
+    [[nodiscard]] bool IsGone() const noexcept;
 
     // Lets go of the thread. One that is about to end (`isEnding`) has left the library's code when
     // this returns, so that the library may be unloaded; another one runs on.
@@ -57,13 +67,24 @@ public:
 
 private:
     void* mHandle = nullptr;
+    void* mState = nullptr; // for the platform
 };
+
+// Where a process can be copied with but the one thread that asks for it: begins to notice that.
+// False when memory is exhausted. And the number of copies between the first process and this one,
+// 0 elsewhere.
+[[nodiscard]] bool WatchForks() noexcept;
+[[nodiscard]] std::uint32_t CountForks() noexcept;
 
 // What runs on a new thread; it is defined above the platform.
 void RunNativeThread(void* argument) noexcept;
 
 // The platform's identifier of this thread, never 0.
 [[nodiscard]] std::uint32_t CurrentThreadId() noexcept;
+
+// A number, never 0, that tells this thread from all others that run in the process. It costs no
+// call of the system.
+[[nodiscard]] std::uintptr_t CurrentThreadMark() noexcept;
 
 // The processors that this process may use, at least 1.
 [[nodiscard]] std::int32_t CountProcessors() noexcept;

@@ -1,5 +1,4 @@
-// The pool's life and its two kinds of run. Workers hold nothing while a job runs; whoever wants a
-// pool destroyed sees to it that no run is under way.
+// The pool's life and its two kinds of run. Workers hold nothing while a job runs.
 #include "ThreadPool.h"
 
 #include "OssiraCheck.h"
@@ -26,10 +25,15 @@ long long CallsPerSecond(std::int64_t start) noexcept
     return PerformanceFrequency() / (PerformanceCounter() - start + 1);
 }
 
-bool Complain(int number) noexcept
+// The pools that live, for the library's end and for finding a worker's slot. Nothing of it needs
+// to be constructed or destroyed: pools may live when the process ends.
+constinit CFastCriticalSection gPoolsLock;
+constinit CThreadPool* gFirstPool = nullptr;
+
+Result Complain(int number, Result code) noexcept
 {
     DebugOutputF("\aCThreadPool Error #%d\n", number);
-    return false;
+    return code;
 }
 
 } // namespace
@@ -37,10 +41,28 @@ bool Complain(int number) noexcept
 CThreadPool::CThreadPool(std::int32_t threadCount) noexcept : mThreadCount(threadCount)
 {
     gLiveCount.fetch_add(1);
+    const CLockGuard guard(gPoolsLock);
+    mNextPool = gFirstPool;
+    if (mNextPool != nullptr)
+        mNextPool->mFormerPool = this;
+    gFirstPool = this;
 }
 
 CThreadPool::~CThreadPool()
 {
+    {
+        const CLockGuard guard(gPoolsLock);
+        (mFormerPool == nullptr ? gFirstPool : mFormerPool->mNextPool) = mNextPool;
+        if (mNextPool != nullptr)
+            mNextPool->mFormerPool = mFormerPool;
+    }
+    EndWorkers();
+    gLiveCount.fetch_sub(1);
+}
+
+void CThreadPool::EndWorkers() noexcept
+{
+    mHasWorkers = false;
     // All are told before any is waited for.
     for (std::size_t index = mSlots.size(); index-- > 0;)
     {
@@ -55,8 +77,6 @@ CThreadPool::~CThreadPool()
         CWorkerSlot& slot = mSlots[index];
         if (slot.Thread == nullptr)
             continue;
-        if (slot.Thread->GetState() == ThreadStopRequested)
-            slot.Ready.Wait();
         constexpr std::uint32_t patience = 5;
         for (int poll = 0; poll < 100 && !slot.Thread->WaitFor(patience); ++poll)
         {
@@ -67,53 +87,92 @@ CThreadPool::~CThreadPool()
         slot.Thread->Wait(); // what the worker still touches goes with the pool
         slot.Thread.reset();
     }
-    gLiveCount.fetch_sub(1);
 }
 
-bool CThreadPool::CreateSlots() noexcept
+void CThreadPool::EndAllWorkers() noexcept
+{
+    const auto nextWithWorkers = []
+    {
+        const CLockGuard guard(gPoolsLock);
+        CThreadPool* pool = gFirstPool;
+        while (pool != nullptr && !pool->mHasWorkers)
+            pool = pool->mNextPool;
+        return pool != nullptr ? pool->Enter() : Use();
+    };
+    while (const Use pool = nextWithWorkers())
+        pool->EndWorkers();
+}
+
+Result CThreadPool::CreateSlots() noexcept
 {
     for (auto index = static_cast<std::size_t>(mThreadCount); index-- > 0;)
     {
         CWorkerSlot& slot = mSlots[index];
         if (!slot.Ready.Create())
-            return Complain(11);
+            return Complain(11, Ossira::E_FAIL);
         if (!slot.Wake.Create())
-            return Complain(12);
+            return Complain(12, Ossira::E_FAIL);
         slot.Thread.reset(WinThread::Create());
         if (slot.Thread == nullptr)
-            return Complain(13);
+            return Complain(13, Ossira::E_OUTOFMEMORY);
     }
-    return true;
+    return Ossira::S_OK;
 }
 
-bool CThreadPool::StartThreads() noexcept
+Result CThreadPool::StartThreads() noexcept
 {
     for (auto index = static_cast<std::size_t>(mThreadCount); index-- > 0;)
     {
         CWorkerSlot& slot = mSlots[index];
-        if (slot.Thread->Start(this, &slot) == 0)
-            return Complain(14);
+        if (const Result result = slot.Thread->TryStart(this, &slot); Ossira::Failed(result))
+            return Complain(14, result);
     }
-    return true;
+    return Ossira::S_OK;
 }
 
-bool CThreadPool::StartWorkers() noexcept
+Result CThreadPool::StartWorkers() noexcept
 {
-    if (!CreateSlots() || !StartThreads())
-        return false;
+    if (const Result result = CreateSlots(); Ossira::Failed(result))
+        return result;
+    if (const Result result = StartThreads(); Ossira::Failed(result))
+        return result;
     for (auto index = static_cast<std::size_t>(mThreadCount); index-- > 0;)
         mSlots[index].Ready.Wait();
-    return true;
+    mForks = CountForks();
+    mHasWorkers = true;
+    return Ossira::S_OK;
+}
+
+bool CThreadPool::HasWorkers() const noexcept
+{
+    return mHasWorkers && mForks == CountForks();
+}
+
+CThreadPool::Use CThreadPool::Enter() noexcept
+{
+    mUses.fetch_add(1);
+    return Use(this);
+}
+
+void CThreadPool::Leave() noexcept
+{
+    if (mUses.fetch_sub(1) == 1)
+        delete this;
 }
 
 void* CThreadPool::DeletingDestructor(std::uint32_t flags)
 {
-    return DestroyAsFlagged(this, flags);
+    constexpr std::uint32_t freeMemory = 1;
+    if ((flags & freeMemory) == 0)
+        return DestroyAsFlagged(this, flags);
+    void* const address = this;
+    Leave();
+    return address;
 }
 
 Result CThreadPool::Release()
 {
-    delete this;
+    Leave();
     return Ossira::S_OK;
 }
 
@@ -125,15 +184,15 @@ std::int32_t CThreadPool::GetThreadCount()
 void CThreadPool::Run(void* parameter)
 {
     CWorkerSlot& slot = *static_cast<CWorkerSlot*>(parameter);
+    std::atomic<std::uintptr_t>& mark = mWorkers[static_cast<std::size_t>(&slot - mSlots.data())];
+    mark = CurrentThreadMark();
     slot.Ready.Set();
     while (slot.IsToRun())
     {
-        if (const CQueuedCopy* const copy = slot.Pop(); copy != nullptr)
-            static_cast<CMessage*>(copy->Message)->RunOnWorker();
-        else
-            slot.AwaitCopy();
+        if (!CMessage::RunNext(slot))
+            slot.Await([&] { return slot.HasCopies() || !slot.IsToRun(); });
     }
-    slot.Ready.Set();
+    mark = 0;
 }
 
 // The workers see the state of their thread.
@@ -143,13 +202,24 @@ void CThreadPool::RequestStop()
 
 std::int32_t CThreadPool::CurrentWorker() noexcept
 {
-    const std::uint32_t self = CurrentThreadId();
-    for (std::int32_t index = mThreadCount - 1; index >= 0; --index)
+    if (!HasWorkers())
+        return -1;
+    const std::uintptr_t self = CurrentThreadMark();
+    std::int32_t index = mThreadCount - 1;
+    while (index >= 0 && mWorkers[static_cast<std::size_t>(index)] != self)
+        --index;
+    return index;
+}
+
+CWorkerSlot* CThreadPool::OwnSlot() noexcept
+{
+    const CLockGuard guard(gPoolsLock);
+    for (CThreadPool* pool = gFirstPool; pool != nullptr; pool = pool->mNextPool)
     {
-        if (mSlots[static_cast<std::size_t>(index)].Thread->GetThreadId() == self)
-            return index;
+        if (const std::int32_t worker = pool->CurrentWorker(); worker >= 0)
+            return &pool->mSlots[static_cast<std::size_t>(worker)];
     }
-    return -1;
+    return nullptr;
 }
 
 std::int32_t CThreadPool::LiveCount() noexcept
@@ -167,11 +237,12 @@ Result CThreadPool::Run(IThreadFunction* function, std::uint8_t* abortFlag, std:
 try
 {
     OSSIRA_CHECK_POINTER(function);
+    const Use use = Enter(); // the answer is found before it is left
     std::uint8_t ownFlag = 0;
     CMessage message(*this, *function, abortFlag == nullptr ? &ownFlag : abortFlag, name);
     const std::int64_t start = gStatistics != 0 ? PerformanceCounter() : NoStatistics;
 
-    if (mThreadCount <= 1)
+    if (mThreadCount <= 1 || !HasWorkers())
         RunAlone(message, start);
     else if (symmetric != 0)
         RunSymmetric(message, start);
@@ -213,15 +284,19 @@ void CThreadPool::RunSymmetric(CMessage& message, std::int64_t start) noexcept
 bool CThreadPool::RunAsymmetric(CMessage& message, std::int64_t start) noexcept
 {
     CEvent doneEvent;
-    if (!doneEvent.Create())
-        return Complain(15);
-    message.SetDoneEvent(doneEvent);
+    CWorkerSlot* const own = OwnSlot();
+    if (own == nullptr && !doneEvent.Create())
+    {
+        (void)Complain(15, RunFailed);
+        return false;
+    }
+    message.SetDoneEvent(own != nullptr ? own->Wake : doneEvent);
     message.QueueCopies(false);
     message.RunOnCaller();
     // A job that calls `Run` itself must not wait for workers that may be waiting for it.
-    if (CurrentWorker() >= 0)
+    if (own != nullptr)
         message.TakeBackCopies();
-    const std::int32_t spins = message.AwaitSleeping();
+    const std::int32_t spins = message.AwaitSleeping(own);
     if (start != NoStatistics)
     {
         DebugOutputF("CThreadPool %d threads asym job %s %s: %lld calls/s; %d Unlock-Spins\n",
@@ -230,7 +305,7 @@ bool CThreadPool::RunAsymmetric(CMessage& message, std::int64_t start) noexcept
     return true;
 }
 
-CThreadPool* CreateThreadPool(std::int32_t count) noexcept
+CThreadPool* CreateThreadPool(std::int32_t count, Result* failure) noexcept
 {
     if (count > CThreadPool::MaxThreads)
     {
@@ -244,9 +319,12 @@ CThreadPool* CreateThreadPool(std::int32_t count) noexcept
         count = std::clamp(processors - 1, 1, CThreadPool::MaxThreads);
     }
     auto* const pool = new (std::nothrow) CThreadPool(count);
-    if (pool == nullptr || pool->StartWorkers())
+    const Result result = pool == nullptr ? Ossira::E_OUTOFMEMORY : pool->StartWorkers();
+    if (!Ossira::Failed(result))
         return pool;
     delete pool;
+    if (failure != nullptr)
+        *failure = result;
     return nullptr;
 }
 

@@ -17,13 +17,17 @@ public:
     static constexpr std::int32_t MaxThreads = 64;
 
     explicit CThreadPool(std::int32_t threadCount) noexcept;
-    ~CThreadPool();
+    ~CThreadPool(); // while no run is under way
     CThreadPool(const CThreadPool&) = delete;
     CThreadPool& operator=(const CThreadPool&) = delete;
 
     // Starts the workers and returns when all of them run. After a failure, whose line has then
     // been written, the pool is good for destruction only.
-    [[nodiscard]] bool StartWorkers() noexcept;
+    [[nodiscard]] Result StartWorkers() noexcept;
+
+    // Ends the workers and waits for them, also for those that are gone already. From then on runs
+    // are the caller's alone.
+    void EndWorkers() noexcept;
 
     void* DeletingDestructor(std::uint32_t flags) override;
     Result Release() override;
@@ -40,6 +44,9 @@ public:
     // The pools that live in the process.
     [[nodiscard]] static std::int32_t LiveCount() noexcept;
 
+    // Ends the workers of all pools of the process, which stay.
+    static void EndAllWorkers() noexcept;
+
     // One line for each run of every pool of the process.
     static void SwitchStatistics(bool on) noexcept;
 
@@ -52,15 +59,44 @@ private:
     void RunSymmetric(CMessage& message, std::int64_t start) noexcept;
     [[nodiscard]] bool RunAsymmetric(CMessage& message, std::int64_t start) noexcept;
 
-    [[nodiscard]] bool CreateSlots() noexcept;
-    [[nodiscard]] bool StartThreads() noexcept;
+    [[nodiscard]] Result CreateSlots() noexcept;
+    [[nodiscard]] Result StartThreads() noexcept;
+
+    // The slot of the thread that calls this if it is a worker of any pool, or null.
+    [[nodiscard]] static CWorkerSlot* OwnSlot() noexcept;
+
+    // Not after they were ended, and not in a process that is a copy of theirs.
+    [[nodiscard]] bool HasWorkers() const noexcept;
+
+    void Leave() noexcept;
+
+    // Keeps the pool. Whoever leaves last destroys it: its owner, or, when the owner gave it up
+    // while jobs ran and maybe by a job itself, the thread that asked for the last run. That is
+    // never one of its own workers, for what those run belongs to a run that is not over.
+    struct LeavePool
+    {
+        void operator()(CThreadPool* pool) const noexcept
+        {
+            pool->Leave();
+        }
+    };
+    using Use = std::unique_ptr<CThreadPool, LeavePool>;
+    [[nodiscard]] Use Enter() noexcept;
+
+    std::atomic<std::int32_t> mUses = 1;
+    std::atomic<bool> mHasWorkers = false;
+    std::uint32_t mForks = 0; // when they were started
+    CThreadPool* mNextPool = nullptr;
+    CThreadPool* mFormerPool = nullptr;
 
     std::int32_t mThreadCount;
+    std::array<std::atomic<std::uintptr_t>, MaxThreads> mWorkers = {}; // their marks
     std::array<CWorkerSlot, MaxThreads> mSlots; // the first mThreadCount are used
 };
 
-// A new pool, to be given up by `Release`, or null. A count above 64 is cut, with a line; below 1
-// it stands for one less than the machine has processors.
-[[nodiscard]] CThreadPool* CreateThreadPool(std::int32_t count) noexcept;
+// A new pool, to be given up by `Release`, or null; then `failure`, if it is wanted, says whether
+// it was memory that lacked, `E_OUTOFMEMORY`, or threads, `E_FAIL`. A count above 64 is cut, with a
+// line; below 1 it stands for one less than the machine has processors.
+[[nodiscard]] CThreadPool* CreateThreadPool(std::int32_t count, Result* failure = nullptr) noexcept;
 
 } // namespace Tavrik::tSystem::tThreads

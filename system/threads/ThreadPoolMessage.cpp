@@ -64,6 +64,15 @@ void CThreadPool::CMessage::Run() noexcept
     }
 }
 
+bool CThreadPool::CMessage::RunNext(CWorkerSlot& slot) noexcept
+{
+    const CQueuedCopy* const copy = slot.Pop();
+    if (copy == nullptr)
+        return false;
+    static_cast<CMessage*>(copy->Message)->RunOnWorker();
+    return true;
+}
+
 void CThreadPool::CMessage::RunOnWorker() noexcept
 {
     CEvent* const doneEvent = mDoneEvent; // without one the record is gone once the copy counts
@@ -117,28 +126,55 @@ void CThreadPool::CMessage::TakeBackCopies() noexcept
     mQueued -= takenBack;
 }
 
+// Deep enough for jobs that call each other, and far from the end of the stack. Whoever is deeper
+// just waits, which is no danger: a worker waits for nothing but copies that others have begun
+// after it began what it is at, so those who wait never form a circle.
+bool CThreadPool::CMessage::Helps(const CWorkerSlot& own) noexcept
+{
+    constexpr int deepest = 8;
+    return own.Helping < deepest;
+}
+
+bool CThreadPool::CMessage::HelpOut(CWorkerSlot& own) noexcept
+{
+    if (!own.HasCopies() || !Helps(own))
+        return false;
+    ++own.Helping;
+    const bool helped = RunNext(own);
+    --own.Helping;
+    return helped;
+}
+
 std::int32_t CThreadPool::CMessage::AwaitSpinning() noexcept
 {
     constexpr std::int32_t pauses = 50;
+    CWorkerSlot* own = nullptr;
     std::int32_t spins = 0;
     for (; !IsDone(); ++spins)
     {
         // A worker in the midst of its copy may be waiting for this very processor.
         if (spins < pauses)
             Pause();
-        else
+        else if (spins == pauses)
+            own = OwnSlot();
+        else if (own == nullptr || !HelpOut(*own))
             GiveWay();
     }
     return spins;
 }
 
-std::int32_t CThreadPool::CMessage::AwaitSleeping() noexcept
+std::int32_t CThreadPool::CMessage::AwaitSleeping(CWorkerSlot* own) noexcept
 {
     // Fewer than were expected may have been queued. Whoever is done after this sees it, and what
     // was done before this the loop sees.
     mExpected = mQueued;
     while (!IsDone())
-        mDoneEvent->Wait();
+    {
+        if (own == nullptr)
+            mDoneEvent->Wait();
+        else if (!HelpOut(*own))
+            own->Await([&] { return IsDone() || (own->HasCopies() && Helps(*own)); });
+    }
 
     std::int32_t unlockSpins = 0;
     for (; mBusy != 0; ++unlockSpins)

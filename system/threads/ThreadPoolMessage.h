@@ -20,8 +20,8 @@ public:
     // Calls the job once. What it throws ends here, raises the flag and is told in a line.
     void Run() noexcept;
 
-    // What a worker does with its copy.
-    void RunOnWorker() noexcept;
+    // Runs the copy at the front of a worker's queue; false when there is none.
+    static bool RunNext(CWorkerSlot& slot) noexcept;
 
     // --- For the caller of the run
 
@@ -38,9 +38,10 @@ public:
     // Takes back the copies that no worker has begun.
     void TakeBackCopies() noexcept;
 
-    // Return when all copies are done, and answer the number of looks that it took.
+    // Return when all copies are done, and answer the number of looks that it took. `own` is the
+    // slot of the caller if that is a worker of any pool; null otherwise.
     std::int32_t AwaitSpinning() noexcept;
-    std::int32_t AwaitSleeping() noexcept;
+    std::int32_t AwaitSleeping(CWorkerSlot* own) noexcept;
 
     [[nodiscard]] std::int32_t CountDone() const noexcept;
     [[nodiscard]] bool IsAborted() const noexcept;
@@ -48,7 +49,10 @@ public:
     [[nodiscard]] const char* Outcome() const noexcept;
 
 private:
+    void RunOnWorker() noexcept;
     [[nodiscard]] bool IsDone() const noexcept;
+    [[nodiscard]] static bool Helps(const CWorkerSlot& own) noexcept;
+    static bool HelpOut(CWorkerSlot& own) noexcept;
 
     CThreadPool& mPool;
     IThreadFunction& mFunction;

@@ -4,6 +4,7 @@
 
 #include "OssiraCheck.h"
 
+#include <algorithm>
 #include <new>
 
 namespace Tavrik::tSystem::tThreads
@@ -69,7 +70,7 @@ WinThread::~WinThread()
     constexpr std::uint32_t patience = 100;
     if (!WaitFor(patience))
         WaitFor(patience);
-    mThread.Close(IsFinished());
+    mThread.Close(IsFinishedOrGone());
     gLiveCount.fetch_sub(1);
 }
 
@@ -93,13 +94,28 @@ bool WinThread::IsFinished() const noexcept
     return mRun == nullptr || mRun->Finished;
 }
 
+// A thread that is gone without having come to its end has left its share of the record behind.
+bool WinThread::IsFinishedOrGone() noexcept
+{
+    if (!IsFinished() && mThread.IsGone() && !mRun->Finished.exchange(true))
+        mRun->Owners.fetch_sub(1);
+    return IsFinished();
+}
+
 std::uint8_t WinThread::Start(IThreadFunction* function, void* parameter)
 {
+    return TryStart(function, parameter) == Ossira::S_OK;
+}
+
+Result WinThread::TryStart(IThreadFunction* function, void* parameter) noexcept
+{
     if (function == nullptr || !IsFinished())
-        return 0;
+        return Ossira::E_FAIL;
     RunPtr run(new (std::nothrow) CRun(function, parameter));
-    if (run == nullptr || !run->FinishedEvent.Create())
-        return 0;
+    if (run == nullptr || !WatchForks())
+        return Ossira::E_OUTOFMEMORY;
+    if (!run->FinishedEvent.Create())
+        return Ossira::E_FAIL;
 
     mThread.Close(true);
     mRun = std::move(run);
@@ -107,14 +123,15 @@ std::uint8_t WinThread::Start(IThreadFunction* function, void* parameter)
     // Before the thread exists: it may ask for its state at once.
     mState = ThreadRunning;
     mRun->Owners = 2;
-    if (mThread.Start(mRun.get()))
-        return 1;
+    const CNativeThread::EStart start = mThread.Start(mRun.get());
+    if (start == CNativeThread::EStart::Started)
+        return Ossira::S_OK;
 
     mState = ThreadNotStarted;
     mRun->Owners = 1;
     mRun.reset();
     mFunction = nullptr;
-    return 0;
+    return start == CNativeThread::EStart::NoMemory ? Ossira::E_OUTOFMEMORY : Ossira::E_FAIL;
 }
 
 std::uint8_t WinThread::Stop()
@@ -166,10 +183,15 @@ void WinThread::Wait()
 
 bool WinThread::WaitFor(std::uint32_t milliseconds) noexcept
 {
-    while (!IsFinished())
+    constexpr std::uint32_t slice = 100; // what is gone sets no event, so it is looked for
+    for (std::uint32_t left = milliseconds; !IsFinishedOrGone();)
     {
-        if (!mRun->FinishedEvent.WaitFor(milliseconds) && !IsFinished())
-            return false;
+        const std::uint32_t step = std::min(left, slice);
+        if (mRun->FinishedEvent.WaitFor(step))
+            continue;
+        if (left == 0)
+            return IsFinished();
+        left -= left == Forever ? 0 : step;
     }
     if (mRun == nullptr)
         return true;
@@ -182,7 +204,7 @@ std::uint32_t WinThread::GetThreadId()
 {
     if (mRun == nullptr)
         return 0;
-    while (mRun->ThreadId == 0) // it has not run yet, but soon will
+    while (mRun->ThreadId == 0 && !mThread.IsGone()) // it has not run yet, but soon will
         GiveWay();
     return mRun->ThreadId;
 }

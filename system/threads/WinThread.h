@@ -29,7 +29,12 @@ public:
     void Wait() override;
     std::uint32_t GetThreadId() override;
 
-    // As `Wait`, with a time-out; answers whether the function has returned.
+    // As `Start`, which answers whether this succeeds: `S_OK`, `E_OUTOFMEMORY`, or `E_FAIL` when it
+    // is refused or there are no threads to be had.
+    [[nodiscard]] Result TryStart(IThreadFunction* function, void* parameter) noexcept;
+
+    // As `Wait`, with a time-out; answers whether the function has returned. It never will when the
+    // thread is gone, which is the same here.
     bool WaitFor(std::uint32_t milliseconds) noexcept;
 
     // The objects of this class that live in the process.
@@ -47,6 +52,7 @@ private:
     WinThread() noexcept;
 
     [[nodiscard]] bool IsFinished() const noexcept;
+    [[nodiscard]] bool IsFinishedOrGone() noexcept;
 
     std::atomic<std::int32_t> mState = ThreadNotStarted;
     CNativeThread mThread;

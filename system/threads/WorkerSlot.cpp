@@ -1,6 +1,4 @@
-// A worker that has just run out of work does not sleep at once: waking it would cost more than
-// many a job. It spins for a moment and then lets other threads run between its looks, so that it
-// is in nobody's way where there are fewer processors than threads.
+// The queue of a worker's slot.
 #include "WorkerSlot.h"
 
 namespace Tavrik::tSystem::tThreads
@@ -44,37 +42,6 @@ bool CWorkerSlot::TakeBack(const CQueuedCopy& copy) noexcept
         return true;
     }
     return false;
-}
-
-bool CWorkerSlot::LookForCopy() noexcept
-{
-    constexpr int pauses = 50;                     // about 2 microseconds
-    constexpr std::int64_t looksPerSecond = 10000; // one look lasts 100 microseconds
-
-    for (int pause = 0; pause < pauses; ++pause)
-    {
-        if (mCount.load() != 0)
-            return true;
-        Pause();
-    }
-    const std::int64_t end = PerformanceCounter() + PerformanceFrequency() / looksPerSecond;
-    while (IsToRun() && PerformanceCounter() < end)
-    {
-        if (mCount.load() != 0)
-            return true;
-        GiveWay();
-    }
-    return false;
-}
-
-void CWorkerSlot::AwaitCopy() noexcept
-{
-    if (LookForCopy())
-        return;
-    // What was signalled so far was seen while looking; whatever comes now signals again.
-    Wake.Reset();
-    if (mCount.load() == 0 && IsToRun())
-        Wake.Wait();
 }
 
 } // namespace Tavrik::tSystem::tThreads

@@ -2,7 +2,10 @@
 // waited for.
 #include "../threads/PlatformThreads.h"
 
+#include <new>
 #include <windows.h>
+
+extern "C" IMAGE_DOS_HEADER __ImageBase; // of this library, as the linker defines it
 
 namespace Tavrik::tSystem::tThreads
 {
@@ -10,10 +13,64 @@ namespace Tavrik::tSystem::tThreads
 namespace
 {
 
-DWORD WINAPI OnThread(void* argument)
+enum class ELeaving
 {
-    RunNativeThread(argument);
-    return 0;
+    Runs,
+    OnItsOwn, // nobody will wait for it
+    Leaves    // all that it does any more is to end
+};
+
+// Shared by the thread and its object; the one that comes second to its end frees it.
+struct CStart
+{
+    void* Argument;
+    std::atomic<ELeaving> State = ELeaving::Runs;
+};
+
+// The call that ends the thread must follow the mark without any other call: who sees the mark and
+// then finds the thread outside of this library knows that it never comes back.
+DWORD WINAPI OnThread(void* parameter)
+{
+    auto* const start = static_cast<CStart*>(parameter);
+    RunNativeThread(start->Argument);
+    ELeaving runs = ELeaving::Runs;
+    if (!start->State.compare_exchange_strong(runs, ELeaving::Leaves))
+        delete start;
+    ExitThread(0);
+}
+
+[[nodiscard]] bool IsSignalled(HANDLE object) noexcept
+{
+    return WaitForSingleObject(object, 0) == WAIT_OBJECT_0;
+}
+
+[[nodiscard]] bool IsOutsideOfLibrary(HANDLE thread) noexcept
+{
+    constexpr auto failed = static_cast<DWORD>(-1);
+    if (SuspendThread(thread) == failed)
+        return false;
+    CONTEXT context = {};
+    context.ContextFlags = CONTEXT_CONTROL;
+    const bool isKnown = GetThreadContext(thread, &context) != 0; // it has stopped by then
+    ResumeThread(thread);
+    MEMORY_BASIC_INFORMATION memory = {};
+    return isKnown &&
+           VirtualQuery(reinterpret_cast<void*>(context.Rip), &memory, sizeof memory) != 0 &&
+           memory.AllocationBase != &__ImageBase;
+}
+
+// While a library is detached the system lets no thread end, and one that has left our code waits
+// until that is over. So the thread's end is waited for only as long as it takes where it can end;
+// from then on it is enough that it cannot come back.
+void AwaitLeaving(HANDLE thread, const CStart& start) noexcept
+{
+    constexpr int looks = 50;
+    for (int look = 0; !IsSignalled(thread); ++look)
+    {
+        if (look > looks && start.State == ELeaving::Leaves && IsOutsideOfLibrary(thread))
+            return;
+        GiveWay();
+    }
 }
 
 } // namespace
@@ -56,10 +113,20 @@ CNativeThread::~CNativeThread()
     Close(false);
 }
 
-bool CNativeThread::Start(void* argument) noexcept
+CNativeThread::EStart CNativeThread::Start(void* argument) noexcept
 {
-    mHandle = CreateThread(nullptr, 0, OnThread, argument, 0, nullptr);
-    return mHandle != nullptr;
+    auto* const start = new (std::nothrow) CStart{argument};
+    if (start == nullptr)
+        return EStart::NoMemory;
+    mHandle = CreateThread(nullptr, 0, OnThread, start, 0, nullptr);
+    if (mHandle != nullptr)
+    {
+        mState = start;
+        return EStart::Started;
+    }
+    const DWORD error = GetLastError();
+    delete start;
+    return error == ERROR_NOT_ENOUGH_MEMORY ? EStart::NoMemory : EStart::NoThreads;
 }
 
 bool CNativeThread::Suspend() noexcept
@@ -73,20 +140,42 @@ void CNativeThread::Resume() noexcept
     ResumeThread(mHandle);
 }
 
+// When a process ends, the system has stopped all threads but one, wherever they were.
+bool CNativeThread::IsGone() const noexcept
+{
+    return mHandle == nullptr || IsSignalled(mHandle);
+}
+
 void CNativeThread::Close(bool isEnding) noexcept
 {
     if (mHandle == nullptr)
         return;
-    // Not for ever: while a library is detached, the system lets no thread end, and one that has
-    // left our code waits until that is over.
-    constexpr DWORD enoughToLeave = 20;
+    auto* const start = static_cast<CStart*>(mState);
     if (isEnding)
-        WaitForSingleObject(mHandle, enoughToLeave);
+        AwaitLeaving(mHandle, *start);
+    ELeaving runs = ELeaving::Runs;
+    if (IsGone() || !start->State.compare_exchange_strong(runs, ELeaving::OnItsOwn))
+        delete start;
     CloseHandle(mHandle);
     mHandle = nullptr;
 }
 
+bool WatchForks() noexcept
+{
+    return true;
+}
+
+std::uint32_t CountForks() noexcept
+{
+    return 0;
+}
+
 std::uint32_t CurrentThreadId() noexcept
+{
+    return GetCurrentThreadId();
+}
+
+std::uintptr_t CurrentThreadMark() noexcept
 {
     return GetCurrentThreadId();
 }
