@@ -278,11 +278,20 @@ public:
             return this->Outer()->Release();
         const std::int32_t count = this->CountDown();
         if (count == 0)
-            delete this;
+            Destroy();
         return static_cast<std::uint32_t>(count);
     }
 
 private:
+    // A class may have a way of its own in which its objects end.
+    void Destroy()
+    {
+        if constexpr (requires(Implementation * object) { Implementation::DestroyInTurn(object); })
+            Implementation::DestroyInTurn(this);
+        else
+            delete this;
+    }
+
     void Announce(IUnknown* outer)
     {
         this->SetOuter(outer);

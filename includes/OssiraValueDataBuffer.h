@@ -1,6 +1,10 @@
 // The storage of a value, for whoever implements a value of his own: a datatype and its bytes, and
 // the bodies of the value's operations. It takes no lock, and its operations throw what a failed
 // check throws, so it belongs behind an operation's boundary. It needs the frame library.
+//
+// `GetValue`, `SetValue`, `GetType` and `Assign` call nothing foreign: call them with the value's
+// lock held. `Compare` calls the other value, so no lock may be held meanwhile: take a
+// `CValueSnapshot` under the lock and compare that.
 #pragma once
 
 #include "OssiraCheck.h"
@@ -19,6 +23,8 @@ namespace Tavrik::Ossira
 class CStackBuffer
 {
 public:
+    static constexpr std::int32_t StackSize = 1024;
+
     // Room for `size` bytes: `S_OK`, or `E_INVALIDARG` for a negative size, or `E_OUTOFMEMORY`.
     [[nodiscard]] Result Alloc(std::int32_t size) noexcept
     {
@@ -41,9 +47,9 @@ public:
     }
 
 private:
-    std::int32_t mSize = sizeof(mStack);
+    std::int32_t mSize = StackSize;
     std::unique_ptr<unsigned char[]> mHeap;
-    unsigned char mStack[1024];
+    unsigned char mStack[StackSize];
 };
 
 class CValueDataBuffer
@@ -109,6 +115,7 @@ public:
 
     Result GetValue(const GUID& type, void* data, std::int32_t size) const
     {
+        OSSIRA_CHECK_REFERENCE(type);
         if (IsEmpty())
             return E_FAIL;
         if (!SameGuid(type, Type))
@@ -128,6 +135,7 @@ public:
 
     Result SetValue(const GUID& type, const void* data, std::int32_t size)
     {
+        OSSIRA_CHECK_REFERENCE(type);
         if (SameGuid(type, GUID_Null))
         {
             Free();
@@ -149,35 +157,54 @@ public:
     }
 
     // The body of `IComparable::Compare`: by datatype, byte for byte, then by size, then by the
-    // bytes.
+    // bytes. For a buffer that nobody else writes to; see `CValueSnapshot`.
     Result Compare(IUnknown* pv, std::int32_t* result) const
+    {
+        return CompareDatum(Type, Size, Data, pv, result);
+    }
+
+    // Compares a datum with what another value holds. The other is asked for its datatype, its size
+    // and its bytes one by one; when it is written meanwhile, so that they do not fit together, it
+    // is asked again. What is answered held at some moment, and a value that is always set is never
+    // answered with an error.
+    static Result CompareDatum(const GUID& type, std::int32_t size, const unsigned char* data,
+                               IUnknown* pv, std::int32_t* result)
     {
         OSSIRA_CHECK_POINTER(pv);
         OSSIRA_CHECK_POINTER(result);
         ObjectPtr<IValue> other;
         OSSIRA_CHECK_CALL_TWICE(pv->QueryInterface(IID_IValue, other.PutVoid()),
                                 "pv->QueryInterface(IID_IValue, (void**)&BValue)");
-        GUID otherType;
-        OSSIRA_CHECK_CALL_TWICE(other->GetType(&otherType), "BValue->GetType(&BType)");
-        if (const int order = std::memcmp(&Type, &otherType, sizeof(GUID)); order != 0)
-        {
-            *result = order;
-            return S_OK;
-        }
-        Result otherSize;
-        OSSIRA_CHECK_CALL_TWICE(otherSize = other->GetValue(otherType, nullptr, 0),
-                                "BValue->GetValue(BType, NULL, 0)");
-        if (Size != otherSize)
-        {
-            *result = Size < otherSize ? -1 : 1;
-            return S_OK;
-        }
         CStackBuffer bytes;
-        OSSIRA_CHECK_CALL_TWICE(bytes.Alloc(Size), "StackBuffer.Alloc( Size )");
-        OSSIRA_CHECK_CALL_TWICE(other->GetValue(otherType, bytes.Data(), Size),
-                                "BValue->GetValue(BType, Buf, Size)");
-        *result = Size > 0 ? std::memcmp(Data, bytes.Data(), static_cast<std::size_t>(Size)) : 0;
-        return S_OK;
+        for (int retries = RetryLimit;; --retries)
+        {
+            GUID otherType;
+            OSSIRA_CHECK_CALL_TWICE(other->GetType(&otherType), "BValue->GetType(&BType)");
+            if (const int order = std::memcmp(&type, &otherType, sizeof(GUID)); order != 0)
+            {
+                *result = order;
+                return S_OK;
+            }
+            // An empty value has no size, and no rewriting brings one.
+            const bool mayBeWritten = retries > 0 && !SameGuid(otherType, GUID_Null);
+            const Result otherSize = AskTwice(*other, otherType, nullptr, 0);
+            if (Failed(otherSize) && IsOfRewriting(otherSize) && mayBeWritten)
+                continue;
+            OSSIRA_CHECK(!Failed(otherSize), otherSize, "BValue->GetValue(BType, NULL, 0)");
+            if (size != otherSize)
+            {
+                *result = size < otherSize ? -1 : 1;
+                return S_OK;
+            }
+            OSSIRA_CHECK_CALL_TWICE(bytes.Alloc(size), "StackBuffer.Alloc( Size )");
+            const Result got = AskTwice(*other, otherType, bytes.Data(), size);
+            if (Failed(got) && IsOfRewriting(got) && mayBeWritten)
+                continue;
+            OSSIRA_CHECK(!Failed(got), got, "BValue->GetValue(BType, Buf, Size)");
+            *result =
+                size > 0 ? std::memcmp(data, bytes.Data(), static_cast<std::size_t>(size)) : 0;
+            return S_OK;
+        }
     }
 
     static constexpr std::int32_t InlineSize = 16;
@@ -188,6 +215,23 @@ public:
     unsigned char Inline[InlineSize];
 
 private:
+    // A writer would have to come between two calls so many times in a row.
+    static constexpr int RetryLimit = 100;
+
+    // What a value answers when its datatype or its size has changed since it was asked for them.
+    [[nodiscard]] static bool IsOfRewriting(Result code) noexcept
+    {
+        return code == E_INVALIDARG || code == E_FAIL;
+    }
+
+    // As a check that repeats a failing call does.
+    [[nodiscard]] static Result AskTwice(IValue& value, const GUID& type, void* data,
+                                         std::int32_t size)
+    {
+        const Result answer = value.GetValue(type, data, size);
+        return Failed(answer) ? value.GetValue(type, data, size) : answer;
+    }
+
     // The sizes of the scalar types are worth more than a call.
     static void Copy(void* to, const void* from, std::int32_t size) noexcept
     {
@@ -208,6 +252,62 @@ private:
             std::memcpy(to, from, static_cast<std::size_t>(size));
         }
     }
+};
+
+// A copy of a value's datum, taken under the value's lock, for what has to be done without it.
+class CValueSnapshot
+{
+public:
+    // Copies what `buffer` holds; call it with the buffer's lock held. When there is not room
+    // enough it copies nothing and answers false: call `MakeRoom` without the lock, and try again.
+    [[nodiscard]] bool TryTake(const CValueDataBuffer& buffer) noexcept
+    {
+        mType = buffer.Type;
+        mSize = buffer.Size;
+        mIsEmpty = buffer.IsEmpty();
+        if (mSize > mRoom)
+            return false;
+        if (mSize > 0)
+            std::memcpy(mBytes.Data(), buffer.Data, static_cast<std::size_t>(mSize));
+        return true;
+    }
+
+    // Throws `E_OUTOFMEMORY`. Up to 1024 bytes need no memory.
+    void MakeRoom()
+    {
+        OSSIRA_CHECK_CALL_TWICE(mBytes.Alloc(mSize), "StackBuffer.Alloc( Size )");
+        mRoom = mSize;
+    }
+
+    // Of an empty value. What it held last still has its place in the order.
+    [[nodiscard]] bool IsEmpty() const noexcept
+    {
+        return mIsEmpty;
+    }
+
+    // As `CValueDataBuffer::Compare`.
+    Result Compare(IUnknown* pv, std::int32_t* result)
+    {
+        return CValueDataBuffer::CompareDatum(mType, mSize, mBytes.Data(), pv, result);
+    }
+
+    // The same order: negative, zero or positive. `other` is not empty.
+    [[nodiscard]] std::int32_t OrderTo(CValueSnapshot& other) noexcept
+    {
+        if (const int order = std::memcmp(&mType, &other.mType, sizeof(GUID)); order != 0)
+            return order;
+        if (mSize != other.mSize)
+            return mSize < other.mSize ? -1 : 1;
+        const auto size = static_cast<std::size_t>(mSize);
+        return size > 0 ? std::memcmp(mBytes.Data(), other.mBytes.Data(), size) : 0;
+    }
+
+private:
+    GUID mType = GUID_Null;
+    std::int32_t mSize = 0;
+    bool mIsEmpty = true;
+    std::int32_t mRoom = CStackBuffer::StackSize;
+    CStackBuffer mBytes;
 };
 
 } // namespace Tavrik::Ossira

@@ -44,6 +44,15 @@ void WakeOnWord(const std::atomic<std::uint32_t>& word) noexcept;
 // Tells the processor that this thread spins.
 void Pause() noexcept;
 
+// Whether an address lies in the library (or program) that this call was linked into: its code, its
+// constants or its variables.
+[[nodiscard]] bool IsInThisLibrary(const void* address) noexcept;
+
+// A pointer of each thread, null at first. Keeping one needs no memory; where the system has no
+// room for it all the same, setting answers false and the pointer stays null.
+[[nodiscard]] void* ThreadPointer() noexcept;
+[[nodiscard]] bool SetThreadPointer(void* pointer) noexcept;
+
 // A re-entrant lock for longer sections.
 class CCriticalSection
 {

@@ -111,6 +111,7 @@ public:
     try
     {
         OSSIRA_CHECK_POINTER(ppv);
+        OSSIRA_CHECK_REFERENCE(riid);
         const auto enumerator = TryMakeObject<CItemEnumerator<EnumeratorTraits>>(mOwner);
         OSSIRA_CHECK(enumerator, E_OUTOFMEMORY, "new T_ValueEnumerator");
         return enumerator->QueryInterface(riid, ppv);
@@ -150,8 +151,8 @@ private:
 };
 
 // A collection that hands the views out; the parameters are those of `CGuidCollection`.
-template <class Traits, class Interface, class Storage>
-class CViewedCollection : public CGuidCollection<Traits, Interface, Storage>
+template <class Traits, class Interface, ItemsByGuid Table>
+class CViewedCollection : public CGuidCollection<Traits, Interface, Table>
 {
 public:
     static constexpr std::string_view OssiraReportedClass = ReportedClass<Traits>;
@@ -180,7 +181,7 @@ public:
 
     [[nodiscard]] IUnknown* ItemAt(const CGuidPosition& at) const noexcept
     {
-        return this->mStorage.Find(at.Key);
+        return this->mTable.Find(at.Key);
     }
 };
 

@@ -9,7 +9,9 @@
 //   ReportedClass  the enumerator's full name in reports
 // and the owner has, the three latter called with its lock held:
 //   EnumerationLock()       what guards the collection: lock() and unlock()
-//   EnumerationStamp()      a word that differs once the enumerator is out of date
+//   EnumerationStamp()      a number that differs once the enumerator is out of date; of 64 bits,
+//   so
+//                           that it never comes round
 //   FirstPosition(at)       to the first item, or false
 //   NextPosition(at)        to the item behind `at`, or false; `at` is then as it was
 #pragma once
@@ -105,7 +107,7 @@ private:
     ObjectPtr<typename Traits::Primary> mReference;
     Owner* mOwner;
     Position mAt{};
-    std::uint32_t mStamp = 0;
+    std::uint64_t mStamp = 0;
     Result mState = BeforeFirst;
 };
 

@@ -1,70 +1,58 @@
-// The logic that dictionaries and value sets share: everything by key that does not look into the
-// items. `Interface` is the collection's own, `Storage` what it holds (see ItemTable.h), and
-// `Traits` names
-//   ClassId, ClassName  of the class
-//   LockType            its lock
-//   AddText             what the refusal of `AddGUID` reports
-//   EnumeratorClass     the name of its enumerator in reports, "::" and name
-//   NewEnumeratorText   what is reported when that cannot be made
+// The logic that dictionaries, value sets and groups share: everything by key that does not look
+// into the items. `Interface` is the collection's own, `Table` what it holds, and `Traits` names,
+// besides what GuidEnumerable.h asks for, `AddText`: what the refusal of `AddGUID` reports.
 #pragma once
 
-#include "GuidKeyEnumerator.h"
+#include "DeathQueue.h"
+#include "GuidEnumerable.h"
+#include "ItemQuestion.h"
 #include "ItemTable.h"
-#include "LockPolicy.h"
-#include "ReportedName.h"
-#include "TryMakeObject.h"
 
 namespace Tavrik::Ossira
 {
 
-template <class Traits, class Interface, class Storage>
-class CGuidCollection : public Interface,
-                        public CLockHolder<typename Traits::LockType>,
+// Counted references by GUID. All but `Count` is called with the collection's lock held; what is
+// removed is handed out, so that it dies after the lock was left.
+template <class Table>
+concept ItemsByGuid = WalkedByGuid<Table> &&
+    requires(Table& table, const GUID& key, typename Table::Removed& removed)
+{
+    {
+        std::as_const(table).Count()
+        } -> std::same_as<std::int32_t>;
+    {
+        std::as_const(table).Find(key)
+        } -> std::same_as<typename Table::Item*>;
+    {
+        table.Take(key)
+        } -> std::same_as<ObjectPtr<typename Table::Item>>;
+    table.TakeAll(removed);
+};
+
+template <class Traits, class Interface, ItemsByGuid Table>
+class CGuidCollection : public CGuidEnumerable<Traits, Interface, Table>,
                         public CObjectName,
                         public CObjectIdentity<Traits>,
+                        public CDestroyedInTurn,
                         public COssiraUnknown
 {
-    struct EnumeratorTraits
-    {
-        using Owner = CGuidCollection;
-        using Primary = Interface;
-        using Position = CGuidPosition;
-        static constexpr std::string_view ReportedClass =
-            ReportedNested<Traits, Traits::EnumeratorClass>;
-        static constexpr bool OffersGuids = true;
-        static constexpr bool ReportsEnd = false;
-    };
-
 public:
     static constexpr CLSID ClassId = Traits::ClassId;
     static constexpr std::string_view OssiraReportedClass = ReportedClass<Traits>;
 
-    Result GetEnumerator(const IID& riid, void** ppv) override
-    try
-    {
-        OSSIRA_CHECK_POINTER(ppv);
-        const auto enumerator = TryMakeObject<CGuidKeyEnumerator<EnumeratorTraits>>(this);
-        OSSIRA_CHECK(enumerator, E_OUTOFMEMORY, Traits::NewEnumeratorText);
-        return enumerator->QueryInterface(riid, ppv);
-    }
-    OSSIRA_CATCH_RETURN
-
     Result GetCount() override
-    try
     {
-        return mStorage.Count();
+        return this->mTable.Count();
     }
-    OSSIRA_CATCH_RETURN
 
     Result Clear() override
-    try
     {
-        typename Storage::Removed removed;
+        typename Table::Removed removed;
         const tSystem::CLockGuard guard(this->mLock);
-        mStorage.TakeAll(removed);
+        ++this->mStamp;
+        this->mTable.TakeAll(removed);
         return S_OK;
     }
-    OSSIRA_CATCH_RETURN
 
     Result IsReadOnly() override
     {
@@ -81,9 +69,11 @@ public:
     Result RemoveGUID(const GUID& key) override
     try
     {
-        ObjectPtr<Item> removed;
+        OSSIRA_CHECK_REFERENCE(key);
+        ObjectPtr<typename Table::Item> removed;
         const tSystem::CLockGuard guard(this->mLock);
-        removed = mStorage.Take(key);
+        ++this->mStamp;
+        removed = this->mTable.Take(key);
         return S_OK;
     }
     OSSIRA_CATCH_RETURN
@@ -91,8 +81,9 @@ public:
     Result ContainsGUID(const GUID& key) override
     try
     {
+        OSSIRA_CHECK_REFERENCE(key);
         const tSystem::CLockGuard guard(this->mLock);
-        return mStorage.Contains(key) ? S_OK : S_FALSE;
+        return this->mTable.Find(key) != nullptr ? S_OK : S_FALSE;
     }
     OSSIRA_CATCH_RETURN
 
@@ -100,32 +91,13 @@ public:
     try
     {
         OSSIRA_CHECK_POINTER(ppv);
-        const tSystem::CLockGuard guard(this->mLock);
-        return mStorage.Ask(key, riid, ppv);
+        OSSIRA_CHECK_REFERENCE(key);
+        OSSIRA_CHECK_REFERENCE(riid);
+        CItemQuestion question(this->mLock);
+        auto* const item = this->mTable.Find(key);
+        return item != nullptr ? question.Ask(item, riid, ppv) : E_NOT_FOUND;
     }
     OSSIRA_CATCH_RETURN
-
-    // For the enumerators, which hold the lock.
-
-    [[nodiscard]] std::uint32_t EnumerationStamp() const noexcept
-    {
-        return mStorage.Stamp();
-    }
-
-    [[nodiscard]] bool FirstPosition(CGuidPosition& at)
-    {
-        return mStorage.First(at);
-    }
-
-    [[nodiscard]] bool NextPosition(CGuidPosition& at)
-    {
-        return mStorage.Next(at);
-    }
-
-protected:
-    using Item = typename Storage::Item;
-
-    Storage mStorage;
 };
 
 } // namespace Tavrik::Ossira

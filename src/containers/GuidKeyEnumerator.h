@@ -47,6 +47,7 @@ public:
             const tSystem::CLockGuard guard(this->Lock());
             OSSIRA_CHECK(this->IsUpToDate(), E_ACCESSDENIED, Steps::OutOfDateText);
             OSSIRA_CHECK_POINTER(ppv);
+            OSSIRA_CHECK_REFERENCE(riid);
             OSSIRA_CHECK(!Traits::ReportsEnd || this->State() >= 0, E_FAIL, Steps::AtEndText);
             if (this->State() < 0)
                 return this->State();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "EnumeratorSteps.h"
+#include "ItemQuestion.h"
 
 namespace Tavrik::Ossira
 {
@@ -24,16 +25,17 @@ public:
     Result GetCurrent(const IID& riid, void** ppv) override
     try
     {
-        const tSystem::CLockGuard guard(this->Lock());
+        CItemQuestion question(this->Lock());
         OSSIRA_CHECK(this->IsUpToDate(), E_ACCESSDENIED, Steps::OutOfDateText);
         OSSIRA_CHECK_POINTER(ppv);
+        OSSIRA_CHECK_REFERENCE(riid);
         if (this->State() < 0)
             return this->State();
         typename Traits::Position at{};
         OSSIRA_CHECK(this->Locate(at), E_FAIL, Steps::AtEndText);
         IUnknown* const item = this->Collection().ItemAt(at);
         OSSIRA_CHECK(item != nullptr, E_POINTER, "*mCurrent");
-        return item->QueryInterface(riid, ppv);
+        return question.Ask(item, riid, ppv);
     }
     OSSIRA_CATCH_RETURN
 };

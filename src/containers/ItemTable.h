@@ -1,10 +1,6 @@
-// What a dictionary or a value set holds: counted references by GUID, and the stamp that every
-// change moves. The operations are called with the collection's lock held, and hand out what they
-// remove, so that it dies after the lock was left.
-//
-// A collection knows its storage by these operations only, and a value set by those of ValueTable.h
-// besides. The layers of a value set group, and what they show together, stand in this one's place
-// as other storages.
+// What a dictionary or a value set holds: counted references by GUID, and their number. The
+// operations are called with the collection's lock held, and hand out what they remove, so that it
+// dies after the lock was left.
 #pragma once
 
 #include "GuidTable.h"
@@ -22,11 +18,6 @@ public:
     using Item = ItemType;
     using Removed = CGuidTable<ObjectPtr<Item>>;
 
-    [[nodiscard]] std::uint32_t Stamp() const noexcept
-    {
-        return mStamp;
-    }
-
     // The only operation that needs no lock.
     [[nodiscard]] std::int32_t Count() const noexcept
     {
@@ -38,13 +29,6 @@ public:
         return Find(key) != nullptr;
     }
 
-    // Asks the item under a key for an interface; `E_NOT_FOUND` without one.
-    [[nodiscard]] Result Ask(const GUID& key, const IID& riid, void** ppv) const
-    {
-        Item* const item = Find(key);
-        return item != nullptr ? item->QueryInterface(riid, ppv) : E_NOT_FOUND;
-    }
-
     // The item under a key, or null; borrowed.
     [[nodiscard]] Item* Find(const GUID& key) const noexcept
     {
@@ -52,28 +36,38 @@ public:
         return item != nullptr ? item->Get() : nullptr;
     }
 
+    // A number that differs once keys have come or gone. Needs no lock either.
+    [[nodiscard]] std::uint64_t KeysStamp() const noexcept
+    {
+        return mKeysStamp.load(std::memory_order_acquire);
+    }
+
     // Enters an item and leaves the one that was there in its place. Throws `std::bad_alloc`.
     void Put(const GUID& key, ObjectPtr<Item>& item)
     {
         if (auto* const place = mTable.Find(key); place != nullptr)
+        {
             std::swap(*place, item);
-        else
-            mTable.Insert(key, std::move(item));
-        MarkChanged();
+            return;
+        }
+        mTable.Insert(key, std::move(item));
+        MarkKeysChanged();
     }
 
-    // Empty when the key is absent, which moves the stamp all the same.
+    // Empty when the key is absent.
     [[nodiscard]] ObjectPtr<Item> Take(const GUID& key) noexcept
     {
         auto item = mTable.Take(key);
-        MarkChanged();
-        return item ? std::move(*item) : ObjectPtr<Item>();
+        if (!item)
+            return {};
+        MarkKeysChanged();
+        return std::move(*item);
     }
 
     void TakeAll(Removed& removed) noexcept
     {
         mTable.Swap(removed);
-        MarkChanged();
+        MarkKeysChanged();
     }
 
     [[nodiscard]] bool First(CGuidPosition& at)
@@ -86,17 +80,16 @@ public:
         return mTable.Next(at);
     }
 
-    // The item under a key was changed in place.
-    void MarkChanged() noexcept
+private:
+    void MarkKeysChanged() noexcept
     {
-        ++mStamp;
+        mKeysStamp.store(KeysStamp() + 1, std::memory_order_release);
         mCount.store(static_cast<std::int32_t>(mTable.Size()), std::memory_order_relaxed);
     }
 
-private:
     CGuidTable<ObjectPtr<Item>> mTable;
     std::atomic<std::int32_t> mCount = 0;
-    std::uint32_t mStamp = 0;
+    std::atomic<std::uint64_t> mKeysStamp = 1;
 };
 
 } // namespace Tavrik::Ossira

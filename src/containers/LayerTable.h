@@ -1,16 +1,16 @@
-// The layers of a value set group, as the storage of a dictionary (see ItemTable.h): value sets by
+// The layers of a value set group, as what a collection holds (see GuidCollection.h): value sets by
 // identifier, kept in their order from the bottom to the top. The operations are called with the
 // group's lock held, and hand out what they remove.
 #pragma once
 
 #include "GuidTable.h"
+#include "LayerKeys.h"
 #include "OssiraCheck.h"
 #include "OssiraPointer.h"
 #include "OssiraValueSetGroup.h"
 
 #include <algorithm>
 #include <atomic>
-#include <cstring>
 #include <span>
 
 namespace Tavrik::Ossira
@@ -21,6 +21,12 @@ struct Layer
     GUID ID = GUID_Null;
     ObjectPtr<IValueSet> ValueSet;
     std::uint32_t AccessFlags = 0;
+    ILayerKeys* Keys = nullptr; // the value set's own, borrowed; null for a foreign one
+
+    [[nodiscard]] bool IsVisible() const noexcept
+    {
+        return HasNoneOf(LAYER_HIDDEN);
+    }
 
     [[nodiscard]] bool HasNoneOf(std::uint32_t flags) const noexcept
     {
@@ -28,7 +34,7 @@ struct Layer
     }
 };
 
-class CManager
+class CLayerTable
 {
 public:
     static constexpr std::int32_t ItemMaximum = 8;
@@ -43,14 +49,8 @@ public:
         return {mItems.data(), static_cast<std::size_t>(Count())};
     }
 
-    // Moved when layers come and go.
-    [[nodiscard]] std::uint32_t Stamp() const noexcept
-    {
-        return mStamp;
-    }
-
-    // Moved then, and when anything was changed through a merged view.
-    [[nodiscard]] std::uint32_t ContentStamp() const noexcept
+    // Moved when layers come and go, and when anything was changed through a merged view.
+    [[nodiscard]] std::uint64_t ContentStamp() const noexcept
     {
         return mContentStamp;
     }
@@ -60,36 +60,50 @@ public:
         ++mContentStamp;
     }
 
+    // Moved when layers come and go or their flags change.
+    [[nodiscard]] std::uint64_t Version() const noexcept
+    {
+        return mVersion;
+    }
+
     // The only operation that needs no lock.
     [[nodiscard]] std::int32_t Count() const noexcept
     {
         return mCount.load(std::memory_order_relaxed);
     }
 
-    [[nodiscard]] Layer& At(std::int32_t index)
+    [[nodiscard]] const Layer& At(std::int32_t index) const
     {
         OSSIRA_CHECK(index >= 0 && index < Count(), E_INVALIDARG, IndexText);
         return mItems[static_cast<std::size_t>(index)];
     }
 
-    // Whether `Insert` would take these arguments.
+    void SetAccessFlagsAt(std::int32_t index, std::uint32_t flags)
+    {
+        OSSIRA_CHECK(index >= 0 && index < Count(), E_INVALIDARG, IndexText);
+        mItems[static_cast<std::size_t>(index)].AccessFlags = flags;
+        ++mVersion;
+    }
+
+    // Whether a layer can be inserted there, under that identifier.
     void CheckInsertion(std::int32_t index, const GUID* id) const
     {
         OSSIRA_CHECK(index == OnTop || (index >= 0 && index <= Count()), E_INVALIDARG, IndexText);
-        OSSIRA_CHECK(id == nullptr || !Contains(*id), E_INVALIDARG, "id already exists");
+        OSSIRA_CHECK(id == nullptr || Find(*id) == nullptr, E_INVALIDARG, "id already exists");
         OSSIRA_CHECK(id == nullptr || !SameGuid(*id, GUID_Null), E_INVALIDARG, "id == GUID_Null");
         OSSIRA_CHECK(Count() < ItemMaximum, E_OUTOFMEMORY, "too many - item maximum");
     }
 
-    void Insert(std::int32_t index, ObjectPtr<IValueSet> valueSet, const GUID* id,
-                std::uint32_t flags)
+    // After that check. A layer without an identifier is given one.
+    void Insert(std::int32_t index, Layer&& layer) noexcept
     {
-        CheckInsertion(index, id);
         AdvanceUnique();
+        if (SameGuid(layer.ID, GUID_Null))
+            layer.ID = mUnique;
         const std::int32_t place = index == OnTop ? Count() : index;
         const auto at = mItems.begin() + place;
         std::move_backward(at, mItems.begin() + Count(), mItems.begin() + Count() + 1);
-        *at = {id != nullptr ? *id : mUnique, std::move(valueSet), flags};
+        *at = std::move(layer);
         SetCount(Count() + 1);
     }
 
@@ -99,18 +113,7 @@ public:
                          { return layer.ValueSet.Get() == valueSet; });
     }
 
-    // --- As a storage ----------------------------------------------------------------------------
-
-    [[nodiscard]] bool Contains(const GUID& id) const noexcept
-    {
-        return Find(id) != nullptr;
-    }
-
-    [[nodiscard]] Result Ask(const GUID& id, const IID& riid, void** ppv) const
-    {
-        IValueSet* const valueSet = Find(id);
-        return valueSet != nullptr ? valueSet->QueryInterface(riid, ppv) : E_NOT_FOUND;
-    }
+    // --- As what a collection holds --------------------------------------------------------------
 
     [[nodiscard]] IValueSet* Find(const GUID& id) const noexcept
     {
@@ -118,11 +121,14 @@ public:
         return index >= 0 ? mItems[static_cast<std::size_t>(index)].ValueSet.Get() : nullptr;
     }
 
-    // Empty when there is no such layer, which moves the stamps all the same.
+    // Empty when there is no such layer, which moves the content's stamp all the same.
     [[nodiscard]] ObjectPtr<IValueSet> Take(const GUID& id) noexcept
     {
         const std::int32_t index = IndexOf(id);
-        return index >= 0 ? Remove(index) : (SetCount(Count()), ObjectPtr<IValueSet>());
+        if (index >= 0)
+            return Remove(index);
+        MarkContentChanged();
+        return {};
     }
 
     void TakeAll(Removed& removed) noexcept
@@ -174,7 +180,7 @@ private:
     void SetCount(std::int32_t count) noexcept
     {
         mCount.store(count, std::memory_order_relaxed);
-        ++mStamp;
+        ++mVersion;
         ++mContentStamp;
     }
 
@@ -184,21 +190,17 @@ private:
     {
         do
             ++mUnique.Data1;
-        while (Contains(mUnique));
+        while (Find(mUnique) != nullptr);
     }
 
     // To the least identifier, in the order of the bytes, that is greater than the given one.
     [[nodiscard]] bool LeastAbove(const GUID* bound, CGuidPosition& at) const noexcept
     {
-        const auto precedes = [](const GUID& a, const GUID& b)
-        {
-            return std::memcmp(&a, &b, sizeof(GUID)) < 0;
-        };
         const GUID* least = nullptr;
         for (const Layer& layer : Layers())
         {
-            const bool isAbove = bound == nullptr || precedes(*bound, layer.ID);
-            if (isAbove && (least == nullptr || precedes(layer.ID, *least)))
+            const bool isAbove = bound == nullptr || KeyPrecedes(*bound, layer.ID);
+            if (isAbove && (least == nullptr || KeyPrecedes(layer.ID, *least)))
                 least = &layer.ID;
         }
         if (least != nullptr)
@@ -219,8 +221,8 @@ private:
     std::array<Layer, ItemMaximum> mItems;
     std::atomic<std::int32_t> mCount = 0;
     GUID mUnique = NewUnique();
-    std::uint32_t mStamp = 0;
-    std::uint32_t mContentStamp = 0;
+    std::uint64_t mVersion = 0;
+    std::uint64_t mContentStamp = 0;
 };
 
 } // namespace Tavrik::Ossira

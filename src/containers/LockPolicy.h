@@ -1,8 +1,8 @@
 // The three ways in which a collection is guarded. A collection's class takes one of these lock
 // types as a parameter; nothing else distinguishes the plain, the lockable and the unsafe variant.
 //
-// The spin word is for the plain ones: an item's `QueryInterface` runs while it is held, so it must
-// not call back into the collection. Items are released after it was left.
+// The spin word is for the plain ones. Nothing of an item runs while it is held but `AddRef`, and
+// the `QueryInterface` of the runtime's own objects; see ItemQuestion.h.
 #pragma once
 
 #include "FastCriticalSection.h"

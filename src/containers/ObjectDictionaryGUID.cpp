@@ -28,15 +28,17 @@ public:
     try
     {
         OSSIRA_CHECK_POINTER(value);
+        OSSIRA_CHECK_REFERENCE(key);
         ObjectPtr<IUnknown> item(value);
         const tSystem::CLockGuard guard(this->mLock);
-        this->mStorage.Put(key, item);
+        this->mTable.Put(key, item);
+        ++this->mStamp;
         return S_OK;
     }
     OSSIRA_CATCH_RETURN
 };
 
-struct DictionaryText
+struct DictionaryText : QuietGuids
 {
     static constexpr const char* AddText = "AddGUID not supported by IDictionaryGUID";
     static constexpr const std::string_view& EnumeratorClass = KeyEnumeratorName;

@@ -2,6 +2,7 @@
 // that an index costs the same everywhere. An item is stored as its unknown interface, which is
 // what it is recognised by. `SetItemAt` leaves the stamp alone, so that a running enumerator goes
 // on and meets the new item.
+#include "DeathQueue.h"
 #include "ItemEnumerator.h"
 #include "LockPolicy.h"
 #include "OssiraClasses.h"
@@ -23,6 +24,7 @@ class CNodeList : public IList,
                   public CLockHolder<typename Traits::LockType>,
                   public CObjectName,
                   public CObjectIdentity<Traits>,
+                  public CDestroyedInTurn,
                   public COssiraUnknown
 {
     struct EnumeratorTraits
@@ -51,6 +53,7 @@ public:
     try
     {
         OSSIRA_CHECK_POINTER(ppv);
+        OSSIRA_CHECK_REFERENCE(riid);
         const auto enumerator = TryMakeObject<CItemEnumerator<EnumeratorTraits>>(this);
         OSSIRA_CHECK(enumerator, E_OUTOFMEMORY, "new T_Enumerator");
         return enumerator->QueryInterface(riid, ppv);
@@ -81,13 +84,11 @@ public:
     Result Add(IUnknown* item) override
     try
     {
-        OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
-        ObjectPtr<IUnknown> identity;
-        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, identity.PutVoid()),
-                                IdentityText);
+        Intake taken(item);
+        OSSIRA_CHECK(!Failed(taken.Code), taken.Code, taken.Text);
         const tSystem::CLockGuard guard(this->mLock);
         OSSIRA_CHECK(mItems.size() < MaximumSize, E_OUTOFMEMORY, TooLongText);
-        mItems.push_back(std::move(identity));
+        mItems.push_back(std::move(taken.Identity));
         MarkChanged();
         return S_OK;
     }
@@ -96,14 +97,12 @@ public:
     Result Remove(IUnknown* item) override
     try
     {
-        OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
-        ObjectPtr<IUnknown> identity;
-        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, identity.PutVoid()),
-                                IdentityText);
-        OSSIRA_CHECK(identity, E_POINTER, "item");
+        Intake taken(item);
+        OSSIRA_CHECK(!Failed(taken.Code), taken.Code, taken.Text);
+        OSSIRA_CHECK(taken.Identity, E_POINTER, "item");
         ObjectPtr<IUnknown> removed;
         const tSystem::CLockGuard guard(this->mLock);
-        const auto found = Find(identity.Get());
+        const auto found = Find(taken.Identity.Get());
         OSSIRA_CHECK(found != mItems.end(), E_INVALIDARG, "item not member of this list");
         removed = std::move(*found);
         mItems.erase(found);
@@ -115,12 +114,10 @@ public:
     Result Contains(IUnknown* item) override
     try
     {
-        OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
-        ObjectPtr<IUnknown> identity;
-        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, identity.PutVoid()),
-                                IdentityText);
+        Intake taken(item);
+        OSSIRA_CHECK(!Failed(taken.Code), taken.Code, taken.Text);
         const tSystem::CLockGuard guard(this->mLock);
-        return Find(identity.Get()) != mItems.end() ? S_OK : S_FALSE;
+        return Find(taken.Identity.Get()) != mItems.end() ? S_OK : S_FALSE;
     }
     OSSIRA_CATCH_RETURN
 
@@ -128,21 +125,26 @@ public:
     try
     {
         OSSIRA_CHECK_POINTER(pppv);
-        const tSystem::CLockGuard guard(this->mLock);
-        const auto size = static_cast<std::int32_t>(mItems.size());
-        OSSIRA_CHECK(index >= 0 && count >= 0 && index <= size && count <= size - index,
-                     E_INVALIDARG, "Invalid Index or Count param");
-        for (std::int32_t i = 0; i < count; ++i)
+        OSSIRA_CHECK_REFERENCE(riid);
         {
-            OSSIRA_CHECK_POINTER(pppv[i]);
-            *pppv[i] = nullptr;
+            const tSystem::CLockGuard guard(this->mLock);
+            const auto size = static_cast<std::int32_t>(mItems.size());
+            OSSIRA_CHECK(index >= 0 && count >= 0 && index <= size && count <= size - index,
+                         E_INVALIDARG, "Invalid Index or Count param");
+            for (std::int32_t i = 0; i < count; ++i)
+            {
+                OSSIRA_CHECK_POINTER(pppv[i]);
+                *pppv[i] = nullptr;
+            }
+            for (std::int32_t i = 0; i < count; ++i)
+                *pppv[i] = ObjectPtr(ItemAt(static_cast<std::size_t>(index + i))).Detach();
         }
-        const auto first = static_cast<std::size_t>(index);
-        for (std::int32_t i = 0; i < count; ++i)
+        for (Unasked rest = {pppv, pppv + count}; rest.At != rest.End;)
         {
-            IUnknown* const item = ItemAt(first + static_cast<std::size_t>(i));
-            OSSIRA_CHECK(item != nullptr, E_NOINTERFACE, "QueryInterface(riid, pppv[i])");
-            OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(riid, pppv[i]),
+            void** const target = *rest.At;
+            const ObjectPtr<IUnknown> item = rest.TakeNext();
+            OSSIRA_CHECK(item, E_NOINTERFACE, "QueryInterface(riid, pppv[i])");
+            OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(riid, target),
                                     "QueryInterface(riid, pppv[i])");
         }
         return S_OK;
@@ -152,12 +154,10 @@ public:
     Result IndexOf(IUnknown* item) override
     try
     {
-        OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
-        ObjectPtr<IUnknown> identity;
-        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, identity.PutVoid()),
-                                IdentityText);
+        Intake taken(item);
+        OSSIRA_CHECK(!Failed(taken.Code), taken.Code, taken.Text);
         const tSystem::CLockGuard guard(this->mLock);
-        const auto found = Find(identity.Get());
+        const auto found = Find(taken.Identity.Get());
         return found != mItems.end() ? static_cast<Result>(found - mItems.begin()) : E_NOT_FOUND;
     }
     OSSIRA_CATCH_RETURN
@@ -165,14 +165,12 @@ public:
     Result Insert(std::int32_t index, IUnknown* item) override
     try
     {
-        OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
-        ObjectPtr<IUnknown> identity;
-        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, identity.PutVoid()),
-                                IdentityText);
+        Intake taken(item);
+        OSSIRA_CHECK(!Failed(taken.Code), taken.Code, taken.Text);
         const tSystem::CLockGuard guard(this->mLock);
         OSSIRA_CHECK(IsInside(index) || IsSize(index), E_INVALIDARG, IndexText);
         OSSIRA_CHECK(mItems.size() < MaximumSize, E_OUTOFMEMORY, TooLongText);
-        mItems.insert(mItems.begin() + index, std::move(identity));
+        mItems.insert(mItems.begin() + index, std::move(taken.Identity));
         MarkChanged();
         return S_OK;
     }
@@ -196,12 +194,13 @@ public:
     try
     {
         OSSIRA_CHECK_POINTER(ppv);
-        const tSystem::CLockGuard guard(this->mLock);
+        OSSIRA_CHECK_REFERENCE(riid);
+        CItemQuestion question(this->mLock);
         OSSIRA_CHECK(IsInside(index), E_INVALIDARG, IndexText);
         IUnknown* const item = ItemAt(static_cast<std::size_t>(index));
         if (item == nullptr)
             return E_NOINTERFACE;
-        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(riid, ppv), "Item->QueryInterface(riid, ppv)");
+        OSSIRA_CHECK_CALL_TWICE(question.Ask(item, riid, ppv), "Item->QueryInterface(riid, ppv)");
         return S_OK;
     }
     OSSIRA_CATCH_RETURN
@@ -209,20 +208,18 @@ public:
     Result SetItemAt(std::int32_t index, IUnknown* item) override
     try
     {
-        OSSIRA_CHECK(item != nullptr, E_POINTER, "_item");
-        ObjectPtr<IUnknown> identity;
-        OSSIRA_CHECK_CALL_TWICE(item->QueryInterface(IID_IUnknown, identity.PutVoid()),
-                                IdentityText);
+        Intake taken(item);
+        OSSIRA_CHECK(!Failed(taken.Code), taken.Code, taken.Text);
         const tSystem::CLockGuard guard(this->mLock);
         OSSIRA_CHECK(IsInside(index), E_INVALIDARG, IndexText);
-        std::swap(mItems[static_cast<std::size_t>(index)], identity);
+        std::swap(mItems[static_cast<std::size_t>(index)], taken.Identity);
         return S_OK;
     }
     OSSIRA_CATCH_RETURN
 
     // For the enumerator, which holds the lock.
 
-    [[nodiscard]] std::uint32_t EnumerationStamp() const noexcept
+    [[nodiscard]] std::uint64_t EnumerationStamp() const noexcept
     {
         return mStamp;
     }
@@ -247,8 +244,49 @@ public:
     }
 
 private:
-    static constexpr const char* IdentityText =
-        "_item->QueryInterface(IID_IUnknown, (void**)&Item)";
+    // An item as it comes in: as its unknown interface, or what is wrong with it.
+    struct Intake
+    {
+        explicit Intake(IUnknown* item)
+        {
+            if (item == nullptr)
+                return;
+            Text = "_item->QueryInterface(IID_IUnknown, (void**)&Item)";
+            Code = item->QueryInterface(IID_IUnknown, Identity.PutVoid());
+            if (Failed(Code)) // callers see the extra attempt
+                Code = item->QueryInterface(IID_IUnknown, Identity.PutVoid());
+        }
+
+        ObjectPtr<IUnknown> Identity;
+        Result Code = E_POINTER;
+        const char* Text = "_item";
+    };
+
+    // Copied items wait in the caller's targets until they are asked, so that a copy needs no
+    // memory. What is not asked in the end is given back.
+    struct Unasked
+    {
+        Unasked(void*** at, void*** end) noexcept : At(at), End(end)
+        {
+        }
+        Unasked(const Unasked&) = delete;
+        Unasked& operator=(const Unasked&) = delete;
+        ~Unasked()
+        {
+            while (At != End)
+                TakeNext().Reset();
+        }
+
+        [[nodiscard]] ObjectPtr<IUnknown> TakeNext() noexcept
+        {
+            void* const item = std::exchange(**At++, nullptr);
+            return ObjectPtr<IUnknown>::Adopt(static_cast<IUnknown*>(item));
+        }
+
+        void*** At;
+        void*** End;
+    };
+
     static constexpr const char* IndexText = "Invalid Index param";
     static constexpr const char* TooLongText = "list<T> too long";
     static constexpr std::size_t MaximumSize = std::numeric_limits<std::int32_t>::max();
@@ -277,7 +315,7 @@ private:
 
     std::vector<ObjectPtr<IUnknown>> mItems;
     std::atomic<std::int32_t> mCount = 0; // read without the lock
-    std::uint32_t mStamp = 0;
+    std::uint64_t mStamp = 0;
 };
 
 struct NodeListText

@@ -1,6 +1,8 @@
 // The values: one datum each, guarded by a spin word. The read-only value differs in one rule: once
-// it holds a datum, even one of no bytes, it refuses every other. A clone is made without the lock,
-// and while a value is compared the lock is held, so comparing one with itself never returns.
+// it holds a datum, even one of no bytes, it refuses every other. Comparing holds one lock at a
+// time: a value copies its own datum under its lock, leaves it, and asks the other value; what
+// another value of this file holds is copied in one piece as well.
+#include "ItemQuestion.h"
 #include "LockPolicy.h"
 #include "OssiraClasses.h"
 #include "OssiraFrame.h"
@@ -28,19 +30,67 @@ struct ReadonlyValueTraits
     static constexpr bool IsWriteOnce = true;
 };
 
+constexpr IID IID_GuardedDatum = {
+    0x6D1B0F35, 0x4C53, 0x4A53, {0x9C, 0x1D, 0x0E, 0x52, 0x7E, 0x3B, 0xA4, 0x18}};
+
+// What a value consists of. Values answer a pointer to it to each other, borrowed, under an
+// identifier that nobody else knows.
+class CGuardedDatum
+{
+public:
+    void Take(CValueSnapshot& snapshot) const
+    {
+        while (!TryTake(snapshot))
+            snapshot.MakeRoom();
+    }
+
+protected:
+    CGuardedDatum() noexcept = default;
+    ~CGuardedDatum() = default;
+
+    mutable CSpinLock mLock;
+    CValueDataBuffer mData;
+
+private:
+    [[nodiscard]] bool TryTake(CValueSnapshot& snapshot) const noexcept
+    {
+        const tSystem::CLockGuard guard(mLock);
+        return snapshot.TryTake(mData);
+    }
+};
+
+// Null for an object that is none of this file's.
+[[nodiscard]] const CGuardedDatum* DatumOf(IUnknown* object)
+{
+    void* datum = nullptr;
+    const bool isValue = object != nullptr && IsOwnObject(object) &&
+                         Succeeded(object->QueryInterface(IID_GuardedDatum, &datum));
+    return isValue ? static_cast<const CGuardedDatum*>(datum) : nullptr;
+}
+
 template <class Traits>
 class CValueObject : public IValue,
                      public CObjectName,
                      public CObjectIdentity<Traits>,
                      public IComparable,
                      public ICloneable,
-                     public COssiraUnknown
+                     public COssiraUnknown,
+                     private CGuardedDatum
 {
 public:
     static constexpr CLSID ClassId = Traits::ClassId;
     static constexpr std::string_view OssiraReportedClass = Traits::ReportedClass;
 
-    OSSIRA_INTERFACES(IValue, IObjectName, IObjectIdentity, IComparable, ICloneable)
+    Result InternalQueryInterface(const IID& iid, void** out) override
+    {
+        const Result answer =
+            this->template AnswerInterfaces<IValue, IObjectName, IObjectIdentity, IComparable,
+                                            ICloneable>(this, iid, out);
+        if (answer != E_NOINTERFACE || !SameGuid(iid, IID_GuardedDatum)) [[likely]]
+            return answer;
+        *out = static_cast<CGuardedDatum*>(this);
+        return S_OK;
+    }
 
     Result GetValue(const GUID& type, void* data, std::int32_t size) override
     try
@@ -71,8 +121,20 @@ public:
     Result Compare(IUnknown* pv, std::int32_t* result) override
     try
     {
-        const tSystem::CLockGuard guard(mLock);
-        return mData.Compare(pv, result);
+        CValueSnapshot own;
+        Take(own);
+        if (const CGuardedDatum* const datum = DatumOf(pv); datum != nullptr)
+        {
+            OSSIRA_CHECK_POINTER(result);
+            CValueSnapshot other;
+            datum->Take(other);
+            if (!other.IsEmpty())
+            {
+                *result = own.OrderTo(other);
+                return S_OK;
+            }
+        }
+        return own.Compare(pv, result);
     }
     OSSIRA_CATCH_RETURN
 
@@ -80,16 +142,16 @@ public:
     try
     {
         OSSIRA_CHECK_POINTER(ppv);
+        OSSIRA_CHECK_REFERENCE(riid);
         const auto clone = TryMakeObject<CValueObject>();
         OSSIRA_CHECK(clone, E_OUTOFMEMORY, Traits::NewText);
-        OSSIRA_CHECK_CALL_TWICE(clone->mData.Assign(mData), "CloneObject->mData.Assign(mData)");
+        {
+            const tSystem::CLockGuard guard(mLock);
+            OSSIRA_CHECK_CALL_TWICE(clone->mData.Assign(mData), "CloneObject->mData.Assign(mData)");
+        }
         return clone->QueryInterface(riid, ppv);
     }
     OSSIRA_CATCH_RETURN
-
-private:
-    CSpinLock mLock;
-    CValueDataBuffer mData;
 };
 
 using T_Value = CValueObject<ValueTraits>;

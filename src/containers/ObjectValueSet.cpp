@@ -1,6 +1,9 @@
-// The value sets: dictionaries whose items are values, read and written by key under the set's
-// lock, which is always taken before the value's. A datum of a known key is written into the value
-// that is there, so whoever holds that value sees it.
+// The value sets: dictionaries whose items are values, read and written by key. A value is looked
+// up under the set's lock and called without it: it may be anybody's, and has a lock of its own. A
+// datum of a known key is written into the value that is there, so whoever holds that value sees
+// it.
+#include "GuidCollection.h"
+#include "LayerKeys.h"
 #include "OssiraClasses.h"
 #include "RefusedValue.h"
 #include "ValueSetOperations.h"
@@ -11,7 +14,12 @@ namespace
 {
 
 template <class Traits>
-class CValueSet : public CValueSetOperations<Traits, CValueTable>, public CRefusedValue<Traits>
+using CValuesByGuid = CGuidCollection<Traits, IValueSet, CItemTable<IValue>>;
+
+template <class Traits>
+class CValueSet : public CWithoutViews<Traits, CValuesByGuid<Traits>>,
+                  public CRefusedValue<Traits>,
+                  public ILayerKeys
 {
 public:
     static constexpr std::string_view OssiraReportedClass = ReportedClass<Traits>;
@@ -20,10 +28,117 @@ public:
     {
         if constexpr (CValueSet::IsLockable)
             return this->template AnswerInterfaces<IValueSet, IValue, IObjectLock, IObjectName,
-                                                   IObjectIdentity>(this, iid, out);
+                                                   IObjectIdentity, ILayerKeys>(this, iid, out);
         else
-            return this->template AnswerInterfaces<IValueSet, IValue, IObjectName, IObjectIdentity>(
-                this, iid, out);
+            return this->template AnswerInterfaces<IValueSet, IValue, IObjectName, IObjectIdentity,
+                                                   ILayerKeys>(this, iid, out);
+    }
+
+    Result SetValueGUID(const GUID& key, IUnknown* value) override
+    try
+    {
+        OSSIRA_CHECK_POINTER(value);
+        OSSIRA_CHECK_REFERENCE(key);
+        ObjectPtr<IValue> item;
+        OSSIRA_CHECK_CALL_TWICE(value->QueryInterface(IID_IValue, item.PutVoid()), NoValueText);
+        OSSIRA_CHECK(item, E_NOINTERFACE, NoValueText);
+        const tSystem::CLockGuard guard(this->mLock);
+        this->mTable.Put(key, item);
+        ++this->mStamp;
+        return S_OK;
+    }
+    OSSIRA_CATCH_RETURN
+
+    Result GetValueData(const GUID& key, const GUID& type, void* data, std::int32_t size) override
+    try
+    {
+        OSSIRA_CHECK_REFERENCE(key);
+        OSSIRA_CHECK_REFERENCE(type);
+        const ObjectPtr<IValue> value = Find(key);
+        return value ? value->GetValue(type, data, size) : E_NOT_FOUND;
+    }
+    OSSIRA_CATCH_RETURN
+
+    // A new value is made and set before it is entered; if the key has come up meanwhile, the value
+    // that came with it is written instead.
+    Result SetValueData(const GUID& key, const GUID& type, const void* data,
+                        std::int32_t size) override
+    try
+    {
+        OSSIRA_CHECK_REFERENCE(key);
+        OSSIRA_CHECK_REFERENCE(type);
+        ObjectPtr<IValue> fresh;
+        for (;;)
+        {
+            if (const ObjectPtr<IValue> present = Find(key); present)
+                return MarkWritten(present->SetValue(type, data, size));
+            if (!fresh)
+            {
+                OSSIRA_CHECK_CALL_TWICE(CreateValue(fresh.Put()), "CreateValue(&Value)");
+                const Result result = fresh->SetValue(type, data, size);
+                if (Failed(result))
+                    return result;
+            }
+            if (TryEnter(key, fresh))
+                return S_OK;
+        }
+    }
+    OSSIRA_CATCH_RETURN
+
+    Result GetDataType(const GUID& key, GUID* type) override
+    try
+    {
+        OSSIRA_CHECK_REFERENCE(key);
+        const ObjectPtr<IValue> value = Find(key);
+        return value ? value->GetType(type) : E_NOT_FOUND;
+    }
+    OSSIRA_CATCH_RETURN
+
+    std::uint64_t KeysStamp() const noexcept override
+    {
+        return this->mTable.KeysStamp();
+    }
+
+    std::size_t KeysAbove(const GUID* above, std::span<GUID> keys) override
+    {
+        const tSystem::CLockGuard guard(this->mLock);
+        CGuidPosition at;
+        if (above != nullptr)
+            at.Key = *above;
+        std::size_t count = 0;
+        bool more = above != nullptr ? this->mTable.Next(at) : this->mTable.First(at);
+        for (; more && count < keys.size(); more = count < keys.size() && this->mTable.Next(at))
+            keys[count++] = at.Key;
+        return count;
+    }
+
+private:
+    static constexpr const char* NoValueText = "item-object must be IValue";
+
+    [[nodiscard]] ObjectPtr<IValue> Find(const GUID& key) const noexcept
+    {
+        const tSystem::CLockGuard guard(this->mLock);
+        return ObjectPtr(this->mTable.Find(key));
+    }
+
+    [[nodiscard]] bool TryEnter(const GUID& key, ObjectPtr<IValue>& value)
+    {
+        const tSystem::CLockGuard guard(this->mLock);
+        if (this->mTable.Find(key) != nullptr)
+            return false;
+        this->mTable.Put(key, value);
+        ++this->mStamp;
+        return true;
+    }
+
+    // Enumerators end when a value was written.
+    [[nodiscard]] Result MarkWritten(Result written) noexcept
+    {
+        if (Failed(written))
+            return written;
+        const tSystem::CLockGuard guard(this->mLock);
+        ++this->mStamp;
+        return written;
     }
 };
 

@@ -1,0 +1,94 @@
+// The base of everything that is kept by GUID and hands out enumerators over its keys: dictionaries
+// and value sets, the layers of a group, the object factory, the singleton registry. It has the
+// lock, the table, and the stamp by which an enumerator sees that it is out of date.
+//
+// `Interface` is the class's primary interface, with `GetEnumerator` among its operations; `Table`
+// a `CGuidTable`, or what walks like one; and `Traits` names
+//   ClassId, ClassName  of the class
+//   LockType            its lock
+//   EnumeratorClass     the name of its enumerator in reports, "::" and name
+//   NewEnumeratorText   what is reported when that cannot be made
+//   OffersGuids         whether the enumerator answers `IEnumeratorGUID` too
+//   ReportsEnd          whether asking behind the last key is a mistake to report
+#pragma once
+
+#include "GuidKeyEnumerator.h"
+#include "LockPolicy.h"
+#include "ReportedName.h"
+#include "TryMakeObject.h"
+
+namespace Tavrik::Ossira
+{
+
+// What the traits of a collection say of its enumerator.
+struct QuietGuids
+{
+    static constexpr bool OffersGuids = true;
+    static constexpr bool ReportsEnd = false;
+};
+
+template <class Table>
+concept WalkedByGuid = requires(Table& table, CGuidPosition& at)
+{
+    {
+        table.First(at)
+        } -> std::same_as<bool>;
+    {
+        table.Next(at)
+        } -> std::same_as<bool>;
+};
+
+template <class Traits, class Interface, WalkedByGuid Table>
+class CGuidEnumerable : public Interface, public CLockHolder<typename Traits::LockType>
+{
+    struct EnumeratorTraits
+    {
+        using Owner = CGuidEnumerable;
+        using Primary = Interface;
+        using Position = CGuidPosition;
+        static constexpr std::string_view ReportedClass =
+            ReportedNested<Traits, Traits::EnumeratorClass>;
+        static constexpr bool OffersGuids = Traits::OffersGuids;
+        static constexpr bool ReportsEnd = Traits::ReportsEnd;
+    };
+
+public:
+    static constexpr CLSID ClassId = Traits::ClassId;
+    static constexpr std::string_view OssiraReportedClass = ReportedClass<Traits>;
+
+    Result GetEnumerator(const IID& riid, void** ppv) override
+    try
+    {
+        OSSIRA_CHECK_POINTER(ppv);
+        OSSIRA_CHECK_REFERENCE(riid);
+        const auto enumerator = TryMakeObject<CGuidKeyEnumerator<EnumeratorTraits>>(this);
+        OSSIRA_CHECK(enumerator, E_OUTOFMEMORY, Traits::NewEnumeratorText);
+        return enumerator->QueryInterface(riid, ppv);
+    }
+    OSSIRA_CATCH_RETURN
+
+    // For the enumerators, which hold the lock.
+
+    [[nodiscard]] std::uint64_t EnumerationStamp() const noexcept
+    {
+        return mStamp;
+    }
+
+    [[nodiscard]] bool FirstPosition(CGuidPosition& at)
+    {
+        return mTable.First(at);
+    }
+
+    [[nodiscard]] bool NextPosition(CGuidPosition& at)
+    {
+        return mTable.Next(at);
+    }
+
+protected:
+    ~CGuidEnumerable() = default;
+
+    Table mTable;
+    std::uint64_t mStamp = 0; // move it, and enumerators end
+};
+
+} // namespace Tavrik::Ossira

@@ -1,0 +1,122 @@
+// One walk over the keys that the layers of a value set group show together, as the owner of an
+// enumerator (see EnumeratorSteps.h). It has read some keys ahead; they are good as long as the
+// layers can tell that their keys are the same, and otherwise are looked up before they are shown.
+// The enumerator's lock is one of the walk's own, because layers are called while it is held.
+#pragma once
+
+#include "MergedKeys.h"
+#include "OssiraClasses.h"
+
+#include <atomic>
+
+namespace Tavrik::Ossira
+{
+
+class CMergedWalk
+{
+public:
+    static constexpr CLSID ClassId = CLSID_ValueSetGroup; // in the list of live objects
+
+    // `layers` and `lock` are the group's.
+    CMergedWalk(IValueSetGroup* group, const CLayerTable& layers, CSpinLock& lock) noexcept
+        : mGroup(group), mLayers(layers), mGroupLock(lock)
+    {
+    }
+
+    CMergedWalk(const CMergedWalk&) = delete;
+    CMergedWalk& operator=(const CMergedWalk&) = delete;
+
+    void AddRef() noexcept
+    {
+        mCount.fetch_add(1, std::memory_order_relaxed);
+    }
+
+    void Release() noexcept
+    {
+        if (mCount.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            delete this;
+    }
+
+    [[nodiscard]] CCallerLock& EnumerationLock() noexcept
+    {
+        return mLock;
+    }
+
+    [[nodiscard]] std::uint64_t EnumerationStamp() const noexcept
+    {
+        const tSystem::CLockGuard guard(mGroupLock);
+        return mLayers.ContentStamp();
+    }
+
+    [[nodiscard]] bool FirstPosition(CGuidPosition& at)
+    {
+        ReadAbove(nullptr);
+        return Show(at);
+    }
+
+    // Passes over what can no longer be found.
+    [[nodiscard]] bool NextPosition(CGuidPosition& at)
+    {
+        const EReadAhead state = LookAtReadAhead();
+        if (state == EReadAhead::MayBeGone)
+            SkipWhatIsGone();
+        const bool isOver = mNext == mRead.Keys.size();
+        if (state == EReadAhead::IsOld || (isOver && !mRead.AreAll))
+            ReadAbove(&at.Key);
+        return Show(at);
+    }
+
+private:
+    enum class EReadAhead
+    {
+        IsTrue,
+        MayBeGone, // key by key
+        IsOld      // layers were hidden or shown, or keys came or went
+    };
+
+    ~CMergedWalk() = default;
+
+    [[nodiscard]] EReadAhead LookAtReadAhead() const noexcept
+    {
+        const tSystem::CLockGuard guard(mGroupLock);
+        if (mSeen.IsStillTrueOf(mLayers))
+            return EReadAhead::IsTrue;
+        const bool isSame = !mSeen.CanTellKeys() && mSeen.IsVersionOf(mLayers);
+        return isSame ? EReadAhead::MayBeGone : EReadAhead::IsOld;
+    }
+
+    void SkipWhatIsGone()
+    {
+        const TakenLayers layers(mLayers, mGroupLock);
+        while (mNext < mRead.Keys.size() && FindHolder(layers.All(), mRead.Keys[mNext]) == nullptr)
+            ++mNext;
+    }
+
+    void ReadAbove(const GUID* above)
+    {
+        const TakenLayers layers(mLayers, mGroupLock);
+        MergedKeys read(layers.All(), above);
+        mRead = std::move(read);
+        mSeen = CKeysSeen(layers);
+        mNext = 0;
+    }
+
+    [[nodiscard]] bool Show(CGuidPosition& at) noexcept
+    {
+        if (mNext == mRead.Keys.size())
+            return false;
+        at.Key = mRead.Keys[mNext++];
+        return true;
+    }
+
+    std::atomic<std::int32_t> mCount = 0;
+    ObjectPtr<IValueSetGroup> mGroup;
+    const CLayerTable& mLayers;
+    CSpinLock& mGroupLock;
+    CCallerLock mLock;
+    MergedKeys mRead;
+    std::size_t mNext = 0; // in what was read
+    CKeysSeen mSeen;
+};
+
+} // namespace Tavrik::Ossira
