@@ -13,6 +13,10 @@
 namespace Tavrik::Ossira
 {
 
+// Whether a bare file name is that of the runtime's own library, in whatever case: it is no module,
+// and who reads a folder of modules passes it over. Null is not.
+[[nodiscard]] bool IsRuntimeFile(const wchar_t* fileName) noexcept;
+
 class CDirectoryCollection
 {
 public:

@@ -5,8 +5,20 @@
 #include "OssiraBullets.h"
 #include "PublicUtil.h"
 
+#include <algorithm>
+#include <string_view>
+
 namespace Tavrik::Ossira
 {
+
+bool IsRuntimeFile(const wchar_t* fileName) noexcept
+{
+    constexpr std::wstring_view own = L"tavrikossira.dll";
+    return fileName != nullptr &&
+           std::ranges::equal(std::wstring_view(fileName), own,
+                              [](wchar_t a, wchar_t b)
+                              { return (a >= L'A' && a <= L'Z' ? a + (L'a' - L'A') : a) == b; });
+}
 
 Result CDirectoryCollection::ScanDirectory(const wchar_t* path, const wchar_t* pattern)
 {

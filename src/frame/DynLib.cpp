@@ -3,6 +3,8 @@
 // module has been unloaded.
 #include "DynLib.h"
 
+#include "Library.h"
+
 #include <mutex>
 
 namespace Tavrik::Ossira
@@ -12,9 +14,35 @@ namespace
 {
 
 // Needed at the end of the process, when static objects may be gone: no construction, no
-// destruction.
-constinit tSystem::CFastCriticalSection gOpenListLock;
+// destruction. The process-wide section guards it.
 constinit CDynLib* gOpenList = nullptr;
+
+// The platform's own lock, which nobody sees, as the check of the order knows it.
+constinit const char gLoaderLock = 0;
+
+// A library's start-up and clean-up code runs under the platform's lock and may ask for singletons,
+// which are made under the process-wide section; so whoever takes the one has taken the other
+// before.
+class CLoading
+{
+public:
+    explicit CLoading(const tSystem::LockPlace& place = tSystem::LockPlace::current())
+        : mSection(GlobalCriticalSection(), place)
+    {
+        tSystem::EnterLock(&gLoaderLock, tSystem::ELockRank::Loader, place);
+    }
+
+    ~CLoading()
+    {
+        tSystem::LeaveLock(&gLoaderLock);
+    }
+
+    CLoading(const CLoading&) = delete;
+    CLoading& operator=(const CLoading&) = delete;
+
+private:
+    const tSystem::CLockGuard<tSystem::CCriticalSection> mSection;
+};
 
 } // namespace
 
@@ -25,9 +53,12 @@ CDynLib::~CDynLib()
 
 Result CDynLib::Open(const wchar_t* path)
 {
+    const CLoading loading;
     Close();
-    if (path == nullptr || !mLibrary.Open(path))
+    if (path == nullptr)
         return E_FAIL;
+    if (!mLibrary.Open(path))
+        return mLibrary.Failure() == tSystem::ELoadFailure::NoMemory ? E_OUTOFMEMORY : E_FAIL;
 
     const bool isModule = Resolve("DllGetClassObject", mExports.GetClassObject) &&
                           Resolve("DllCanUnloadNow", mExports.CanUnloadNow) &&
@@ -35,13 +66,41 @@ Result CDynLib::Open(const wchar_t* path)
                           Resolve("DLLGetClassCount", mExports.GetClassCount) &&
                           Resolve("DLLGetClassObjectID", mExports.GetClassObjectID) &&
                           Resolve("DLLGetClassObjectInfo", mExports.GetClassObjectInfo);
-    if (!isModule)
+    if (!isModule || !IsAttached())
     {
         mLibrary.Close();
         return E_FAIL;
     }
     EnterOpenList();
     return S_OK;
+}
+
+bool CDynLib::LacksResources() const noexcept
+{
+    const tSystem::ELoadFailure failure = mLibrary.Failure();
+    return failure == tSystem::ELoadFailure::NoMemory ||
+           failure == tSystem::ELoadFailure::NoResources || failure == tSystem::ELoadFailure::Io;
+}
+
+// A module whose start-up failed and that the platform loaded all the same refuses every call for
+// as long as it is loaded. What it throws here it will throw again where it is reported.
+bool CDynLib::IsAttached() const noexcept
+{
+    for (Result (*const ask)() :
+         {mExports.GetOpenObjectCount, mExports.GetClassCount, mExports.CanUnloadNow})
+    {
+        try
+        {
+            if (ask() != E_ACCESSDENIED)
+                return true;
+        }
+        catch (...)
+        {
+            DiscardCaught();
+            return true;
+        }
+    }
+    return false;
 }
 
 template <class Export>
@@ -53,7 +112,6 @@ bool CDynLib::Resolve(const char* name, Export& export_) const noexcept
 
 void CDynLib::EnterOpenList() noexcept
 {
-    const tSystem::CLockGuard guard(gOpenListLock);
     mNext = gOpenList;
     mPrevious = nullptr;
     if (mNext != nullptr)
@@ -61,24 +119,22 @@ void CDynLib::EnterOpenList() noexcept
     gOpenList = this;
 }
 
-// The library is unloaded after the list was left: its clean-up code may open and close others.
+// It leaves the list first: the library's clean-up code may open and close others.
 void CDynLib::Close() noexcept
 {
     if (!mLibrary.IsOpen())
         return;
-    {
-        const tSystem::CLockGuard guard(gOpenListLock);
-        (mPrevious != nullptr ? mPrevious->mNext : gOpenList) = mNext;
-        if (mNext != nullptr)
-            mNext->mPrevious = mPrevious;
-    }
+    const CLoading loading;
+    (mPrevious != nullptr ? mPrevious->mNext : gOpenList) = mNext;
+    if (mNext != nullptr)
+        mNext->mPrevious = mPrevious;
     mLibrary.Close();
 }
 
 bool CDynLib::AnyTornDown() noexcept
 {
-    const std::unique_lock guard(gOpenListLock, std::try_to_lock);
-    if (!guard.owns_lock())
+    const std::unique_lock section(GlobalCriticalSection(), std::try_to_lock);
+    if (!section.owns_lock())
         return true;
     for (CDynLib* library = gOpenList; library != nullptr; library = library->mNext)
     {
@@ -95,6 +151,7 @@ try
 {
     if (!mLibrary.IsOpen())
         return E_NOINTERFACE;
+    tSystem::CheckForeignCall();
     return (mExports.*export_)(arguments...);
 }
 OSSIRA_CATCH_RETURN

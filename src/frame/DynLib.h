@@ -1,6 +1,6 @@
 // A component module in another library file, asked through the exports that every module has. It
-// has the face of a component server. It has no lock: its owner keeps opening and destruction apart
-// from calls, and calls may come from any thread.
+// has the face of a component server. Libraries are opened and closed under the process-wide
+// section. Calls may come from any thread; the owner keeps opening and destruction apart from them.
 #pragma once
 
 #include "ComServer.h"
@@ -17,10 +17,15 @@ public:
     // Unloads the library.
     ~CDynLib() override;
 
-    // Loads a library, after unloading the one before. `E_FAIL` when it cannot be loaded or lacks
-    // one of the six exports of a component module; nothing stays loaded then. Throws
+    // Loads a library, after unloading the one before. `E_FAIL` when it cannot be loaded, lacks one
+    // of the six exports of a component module, or did not attach and refuses them all;
+    // `E_OUTOFMEMORY` when there is no memory to load it. Nothing stays loaded then. Throws
     // `std::bad_alloc`.
     [[nodiscard]] Result Open(const wchar_t* path);
+
+    // Whether the last `Open` failed for want of memory or descriptors or because the file could
+    // not be read: then nobody knows whether the file is a module.
+    [[nodiscard]] bool LacksResources() const noexcept;
 
     // The following answer `E_NOINTERFACE` while nothing is loaded, and otherwise what the module
     // answers. What a module throws is reported and becomes a code here, while the module that owns
@@ -42,8 +47,8 @@ public:
     Result IsForeignClass(const CLSID& clsid) override;
 
     // Whether a library that is loaded here has been torn down already, as happens to modules when
-    // the process ends. Code of such a module must not run any more. When another thread is just
-    // opening or closing a library, which nobody waits for at that time, the answer is true.
+    // the process ends. Code of such a module must not run any more. When another thread holds the
+    // process-wide section, which nobody waits for at that time, the answer is true.
     [[nodiscard]] static bool AnyTornDown() noexcept;
 
 private:
@@ -63,6 +68,7 @@ private:
     template <class Export>
     [[nodiscard]] bool Resolve(const char* name, Export& export_) const noexcept;
 
+    [[nodiscard]] bool IsAttached() const noexcept;
     void EnterOpenList() noexcept;
     void Close() noexcept;
 

@@ -1,12 +1,13 @@
 // Reads component modules into an object factory: one file, or a whole folder of them. What a
 // module answers is not trusted; whatever is wrong with one file of a folder stays with that file.
 #include "BulletDirectoryService.h"
-#include "DynLib.h"
+#include "ClsidRegistry.h"
+#include "FactoryModule.h"
 #include "ObjectAddress.h"
 #include "OssiraClasses.h"
 #include "PublicUtil.h"
 
-#include <algorithm>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -38,15 +39,6 @@ private:
     ObjectPtr<IObjectFactory> mFactory; // null: the global one
 };
 
-// The runtime's own classes are never read in as a module's.
-[[nodiscard]] bool IsRuntimeFile(std::wstring_view fileName)
-{
-    constexpr std::wstring_view own = L"tavrikossira.dll";
-    return std::ranges::equal(fileName, own,
-                              [](wchar_t a, wchar_t b)
-                              { return (a >= L'A' && a <= L'Z' ? a + (L'a' - L'A') : a) == b; });
-}
-
 [[nodiscard]] std::wstring JoinPath(std::wstring_view folder, std::wstring_view name)
 {
     // An empty folder is scanned as the current one; a bare name would be looked up elsewhere.
@@ -56,12 +48,113 @@ private:
     return path.append(name);
 }
 
+// A module file, and the path that leads to it even if the current folder changes meanwhile.
+struct ModuleFile
+{
+    const std::wstring& Name;
+    const std::wstring& Path;
+};
+
+// A module while it is read in. The factory gets the loader at once, so that one load serves both,
+// and nobody unloads the module before this ends: its classes may be entered already while what it
+// does next, entering a singleton perhaps, needs it still.
+class CModuleInHand
+{
+public:
+    CModuleInHand(IObjectFactory& factory, std::unique_ptr<CDynLib> opened, const ModuleFile& file)
+        : mFile(file), mOpened(std::move(opened))
+    {
+        if (Succeeded(factory.QueryInterface(IID_IFactoryModules, mModules.PutVoid())) && mModules)
+            HandOn();
+    }
+
+    CModuleInHand(const CModuleInHand&) = delete;
+    CModuleInHand& operator=(const CModuleInHand&) = delete;
+
+    ~CModuleInHand()
+    {
+        if (!mModules && mOpened->CanUnloadNow() != S_OK)
+            KeepLoaded();
+        if (mModule == nullptr)
+            return;
+        mUse.reset();
+        mModules->Dismiss(*mModule);
+    }
+
+    [[nodiscard]] CDynLib& Library() const noexcept
+    {
+        return mUse ? *mUse->Loader() : *mOpened;
+    }
+
+private:
+    void HandOn()
+    {
+        CFactoryModule& module = mModules->Admit(mFile.Name);
+        mUse.emplace(module);
+        mUse->Adopt(mOpened, mFile.Path);
+        mModule = &module;
+        mOpened.reset(); // the factory had the module loaded already
+    }
+
+    // A factory of somebody else's knows nothing of loaders; the global one unloads the module when
+    // it is flushed. Where that is somebody else's too the module stays for good.
+    void KeepLoaded() noexcept
+    {
+        try
+        {
+            if (Succeeded(CreateSingleton(CLSID_GlobalObjectFactory, mModules)) && mModules)
+                return HandOn();
+        }
+        catch (...)
+        {
+            DiscardCaught();
+        }
+        mUse.reset();
+        static_cast<void>(mOpened.release());
+    }
+
+    ModuleFile mFile;
+    std::unique_ptr<CDynLib> mOpened;
+    ObjectPtr<IFactoryModules> mModules;
+    std::optional<CFactoryModule::CUse> mUse;
+    CFactoryModule* mModule = nullptr;
+};
+
+// Who is to blame for the last failure: the module that answered it, or the runtime.
+class CAnswers
+{
+public:
+    // To be called with every answer of a module.
+    Result Note(Result answer) noexcept
+    {
+        mIsModules = Failed(answer);
+        return answer;
+    }
+
+    // What the module answers for the registry that it was given is not its own.
+    Result NoteBootstrap(CDynLib& module, IUnknown* registry, IUnknown* argument)
+    {
+        const std::uint32_t shortages = ClsidRegistryShortages();
+        const Result answer = Note(module.RegisterBootstrap(registry, argument));
+        mIsModules = mIsModules && ClsidRegistryShortages() == shortages;
+        return answer;
+    }
+
+    [[nodiscard]] bool IsModules() const noexcept
+    {
+        return mIsModules;
+    }
+
+private:
+    bool mIsModules = false;
+};
+
 Result InternalRegisterServer(IObjectFactory& factory, OssiraComServer& module,
-                              const wchar_t* fileName)
+                              const wchar_t* fileName, CAnswers& answers)
 {
     const std::uint32_t mask = CurrentLevelMask();
     OssiraComServer* const server = &module;
-    const Result count = server->GetClassCount();
+    const Result count = answers.Note(server->GetClassCount());
     if (Failed(count))
         return count;
     OSSIRA_PRINT(mask, PRINT_TRACE, "Register Classes from Library \"%ls\" [#%d] [f:0x%x]:\n",
@@ -70,11 +163,11 @@ Result InternalRegisterServer(IObjectFactory& factory, OssiraComServer& module,
     for (std::uint32_t index = 0; index < static_cast<std::uint32_t>(count); ++index)
     {
         CLSID clsid = GUID_Null;
-        OSSIRA_CHECK_CALL_TWICE(server->GetClassObjectID(index, 1, &clsid),
+        OSSIRA_CHECK_CALL_TWICE(answers.Note(server->GetClassObjectID(index, 1, &clsid)),
                                 "server->GetClassObjectID()");
         constexpr std::uint32_t infoSize = 255;
         char info[infoSize + 1] = {}; // one more than the module knows of, for the end of the text
-        OSSIRA_CHECK_CALL_TWICE(server->GetClassObjectInfo(index, info, infoSize),
+        OSSIRA_CHECK_CALL_TWICE(answers.Note(server->GetClassObjectInfo(index, info, infoSize)),
                                 "server->GetClassObjectInfo()");
         info[infoSize] = '\0';
         OSSIRA_CHECK_CALL_TWICE(factory.RegisterClass(clsid, fileName, info),
@@ -84,38 +177,57 @@ Result InternalRegisterServer(IObjectFactory& factory, OssiraComServer& module,
     return S_OK;
 }
 
-// The library is loaded only while this runs; the factory has a loader of its own.
-Result InternalRegisterModule(IObjectFactory& factory, const wchar_t* fileName, IUnknown* registry,
-                              IUnknown* argument)
+// Null when the file is no component module. When nobody can know that, because memory or
+// descriptors ran out or the file could not be read, it throws.
+std::unique_ptr<CDynLib> OpenModule(const ModuleFile& file)
 {
     const std::uint32_t mask = CurrentLevelMask();
-    CDynLib library;
-    if (const Result opened = library.Open(fileName); Failed(opened))
+    auto library = std::make_unique<CDynLib>();
+    const Result opened = library->Open(file.Path.c_str());
+    if (Succeeded(opened))
     {
-        OSSIRA_PRINT(mask, PRINT_TRACE, "Cannot open Library \"%ls\"\n", fileName);
-        return opened;
+        OSSIRA_PRINT(mask, PRINT_TRACE, "Library \"%ls\" opened\n", file.Name.c_str());
+        return library;
     }
-    OSSIRA_PRINT(mask, PRINT_TRACE, "Library \"%ls\" opened\n", fileName);
-    const Result result = InternalRegisterServer(factory, library, fileName);
-    return Failed(result) || registry == nullptr ? result
-                                                 : library.RegisterBootstrap(registry, argument);
+    OSSIRA_PRINT(mask, PRINT_TRACE, "Cannot open Library \"%ls\"\n", file.Name.c_str());
+    OSSIRA_CHECK(!library->LacksResources(), opened, "DynLib.Open()");
+    return nullptr;
 }
 
-// One file of a folder. Its failures end here, but for exhausted memory: without memory the files
-// after it would fare no better, and the caller has to know.
-void RegisterFolderItem(IObjectFactory& factory, const wchar_t* fileName, IUnknown* registry,
+Result InternalRegisterModule(IObjectFactory& factory, std::unique_ptr<CDynLib> opened,
+                              const ModuleFile& file, IUnknown* registry, IUnknown* argument,
+                              CAnswers& answers)
+{
+    const CModuleInHand module(factory, std::move(opened), file);
+    CDynLib& library = module.Library();
+    const Result result = InternalRegisterServer(factory, library, file.Name.c_str(), answers);
+    return Failed(result) || registry == nullptr
+               ? result
+               : answers.NoteBootstrap(library, registry, argument);
+}
+
+// One file of a folder. A module's failures end here; what the runtime lacks does not, for the
+// files behind it would fare no better, and the caller has to know.
+void RegisterFolderItem(IObjectFactory& factory, const ModuleFile& file, IUnknown* registry,
                         IUnknown* argument)
 {
+    std::unique_ptr<CDynLib> opened = OpenModule(file);
+    if (opened == nullptr)
+        return;
+    CAnswers answers;
+    Result result = S_OK;
     try
     {
-        InternalRegisterModule(factory, fileName, registry, argument);
+        result =
+            InternalRegisterModule(factory, std::move(opened), file, registry, argument, answers);
+        OSSIRA_CHECK(result != E_OUTOFMEMORY, result, "InternalRegisterModule()");
     }
-    catch (IException*)
+    catch (...)
     {
         OSSIRA_LOCATION(here);
-        if (ReportCaught(here) == E_OUTOFMEMORY)
-            throw std::bad_alloc();
+        result = ReportCaught(here);
     }
+    OSSIRA_CHECK(result != E_OUTOFMEMORY || answers.IsModules(), result, "RegisterFolderItem()");
 }
 
 ObjectPtr<IObjectFactory> T_ClassRegisterService::FactoryToFill() const
@@ -150,7 +262,14 @@ try
 {
     OSSIRA_CHECK_POINTER(fileName);
     OSSIRA_CHECK(!IsRuntimeFile(fileName), E_INVALIDARG, "Cannot register base-dll");
-    return InternalRegisterModule(*FactoryToFill(), fileName, registry, argument);
+    const ObjectPtr<IObjectFactory> factory = FactoryToFill();
+    const std::wstring name = fileName;
+    const ModuleFile file = {name, name};
+    std::unique_ptr<CDynLib> opened = OpenModule(file);
+    if (opened == nullptr)
+        return E_FAIL;
+    CAnswers answers;
+    return InternalRegisterModule(*factory, std::move(opened), file, registry, argument, answers);
 }
 OSSIRA_CATCH_RETURN
 
@@ -159,19 +278,24 @@ Result T_ClassRegisterService::RegisterFolder(const wchar_t* path, const wchar_t
 try
 {
     OSSIRA_CHECK_POINTER(path);
+    // Before the first module can change the current folder.
+    const std::wstring folder = tSystem::AbsolutePath(*path == L'\0' ? L"." : path);
     CDirectoryCollection Directory;
     OSSIRA_CHECK_CALL_TWICE(Directory.ScanDirectory(path, pattern == nullptr ? L"*.dll" : pattern),
                             "Directory.ScanDirectory()");
     const ObjectPtr<IObjectFactory> factory = FactoryToFill();
-    while (Directory.MoveNext() == S_OK)
+    Result moved = S_OK;
+    while ((moved = Directory.MoveNext()) == S_OK)
     {
         std::wstring ModulPath;
         OSSIRA_CHECK_CALL_TWICE(Directory.CurrentItemPath(&ModulPath),
                                 "Directory.CurrentItemPath(&ModulPath)");
-        if (IsRuntimeFile(ModulPath))
+        if (IsRuntimeFile(ModulPath.c_str()))
             continue;
-        RegisterFolderItem(*factory, JoinPath(path, ModulPath).c_str(), registry, argument);
+        const std::wstring name = JoinPath(path, ModulPath);
+        RegisterFolderItem(*factory, {name, JoinPath(folder, ModulPath)}, registry, argument);
     }
+    OSSIRA_CHECK(Succeeded(moved), moved, "Directory.MoveNext()");
     return S_OK;
 }
 OSSIRA_CATCH_RETURN

@@ -1,10 +1,14 @@
 // The CLSID registry: three levels of GUID dictionaries, category, group and class, where the
 // lowest serves as a set. What a registration needs is built from the bottom up and entered last,
-// so a failure in the middle leaves no empty dictionary behind.
-#include "FastCriticalSection.h"
+// so a failure in the middle leaves no empty dictionary behind. Dictionaries are made, and lines
+// printed, while the section is left.
+#include "ClsidRegistry.h"
 #include "OssiraBullets.h"
 #include "OssiraFrame.h"
 #include "OssiraServices.h"
+#include "Platform.h"
+
+#include <atomic>
 
 namespace Tavrik::Ossira
 {
@@ -41,17 +45,37 @@ public:
     Result GetCategories(const IID& iid, void** ppv) override;
 
 private:
-    // The following with the lock held.
+    // What a registration met, for the lines.
+    struct Filing
+    {
+        bool IsKnown = false;
+        bool IsNewCategory = false;
+        bool IsNewGroup = false;
+    };
+
+    // How far the removal of a class came: `S_FALSE` with what was missing, else what went with it.
+    struct Removal
+    {
+        const char* Missing = nullptr;
+        bool GroupWent = false;
+        bool CategoryWent = false;
+    };
+
     Result InternalRegisterClass(const GUID& category, const GUID& group, const CLSID& clsid);
-    Result InternalUnregisterClass(const GUID& category, const GUID& group, const CLSID& clsid);
+
+    // The following with the section held. `TryFile` answers false when it lacks a dictionary: the
+    // spare one that is null then.
+    [[nodiscard]] bool TryFile(const GUID& category, const GUID& group, const CLSID& clsid,
+                               Dictionary& spareGroups, Dictionary& spareValues, Filing& filing);
+    [[nodiscard]] Removal Remove(const GUID& category, const GUID& group, const CLSID& clsid);
     [[nodiscard]] Dictionary FindClasses(const GUID& category, const GUID& group) const;
 
-    // Held for the whole of every operation. What runs under it are the dictionaries, which call
-    // nobody, and the diagnostics observer.
-    tSystem::CFastCriticalSection mLock;
+    mutable tSystem::CCriticalSection mLock; // guards the dictionaries as a whole
     Dictionary mCategories;
     ObjectPtr<IValue> mDummyObject; // what every class identifier stands for
 };
+
+constinit std::atomic<std::uint32_t> gShortages = 0;
 
 [[nodiscard]] bool Contains(const Dictionary& dictionary, const GUID& key)
 {
@@ -90,6 +114,36 @@ Dictionary T_ClsidRegistry::FindClasses(const GUID& category, const GUID& group)
     return groups ? FindChild(groups, group) : Dictionary();
 }
 
+bool T_ClsidRegistry::TryFile(const GUID& category, const GUID& group, const CLSID& clsid,
+                              Dictionary& spareGroups, Dictionary& spareValues, Filing& filing)
+{
+    filing = {};
+    Dictionary groups = FindChild(mCategories, category);
+    filing.IsNewCategory = !groups;
+    if (filing.IsNewCategory)
+        groups = spareGroups;
+    Dictionary Values = groups ? FindChild(groups, group) : Dictionary();
+    filing.IsNewGroup = !Values;
+    if (filing.IsNewGroup)
+        Values = spareValues;
+    if (!groups || !Values)
+        return false;
+
+    filing.IsKnown = Contains(Values, clsid);
+    if (filing.IsKnown)
+        return true;
+    OSSIRA_CHECK_CALL_TWICE(Values->SetValueGUID(clsid, mDummyObject.Get()),
+                            "Values->SetValueGUID(clsid, mDummyObject)");
+    if (filing.IsNewGroup)
+    {
+        OSSIRA_CHECK_CALL_TWICE(groups->SetValueGUID(group, Values.Get()),
+                                "mCategories->SetValueGUID(category, Values)");
+    }
+    if (filing.IsNewCategory)
+        OSSIRA_CHECK_CALL_TWICE(mCategories->SetValueGUID(category, groups.Get()), "SetValueGUID");
+    return true;
+}
+
 Result T_ClsidRegistry::InternalRegisterClass(const GUID& category, const GUID& group,
                                               const CLSID& clsid)
 {
@@ -97,76 +151,60 @@ Result T_ClsidRegistry::InternalRegisterClass(const GUID& category, const GUID& 
     OSSIRA_PRINT(mask, PRINT_TRACE, "Register Category:%s  Group:%s  Class:%s\n",
                  CGuidText(category).Text(), CGuidText(group).Text(), CGuidText(clsid).Text());
 
-    Dictionary groups = FindChild(mCategories, category);
-    const bool isNewCategory = !groups;
-    if (isNewCategory)
-        groups = MakeDictionary();
+    Dictionary spareGroups;
+    Dictionary spareValues;
+    Filing filing;
+    const auto tryFile = [&]
+    {
+        const tSystem::CLockGuard guard(mLock);
+        return TryFile(category, group, clsid, spareGroups, spareValues, filing);
+    };
+    while (!tryFile())
+    {
+        if (filing.IsNewCategory && !spareGroups)
+            spareGroups = MakeDictionary();
+        if (filing.IsNewGroup && !spareValues)
+            spareValues = MakeDictionary();
+    }
 
-    Dictionary Values = FindChild(groups, group);
-    const bool isNewGroup = !Values;
-    if (isNewGroup)
-        Values = MakeDictionary();
-
-    if (Contains(Values, clsid))
+    if (filing.IsKnown)
     {
         OSSIRA_PRINT(mask, PRINT_WARN, "    Class:%s - already exists\n", CGuidText(clsid).Text());
         return S_FALSE;
     }
-    OSSIRA_CHECK_CALL_TWICE(Values->SetValueGUID(clsid, mDummyObject.Get()),
-                            "Values->SetValueGUID(clsid, mDummyObject)");
-    if (isNewGroup)
+    if (filing.IsNewCategory)
     {
-        OSSIRA_CHECK_CALL_TWICE(groups->SetValueGUID(group, Values.Get()),
-                                "mCategories->SetValueGUID(category, Values)");
-    }
-    if (isNewCategory)
-    {
-        OSSIRA_CHECK_CALL_TWICE(mCategories->SetValueGUID(category, groups.Get()), "SetValueGUID");
         OSSIRA_PRINT(mask, PRINT_TRACE, "    New Category created: %s\n",
                      CGuidText(category).Text());
     }
-    if (isNewGroup)
+    if (filing.IsNewGroup)
         OSSIRA_PRINT(mask, PRINT_TRACE, "    New Class created: %s\n", CGuidText(clsid).Text());
     return S_OK;
 }
 
-Result T_ClsidRegistry::InternalUnregisterClass(const GUID& category, const GUID& group,
-                                                const CLSID& clsid)
+T_ClsidRegistry::Removal T_ClsidRegistry::Remove(const GUID& category, const GUID& group,
+                                                 const CLSID& clsid)
 {
-    const std::uint32_t mask = CurrentLevelMask();
-    OSSIRA_PRINT(mask, PRINT_TRACE, "Unregister Category:%s  Group:%s  Class:%s\n",
-                 CGuidText(category).Text(), CGuidText(group).Text(), CGuidText(clsid).Text());
-
+    Removal removal;
     const Dictionary groups = FindChild(mCategories, category);
+    const Dictionary Values = groups ? FindChild(groups, group) : Dictionary();
     if (!groups)
-    {
-        OSSIRA_PRINT(mask, PRINT_WARN, "    Unknown category\n");
-        return S_FALSE;
-    }
-    const Dictionary Values = FindChild(groups, group);
-    if (!Values)
-    {
-        OSSIRA_PRINT(mask, PRINT_WARN, "    Category has no such group\n");
-        return S_FALSE;
-    }
-    if (!Contains(Values, clsid))
-    {
-        OSSIRA_PRINT(mask, PRINT_WARN, "    Class not member of the group\n");
-        return S_FALSE;
-    }
+        removal.Missing = "    Unknown category\n";
+    else if (!Values)
+        removal.Missing = "    Category has no such group\n";
+    else if (!Contains(Values, clsid))
+        removal.Missing = "    Class not member of the group\n";
+    if (removal.Missing != nullptr)
+        return removal;
 
     OSSIRA_CHECK_CALL_TWICE(Values->RemoveGUID(clsid), "Values->RemoveGUID(clsid)");
-    if (Values->GetCount() == 0)
-    {
-        OSSIRA_PRINT(mask, PRINT_TRACE, "    Remove classes-object from group\n");
+    removal.GroupWent = Values->GetCount() == 0;
+    if (removal.GroupWent)
         OSSIRA_CHECK_CALL_TWICE(groups->RemoveGUID(group), "RemoveGUID");
-    }
-    if (groups->GetCount() == 0)
-    {
-        OSSIRA_PRINT(mask, PRINT_TRACE, "    Remove groups-object from category\n");
+    removal.CategoryWent = groups->GetCount() == 0;
+    if (removal.CategoryWent)
         OSSIRA_CHECK_CALL_TWICE(mCategories->RemoveGUID(category), "RemoveGUID");
-    }
-    return S_OK;
+    return removal;
 }
 
 Result T_ClsidRegistry::RegisterClass(const GUID& category, const CLSID& clsid)
@@ -178,10 +216,18 @@ Result T_ClsidRegistry::RegisterGroupClass(const GUID& category, const GUID& gro
                                            const CLSID& clsid)
 try
 {
-    const tSystem::CLockGuard guard(mLock);
+    OSSIRA_CHECK_REFERENCE(category);
+    OSSIRA_CHECK_REFERENCE(group);
+    OSSIRA_CHECK_REFERENCE(clsid);
     return InternalRegisterClass(category, group, clsid);
 }
-OSSIRA_CATCH_RETURN
+catch (...)
+{
+    OSSIRA_LOCATION(here);
+    const Result result = ReportCaught(here);
+    gShortages += result == E_OUTOFMEMORY ? 1 : 0;
+    return result;
+}
 
 Result T_ClsidRegistry::UnregisterClass(const GUID& category, const CLSID& clsid)
 {
@@ -192,23 +238,46 @@ Result T_ClsidRegistry::UnregisterGroupClass(const GUID& category, const GUID& g
                                              const CLSID& clsid)
 try
 {
-    const tSystem::CLockGuard guard(mLock);
-    return InternalUnregisterClass(category, group, clsid);
+    OSSIRA_CHECK_REFERENCE(category);
+    OSSIRA_CHECK_REFERENCE(group);
+    OSSIRA_CHECK_REFERENCE(clsid);
+    const std::uint32_t mask = CurrentLevelMask();
+    OSSIRA_PRINT(mask, PRINT_TRACE, "Unregister Category:%s  Group:%s  Class:%s\n",
+                 CGuidText(category).Text(), CGuidText(group).Text(), CGuidText(clsid).Text());
+    Removal removal;
+    {
+        const tSystem::CLockGuard guard(mLock);
+        removal = Remove(category, group, clsid);
+    }
+    if (removal.Missing != nullptr)
+    {
+        OSSIRA_PRINT(mask, PRINT_WARN, "%s", removal.Missing);
+        return S_FALSE;
+    }
+    if (removal.GroupWent)
+        OSSIRA_PRINT(mask, PRINT_TRACE, "    Remove classes-object from group\n");
+    if (removal.CategoryWent)
+        OSSIRA_PRINT(mask, PRINT_TRACE, "    Remove groups-object from category\n");
+    return S_OK;
 }
 OSSIRA_CATCH_RETURN
 
 Result T_ClsidRegistry::ContainsCategory(const GUID& category)
+try
 {
+    OSSIRA_CHECK_REFERENCE(category);
     const tSystem::CLockGuard guard(mLock);
     return mCategories->ContainsGUID(category);
 }
+OSSIRA_CATCH_RETURN
 
 Result T_ClsidRegistry::ContainsGroup(const GUID& category, const GUID& group)
 try
 {
+    OSSIRA_CHECK_REFERENCE(category);
+    OSSIRA_CHECK_REFERENCE(group);
     const tSystem::CLockGuard guard(mLock);
-    const Dictionary groups = FindChild(mCategories, category);
-    return groups && Contains(groups, group) ? S_OK : S_FALSE;
+    return FindClasses(category, group) ? S_OK : S_FALSE;
 }
 OSSIRA_CATCH_RETURN
 
@@ -221,6 +290,9 @@ Result T_ClsidRegistry::ContainsGroupClass(const GUID& category, const GUID& gro
                                            const CLSID& clsid)
 try
 {
+    OSSIRA_CHECK_REFERENCE(category);
+    OSSIRA_CHECK_REFERENCE(group);
+    OSSIRA_CHECK_REFERENCE(clsid);
     const tSystem::CLockGuard guard(mLock);
     const Dictionary Values = FindClasses(category, group);
     return Values && Contains(Values, clsid) ? S_OK : S_FALSE;
@@ -237,8 +309,15 @@ Result T_ClsidRegistry::GetGroupClasses(const GUID& category, const GUID& group,
 try
 {
     OSSIRA_CHECK_POINTER(ppv);
-    const tSystem::CLockGuard guard(mLock);
-    const Dictionary Values = FindClasses(category, group);
+    *ppv = nullptr;
+    OSSIRA_CHECK_REFERENCE(category);
+    OSSIRA_CHECK_REFERENCE(group);
+    OSSIRA_CHECK_REFERENCE(riid);
+    Dictionary Values;
+    {
+        const tSystem::CLockGuard guard(mLock);
+        Values = FindClasses(category, group);
+    }
     if (!Values)
         return E_NOT_FOUND;
     OSSIRA_CHECK_CALL_TWICE(Values->GetEnumerator(riid, ppv), "GetEnumerator(riid, ppv)");
@@ -246,13 +325,18 @@ try
 }
 OSSIRA_CATCH_RETURN
 
+// The dictionary of categories has a lock of its own, and stays the same.
 Result T_ClsidRegistry::GetCategories(const IID& iid, void** ppv)
 {
-    const tSystem::CLockGuard guard(mLock);
     return mCategories->GetEnumerator(iid, ppv);
 }
 
 } // namespace
+
+std::uint32_t ClsidRegistryShortages() noexcept
+{
+    return gShortages;
+}
 
 OSSIRA_CLASS(T_ClsidRegistry, "ClsidRegistry")
 

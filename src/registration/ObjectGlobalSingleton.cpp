@@ -134,6 +134,9 @@ try
 {
     const std::uint32_t mask = CurrentLevelMask();
     OSSIRA_CHECK_POINTER(ppv);
+    *ppv = nullptr;
+    OSSIRA_CHECK_REFERENCE(clsid);
+    OSSIRA_CHECK_REFERENCE(iid);
     OSSIRA_CHECK(!SameGuid(clsid, CLSID_GlobalSingleton), E_INVALIDARG,
                  "CLSID_GlobalSingleton - cannot create singleton from singleton");
     OSSIRA_CHECK(!SameGuid(clsid, CLSID_ObjectFactory), E_INVALIDARG,
@@ -143,7 +146,9 @@ try
     Object object = Find(clsid);
     if (!object)
         object = Create(clsid, mask);
-    OSSIRA_CHECK_CALL_TWICE(object->QueryInterface(iid, ppv), "QueryInterface()");
+    void* answered = nullptr;
+    OSSIRA_CHECK_CALL_TWICE(object->QueryInterface(iid, &answered), "QueryInterface()");
+    *ppv = answered;
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
@@ -153,6 +158,7 @@ try
 {
     const std::uint32_t mask = CurrentLevelMask();
     OSSIRA_CHECK_POINTER(obj);
+    OSSIRA_CHECK_REFERENCE(clsid);
     OSSIRA_CHECK(!SameGuid(clsid, CLSID_GlobalSingleton), E_INVALIDARG,
                  "CLSID_GlobalSingleton - cannot use singleton from singleton");
 
@@ -174,12 +180,13 @@ Result T_GlobalSingleton::UnregisterObject(const CLSID& clsid)
 try
 {
     const std::uint32_t mask = CurrentLevelMask();
+    const bool namesNothing = IsNullReference(clsid);
     const tSystem::CLockGuard guard(GlobalCriticalSection());
-    const Object object = Take(clsid);
+    const Object object = namesNothing ? Object() : Take(clsid);
     if (!object)
     {
         OSSIRA_PRINT(mask, PRINT_WARN, "Singleton unregister %s not found\n",
-                     CGuidText(clsid).Text());
+                     namesNothing ? "" : CGuidText(clsid).Text());
         return S_FALSE;
     }
     OSSIRA_PRINT(mask, PRINT_TRACE, "Singleton unregister %s\n",
@@ -268,6 +275,8 @@ Result T_GlobalSingleton::GetEnumerator(const IID& iid, void** ppv)
 try
 {
     OSSIRA_CHECK_POINTER(ppv);
+    *ppv = nullptr;
+    OSSIRA_CHECK_REFERENCE(iid);
     const auto enumerator = TryMakeObject<T_Enumerator>(this);
     OSSIRA_CHECK(enumerator, E_OUTOFMEMORY, "new T_Enumerator");
     return enumerator->QueryInterface(iid, ppv);

@@ -1,9 +1,10 @@
 // The object factory: which module file implements which class, and the creation of objects by
-// class identifier. Modules are loaded, and their classes created, with no lock held, so their code
-// may call back; a loader is therefore shared, and a call in progress keeps its module from being
-// unloaded.
-#include "DynLib.h"
+// class identifier. Modules are loaded, asked and unloaded, and their classes created, with no word
+// held, so their code may call back. Finding a class costs one look-up whatever the number of
+// modules: a class knows its module's item, which stays where it is.
+#include "FactoryModule.h"
 #include "GuidKeyEnumerator.h"
+#include "Library.h"
 #include "OssiraBullets.h"
 #include "PublicUtil.h"
 #include "TryMakeObject.h"
@@ -18,31 +19,38 @@ namespace Tavrik::Ossira
 namespace
 {
 
+struct ModuleItem : CFactoryModule
+{
+    using CFactoryModule::CFactoryModule;
+
+    std::int32_t ClassCount = 0; // of all classes that were ever registered from this file
+    bool IsListed = false;       // a class of it was offered; until then it is nobody's business
+};
+
+using ModuleItems = std::map<std::wstring, ModuleItem>;
+
 struct ClassItem
 {
-    std::wstring FileName; // empty for a class of the runtime itself
+    ModuleItems::value_type* File = nullptr; // null for a class of the runtime itself
     std::string InfoText;
 };
 
-using Loader = std::shared_ptr<CDynLib>;
-
-struct ModuleItem
+[[nodiscard]] const wchar_t* FileNameOf(const ClassItem& item) noexcept
 {
-    std::uint64_t KeepLoaded = 0; // other than 0: not to be flushed
-    std::int32_t ClassCount = 0;  // of all classes that were ever registered from this file
-    Loader Library;               // null while the module is not loaded
-};
+    return item.File == nullptr ? L"" : item.File->first.c_str();
+}
 
 class T_ObjectFactory : public IObjectFactory,
                         public IEnumerable,
                         public CObjectIdentity<T_ObjectFactory>,
+                        public IFactoryModules,
                         public COssiraUnknown
 {
 public:
     static constexpr CLSID ClassId = CLSID_ObjectFactory;
     static constexpr std::string_view ClassName = "ObjectFactory";
 
-    OSSIRA_INTERFACES(IObjectFactory, IEnumerable, IObjectIdentity)
+    OSSIRA_INTERFACES(IObjectFactory, IEnumerable, IObjectIdentity, IFactoryModules)
 
     Result GetClassObject(const CLSID& clsid, const IID& iid, void** ppv) override;
     Result RegisterClass(const CLSID& clsid, const wchar_t* fileName, const char* info) override;
@@ -53,6 +61,8 @@ public:
     Result GetClasses(const IID& iid, void** ppv) override;
     Result GetModules(const IID& iid, void** ppv) override;
     Result GetEnumerator(const IID& iid, void** ppv) override;
+    CFactoryModule& Admit(const std::wstring& fileName) override;
+    void Dismiss(CFactoryModule& module) override;
 
     // For the enumerator.
     [[nodiscard]] tSystem::CFastCriticalSection& EnumerationLock() noexcept
@@ -76,8 +86,6 @@ public:
     }
 
 private:
-    using ModuleItems = std::map<std::wstring, ModuleItem>;
-
     struct EnumeratorTraits
     {
         using Owner = T_ObjectFactory;
@@ -90,51 +98,66 @@ private:
     };
     using T_Enumerator = CGuidKeyEnumerator<EnumeratorTraits>;
 
-    // Finds a class's file and the module's loader, null where there is none.
-    [[nodiscard]] bool FindClass(const CLSID& clsid, std::wstring& fileName, Loader& library);
+    [[nodiscard]] ModuleItems::value_type& AdmitFile(const wchar_t* fileName);
+    [[nodiscard]] bool EnterClass(const CLSID& clsid, ClassItem&& item);
+    void LoadNew(ModuleItems::value_type& file);
+    [[nodiscard]] bool IsListed(const ModuleItem& item);
+    [[nodiscard]] bool FlushOnce();
 
-    [[nodiscard]] bool KnowsModule(const std::wstring& fileName);
-    [[nodiscard]] Loader KeepLoader(const std::wstring& fileName, Loader opened);
+    // Hands every module to `visit`, in the order of the file names, with no lock held.
+    template <class Visit>
+    void ForEachModule(Visit visit);
+
     [[nodiscard]] Result CreateOwnClass(const CLSID& clsid, const IID& iid, void** ppv);
     [[nodiscard]] bool IsGlobalFactory();
 
-    tSystem::CFastCriticalSection mLock; // guards what follows
+    tSystem::CFastCriticalSection mLock; // guards what follows, but not the modules themselves
     CGuidTable<ClassItem> mClasses;
-    ModuleItems mDynLibs; // an item, once made, stays where it is
+    ModuleItems mModules; // an item, once made, stays where it is
     std::uint32_t mClassStamp = 0;
 };
 
-bool T_ObjectFactory::FindClass(const CLSID& clsid, std::wstring& fileName, Loader& library)
+ModuleItems::value_type& T_ObjectFactory::AdmitFile(const wchar_t* fileName)
 {
+    ModuleItems made;
+    const std::wstring key = fileName;
+    made.try_emplace(key, key);
     const tSystem::CLockGuard guard(mLock);
-    const ClassItem* const item = mClasses.Find(clsid);
-    if (item == nullptr)
-        return false;
-    fileName = item->FileName;
-    if (fileName.empty())
-        return true;
-    const auto Itr = mDynLibs.find(fileName);
-    OSSIRA_CHECK(Itr != mDynLibs.end(), E_UNEXPECTED, "Itr != mDynLibs.end()");
-    library = Itr->second.Library;
-    return true;
+    mModules.merge(made);
+    return *mModules.find(key);
 }
 
-bool T_ObjectFactory::KnowsModule(const std::wstring& fileName)
+bool T_ObjectFactory::IsListed(const ModuleItem& item)
 {
     const tSystem::CLockGuard guard(mLock);
-    return mDynLibs.contains(fileName);
+    return item.IsListed;
 }
 
-// Puts a loader in place and answers the one to use: when another thread was faster, that is the
-// other one, and the loader offered goes with its last owner, after the lock was left.
-Loader T_ObjectFactory::KeepLoader(const std::wstring& fileName, Loader opened)
+CFactoryModule& T_ObjectFactory::Admit(const std::wstring& fileName)
 {
-    const tSystem::CLockGuard guard(mLock);
-    const auto Itr = mDynLibs.find(fileName);
-    OSSIRA_CHECK(Itr != mDynLibs.end(), E_NOINTERFACE, "Unknown CLSID - unregistered class-id");
-    if (Itr->second.Library == nullptr)
-        Itr->second.Library = std::move(opened);
-    return Itr->second.Library;
+    return AdmitFile(fileName.c_str()).second;
+}
+
+void T_ObjectFactory::Dismiss(CFactoryModule& module)
+{
+    if (!IsListed(static_cast<const ModuleItem&>(module)))
+        module.UnloadIfIdle();
+}
+
+template <class Visit>
+void T_ObjectFactory::ForEachModule(Visit visit)
+{
+    const auto locked = [this](auto step)
+    {
+        const tSystem::CLockGuard guard(mLock);
+        return step();
+    };
+    auto at = locked([this] { return mModules.begin(); });
+    while (at != mModules.end())
+    {
+        visit(*at);
+        at = locked([at] { return std::next(at); });
+    }
 }
 
 // `CreateClassObject` asks the global factory for classes that the runtime lacks. If that is this
@@ -164,11 +187,20 @@ Result T_ObjectFactory::GetClassObject(const CLSID& clsid, const IID& iid, void*
 try
 {
     OSSIRA_CHECK_POINTER(ppv);
+    *ppv = nullptr;
+    OSSIRA_CHECK_REFERENCE(clsid);
+    OSSIRA_CHECK_REFERENCE(iid);
     OSSIRA_CHECK(!SameGuid(clsid, CLSID_GlobalSingleton), E_INVALIDARG,
                  "CLSID_GlobalSingleton - cannot create singleton from singleton");
-    std::wstring fileName;
-    Loader library;
-    if (!FindClass(clsid, fileName, library))
+    bool isKnown = false;
+    ModuleItems::value_type* file = nullptr;
+    {
+        const tSystem::CLockGuard guard(mLock);
+        const ClassItem* const item = mClasses.Find(clsid);
+        isKnown = item != nullptr;
+        file = isKnown ? item->File : nullptr;
+    }
+    if (!isKnown)
     {
         OSSIRA_PRINT(CurrentLevelMask(), PRINT_ERROR, "Unknwon class-id %s - Cannot create class\n",
                      CGuidText(clsid).Text());
@@ -176,19 +208,15 @@ try
     }
 
     void* object = nullptr;
-    if (fileName.empty())
+    if (file == nullptr)
     {
         OSSIRA_CHECK_CALL_TWICE(CreateOwnClass(clsid, iid, &object), "CreateClassObject()");
     }
     else
     {
-        if (library == nullptr)
-        {
-            const auto opened = std::make_shared<CDynLib>();
-            OSSIRA_CHECK_CALL_TWICE(opened->Open(fileName.c_str()), "DynLib.Open()");
-            library = KeepLoader(fileName, opened);
-        }
-        OSSIRA_CHECK_CALL_TWICE(library->GetClassObject(clsid, iid, &object),
+        CFactoryModule::CUse module(file->second);
+        OSSIRA_CHECK_CALL_TWICE(module.Load(), "DynLib.Open()");
+        OSSIRA_CHECK_CALL_TWICE(module.Loader()->GetClassObject(clsid, iid, &object),
                                 "DynLib.GetClassObject()");
         // A module may say that it succeeded and have nothing to show for it.
         OSSIRA_CHECK(object != nullptr, E_UNEXPECTED, "DynLib.GetClassObject()");
@@ -198,44 +226,48 @@ try
 }
 OSSIRA_CATCH_RETURN
 
+// Whether the class is new. Its file is listed either way.
+bool T_ObjectFactory::EnterClass(const CLSID& clsid, ClassItem&& item)
+{
+    ModuleItems::value_type* const file = item.File;
+    const tSystem::CLockGuard guard(mLock);
+    const bool isNew = mClasses.Find(clsid) == nullptr;
+    if (isNew)
+    {
+        mClasses.Insert(clsid, std::move(item));
+        ++mClassStamp;
+    }
+    if (file != nullptr)
+    {
+        file->second.IsListed = true;
+        file->second.ClassCount += isNew ? 1 : 0;
+    }
+    return isNew;
+}
+
 Result T_ObjectFactory::RegisterClass(const CLSID& clsid, const wchar_t* fileName, const char* info)
 try
 {
     const std::uint32_t mask = CurrentLevelMask();
+    OSSIRA_CHECK_REFERENCE(clsid);
     OSSIRA_CHECK(!SameGuid(clsid, CLSID_GlobalSingleton), E_INVALIDARG,
                  "CLSID_GlobalSingleton - cannot use singleton from singleton");
     const wchar_t* const file = fileName == nullptr ? L"" : fileName;
     const char* const text = info == nullptr ? "" : info;
-    ClassItem item = {file, text};
 
-    // The loader of a new file is opened before anything is entered, because the module's start-up
-    // code runs then. A file that cannot be loaded is tried again when an object is wanted. Should
-    // somebody else enter the file meanwhile, what was opened here is closed after the lock.
-    ModuleItems opened;
-    if (!item.FileName.empty() && !KnowsModule(item.FileName))
+    // A module that proves not to be wanted, because the class could not be entered, goes again.
+    const auto dismiss = [this](ModuleItems::value_type* admitted)
     {
-        auto library = std::make_shared<CDynLib>();
-        if (Succeeded(library->Open(file)))
-            opened[item.FileName].Library = std::move(library);
-        else
-            opened[item.FileName];
+        Dismiss(admitted->second);
+    };
+    std::unique_ptr<ModuleItems::value_type, decltype(dismiss)> admitted(nullptr, dismiss);
+    if (*file != L'\0')
+    {
+        admitted.reset(&AdmitFile(file));
+        LoadNew(*admitted);
     }
 
-    bool isNew = false;
-    {
-        const tSystem::CLockGuard guard(mLock);
-        isNew = mClasses.Find(clsid) == nullptr;
-        const ClassItem* const entered = isNew ? &mClasses.Insert(clsid, std::move(item)) : nullptr;
-        mDynLibs.merge(opened);
-        if (isNew)
-        {
-            if (!entered->FileName.empty())
-                ++mDynLibs.find(entered->FileName)->second.ClassCount;
-            ++mClassStamp;
-        }
-    }
-
-    if (!isNew)
+    if (!EnterClass(clsid, {admitted.get(), text}))
     {
         OSSIRA_PRINT(mask, PRINT_WARN, "Class alredy registered: \"%s\" %s from \"%ls\"\n", text,
                      CGuidText(clsid).Text(), file);
@@ -250,10 +282,22 @@ try
 }
 OSSIRA_CATCH_RETURN
 
+// The first class of a file loads it. A file that cannot be loaded is tried again when an object is
+// wanted; want of memory is nothing that the file can help.
+void T_ObjectFactory::LoadNew(ModuleItems::value_type& file)
+{
+    if (IsListed(file.second))
+        return;
+    CFactoryModule::CUse module(file.second);
+    const Result loaded = module.Load();
+    OSSIRA_CHECK(loaded != E_OUTOFMEMORY, loaded, "DynLib.Open()");
+}
+
 Result T_ObjectFactory::UnregisterClass(const CLSID& clsid)
 try
 {
     const std::uint32_t mask = CurrentLevelMask();
+    OSSIRA_CHECK_REFERENCE(clsid);
     std::optional<ClassItem> item;
     {
         const tSystem::CLockGuard guard(mLock);
@@ -262,7 +306,7 @@ try
     if (!item)
         return S_FALSE;
     OSSIRA_PRINT(mask, PRINT_TRACE, "Unregister Class: %s %ls\n", item->InfoText.c_str(),
-                 item->FileName.c_str());
+                 FileNameOf(*item));
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
@@ -271,21 +315,24 @@ Result T_ObjectFactory::GetClassValue(const CLSID& clsid, const IID& iid, void**
 try
 {
     OSSIRA_CHECK_POINTER(ppv);
-    ClassItem item;
+    *ppv = nullptr;
+    OSSIRA_CHECK_REFERENCE(clsid);
+    OSSIRA_CHECK_REFERENCE(iid);
+    std::optional<ClassItem> item;
     {
         const tSystem::CLockGuard guard(mLock);
-        const ClassItem* const found = mClasses.Find(clsid);
-        OSSIRA_CHECK(found != nullptr, E_FAIL, "not exists");
-        item = *found;
+        if (const ClassItem* const found = mClasses.Find(clsid))
+            item = *found;
     }
+    OSSIRA_CHECK(item, E_FAIL, "not exists");
     ObjectPtr<IValueSet> values;
     OSSIRA_CHECK_CALL_TWICE(CreateValueSet(values.Put()), "CreateValueSet(&ValueSet)");
     OSSIRA_CHECK_CALL_TWICE(
-        SetValueUniString(values.Get(), ObjectFactoryItem_FileName, item.FileName),
+        SetValueUniString(values.Get(), ObjectFactoryItem_FileName, FileNameOf(*item)),
         "SetValueUniString(ValueSet, ObjectFactoryItem_FileName, "
         "ClassItem.FileName)");
     OSSIRA_CHECK_CALL_TWICE(
-        SetValueCharString(values.Get(), ObjectFactoryItem_InfoText, item.InfoText),
+        SetValueCharString(values.Get(), ObjectFactoryItem_InfoText, item->InfoText),
         "SetValueCharString(ValueSet, ObjectFactoryItem_InfoText, "
         "ClassItem.InfoText)");
     OSSIRA_CHECK_CALL_TWICE(values->QueryInterface(iid, ppv), "QueryInterface()");
@@ -293,47 +340,60 @@ try
 }
 OSSIRA_CATCH_RETURN
 
-// A loader that nobody else holds is in no call, and no new call can begin while the lock is held.
-// The modules are unloaded after the lock was left, because their clean-up code may call back.
+// A module that goes may give back the last object of one that was asked before it. A round without
+// success ends it; so does, should a module come back whenever it goes, a round for each of them.
 Result T_ObjectFactory::FlushModules()
 try
 {
-    std::vector<Loader> unloaded;
-    const tSystem::CLockGuard guard(mLock);
-    unloaded.reserve(mDynLibs.size());
-    for (auto& [fileName, module] : mDynLibs)
+    std::size_t rounds = 0;
     {
-        if (module.Library != nullptr && module.KeepLoaded == 0 &&
-            module.Library.use_count() == 1 && module.Library->CanUnloadNow() == S_OK)
-            unloaded.push_back(std::move(module.Library));
+        const tSystem::CLockGuard guard(mLock);
+        rounds = mModules.size();
+    }
+    while (rounds-- > 0 && FlushOnce())
+    {
     }
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
 
+bool T_ObjectFactory::FlushOnce()
+{
+    bool anyWent = false;
+    ForEachModule([&](ModuleItems::value_type& file)
+                  { anyWent = file.second.UnloadIfIdle() || anyWent; });
+    return anyWent;
+}
+
 Result T_ObjectFactory::GetModuleValue(const wchar_t* fileName, const IID& iid, void** ppv)
 try
 {
     OSSIRA_CHECK_POINTER(ppv);
+    *ppv = nullptr;
     OSSIRA_CHECK_POINTER(fileName);
+    OSSIRA_CHECK_REFERENCE(iid);
     const std::wstring key = fileName;
-    ModuleItem module;
+    ModuleItem* item = nullptr;
+    std::int32_t classCount = 0;
     {
         const tSystem::CLockGuard guard(mLock);
-        const auto found = mDynLibs.find(key);
-        OSSIRA_CHECK(found != mDynLibs.end(), E_FAIL, "not exists");
-        module = found->second;
+        if (const auto found = mModules.find(key);
+            found != mModules.end() && found->second.IsListed)
+        {
+            item = &found->second;
+            classCount = item->ClassCount;
+        }
     }
+    OSSIRA_CHECK(item != nullptr, E_FAIL, "not exists");
     ObjectPtr<IValueSet> values;
     OSSIRA_CHECK_CALL_TWICE(CreateValueSet(values.Put()), "CreateValueSet(&ValueSet)");
     OSSIRA_CHECK_CALL_TWICE(SetValueUniString(values.Get(), ObjectFactoryItem_FileName, key),
                             "SetValueUniString(ValueSet, ObjectFactoryItem_FileName, )");
-    OSSIRA_CHECK_CALL_TWICE(
-        SetValueSINT32(values.Get(), ObjectFactoryItem_ClassCount, module.ClassCount),
-        "SetValueSINT32(ValueSet, ObjectFactoryItem_ClassCount, )");
-    if (module.Library != nullptr)
+    OSSIRA_CHECK_CALL_TWICE(SetValueSINT32(values.Get(), ObjectFactoryItem_ClassCount, classCount),
+                            "SetValueSINT32(ValueSet, ObjectFactoryItem_ClassCount, )");
+    if (const CFactoryModule::CUse module(*item); module.Loader() != nullptr)
     {
-        const std::int32_t openCount = module.Library->GetOpenObjectCount();
+        const std::int32_t openCount = module.Loader()->GetOpenObjectCount();
         OSSIRA_CHECK_CALL_TWICE(
             SetValueSINT32(values.Get(), ObjectFactoryItem_OpenObjectCount, openCount),
             "SetValueSINT32(ValueSet, ObjectFactoryItem_OpenObjectCount, )");
@@ -347,23 +407,21 @@ Result T_ObjectFactory::GetModules(const IID& iid, void** ppv)
 try
 {
     OSSIRA_CHECK_POINTER(ppv);
+    *ppv = nullptr;
+    OSSIRA_CHECK_REFERENCE(iid);
     ObjectPtr<IList> list;
     OSSIRA_CHECK_CALL_TWICE(CreateNodeList(list.Put()), "CreateNodeList(&List)");
-    std::vector<const std::wstring*> fileNames; // good without the lock: items stay
-    {
-        const tSystem::CLockGuard guard(mLock);
-        fileNames.reserve(mDynLibs.size());
-        for (const auto& [fileName, module] : mDynLibs)
-            fileNames.push_back(&fileName);
-    }
-    for (const std::wstring* const fileName : fileNames)
-    {
-        ObjectPtr<IValue> value;
-        OSSIRA_CHECK_CALL_TWICE(CreateValue(value.Put()), "CreateValue(&Value)");
-        OSSIRA_CHECK_CALL_TWICE(SetValueUniString(value.Get(), *fileName),
-                                "SetValueUniString(Value, )");
-        OSSIRA_CHECK_CALL_TWICE(list->Add(value.Get()), "List->Add(Value)");
-    }
+    ForEachModule(
+        [&](ModuleItems::value_type& file)
+        {
+            if (!IsListed(file.second))
+                return;
+            ObjectPtr<IValue> value;
+            OSSIRA_CHECK_CALL_TWICE(CreateValue(value.Put()), "CreateValue(&Value)");
+            OSSIRA_CHECK_CALL_TWICE(SetValueUniString(value.Get(), file.first),
+                                    "SetValueUniString(Value, )");
+            OSSIRA_CHECK_CALL_TWICE(list->Add(value.Get()), "List->Add(Value)");
+        });
     OSSIRA_CHECK_CALL_TWICE(list->QueryInterface(iid, ppv), "QueryInterface()");
     return S_OK;
 }
@@ -378,6 +436,8 @@ Result T_ObjectFactory::GetEnumerator(const IID& iid, void** ppv)
 try
 {
     OSSIRA_CHECK_POINTER(ppv);
+    *ppv = nullptr;
+    OSSIRA_CHECK_REFERENCE(iid);
     const auto enumerator = TryMakeObject<T_Enumerator>(this);
     OSSIRA_CHECK(enumerator, E_OUTOFMEMORY, "new T_Enumerator");
     return enumerator->QueryInterface(iid, ppv);

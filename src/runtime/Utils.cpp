@@ -19,6 +19,7 @@ Result HandOutGlobalSingleton(const IID& iid, void** out)
                      "[Build-DynLib]\n");
         return E_ACCESSDENIED;
     }
+    *out = nullptr;
     const std::uint32_t mask = CurrentLevelMask();
     if (const Result result = InitializeGlobalSingleton(); Failed(result))
         return result;
@@ -82,6 +83,8 @@ try
         if (Succeeded(result))
             return result;
         *out = nullptr;
+        if (result == E_OUTOFMEMORY) // and not that there is no such class
+            return result;
     }
     return server->CreateObject(entry, *clsid, *iid, out);
 }

@@ -15,14 +15,19 @@ namespace
 class T_DirectoryScanner
 {
 public:
-    // `E_FAIL` when the folder cannot be read, or when nothing in it matches.
+    // `E_FAIL` when the folder cannot be read, or when nothing in it matches; `E_OUTOFMEMORY` when
+    // there is no memory to read it.
     [[nodiscard]] Result Open(const std::wstring& path, const std::wstring& pattern);
 
-    // To the next entry that is listed; false at the end, or when the platform fails.
-    [[nodiscard]] bool Next(tSystem::CFolderSearch::Entry& entry);
+    // To the next entry that is listed; `S_FALSE` at the end, a failure when the platform fails.
+    [[nodiscard]] Result Next(tSystem::CFolderSearch::Entry& entry);
 
 private:
+    // Tells what the platform failed with.
+    [[nodiscard]] Result Failure() const;
+
     tSystem::CFolderSearch mSearch;
+    std::wstring mSearchText;
 };
 
 class T_DirectoryService : public IDirectoryService,
@@ -45,30 +50,32 @@ private:
 // A slash at the end of the path gets its backslash too: it need not be a separator everywhere.
 Result T_DirectoryScanner::Open(const std::wstring& path, const std::wstring& pattern)
 {
-    const std::uint32_t mask = CurrentLevelMask();
-    std::wstring searchText = path.empty() ? L"." : path;
-    if (searchText.back() != L'\\')
-        searchText += L'\\';
-    searchText += pattern.empty() ? L"*.*" : pattern;
+    mSearchText = path.empty() ? L"." : path;
+    if (mSearchText.back() != L'\\')
+        mSearchText += L'\\';
+    mSearchText += pattern.empty() ? L"*.*" : pattern;
 
-    if (!mSearch.Open(searchText))
-    {
-        OSSIRA_PRINT(mask, PRINT_TRACE, "Scan Path \"%ls\" failed: LastError: %d\n",
-                     searchText.c_str(), static_cast<std::int32_t>(mSearch.LastError()));
-        return E_FAIL;
-    }
-    OSSIRA_PRINT(mask, PRINT_TRACE, "Scan Path \"%ls\"\n", searchText.c_str());
+    if (!mSearch.Open(mSearchText))
+        return Failure();
+    OSSIRA_PRINT(CurrentLevelMask(), PRINT_TRACE, "Scan Path \"%ls\"\n", mSearchText.c_str());
     return S_OK;
 }
 
-bool T_DirectoryScanner::Next(tSystem::CFolderSearch::Entry& entry)
+Result T_DirectoryScanner::Failure() const
+{
+    OSSIRA_PRINT(CurrentLevelMask(), PRINT_TRACE, "Scan Path \"%ls\" failed: LastError: %d\n",
+                 mSearchText.c_str(), static_cast<std::int32_t>(mSearch.LastError()));
+    return mSearch.IsShortage() ? E_OUTOFMEMORY : E_FAIL;
+}
+
+Result T_DirectoryScanner::Next(tSystem::CFolderSearch::Entry& entry)
 {
     while (mSearch.Next(entry))
     {
         if (entry.Name != L"." && entry.Name != L".." && !entry.IsHidden)
-            return true;
+            return S_OK;
     }
-    return false;
+    return mSearch.LastError() == 0 ? S_FALSE : Failure();
 }
 
 Result T_DirectoryService::ScanDirectory(ICollection* list, const std::wstring& path,
@@ -80,7 +87,8 @@ Result T_DirectoryService::ScanDirectory(ICollection* list, const std::wstring& 
         return opened;
 
     tSystem::CFolderSearch::Entry entry;
-    while (scanner.Next(entry))
+    Result found = S_OK;
+    while ((found = scanner.Next(entry)) == S_OK)
     {
         OSSIRA_PRINT(mask, PRINT_TRACE, "  \"%ls\"\n", entry.Name.c_str());
         ObjectPtr<IValueSet> item;
@@ -90,7 +98,7 @@ Result T_DirectoryService::ScanDirectory(ICollection* list, const std::wstring& 
             "SetValueUniString(ValueSet, DirectoryServiceParam_Path, PartName)");
         OSSIRA_CHECK_CALL_TWICE(list->Add(item.Get()), "Add(ValueSet)");
     }
-    return S_OK;
+    return Failed(found) ? found : S_OK;
 }
 
 Result T_DirectoryService::GetDirectoryCollection(IValueSet* param, const IID& riid, void** ppv)
@@ -98,6 +106,8 @@ try
 {
     OSSIRA_CHECK_POINTER(param);
     OSSIRA_CHECK_POINTER(ppv);
+    *ppv = nullptr;
+    OSSIRA_CHECK_REFERENCE(riid);
     std::wstring path;
     OSSIRA_CHECK_CALL_TWICE(GetValueUniString(param, DirectoryServiceParam_Path, &path),
                             "GetValueUniString(param, DirectoryServiceParam_Path, &Path)");

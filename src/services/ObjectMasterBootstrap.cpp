@@ -285,8 +285,11 @@ try
 {
     const std::uint32_t mask = CurrentLevelMask();
     ObjectPtr<IEnumeratorGUID> enumerator;
-    if (Failed(bt.mClsidRegistry->GetClasses(level.Category, IID_IEnumeratorGUID,
-                                             enumerator.PutVoid())))
+    const Result listed =
+        bt.mClsidRegistry->GetClasses(level.Category, IID_IEnumeratorGUID, enumerator.PutVoid());
+    if (listed == E_OUTOFMEMORY) // nobody knows what the level has
+        return listed;
+    if (Failed(listed))
     {
         OSSIRA_PRINT(mask, PRINT_TRACE, "%s-Category %s is empty\n", phase.Name, level.Name);
         return S_FALSE;
@@ -296,7 +299,13 @@ try
     Result result = S_OK;
     for (const EnrolledClass& enrolled : ListClasses(*enumerator))
     {
-        result = RunClass(phase, level, enrolled, bt, param, mask);
+        // A class before it may have taken it out.
+        const Result filed = Failed(enrolled.Code)
+                                 ? S_OK
+                                 : bt.mClsidRegistry->ContainsClass(level.Category, enrolled.Clsid);
+        if (filed == S_FALSE)
+            continue;
+        result = filed == E_OUTOFMEMORY ? filed : RunClass(phase, level, enrolled, bt, param, mask);
         if (Failed(result) && phase.StopsAtFailure)
             break;
     }

@@ -3,6 +3,7 @@
 #include "Run.h"
 
 #include "Ask.h"
+#include "BulletDirectoryService.h"
 #include "OssiraBullets.h"
 #include "OssiraDiagnostics.h"
 #include "Print.h"
@@ -37,14 +38,6 @@ constexpr Level CleanupLevels[] = {{"level 2", BootstrapRegistryCleanup_Level2},
 std::wstring BareName(const std::wstring& fileName)
 {
     return fileName.substr(fileName.find_last_of(L"/\\") + 1);
-}
-
-// The runtime's own file, in whatever case, is no module and is passed over.
-bool IsRuntimeFile(std::wstring name)
-{
-    std::transform(name.begin(), name.end(), name.begin(),
-                   [](wchar_t c) { return c >= L'A' && c <= L'Z' ? c - L'A' + L'a' : c; });
-    return name == L"tavrikossira.dll";
 }
 
 ObjectPtr<ISingleton> TheSingletons()
@@ -200,7 +193,7 @@ private:
                                              return module.FileName.starts_with(folder) &&
                                                     BareName(module.FileName) == file;
                                          });
-        if (!isKnown && !IsRuntimeFile(file))
+        if (!isKnown && !IsRuntimeFile(file.c_str()))
             Complain("No class could be read from \"" + tSystem::ToUtf8(file) + "\" in \"" +
                      tSystem::ToUtf8(folder) + "\"; --diagnostics trace shows each step");
     }

@@ -1,0 +1,88 @@
+// A use is counted under the word; whoever unloads asks first, with no lock held, and looks
+// afterwards whether somebody came meanwhile. Loading waits for unloading by the process-wide
+// section, so a file is never opened while it is being closed.
+#include "FactoryModule.h"
+
+#include "Library.h"
+
+namespace Tavrik::Ossira
+{
+
+CFactoryModule::CUse::CUse(CFactoryModule& module) noexcept : mModule(module)
+{
+    const tSystem::CLockGuard guard(mModule.mLock);
+    ++mModule.mUses;
+    ++mModule.mUsesBegun;
+    mLoader = mModule.mLibrary.get();
+}
+
+CFactoryModule::CUse::~CUse()
+{
+    const tSystem::CLockGuard guard(mModule.mLock);
+    --mModule.mUses;
+}
+
+// The module's start-up code runs in here and may come here itself; whoever is through first wins.
+Result CFactoryModule::CUse::Load()
+{
+    if (mLoader != nullptr)
+        return S_OK;
+    const tSystem::CLockGuard section(GlobalCriticalSection());
+    std::unique_ptr<CDynLib> opened;
+    std::wstring path = mModule.mPath;
+    mLoader = mModule.Install(opened, path);
+    if (mLoader != nullptr)
+        return S_OK;
+    opened = std::make_unique<CDynLib>();
+    if (const Result result = opened->Open(path.c_str()); Failed(result))
+        return result;
+    mLoader = mModule.Install(opened, path);
+    return S_OK;
+}
+
+void CFactoryModule::CUse::Adopt(std::unique_ptr<CDynLib>& opened, const std::wstring& path)
+{
+    const tSystem::CLockGuard section(GlobalCriticalSection());
+    std::wstring newPath = path;
+    mLoader = mModule.Install(opened, newPath);
+}
+
+CDynLib* CFactoryModule::Install(std::unique_ptr<CDynLib>& opened, std::wstring& path) noexcept
+{
+    const tSystem::CLockGuard guard(mLock);
+    if (mLibrary == nullptr && opened != nullptr)
+    {
+        mLibrary = std::move(opened);
+        mPath.swap(path);
+    }
+    return mLibrary.get();
+}
+
+bool CFactoryModule::UnloadIfIdle()
+{
+    CDynLib* library = nullptr;
+    std::uint64_t begun = 0;
+    {
+        const tSystem::CLockGuard guard(mLock);
+        if (mLibrary == nullptr || mUses != 0)
+            return false;
+        ++mUses;
+        begun = mUsesBegun;
+        library = mLibrary.get();
+    }
+    const bool agrees = library->CanUnloadNow() == S_OK;
+    if (!agrees)
+    {
+        const tSystem::CLockGuard guard(mLock);
+        --mUses;
+        return false;
+    }
+    const tSystem::CLockGuard section(GlobalCriticalSection());
+    std::unique_ptr<CDynLib> unloaded; // outside the word: the module's clean-up code runs then
+    const tSystem::CLockGuard guard(mLock);
+    if (--mUses == 0 && mUsesBegun == begun)
+        unloaded = std::move(mLibrary);
+    return unloaded != nullptr;
+}
+
+} // namespace Tavrik::Ossira

@@ -1,0 +1,87 @@
+// One module file as an object factory has it: its loader, who is at work in it, and when it may be
+// unloaded. Modules come and go under the process-wide section; the word guards only the fields.
+#pragma once
+
+#include "DynLib.h"
+#include "FastCriticalSection.h"
+
+#include <memory>
+#include <string>
+
+namespace Tavrik::Ossira
+{
+
+class CFactoryModule
+{
+public:
+    explicit CFactoryModule(std::wstring path) : mPath(std::move(path))
+    {
+    }
+
+    CFactoryModule(const CFactoryModule&) = delete;
+    CFactoryModule& operator=(const CFactoryModule&) = delete;
+
+    // While one lives the module is not unloaded. It allocates nothing.
+    class CUse
+    {
+    public:
+        explicit CUse(CFactoryModule& module) noexcept;
+        ~CUse();
+        CUse(const CUse&) = delete;
+        CUse& operator=(const CUse&) = delete;
+
+        // Null while the module is not loaded.
+        [[nodiscard]] CDynLib* Loader() const noexcept
+        {
+            return mLoader;
+        }
+
+        // Loads the module unless it is loaded; answers as `CDynLib::Open`, and throws as it does.
+        [[nodiscard]] Result Load();
+
+        // Takes over a loader that was opened with `path`, by which the module is loaded from now
+        // on, unless the module is loaded. Throws `std::bad_alloc`; the loader is then not taken.
+        void Adopt(std::unique_ptr<CDynLib>& opened, const std::wstring& path);
+
+    private:
+        CFactoryModule& mModule;
+        CDynLib* mLoader;
+    };
+
+    // Asks the module and unloads it if it agrees, and no use lasts or began since it was asked.
+    // Whether it was unloaded. No lock is held while the module is asked.
+    bool UnloadIfIdle();
+
+private:
+    // Puts the loader in place unless there is one; answers the one in place.
+    CDynLib* Install(std::unique_ptr<CDynLib>& opened, std::wstring& path) noexcept;
+
+    tSystem::CFastCriticalSection mLock; // guards what follows
+    std::wstring mPath;                  // changes under the process-wide section only
+    std::unique_ptr<CDynLib> mLibrary;   // goes only under the process-wide section, out of use
+    std::uint32_t mUses = 0;
+    std::uint64_t mUsesBegun = 0;
+};
+
+// What the runtime's own factory offers the class register service beyond `IObjectFactory`. It is
+// no part of the contract: a factory of somebody else's does without.
+inline constexpr IID IID_IFactoryModules = {
+    0x5D0C5B8E, 0x2F64, 0x4D0B, {0x9A, 0x41, 0x7E, 0x16, 0xC3, 0x58, 0x0B, 0xD2}};
+
+struct IFactoryModules : IUnknown
+{
+    using Extends = IUnknown;
+    static constexpr IID Iid = IID_IFactoryModules;
+
+    // The item of a file, which lives as long as the factory. A new one is in no listing until a
+    // class is registered from it. Throws `std::bad_alloc`. Balance with `Dismiss`.
+    virtual CFactoryModule& Admit(const std::wstring& fileName) = 0;
+
+    // Unloads the module if no class was ever registered from it and it agrees.
+    virtual void Dismiss(CFactoryModule& module) = 0;
+
+protected:
+    ~IFactoryModules() = default;
+};
+
+} // namespace Tavrik::Ossira
