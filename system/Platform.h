@@ -22,6 +22,10 @@ void WriteDebugText(const char* text) noexcept;
 // What joins a folder and a name. Both slash and backslash separate in a given path, everywhere.
 extern const wchar_t PathSeparator;
 
+// The path with the current folder before it; a path that is a full one already, or whose current
+// folder cannot be told, as it is. Throws `std::bad_alloc`.
+[[nodiscard]] std::wstring AbsolutePath(const std::wstring& path);
+
 // True where file names are bytes. There a byte that is no valid UTF-8 stands in a wide string as
 // the code 0xDC00 + byte, and comes out again as that byte; so does a backslash in a listed name,
 // which is no separator there.
@@ -58,19 +62,33 @@ private:
     ELockRank mRank;
 };
 
+// Why a library could not be loaded.
+enum class ELoadFailure : std::uint8_t
+{
+    None,
+    NotFound,
+    NotALibrary, // or one that was cut short, or of another machine
+    NoMemory,
+    NoResources, // as file descriptors
+    Io,          // the file could not be read
+    Refused      // by the system, or by the library's own start-up code
+};
+
 // A loaded library. Loading searches the library's own folder first for what it depends on. A file
 // that is not a complete library of this machine is refused, never mapped halfway.
 class CLibrary
 {
 public:
     CLibrary() noexcept = default;
-    CLibrary(CLibrary&& other) noexcept : mHandle(std::exchange(other.mHandle, nullptr))
+    CLibrary(CLibrary&& other) noexcept
+        : mHandle(std::exchange(other.mHandle, nullptr)), mFailure(other.mFailure)
     {
     }
     CLibrary& operator=(CLibrary&& other) noexcept
     {
         CLibrary moved(std::move(other));
         std::swap(mHandle, moved.mHandle);
+        mFailure = moved.mFailure;
         return *this;
     }
     CLibrary(const CLibrary&) = delete;
@@ -80,10 +98,16 @@ public:
         Close();
     }
 
-    // False when the file cannot be loaded; a library that was open is closed first. A bare name
-    // is looked for in the host program's folder and where the system looks. Throws
-    // `std::bad_alloc`.
+    // False when the file cannot be loaded, for the reason that `Failure` tells; a library that was
+    // open is closed first. A bare name is looked for in the host program's folder and where the
+    // system looks. Throws `std::bad_alloc`.
     [[nodiscard]] bool Open(const wchar_t* path);
+
+    // Of the last `Open`.
+    [[nodiscard]] ELoadFailure Failure() const noexcept
+    {
+        return mFailure;
+    }
 
     // Unloads the library; without other users its file is no longer mapped afterwards.
     void Close() noexcept;
@@ -98,6 +122,7 @@ public:
 
 private:
     void* mHandle = nullptr;
+    ELoadFailure mFailure = ELoadFailure::None;
 };
 
 // Lists the entries of one folder that match a pattern, in the order of the platform's listing.
@@ -121,7 +146,8 @@ public:
     // a folder, a separator and a pattern. "." and ".." are entries too. Throws `std::bad_alloc`.
     [[nodiscard]] bool Open(const std::wstring& searchText);
 
-    // Copies the found entry and moves on; false at the end.
+    // Copies the found entry and moves on; false at the end. `LastError` is then 0, or the number
+    // of what kept the platform from going on.
     [[nodiscard]] bool Next(Entry& entry);
 
     void Close() noexcept;
@@ -130,6 +156,9 @@ public:
     {
         return mLastError;
     }
+
+    // Whether memory ran out.
+    [[nodiscard]] bool IsShortage() const noexcept;
 
 private:
     struct State;

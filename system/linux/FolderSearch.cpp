@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cwchar>
 #include <dirent.h>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -65,6 +67,16 @@ std::uint32_t ListFolder(const std::string& path, const CWildcardPattern& patter
 
 } // namespace
 
+std::wstring AbsolutePath(const std::wstring& path)
+{
+    if (path.starts_with(L'/') || path.starts_with(L'\\'))
+        return path;
+    char folder[PATH_MAX];
+    if (getcwd(folder, sizeof folder) == nullptr)
+        return path;
+    return WideName(folder) + L'/' + path;
+}
+
 struct CFolderSearch::State
 {
     std::vector<Entry> Entries;
@@ -105,6 +117,11 @@ bool CFolderSearch::Next(Entry& entry)
 void CFolderSearch::Close() noexcept
 {
     mState.reset();
+}
+
+bool CFolderSearch::IsShortage() const noexcept
+{
+    return mLastError == ENOMEM;
 }
 
 } // namespace Tavrik::tSystem

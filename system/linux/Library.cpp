@@ -8,6 +8,7 @@
 #include "NativePath.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstring>
 #include <dlfcn.h>
@@ -31,8 +32,41 @@ struct UnloadLibrary
 
 using LibraryHandle = std::unique_ptr<void, UnloadLibrary>;
 
+// What a system call left as its error number; 0 stands for a file that has no fault but its
+// content.
+ELoadFailure FailureOf(int error) noexcept
+{
+    switch (error)
+    {
+    case 0:
+        return ELoadFailure::NotALibrary;
+    case ENOENT:
+    case ENOTDIR:
+        return ELoadFailure::NotFound;
+    case ENOMEM:
+        return ELoadFailure::NoMemory;
+    case EMFILE:
+    case ENFILE:
+        return ELoadFailure::NoResources;
+    case EIO:
+        return ELoadFailure::Io;
+    default:
+        return ELoadFailure::Refused;
+    }
+}
+
+// The system's loader says in words why it failed; the number that it leaves tells shortages.
+ELoadFailure LoaderFailure() noexcept
+{
+    const ELoadFailure failure = FailureOf(errno);
+    const bool isShortage = failure == ELoadFailure::NoMemory ||
+                            failure == ELoadFailure::NoResources || failure == ELoadFailure::Io;
+    return isShortage ? failure : ELoadFailure::Refused;
+}
+
 LibraryHandle MapLibrary(const char* path)
 {
+    errno = 0;
     return LibraryHandle(dlopen(path, RTLD_NOW | RTLD_LOCAL));
 }
 
@@ -54,14 +88,18 @@ public:
     {
     }
 
-    // False when a file, or one that it needs, is not complete.
+    // False when a file, or one that it needs, is not complete or cannot be read.
     bool LoadNeeded(const char* path, int level)
     {
         constexpr int levelLimit = 8;
 
+        errno = 0;
         CElfFile file(path);
         if (!file.IsComplete())
+        {
+            mFailure = FailureOf(errno);
             return false;
+        }
         const std::size_t count = level < levelLimit ? file.NeededCount() : 0;
         char name[CElfFile::NameLimit];
         for (std::size_t index = 0; index < count; ++index)
@@ -70,6 +108,11 @@ public:
                 return false;
         }
         return true;
+    }
+
+    [[nodiscard]] ELoadFailure Failure() const noexcept
+    {
+        return mFailure;
     }
 
 private:
@@ -92,16 +135,22 @@ private:
     std::string_view mFolder; // ends in a slash
     std::vector<std::string> mVisited;
     std::vector<LibraryHandle> mHandles;
+    ELoadFailure mFailure = ELoadFailure::None;
 };
 
 // Takes a path with a slash in it.
-LibraryHandle LoadFile(const std::string& path)
+LibraryHandle LoadFile(const std::string& path, ELoadFailure& failure)
 {
     const std::string_view folder = std::string_view(path).substr(0, path.rfind('/') + 1);
     CNeighbours neighbours(folder);
     if (!neighbours.LoadNeeded(path.c_str(), 0))
+    {
+        failure = neighbours.Failure();
         return nullptr;
-    return MapLibrary(path.c_str());
+    }
+    LibraryHandle library = MapLibrary(path.c_str());
+    failure = library ? ELoadFailure::None : LoaderFailure();
+    return library;
 }
 
 // The folder of the program that runs, with a slash at its end; empty when it cannot be told.
@@ -116,15 +165,17 @@ std::string HostFolder()
 }
 
 // A bare name is looked for where Windows looks first. Where a file of that name is, it decides.
-LibraryHandle LoadByName(const std::string& name)
+LibraryHandle LoadByName(const std::string& name, ELoadFailure& failure)
 {
     for (const std::string& folder : {HostFolder(), std::string("./")})
     {
         const std::string path = folder + name;
         if (!folder.empty() && Exists(path))
-            return LoadFile(path);
+            return LoadFile(path, failure);
     }
-    return MapLibrary(name.c_str());
+    LibraryHandle library = MapLibrary(name.c_str());
+    failure = library ? ELoadFailure::None : LoaderFailure();
+    return library;
 }
 
 } // namespace
@@ -132,13 +183,14 @@ LibraryHandle LoadByName(const std::string& name)
 bool CLibrary::Open(const wchar_t* path)
 {
     Close();
+    mFailure = ELoadFailure::NotFound;
     if (path == nullptr)
         return false;
     const std::string native = NativePath(path);
     if (native.empty()) // the loader would answer with the program itself
         return false;
     const bool isBareName = native.find('/') == std::string::npos;
-    mHandle = (isBareName ? LoadByName(native) : LoadFile(native)).release();
+    mHandle = (isBareName ? LoadByName(native, mFailure) : LoadFile(native, mFailure)).release();
     return IsOpen();
 }
 

@@ -47,12 +47,20 @@ bool CFolderSearch::Next(Entry& entry)
     entry.Name = mState->Found.cFileName;
     entry.IsHidden = (mState->Found.dwFileAttributes & FILE_ATTRIBUTE_HIDDEN) != 0;
     mState->IsPending = FindNextFileW(mState->Handle, &mState->Found) != FALSE;
+    if (!mState->IsPending && GetLastError() != ERROR_NO_MORE_FILES)
+        mLastError = GetLastError();
     return true;
 }
 
 void CFolderSearch::Close() noexcept
 {
     mState.reset();
+}
+
+bool CFolderSearch::IsShortage() const noexcept
+{
+    return mLastError == ERROR_NOT_ENOUGH_MEMORY || mLastError == ERROR_OUTOFMEMORY ||
+           mLastError == ERROR_COMMITMENT_LIMIT;
 }
 
 } // namespace Tavrik::tSystem

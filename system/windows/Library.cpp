@@ -32,6 +32,33 @@ private:
     DWORD mFormerMode = 0;
 };
 
+[[nodiscard]] ELoadFailure FailureOf(DWORD error) noexcept
+{
+    switch (error)
+    {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+    case ERROR_MOD_NOT_FOUND:
+        return ELoadFailure::NotFound;
+    case ERROR_BAD_EXE_FORMAT:
+    case ERROR_EXE_MACHINE_TYPE_MISMATCH:
+        return ELoadFailure::NotALibrary;
+    case ERROR_NOT_ENOUGH_MEMORY:
+    case ERROR_OUTOFMEMORY:
+    case ERROR_COMMITMENT_LIMIT:
+        return ELoadFailure::NoMemory;
+    case ERROR_TOO_MANY_OPEN_FILES:
+    case ERROR_NO_SYSTEM_RESOURCES:
+        return ELoadFailure::NoResources;
+    case ERROR_CRC:
+    case ERROR_READ_FAULT:
+    case ERROR_IO_DEVICE:
+        return ELoadFailure::Io;
+    default:
+        return ELoadFailure::Refused;
+    }
+}
+
 // Empty when there is no such path.
 std::wstring FullPath(const wchar_t* path)
 {
@@ -48,17 +75,25 @@ std::wstring FullPath(const wchar_t* path)
 
 } // namespace
 
+std::wstring AbsolutePath(const std::wstring& path)
+{
+    std::wstring full = FullPath(path.c_str());
+    return full.empty() ? path : full;
+}
+
 bool CLibrary::Open(const wchar_t* path)
 {
     Close();
+    mFailure = ELoadFailure::NotFound;
     if (path == nullptr || *path == L'\0')
         return false;
     const CNoErrorBoxes noErrorBoxes;
     const bool isBareName = std::wcspbrk(path, L"\\/:") == nullptr;
     const std::wstring name = isBareName ? path : FullPath(path);
-    if (!name.empty())
-        mHandle =
-            LoadLibraryExW(name.c_str(), nullptr, isBareName ? 0 : LOAD_WITH_ALTERED_SEARCH_PATH);
+    if (name.empty())
+        return false;
+    mHandle = LoadLibraryExW(name.c_str(), nullptr, isBareName ? 0 : LOAD_WITH_ALTERED_SEARCH_PATH);
+    mFailure = IsOpen() ? ELoadFailure::None : FailureOf(GetLastError());
     return IsOpen();
 }
 
