@@ -9,7 +9,14 @@
 // <windows.h> may come before or after these headers. Where it renames an operation's name by a
 // macro (`RegisterClass`), calls through an interface reach the right slot all the same; a class
 // that implements such an operation in a file that includes <windows.h> undefines the macro first.
+//
+// Every header begins with this one, directly or by another, and this one with the language that
+// they are written in.
 #pragma once
+
+#if (defined(_MSVC_LANG) ? _MSVC_LANG : __cplusplus) < 202002L
+#error "The headers of TavrikOssira need C++20: compile with -std=c++20, or /std:c++20."
+#endif
 
 #include <array>
 #include <bit>
@@ -136,7 +143,9 @@ template <class Object>
     return address == nullptr;
 }
 
-// The root of every interface.
+// The root of every interface. An interface of your own extends it, or one that does, and tells two
+// things that `ObjectPtr` and `OSSIRA_INTERFACES` ask for: `Iid`, its identifier, and `Extends`,
+// the interface that it extends.
 inline constexpr IID IID_IUnknown = {
     0x00000000, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
 
@@ -146,7 +155,8 @@ struct IUnknown
 
     // Asks the object for another of its interfaces. On success *out owns a reference that the
     // caller releases; an object without the interface answers `E_NOINTERFACE` and sets *out to
-    // null; a null `out` answers `E_POINTER`. Asked for the unknown interface, an object answers
+    // null; a null `out` answers `E_POINTER`, and so does null in the place of `iid`, with *out
+    // null. Asked for the unknown interface, an object answers
     // the same pointer through every one of its interfaces. Any thread may call.
     virtual Result QueryInterface(const IID& iid, void** out) = 0;
 

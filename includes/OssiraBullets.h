@@ -19,6 +19,7 @@
 #include "OssiraValue.h"
 #include "OssiraValueDataBuffer.h"
 
+#include <exception>
 #include <limits>
 #include <string>
 #include <string_view>
@@ -67,7 +68,7 @@ public:
     {
         if (mValue == nullptr && mValues == nullptr)
             return E_POINTER;
-        if (size > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
+        if (size > static_cast<std::size_t>((std::numeric_limits<std::int32_t>::max)()))
             return E_OUTOFMEMORY;
         const auto bytes = static_cast<std::int32_t>(size);
         return mValue != nullptr ? mValue->SetValue(type, data, bytes)
@@ -120,18 +121,17 @@ private:
     const GUID* mKey = nullptr;
 };
 
-// Runs what needs memory, which is all that can go wrong by a throw.
+// Runs what needs memory, which is all that can go wrong by a throw. A thread that is ended by
+// unwinding its stack passes.
 template <class Work>
-[[nodiscard]] Result WithMemory(Work work) noexcept
+[[nodiscard]] Result WithMemory(Work work)
+try
 {
-    try
-    {
-        return work();
-    }
-    catch (...)
-    {
-        return E_OUTOFMEMORY;
-    }
+    return work();
+}
+catch (const std::exception&)
+{
+    return E_OUTOFMEMORY;
 }
 
 // False when a character is none of Unicode's.
@@ -170,7 +170,7 @@ template <class Work>
     return text;
 }
 
-inline Result SetWide(const CValuePlace& place, std::wstring_view text) noexcept
+inline Result SetWide(const CValuePlace& place, std::wstring_view text)
 {
     return WithMemory(
         [&]() -> Result
@@ -182,7 +182,7 @@ inline Result SetWide(const CValuePlace& place, std::wstring_view text) noexcept
         });
 }
 
-inline Result GetWide(const CValuePlace& place, std::wstring* text) noexcept
+inline Result GetWide(const CValuePlace& place, std::wstring* text)
 {
     if (text == nullptr)
         return E_POINTER;
@@ -197,7 +197,7 @@ inline Result GetWide(const CValuePlace& place, std::wstring* text) noexcept
         });
 }
 
-inline Result GetNarrow(const CValuePlace& place, std::string* text) noexcept
+inline Result GetNarrow(const CValuePlace& place, std::string* text)
 {
     if (text == nullptr)
         return E_POINTER;

@@ -46,7 +46,8 @@ consteval void SpellFunctionName(std::string_view pretty, std::string_view repor
     constexpr std::string_view anonymous = "`anonymous-namespace'";
     const auto anonymousAt = [&](std::size_t at) -> std::size_t
     {
-        for (const std::string_view spelling : {"{anonymous}", "(anonymous namespace)"})
+        for (const std::string_view spelling :
+             {"{anonymous}", "(anonymous namespace)", "`anonymous namespace'"})
         {
             if (pretty.substr(at).starts_with(spelling))
                 return spelling.size();
@@ -140,12 +141,13 @@ inline constexpr Result NullPointerCode = E_POINTER;
 
 // What a boundary answers for the exception being handled: it is reported and released. A null
 // exception and an allocation that failed anywhere mean that memory ran out (`E_OUTOFMEMORY`);
-// whatever else was thrown is `E_UNEXPECTED`. Call it in a catch clause only.
-[[nodiscard]] Result ReportCaught(const SourceLocation& location) noexcept;
+// whatever else was thrown is `E_UNEXPECTED`. Call it in a catch clause only. Where a thread is
+// ended by unwinding its stack, which a catch of everything catches too, that goes on from here.
+[[nodiscard]] Result ReportCaught(const SourceLocation& location);
 
 } // namespace Tavrik::Ossira
 
-#ifdef _MSC_VER
+#if defined(_MSC_VER) && !defined(__clang__) // which spells the name alone there
 #define OSSIRA_FUNCTION_TEXT __FUNCTION__
 #else
 #define OSSIRA_FUNCTION_TEXT __PRETTY_FUNCTION__

@@ -27,6 +27,7 @@
 namespace Tavrik::Ossira
 {
 
+class CComServer;
 class COssiraUnknown;
 
 // The object's own unknown. It makes aggregation possible: an outer object owns the inner one by it
@@ -48,7 +49,9 @@ private:
 };
 
 // The base of every object that is created by class identifier: the reference count, and the
-// answer for the unknown interface.
+// answer for the unknown interface. While an object is constructed one reference is held on it, so
+// that its constructor may take references and give them back; it must not give the object to
+// another thread.
 class COssiraUnknown
 {
 public:
@@ -95,29 +98,6 @@ public:
         return &mPrivateUnknown;
     }
 
-    // The reference by which whoever has just made the object holds it while asking for the first
-    // interface. As long as it is the only one no other thread can be counting, and two atomic
-    // operations are saved; the creation of a small object consists of little else.
-    void TakeFirstReference() noexcept
-    {
-        mIsNew = mCount.load(std::memory_order_relaxed) == 0;
-        if (mIsNew)
-            mCount.store(1, std::memory_order_relaxed);
-        else
-            CountUp();
-    }
-
-    // Gives that reference back and answers the count. An interface that was answered has a
-    // reference of its own; if these two are all, both are still in the hands of the caller.
-    [[nodiscard]] std::int32_t DropFirstReference(bool isAnswered) noexcept
-    {
-        mIsNew = false;
-        if (!isAnswered || mCount.load(std::memory_order_acquire) != 2)
-            return CountDown();
-        mCount.store(1, std::memory_order_relaxed);
-        return 1;
-    }
-
 protected:
     // A count that cannot arise in use, so that a call on a destroyed object shows itself. It also
     // stands while an object is being destroyed: references taken and given back by its own
@@ -150,6 +130,15 @@ protected:
         return mCount.fetch_sub(1, std::memory_order_acq_rel) - 1;
     }
 
+    // Gives back the reference that was held meanwhile.
+    void EndConstruction() noexcept
+    {
+        if (mCount.load(std::memory_order_relaxed) == 1)
+            mCount.store(0, std::memory_order_relaxed); // nobody else is counting
+        else
+            CountDown();
+    }
+
     void MarkDestroyed() noexcept
     {
         mCount.store(DestroyedCount, std::memory_order_relaxed);
@@ -174,14 +163,17 @@ protected:
 
     Result AnswerPrivateUnknown(const IID& iid, void** out) noexcept;
 
+    // For a query with null in the place of an argument.
+    static Result RefuseQuery(void** out) noexcept;
+
     // Answers the interfaces of an implementation class, those that they extend included. Unrolled
     // by the compiler into comparisons with constants, which is as fast as a table and has no
     // table to keep.
     template <class Primary, class... Others, class Implementation>
     Result AnswerInterfaces(Implementation* object, const IID& iid, void** out)
     {
-        if (out == nullptr)
-            return E_POINTER;
+        if (out == nullptr || IsNullReference(iid)) [[unlikely]]
+            return RefuseQuery(out);
         if (TryAnswer<Primary>(object, iid, out) || (TryAnswer<Others>(object, iid, out) || ...))
         {
             CountAnswer();
@@ -199,6 +191,31 @@ protected:
     }
 
 private:
+    friend CComServer; // which creates objects, with the classes in it
+
+    // The reference by which whoever has just made the object holds it while asking for the first
+    // interface. As long as it is the only one no other thread can be counting, and two atomic
+    // operations are saved; the creation of a small object consists of little else.
+    void TakeFirstReference() noexcept
+    {
+        mIsNew = mCount.load(std::memory_order_relaxed) == 0;
+        if (mIsNew)
+            mCount.store(1, std::memory_order_relaxed);
+        else
+            CountUp();
+    }
+
+    // Gives that reference back and answers the count. An interface that was answered has a
+    // reference of its own; if these two are all, both are still in the hands of the caller.
+    [[nodiscard]] std::int32_t DropFirstReference(bool isAnswered) noexcept
+    {
+        mIsNew = false;
+        if (!isAnswered || mCount.load(std::memory_order_acquire) != 2)
+            return CountDown();
+        mCount.store(1, std::memory_order_relaxed);
+        return 1;
+    }
+
     template <class Interface>
     [[nodiscard]] static constexpr bool Answers(const IID& iid) noexcept
     {
@@ -220,15 +237,20 @@ private:
     }
 
     IUnknown* mOuter = &mPrivateUnknown;
-    std::atomic<std::int32_t> mCount = 0;
-    bool mIsNew = false; // only its creator knows it
+    std::atomic<std::int32_t> mCount = 1; // until the constructor has ended
+    bool mIsNew = false;                  // only its creator knows it
     CPrivateUnknown mPrivateUnknown;
 };
 
-// Tell the module's component server of an object's birth and death, which is how the module knows
-// whether it can be unloaded. Without a server (before attach, after detach) they do nothing.
+namespace tDetail
+{
+
+// Tell of an object's birth and death, which is how the module knows whether it can be unloaded.
+// They count from the first static object to the last, attached or not.
 void AnnounceBirth(IUnknown* privateUnknown, const CLSID& clsid) noexcept;
 void AnnounceDeath(IUnknown* privateUnknown) noexcept;
+
+} // namespace tDetail
 
 // The concrete class of every creatable object: joins an implementation class with the base and
 // supplies the unknown's three operations on each of its interfaces. "NoLock": it adds no lock,
@@ -257,7 +279,7 @@ public:
     ~CComInstanceNoLock() override
     {
         this->MarkDestroyed();
-        AnnounceDeath(this->PrivateUnknown());
+        tDetail::AnnounceDeath(this->PrivateUnknown());
     }
 
     Result QueryInterface(const IID& iid, void** out) override
@@ -294,12 +316,14 @@ private:
     void Announce(IUnknown* outer)
     {
         this->SetOuter(outer);
-        AnnounceBirth(this->PrivateUnknown(), Implementation::ClassId);
+        tDetail::AnnounceBirth(this->PrivateUnknown(), Implementation::ClassId);
+        this->EndConstruction();
     }
 };
 
 // A new object that is not in the class table, an enumerator say, with one reference; `arguments`
-// go to its constructor. Throws `std::bad_alloc`, or what the constructor throws.
+// go to its constructor. Throws `std::bad_alloc`, or what the constructor throws. One that a static
+// variable holds keeps its module loaded until the process ends.
 template <class Implementation, class... Arguments>
 [[nodiscard]] ObjectPtr<CComInstanceNoLock<Implementation>> MakeObject(Arguments&&... arguments)
 {
@@ -323,12 +347,46 @@ public:
     const char* Text;
 };
 
+namespace tDetail
+{
+
+// An identifier whose address is kept: a temporary is refused by the compiler.
+class CLastingGuid
+{
+public:
+    constexpr CLastingGuid(const GUID& guid) noexcept : mGuid(&guid)
+    {
+    }
+
+    CLastingGuid(const GUID&&) = delete;
+
+    [[nodiscard]] constexpr const GUID* Get() const noexcept
+    {
+        return mGuid;
+    }
+
+private:
+    const GUID* mGuid;
+};
+
+// Whether a class has the null identifier, as far as the compiler can tell.
+template <class Implementation>
+[[nodiscard]] consteval bool HasNullClassId()
+{
+    if constexpr (requires { typename std::bool_constant<(Implementation::ClassId.Data1, true)>; })
+        return SameGuid(Implementation::ClassId, GUID_Null);
+    else
+        return false;
+}
+
+} // namespace tDetail
+
 // One class that the module files under a category when it is registered.
 class BootstrapRecord
 {
 public:
-    BootstrapRecord(const CLSID& clsid, const GUID& category, const GUID& group,
-                    const char* text) noexcept;
+    BootstrapRecord(tDetail::CLastingGuid clsid, tDetail::CLastingGuid category,
+                    tDetail::CLastingGuid group, const char* text) noexcept;
 
     const BootstrapRecord* Next;
     const CLSID* ClassId;
@@ -337,25 +395,21 @@ public:
     const char* Text;
 };
 
-// Releases the exception being handled, if it is one; a creator reports nothing.
-void DiscardCaught() noexcept;
-
-// The creator function of a class. Whatever goes wrong while the object is built, memory is what
-// is said to be missing.
+// The creator function of a class. Whatever goes wrong while the object is built is reported, and
+// memory is what is said to be missing.
 template <class Implementation>
-Result CreateInstance(IUnknown* outer, COssiraUnknown** out) noexcept
+Result CreateInstance(IUnknown* outer, COssiraUnknown** out)
+try
 {
     *out = nullptr;
-    try
-    {
-        *out = new CComInstanceNoLock<Implementation>(outer);
-        return S_OK;
-    }
-    catch (...)
-    {
-        DiscardCaught();
-        return E_OUTOFMEMORY;
-    }
+    *out = new CComInstanceNoLock<Implementation>(outer);
+    return S_OK;
+}
+catch (...)
+{
+    OSSIRA_LOCATION(ossiraHere);
+    static_cast<void>(ReportCaught(ossiraHere));
+    return E_OUTOFMEMORY;
 }
 
 // Implements `IObjectName` for a class that lists it among its bases in the interface's place.
@@ -407,24 +461,26 @@ protected:
     }
 
 #define OSSIRA_JOIN_NAMES(a, b) a##b
-#define OSSIRA_UNIQUE_NAME(prefix, line) OSSIRA_JOIN_NAMES(prefix, line)
+#define OSSIRA_UNIQUE_NAME(prefix, number) OSSIRA_JOIN_NAMES(prefix, number)
 
 // Enters a class in the module's class table, under its `ClassId` or under another identifier.
 #define OSSIRA_CLASS_AS(implementation, clsid, text)                                               \
     namespace                                                                                      \
     {                                                                                              \
-    const ::Tavrik::Ossira::ClassEntry OSSIRA_UNIQUE_NAME(ossiraClass, __LINE__)(                  \
+    const ::Tavrik::Ossira::ClassEntry OSSIRA_UNIQUE_NAME(ossiraClass, __COUNTER__)(               \
         clsid, &::Tavrik::Ossira::CreateInstance<implementation>, text);                           \
     }
 
 #define OSSIRA_CLASS(implementation, text)                                                         \
+    static_assert(!::Tavrik::Ossira::tDetail::HasNullClassId<implementation>(),                    \
+                  "A class needs an identifier of its own");                                       \
     OSSIRA_CLASS_AS(implementation, implementation::ClassId, text)
 
 // Files a class under a category and a group (`GUID_Null`: none) when the module is registered.
-// The three identifiers must live as long as the module.
+// The three identifiers must live as long as the module; temporaries do not compile.
 #define OSSIRA_BOOTSTRAP(clsid, category, group, text)                                             \
     namespace                                                                                      \
     {                                                                                              \
     const ::Tavrik::Ossira::BootstrapRecord                                                        \
-        OSSIRA_UNIQUE_NAME(ossiraBootstrap, __LINE__)(clsid, category, group, text);               \
+        OSSIRA_UNIQUE_NAME(ossiraBootstrap, __COUNTER__)(clsid, category, group, text);            \
     }

@@ -1,4 +1,5 @@
-// The small interfaces that stand beside the unknown on most objects of the runtime.
+// The small interfaces that stand beside the unknown on most objects of the runtime. They show what
+// every interface tells of itself: `Iid`, and in `Extends` the interface that it extends.
 #pragma once
 
 #include "OssiraBase.h"

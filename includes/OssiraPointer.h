@@ -92,13 +92,17 @@ public:
         return reinterpret_cast<void**>(Put());
     }
 
-    // Asks the held object for another interface; null answers `E_POINTER`.
+    // Asks the held object for another interface; null answers `E_POINTER`. What `other` held is
+    // released afterwards, so that it may be this pointer itself.
     template <class Other>
     [[nodiscard]] Result QueryTo(ObjectPtr<Other>& other) const
     {
         if (mObject == nullptr)
             return E_POINTER;
-        return mObject->QueryInterface(Other::Iid, other.PutVoid());
+        ObjectPtr<Other> answer;
+        const Result result = mObject->QueryInterface(Other::Iid, answer.PutVoid());
+        other = std::move(answer);
+        return result;
     }
 
 private:

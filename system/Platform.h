@@ -18,7 +18,23 @@ namespace Tavrik::tSystem
 
 // Writes one line of diagnostics to the platform's debug output, in one piece, so that the lines of
 // several threads never mix. UTF-8; the text carries its own newline.
+// Somebody who does not listen, or no more, neither stops nor ends the process: after a second the
+// line is dropped, and so are further ones until one gets through.
 void WriteDebugText(const char* text) noexcept;
+
+// While it lives, nobody ends this thread from outside: it would be unwound out of the middle of a
+// line. Where threads are not ended so, it does nothing.
+class CNoCancellation
+{
+public:
+    CNoCancellation() noexcept;
+    ~CNoCancellation();
+    CNoCancellation(const CNoCancellation&) = delete;
+    CNoCancellation& operator=(const CNoCancellation&) = delete;
+
+private:
+    int mFormer = 0;
+};
 
 // What joins a folder and a name. Both slash and backslash separate in a given path, everywhere.
 extern const wchar_t PathSeparator;
@@ -109,14 +125,13 @@ class CLibrary
 public:
     CLibrary() noexcept = default;
     CLibrary(CLibrary&& other) noexcept
-        : mHandle(std::exchange(other.mHandle, nullptr)), mFailure(other.mFailure)
     {
+        Swap(other);
     }
     CLibrary& operator=(CLibrary&& other) noexcept
     {
         CLibrary moved(std::move(other));
-        std::swap(mHandle, moved.mHandle);
-        mFailure = moved.mFailure;
+        Swap(moved);
         return *this;
     }
     CLibrary(const CLibrary&) = delete;
@@ -137,6 +152,12 @@ public:
         return mFailure;
     }
 
+    // The same in the system's own words; empty where it has none.
+    [[nodiscard]] const std::string& FailureText() const noexcept
+    {
+        return mFailureText;
+    }
+
     // Unloads the library; without other users its file is no longer mapped afterwards.
     void Close() noexcept;
 
@@ -149,8 +170,16 @@ public:
     [[nodiscard]] void* Find(const char* name) const noexcept;
 
 private:
+    void Swap(CLibrary& other) noexcept
+    {
+        std::swap(mHandle, other.mHandle);
+        std::swap(mFailure, other.mFailure);
+        mFailureText.swap(other.mFailureText);
+    }
+
     void* mHandle = nullptr;
     ELoadFailure mFailure = ELoadFailure::None;
+    std::string mFailureText;
 };
 
 // Lists the entries of one folder that match a pattern, in the order of the platform's listing.
@@ -185,7 +214,7 @@ public:
         return mLastError;
     }
 
-    // Whether memory ran out.
+    // Whether what failed is a shortage of memory, and no fault of the folder.
     [[nodiscard]] bool IsShortage() const noexcept;
 
 private:
@@ -201,13 +230,14 @@ namespace Tavrik::Ossira
 
 // What the platform's library entry (the entry sources of the platform folder, linked into every
 // module and into the runtime) calls when the library is attached to and detached from a process.
-// The entry switches thread notifications off.
+// It tells of threads only where their end gives something back.
 
-// `module` is the platform's handle of the library, or null. False refuses the load.
-[[nodiscard]] bool AttachLibrary(void* module) noexcept;
+// False refuses the load. All of it is attached then, or nothing.
+[[nodiscard]] bool AttachLibrary() noexcept;
 
-// `processEnds`: the process is ending. Its other threads are gone, maybe while they held locks, or
-// run on, as the platform has it; modules may be torn down already. Then nothing is released.
+// Gives back whatever is there, also after an attach that failed. `processEnds`: the process is
+// ending. Its other threads are gone, maybe while they held locks, or run on, as the platform has
+// it; modules may be torn down already. Then nothing is released.
 void DetachLibrary(bool processEnds) noexcept;
 
 } // namespace Tavrik::Ossira

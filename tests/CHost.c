@@ -85,6 +85,9 @@ int main(int argumentCount, char** arguments)
     EXPECT((*factory)->get_object(factory, &IidValue, &IidValue, (void**)&counter) < 0);
     EXPECT((*factory)->get_object(factory, &ClsidCounter, &IidCounter, (void**)&counter) == 0);
     EXPECT((*counter)->count(counter) == 1 && (*counter)->count(counter) == 2);
+    void* none = counter;
+    EXPECT((*counter)->query_interface(counter, NULL, &none) < 0 && none == NULL);
+    EXPECT((*counter)->query_interface(counter, NULL, NULL) < 0);
     EXPECT((*counter)->add_ref(counter) == 2 && (*counter)->release(counter) == 1);
     EXPECT((*counter)->release(counter) == 0);
     (*factory)->release(factory);

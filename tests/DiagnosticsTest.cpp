@@ -4,6 +4,7 @@
 #include "OssiraFrame.h"
 #include "TestTools.h"
 
+#include <chrono>
 #include <stdexcept>
 
 namespace Tavrik::Ossira::tTest
@@ -101,6 +102,142 @@ TEST(Diagnostics, TheObserverInPlaceDecidesWhatIsPrinted)
     EXPECT_EQ(ReferencesOn(*host), 1u);
 }
 
+// In place while it lives. Whatever it is called for, it causes a line, which calls it again.
+class Meddler final : public IObserverPrint
+{
+public:
+    Meddler()
+    {
+        GetGlobalObserver(mFormer.Put());
+        EXPECT_EQ(SetGlobalObserver(this), S_OK);
+    }
+
+    ~Meddler()
+    {
+        EXPECT_EQ(SetGlobalObserver(mFormer.Get()), S_OK);
+        EXPECT_EQ(References, 0);
+    }
+
+    void Meddle()
+    {
+        if (IsMeddling)
+            return;
+        IsMeddling = true;
+        DebugOutput(PRINT_ERROR, SomePlace, "meddling\n");
+        EXPECT_EQ(CurrentLevelMask(), PRINT_ERROR);
+        IsMeddling = false;
+    }
+
+    Result QueryInterface(const IID&, void**) override
+    {
+        return E_NOINTERFACE;
+    }
+
+    std::uint32_t AddRef() override
+    {
+        Meddle();
+        return static_cast<std::uint32_t>(++References);
+    }
+
+    std::uint32_t Release() override
+    {
+        Meddle();
+        return static_cast<std::uint32_t>(--References);
+    }
+
+    std::uint32_t GetLevelMask() override
+    {
+        Meddle();
+        if (ThrowsForItsMask && !IsMeddling)
+            throw std::runtime_error("no mask");
+        return PRINT_ERROR;
+    }
+
+    Result SetLevelMask(std::uint32_t, std::uint32_t) override
+    {
+        return E_NOTIMPL;
+    }
+
+    Result Print(std::uint32_t, const SourceLocation*, const char*, std::va_list) override
+    {
+        ++Lines;
+        if (EndsItsThread)
+            EndThisThread();
+        return S_OK;
+    }
+
+    bool IsMeddling = false;
+    bool ThrowsForItsMask = false;
+    bool EndsItsThread = false;
+    int References = 0;
+    int Lines = 0;
+
+private:
+    ObjectPtr<IObserverPrint> mFormer;
+};
+
+TEST(Diagnostics, AnObserverMayCauseLinesWhateverItIsCalledForAndThrow)
+{
+    Meddler observer;
+    EXPECT_EQ(SetGlobalObserver(&observer), S_OK);
+    EXPECT_EQ(observer.References, 1);
+    EXPECT_EQ(CurrentLevelMask(), PRINT_ERROR);
+    observer.Lines = 0;
+    DebugOutput(PRINT_ERROR, SomePlace, "one\n");
+    EXPECT_GT(observer.Lines, 1);
+    observer.ThrowsForItsMask = true;
+    EXPECT_EQ(CurrentLevelMask(), 0u);
+    EXPECT_EQ(Make<IValue>(CLSID_Value)->GetType(nullptr), E_POINTER);
+}
+
+TEST(Diagnostics, AnEndingThreadPassesTheBoundariesAndLeavesItsLinesWhole)
+{
+    if (!ThreadsEndByUnwinding)
+        GTEST_SKIP();
+    bool isBehind = false;
+    {
+        Meddler observer;
+        observer.EndsItsThread = true;
+        std::thread(
+            [&]
+            {
+                const auto value = Make<IValue>(CLSID_Value);
+                (void)value->GetType(nullptr);
+                isBehind = true;
+            })
+            .join();
+        EXPECT_FALSE(isBehind);
+    }
+    EXPECT_EQ(GetExceptionOpenCount(), 0);
+
+    const DiagnosticsCapture capture;
+    std::thread(
+        [&]
+        {
+            CancelThisThread();
+            DebugOutput(PRINT_ERROR, SomePlace, "whole\n");
+            isBehind = true;
+        })
+        .join();
+    EXPECT_TRUE(isBehind);
+    EXPECT_EQ(capture.CountLinesWith("-ERROR- whole"), 1u);
+}
+
+TEST(Diagnostics, ADebugOutputThatNobodyReadsNeitherEndsNorStopsTheProcess)
+{
+    const auto begin = std::chrono::steady_clock::now();
+    for (const bool isFull : {false, true})
+    {
+        const CBrokenDebugOutput broken(isFull);
+        for (int line = 0; line < 20; ++line)
+            DebugOutputF("lost\n");
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+    const DiagnosticsCapture capture;
+    DebugOutputF("heard again\n");
+    EXPECT_EQ(capture.Text(), "heard again\n");
+}
+
 // --- Checks and boundaries ---------------------------------------------------------------------
 
 Result AnswerOf(void (*thrower)())
@@ -128,6 +265,9 @@ TEST(Checks, WhateverIsThrownEndsAsACodeAndOneLine)
     REPORTS(AnswerOf([] { throw std::runtime_error("broken"); }), E_UNEXPECTED,
             "\a0x8000ffff broken: Catastrophic failure");
     EXPECT_EQ(GetExceptionOpenCount(), 0);
+    const char* const first = ErrorText(unknown);
+    EXPECT_STREQ(ErrorText(unknown + 1), "0x80abcdf0");
+    EXPECT_STREQ(first, "0x80abcdef") << "each has a place of its own";
 }
 
 TEST(Checks, AFailingCallIsMadeTwiceAndTheRepeatCounts)

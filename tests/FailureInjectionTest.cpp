@@ -241,7 +241,7 @@ bool Try(const Operation& operation, std::int64_t which, Shortage shortage)
 std::int64_t StartAfresh()
 {
     DetachLibrary(false);
-    EXPECT_TRUE(AttachLibrary(nullptr) && SingletonRegistry());
+    EXPECT_TRUE(AttachLibrary() && SingletonRegistry());
     return LiveAllocations();
 }
 
@@ -269,15 +269,22 @@ TEST(FailureInjection, ALibraryIsAttachedAndHasItsSingletonOrIsNot)
 {
     DetachLibrary(false);
     bool hasFailed = true;
+    const std::int64_t allocations = LiveAllocations();
     for (std::int64_t which = 0; hasFailed && !HasFailure(); ++which)
     {
+        EXPECT_EQ(LiveAllocations(), allocations) << "memory leaked";
         const DiagnosticsCapture capture;
         ObjectPtr<ISingleton> singletons;
         FailingMemory memory(which, Shortage::FromThenOn);
-        const Result result = AttachLibrary(nullptr)
-                                  ? CreateObject(CLSID_GlobalSingleton, singletons)
-                                  : E_OUTOFMEMORY;
+        const bool isAttached = AttachLibrary();
+        const Result result =
+            isAttached ? CreateObject(CLSID_GlobalSingleton, singletons) : E_OUTOFMEMORY;
         hasFailed = memory.Stop();
+        ObjectPtr<IObserverPrint> observer;
+        EXPECT_EQ(GetGlobalObserver(observer.Put()), isAttached ? S_OK : E_ACCESSDENIED);
+        EXPECT_EQ(static_cast<bool>(observer), isAttached);
+        observer.Reset();
+        EXPECT_TRUE(isAttached || ModuleServer() == nullptr);
         // The list of live objects, where it is kept, can do without its memory.
         EXPECT_TRUE(result == S_OK || (hasFailed && result == E_OUTOFMEMORY)) << which;
         EXPECT_TRUE(result != S_OK || CurrentLevelMask() == PRINT_ERROR) << which;
@@ -285,7 +292,7 @@ TEST(FailureInjection, ALibraryIsAttachedAndHasItsSingletonOrIsNot)
         singletons.Reset();
         DetachLibrary(false);
     }
-    EXPECT_TRUE(AttachLibrary(nullptr));
+    EXPECT_TRUE(AttachLibrary());
 }
 
 } // namespace

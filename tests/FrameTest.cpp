@@ -1,5 +1,6 @@
 // The component server, the module exports and the library's front door, seen from inside: these
 // tests are the library, with classes of their own in its class table.
+#include "ComServer.h"
 #include "DiagnosticsCapture.h"
 #include "FailingMemory.h"
 #include "Library.h"
@@ -20,6 +21,7 @@ namespace
 constexpr GUID Nobody = {0x12345678, 0, 0, {}};
 
 OSSIRA_CLASS(T_Sample, "Sample")
+OSSIRA_CLASS_AS(T_Sample, Numbered(1, 4), "On the same line")
 OSSIRA_BOOTSTRAP(T_Sample::ClassId, BootstrapRegistryStartup_Level1, Nobody, "Sample")
 
 TEST(ModuleExports, ListTheClassesAndRefuseAWrongRange)
@@ -81,6 +83,85 @@ TEST(ModuleExports, AnswerACreationWithItsCodeAndLineAndLeaveNothingBehind)
             " obtained [Build-DynLib]");
 }
 
+// --- Classes that misbehave while they are created ----------------------------------------------
+
+struct T_Troubled : ISample, COssiraUnknown
+{
+    static constexpr CLSID ClassId = GUID_Null;
+};
+
+struct T_HoldsItself : T_Troubled
+{
+    OSSIRA_INTERFACES(ISample)
+    T_HoldsItself()
+    {
+        const ObjectPtr<IUnknown> self(PrivateUnknown());
+    }
+};
+
+struct T_FailsAsBuilt : T_Troubled
+{
+    OSSIRA_INTERFACES(ISample)
+    T_FailsAsBuilt()
+    {
+        OSSIRA_THROW(E_ABORT, "no ground to build on");
+    }
+};
+
+struct T_ThrowsWhenAsked : T_Troubled
+{
+    Result InternalQueryInterface(const IID&, void**) override
+    {
+        OSSIRA_THROW(E_ABORT, "not to be asked");
+    }
+};
+
+struct T_AnswersNothing : T_Troubled
+{
+    Result InternalQueryInterface(const IID&, void** out) override
+    {
+        *out = nullptr;
+        return S_OK;
+    }
+};
+
+static_assert(tDetail::HasNullClassId<T_Troubled>() && !tDetail::HasNullClassId<T_Sample>());
+static_assert(
+    std::is_constructible_v<BootstrapRecord, const GUID&, const GUID&, const GUID&, const char*> &&
+    !std::is_constructible_v<BootstrapRecord, const GUID&, GUID, const GUID&, const char*>);
+
+TEST(ComServer, AClassThatMisbehavesWhileItIsCreatedGetsItsCodeAndLineAndLeavesNothing)
+{
+    const std::tuple<ClassCreator, Result, const char*> cases[] = {
+        {&CreateInstance<T_HoldsItself>, S_OK, ""},
+        {&CreateInstance<T_FailsAsBuilt>, E_OUTOFMEMORY, " no ground to build on: Operation abor"},
+        {&CreateInstance<T_ThrowsWhenAsked>, E_ABORT, " not to be asked: Operation aborted"},
+        {&CreateInstance<T_AnswersNothing>, E_UNEXPECTED, ""},
+    };
+    const std::uint32_t before = GetObjectOpenCount();
+    for (const auto& [creator, code, line] : cases)
+    {
+        ClassEntry entry = *ModuleServer()->FindClass(T_Sample::ClassId);
+        entry.Creator = creator;
+        ObjectPtr<ISample> object;
+        REPORTS(ModuleServer()->CreateObject(&entry, Nobody, ISample::Iid, object.PutVoid()), code,
+                line);
+        EXPECT_EQ(static_cast<bool>(object), code == S_OK);
+        EXPECT_EQ(GetObjectOpenCount(), before + (object ? 1 : 0));
+    }
+    EXPECT_EQ(GetExceptionOpenCount(), 0);
+}
+
+TEST(Library, CountsAnObjectThatWasMadeBeforeAttaching)
+{
+    const std::uint32_t before = GetObjectOpenCount();
+    DetachLibrary(false);
+    const auto early = MakeObject<T_Sample>();
+    EXPECT_TRUE(AttachLibrary());
+    EXPECT_EQ(DllCanUnloadNow(), S_FALSE);
+    EXPECT_GT(GetObjectOpenCount() + 1, before); // the singleton went
+}
+
 TEST(ModuleExports, DenyAccessWithoutAServer)
 {
     DetachLibrary(false);
@@ -97,19 +178,33 @@ TEST(ModuleExports, DenyAccessWithoutAServer)
     REPORTS(CreateClassObject(&CLSID_Value, &IID_IUnknown, &out), E_ACCESSDENIED,
             "\aOssira: CreateClassObject: gbComServer not available: Access Denied [Build-DynLib]");
     EXPECT_EQ(GetObjectOpenCount(), 0u);
-    EXPECT_TRUE(AttachLibrary(nullptr));
+    EXPECT_TRUE(AttachLibrary());
 }
+
+// Makes an object when it is asked for something, and lets another one die.
+struct T_Restless : T_Troubled
+{
+    Result InternalQueryInterface(const IID& iid, void** out) override
+    {
+        Victim = MakeObject<T_Sample>();
+        return AnswerInterfaces<ISample>(this, iid, out);
+    }
+
+    ObjectPtr<CComInstanceNoLock<T_Sample>> Victim = MakeObject<T_Sample>();
+};
 
 TEST(Library, ListsTheObjectsThatAreStillAliveAtDetach)
 {
+    const auto restless = MakeObject<T_Restless>();
     auto named = Make<IObjectName>(T_Sample::ClassId);
     EXPECT_EQ(named->SetObjectName("forgotten"), S_OK);
     const DiagnosticsCapture capture;
     DetachLibrary(false);
     named.Reset(); // it dies unattended, so that the next server does not miss it
-    EXPECT_TRUE(AttachLibrary(nullptr));
-    const std::regex list("\aComServer ALive Objects:\n"
-                          "  0x[0-9a-f]{8}: \"forgotten\" Sample " SAMPLE " \\(1 cnt\\)\n\n");
+    EXPECT_TRUE(AttachLibrary());
+    const std::regex list("\aComServer ALive Objects:\n(  0x[^\n]*\n)*"
+                          "  0x[0-9a-f]{8}: \"forgotten\" Sample " SAMPLE " \\(1 cnt\\)\n"
+                          "(  0x[^\n]*\n)*\n");
     EXPECT_TRUE(OSSIRA_TRACK_OBJECTS == 0 || std::regex_match(capture.Text(), list))
         << capture.Text();
 }
@@ -131,7 +226,7 @@ TEST(Library, ConcurrentFirstRequestsEndWithOneSingleton)
     for (int round = 0; round < 50; ++round)
     {
         DetachLibrary(false);
-        ASSERT_TRUE(AttachLibrary(nullptr));
+        ASSERT_TRUE(AttachLibrary());
         const std::uint32_t before = GetObjectOpenCount();
         std::vector<ObjectPtr<ISingleton>> got(8);
         InThreads(8, [&](std::uint32_t number)

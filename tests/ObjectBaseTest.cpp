@@ -81,6 +81,16 @@ TEST(ObjectBase, AnAggregatedObjectCountsAndAnswersThroughItsOwner)
     EXPECT_EQ(T_Sample::Deaths, 1);
 }
 
+TEST(ObjectBase, APointerMayAskItsObjectAndTakeTheAnswerItself)
+{
+    T_Sample::Deaths = 0;
+    auto pointer = ObjectPtr<ISample>(MakeObject<T_Sample>().Detach());
+    pointer->Release();
+    EXPECT_EQ(pointer.QueryTo(pointer), S_OK);
+    EXPECT_EQ(T_Sample::Deaths, 0);
+    EXPECT_EQ(ReferencesOn(*pointer), 1u);
+}
+
 TEST(ObjectBase, ANameIsCutToTheBufferAndAClassNameIsNot)
 {
     const auto sample = MakeObject<T_Sample>();

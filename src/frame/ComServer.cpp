@@ -27,6 +27,19 @@ constinit const ClassEntry* gClassListHead = nullptr;
     return static_cast<std::size_t>(((halves[0] ^ halves[1]) * 0x9E3779B97F4A7C15u) >> 32);
 }
 
+// Leaves the name empty when the object has none, or throws.
+template <std::size_t Size>
+void AskName(IUnknown& object, char (&name)[Size])
+try
+{
+    ObjectPtr<IObjectName> objectName;
+    if (Succeeded(object.QueryInterface(IID_IObjectName, objectName.PutVoid())) && objectName)
+        objectName->GetObjectName(name, static_cast<std::int32_t>(Size - 1));
+}
+catch (const std::exception&)
+{
+}
+
 } // namespace
 
 ClassEntry::ClassEntry(const CLSID& clsid, ClassCreator creator, const char* text) noexcept
@@ -35,9 +48,10 @@ ClassEntry::ClassEntry(const CLSID& clsid, ClassCreator creator, const char* tex
     gClassListHead = this;
 }
 
-CComServer::CComServer() noexcept
+CComServer* CComServer::Create() noexcept
 {
-    BuildClassTable();
+    std::unique_ptr<CComServer> server(new (std::nothrow) CComServer);
+    return server != nullptr && server->BuildClassTable() ? server.release() : nullptr;
 }
 
 const ClassEntry* CComServer::ClassListHead() noexcept
@@ -45,13 +59,8 @@ const ClassEntry* CComServer::ClassListHead() noexcept
     return gClassListHead;
 }
 
-void CComServer::BuildClassTable() noexcept
+bool CComServer::BuildClassTable() noexcept
 {
-    mSortedClasses.reset();
-    mClassIndex.reset();
-    mClassCount = 0;
-    mListHeadSeen = gClassListHead;
-
     std::uint32_t count = 0;
     for (const ClassEntry* entry = gClassListHead; entry != nullptr; entry = entry->Next)
         ++count;
@@ -60,7 +69,7 @@ void CComServer::BuildClassTable() noexcept
     std::unique_ptr<const ClassEntry*[]> sorted(new (std::nothrow) const ClassEntry*[count]());
     std::unique_ptr<const ClassEntry*[]> index(new (std::nothrow) const ClassEntry*[slots]());
     if (sorted == nullptr || index == nullptr)
-        return;
+        return false;
 
     std::uint32_t filled = 0;
     for (const ClassEntry* entry = gClassListHead; entry != nullptr; entry = entry->Next)
@@ -79,6 +88,8 @@ void CComServer::BuildClassTable() noexcept
     mClassIndex = std::move(index);
     mClassIndexMask = slots - 1;
     mClassCount = count;
+    mListHeadSeen = gClassListHead;
+    return true;
 }
 
 const ClassEntry* CComServer::FindClass(const CLSID& clsid) noexcept
@@ -99,9 +110,51 @@ Result CComServer::GetClassObject(const CLSID& clsid, const IID& iid, void** out
     return CreateObject(FindClass(clsid), clsid, iid, out);
 }
 
+// A new object in the hands of whoever creates it.
+class CComServer::CNewObject
+{
+public:
+    explicit CNewObject(COssiraUnknown& object) noexcept : mObject(object)
+    {
+        mObject.TakeFirstReference();
+    }
+
+    CNewObject(const CNewObject&) = delete;
+    CNewObject& operator=(const CNewObject&) = delete;
+
+    ~CNewObject()
+    {
+        if (mObject.DropFirstReference(mIsAnswered) == 0)
+            delete &mObject;
+    }
+
+    // The answer is the class's own code, and it may be wrong: success comes with an interface.
+    Result Ask(const IID& iid, void** out)
+    {
+        *out = nullptr;
+        const Result result = Query(iid, out);
+        mIsAnswered = Succeeded(result) && *out != nullptr;
+        if (!mIsAnswered)
+            *out = nullptr;
+        return Succeeded(result) && !mIsAnswered ? E_UNEXPECTED : result;
+    }
+
+private:
+    Result Query(const IID& iid, void** out)
+    try
+    {
+        return mObject.NonDelegatingQueryInterface(iid, out);
+    }
+    OSSIRA_CATCH_RETURN
+
+    COssiraUnknown& mObject;
+    bool mIsAnswered = false;
+};
+
 Result CComServer::CreateObject(const ClassEntry* entry, const CLSID& clsid, const IID& iid,
                                 void** out)
 {
+    tSystem::CheckForeignCall();
     const std::uint32_t mask = CurrentLevelMask();
     if (entry == nullptr)
     {
@@ -119,15 +172,15 @@ Result CComServer::CreateObject(const ClassEntry* entry, const CLSID& clsid, con
         return result;
     }
 
-    object->TakeFirstReference();
-    result = object->NonDelegatingQueryInterface(iid, out);
-    if (Failed(result))
     {
-        OSSIRA_PRINT(mask, PRINT_WARN, "No such interface available: %s - CLSID %s, IID %s\n",
-                     entry->Text, CGuidText(clsid).Text(), CGuidText(iid).Text());
+        CNewObject newObject(*object);
+        result = newObject.Ask(iid, out);
+        if (Failed(result))
+        {
+            OSSIRA_PRINT(mask, PRINT_WARN, "No such interface available: %s - CLSID %s, IID %s\n",
+                         entry->Text, CGuidText(clsid).Text(), CGuidText(iid).Text());
+        }
     }
-    if (object->DropFirstReference(Succeeded(result)) == 0)
-        delete object;
     if (Succeeded(result))
     {
         OSSIRA_PRINT(mask, PRINT_TRACE, "Object 0x%x created; %s - CLSID: %s IID: %s\n",
@@ -138,12 +191,12 @@ Result CComServer::CreateObject(const ClassEntry* entry, const CLSID& clsid, con
 
 Result CComServer::CanUnloadNow()
 {
-    return mOpenObjectCount.load() != 0 ? S_FALSE : S_OK;
+    return sOpenObjectCount.load() != 0 ? S_FALSE : S_OK;
 }
 
 Result CComServer::GetOpenObjectCount()
 {
-    return static_cast<Result>(mOpenObjectCount.load());
+    return static_cast<Result>(sOpenObjectCount.load());
 }
 
 Result CComServer::GetClassCount()
@@ -179,25 +232,29 @@ Result CComServer::GetClassObjectInfo(std::uint32_t index, char* buffer, std::ui
 
 Result CComServer::AddObject(IUnknown* privateUnknown, const CLSID& clsid)
 {
-    mOpenObjectCount.fetch_add(1, std::memory_order_relaxed);
-    if (mTrackObjects) [[unlikely]]
+    CountObject();
+    if constexpr (TracksObjects)
         Track(privateUnknown, clsid);
     return S_OK;
 }
 
 Result CComServer::RemoveObject(IUnknown* privateUnknown)
 {
-    if (mTrackObjects) [[unlikely]]
+    if constexpr (TracksObjects)
         Untrack(privateUnknown);
-    mOpenObjectCount.fetch_sub(1, std::memory_order_release);
+    UncountObject();
     return S_OK;
 }
 
 void CComServer::Track(IUnknown* privateUnknown, const CLSID& clsid) noexcept
 try
 {
-    const tSystem::CLockGuard guard(mLock);
-    if (!mLiveObjects.emplace(privateUnknown, clsid).second)
+    bool isNew = false;
+    {
+        const tSystem::CLockGuard guard(mLock);
+        isNew = mLiveObjects.emplace(privateUnknown, clsid).second;
+    }
+    if (!isNew)
         DebugOutputF("\aCComServer::AddObject: Object already exists\n");
 }
 catch (const std::bad_alloc&)
@@ -216,20 +273,46 @@ Result CComServer::IsForeignClass(const CLSID& clsid)
     return FindClass(clsid) == nullptr ? 1 : 0;
 }
 
+IUnknown* CComServer::NextLiveObject(IUnknown* behind, bool processEnds, CLSID& clsid,
+                                     std::int32_t& count) noexcept
+{
+    std::unique_lock guard(mLock, std::defer_lock);
+    if (!processEnds)
+        guard.lock();
+    constexpr int patience = 1000; // for a thread that runs on and will give it back
+    for (int attempt = 0; !guard.owns_lock() && attempt < patience && !guard.try_lock(); ++attempt)
+        tSystem::Pause();
+    if (!guard.owns_lock())
+        return nullptr;
+    for (auto at = mLiveObjects.upper_bound(behind); at != mLiveObjects.end(); ++at)
+    {
+        // Where other threads still run, one of them may have given back the last reference a
+        // moment ago; that object is as good as gone.
+        count = static_cast<std::int32_t>(at->first->AddRef()) - 1;
+        if (count <= 0)
+            continue;
+        clsid = at->second;
+        return at->first;
+    }
+    return nullptr;
+}
+
+// No spin word is held while an object is asked for its name: it may make other objects and end
+// some. Each is looked up anew, and no more of them than there were.
 void CComServer::DumpLiveObjects(bool processEnds) noexcept
 {
-    const std::unique_lock guard(mLock, std::try_to_lock);
-    if (!guard.owns_lock())
-        return;
     // Objects ask for their names under this lock; without it the names stay out.
     const std::unique_lock nameGuard(GlobalCriticalSection(), std::try_to_lock);
 
+    CLSID clsid = {};
+    std::int32_t count = 0;
     bool isFirst = true;
-    for (const auto& [object, clsid] : mLiveObjects)
+    IUnknown* object = nullptr;
+    for (std::uint32_t left = sOpenObjectCount; left > 0; --left)
     {
-        // Where other threads still run, one of them may have given back the last reference a
-        // moment ago: the one taken here stays, or the object would be destroyed twice.
-        const std::int32_t count = static_cast<std::int32_t>(object->AddRef()) - 1;
+        object = NextLiveObject(object, processEnds, clsid, count);
+        if (object == nullptr)
+            break;
         if (processEnds && IsHeldByLibrary(object))
             continue;
         if (isFirst)
@@ -237,11 +320,8 @@ void CComServer::DumpLiveObjects(bool processEnds) noexcept
         isFirst = false;
 
         char name[256] = {};
-        ObjectPtr<IObjectName> objectName;
-        if (nameGuard.owns_lock() &&
-            Succeeded(object->QueryInterface(IID_IObjectName, objectName.PutVoid())))
-            objectName->GetObjectName(name, 255);
-        objectName.Reset();
+        if (nameGuard.owns_lock())
+            AskName(*object, name);
         if (!processEnds)
             object->Release();
 

@@ -50,7 +50,8 @@ public:
 class CComServer final : public OssiraComServer
 {
 public:
-    CComServer() noexcept;
+    // Null when memory is exhausted.
+    [[nodiscard]] static CComServer* Create() noexcept;
 
     void Destroy() override;
     Result GetClassObject(const CLSID& clsid, const IID& iid, void** out) override;
@@ -63,23 +64,39 @@ public:
     Result AddObject(IUnknown* privateUnknown, const CLSID& clsid) override;
     Result IsForeignClass(const CLSID& clsid) override;
 
+    // What `AddObject` and `RemoveObject` do while there is no server.
+    static void CountObject() noexcept
+    {
+        sOpenObjectCount.fetch_add(1, std::memory_order_relaxed);
+    }
+
+    static void UncountObject() noexcept
+    {
+        sOpenObjectCount.fetch_sub(1, std::memory_order_release);
+    }
+
     // The class's entry, or null.
     [[nodiscard]] const ClassEntry* FindClass(const CLSID& clsid) noexcept;
 
     // As `GetClassObject`, for a class that was looked up already; a null entry is an unknown one.
     Result CreateObject(const ClassEntry* entry, const CLSID& clsid, const IID& iid, void** out);
 
-    // Writes the list of live objects. Skips it when a thread that is gone holds the lock.
+    // Writes the list of live objects; it ends where a thread that is gone holds the lock.
     void DumpLiveObjects(bool processEnds) noexcept;
 
 private:
-    // The table is built when the server is made, and again should further entries be linked.
-    void BuildClassTable() noexcept;
+    class CNewObject;
+
+    CComServer() = default;
+
+    // The table is built when the server is made, and again should further entries be linked. False
+    // when memory is exhausted: the former one stays.
+    [[nodiscard]] bool BuildClassTable() noexcept;
 
     void BuildClassTableIfStale() noexcept
     {
         if (mListHeadSeen != ClassListHead()) [[unlikely]]
-            BuildClassTable();
+            static_cast<void>(BuildClassTable());
     }
 
     [[nodiscard]] static const ClassEntry* ClassListHead() noexcept;
@@ -88,7 +105,15 @@ private:
     [[gnu::noinline]] void Track(IUnknown* privateUnknown, const CLSID& clsid) noexcept;
     [[gnu::noinline]] void Untrack(IUnknown* privateUnknown) noexcept;
 
-    std::atomic<std::uint32_t> mOpenObjectCount = 0;
+    // The next live object behind one, with a reference added to it; null at the end. How many it
+    // had before is told.
+    [[nodiscard]] IUnknown* NextLiveObject(IUnknown* behind, bool processEnds, CLSID& clsid,
+                                           std::int32_t& count) noexcept;
+
+    // Of the module rather than of its server, because static objects are made before it and die
+    // after it.
+    static constinit inline std::atomic<std::uint32_t> sOpenObjectCount = 0;
+
     tSystem::CFastCriticalSection mLock; // guards mLiveObjects
     std::uint32_t mClassCount = 0;
     std::unique_ptr<const ClassEntry*[]> mSortedClasses; // by the bytes of the identifier
@@ -97,7 +122,7 @@ private:
     const ClassEntry* mListHeadSeen = nullptr;
     std::map<IUnknown*, CLSID> mLiveObjects;
     // A build option, on in debug builds: every birth and death then takes the lock.
-    const bool mTrackObjects = OSSIRA_TRACK_OBJECTS != 0;
+    static constexpr bool TracksObjects = OSSIRA_TRACK_OBJECTS != 0;
 };
 
 // This module's server; null before attach and after detach.

@@ -1,8 +1,8 @@
 // The client side of the diagnostics channel, compiled into every module: lines go to the observer
 // that the runtime keeps, exceptions are made by the runtime, so that it can count them. All
 // formatting uses buffers on the stack; nothing here needs the heap.
-#include "OssiraFrame.h"
-#include "Platform.h"
+#include "ForcedUnwind.h"
+#include "Library.h"
 #include "TextFormat.h"
 
 #include <cstdio>
@@ -24,26 +24,52 @@ void WriteUnfiltered(const char* format, std::va_list arguments) noexcept
     tSystem::WriteDebugText(message);
 }
 
-void PrintLine(IObserverPrint& observer, std::uint32_t level, const SourceLocation& location,
-               const char* format, std::va_list arguments) noexcept
+struct ReleaseException
 {
-    try
+    void operator()(IException* exception) const
     {
-        if ((level & observer.GetLevelMask()) != 0)
-            observer.Print(level, &location, format, arguments);
+        exception->Release();
     }
-    catch (...)
+};
+
+// Ends the exception being handled without a word. A thread that ends in the middle goes on ending.
+void DiscardCaught()
+try
+{
+    throw;
+}
+catch (IException* exception)
+{
+    const std::unique_ptr<IException, ReleaseException> owner(exception); // which may be null
+}
+catch (const tSystem::ForcedUnwind&)
+{
+    throw;
+}
+catch (...)
+{
+}
+
+void PrintLine(IObserverPrint& observer, std::uint32_t level, const SourceLocation& location,
+               const char* format, std::va_list arguments)
+try
+{
+    if ((level & observer.GetLevelMask()) != 0)
     {
-        // An observer that throws has no channel to say so on.
-        DiscardCaught();
+        const tSystem::CNoCancellation whole;
+        observer.Print(level, &location, format, arguments);
     }
+}
+catch (...)
+{
+    DiscardCaught(); // an observer that throws has no channel to say so on
 }
 
 constexpr const char* ErrorLine = "\a0x%x %s: %s\n";
 
 // Something that is no exception object of ours was thrown: it has no place of its own, so the
 // line is located where it was caught.
-Result ReportForeign(const SourceLocation& location, Result code, const char* what) noexcept
+Result ReportForeign(const SourceLocation& location, Result code, const char* what)
 {
     if ((CurrentLevelMask() & PRINT_ERROR) != 0)
     {
@@ -78,11 +104,53 @@ constexpr ErrorTextEntry ErrorTexts[] = {
     {E_DISPOSED, "An operation is performed on a disposed object"},
 };
 
+// The text of a code that is not in the table. Each is made once and stays.
+class CUnknownCode
+{
+public:
+    // Null when the place is another code's, or when another thread is just about to fill it.
+    const char* TextFor(Result code) noexcept
+    {
+        if (State expected = Free; mState.compare_exchange_strong(expected, Filling))
+        {
+            mCode = code;
+            std::snprintf(mText, sizeof mText, "0x%08x", static_cast<unsigned>(code));
+            mState.store(Filled);
+        }
+        return mState.load() == Filled && mCode == code ? mText : nullptr;
+    }
+
+private:
+    enum State : std::uint8_t
+    {
+        Free,
+        Filling,
+        Filled
+    };
+
+    std::atomic<State> mState = Free;
+    Result mCode = 0;
+    char mText[11] = {};
+};
+
+constinit CUnknownCode gUnknownCodes[256];
+
 } // namespace
 
-void DebugOutput(std::uint32_t level, const SourceLocation& location, const char* format,
-                 ...) noexcept
+std::uint32_t LevelMaskOf(IObserverPrint* observer)
+try
 {
+    return observer == nullptr ? 0 : observer->GetLevelMask();
+}
+catch (...)
+{
+    DiscardCaught();
+    return 0;
+}
+
+void DebugOutput(std::uint32_t level, const SourceLocation& location, const char* format, ...)
+{
+    tSystem::CheckForeignCall();
     ObjectPtr<IObserverPrint> observer;
     GetGlobalObserver(observer.Put());
     std::va_list arguments;
@@ -107,7 +175,7 @@ void DebugOutputF(const char* format, ...) noexcept
     va_end(arguments);
 }
 
-void ReportException(const SourceLocation& location, IException* exception) noexcept
+void ReportException(const SourceLocation& location, IException* exception)
 {
     if ((CurrentLevelMask() & PRINT_ERROR) == 0)
         return;
@@ -129,10 +197,12 @@ const char* ErrorText(Result code) noexcept
         if (entry.Code == code)
             return entry.Text;
     }
-    // One buffer for all unknown codes of a thread: the next one overwrites it.
-    thread_local char unknown[19];
-    std::snprintf(unknown, sizeof unknown, "0x%08x", static_cast<unsigned>(code));
-    return unknown;
+    for (CUnknownCode& place : gUnknownCodes)
+    {
+        if (const char* const text = place.TextFor(code); text != nullptr)
+            return text;
+    }
+    return "Unknown code";
 }
 
 void GuidToText(char (&out)[GuidTextSize], const GUID& guid) noexcept
@@ -163,55 +233,44 @@ void ThrowException(Result code, const SourceLocation& location, const char* tex
     throw NewException(static_cast<std::uint32_t>(code), &location, text);
 }
 
-Result ReportCaught(const SourceLocation& location) noexcept
+Result ReportCaught(const SourceLocation& location)
+try
 {
-    try
-    {
-        throw;
-    }
-    catch (IException* exception)
-    {
-        ReportException(location, exception);
-        if (exception == nullptr)
-            return E_OUTOFMEMORY;
-        const Result code = exception->GetCode();
-        exception->Release();
-        // What was thrown is a failure, whatever it says of itself.
-        return Failed(code) ? code : E_UNEXPECTED;
-    }
-    catch (const std::bad_alloc& error)
-    {
-        return ReportForeign(location, E_OUTOFMEMORY, error.what());
-    }
-    catch (const std::length_error& error)
-    {
-        // More was asked for than any memory holds.
-        return ReportForeign(location, E_OUTOFMEMORY, error.what());
-    }
-    catch (const std::exception& error)
-    {
-        return ReportForeign(location, E_UNEXPECTED, error.what());
-    }
-    catch (...)
-    {
-        return ReportForeign(location, E_UNEXPECTED, "unknown exception");
-    }
+    throw;
 }
-
-void DiscardCaught() noexcept
+catch (IException* exception)
 {
-    try
+    if (exception == nullptr)
     {
-        throw;
+        ReportException(location, nullptr);
+        return E_OUTOFMEMORY;
     }
-    catch (IException* exception)
-    {
-        if (exception != nullptr)
-            exception->Release();
-    }
-    catch (...)
-    {
-    }
+    const std::unique_ptr<IException, ReleaseException> owner(exception);
+    ReportException(location, exception);
+    const Result code = exception->GetCode();
+    // What was thrown is a failure, whatever it says of itself.
+    return Failed(code) ? code : E_UNEXPECTED;
+}
+catch (const std::bad_alloc& error)
+{
+    return ReportForeign(location, E_OUTOFMEMORY, error.what());
+}
+catch (const std::length_error& error)
+{
+    // More was asked for than any memory holds.
+    return ReportForeign(location, E_OUTOFMEMORY, error.what());
+}
+catch (const std::exception& error)
+{
+    return ReportForeign(location, E_UNEXPECTED, error.what());
+}
+catch (const tSystem::ForcedUnwind&)
+{
+    throw;
+}
+catch (...)
+{
+    return ReportForeign(location, E_UNEXPECTED, "unknown exception");
 }
 
 } // namespace Tavrik::Ossira

@@ -17,14 +17,14 @@ namespace
 
 constinit std::atomic<CComServer*> gServer = nullptr;
 constinit std::atomic<ISingleton*> gSingleton = nullptr;
-constinit void* gModule = nullptr;
 constinit const BootstrapRecord* gBootstrapChain = nullptr;
 
 } // namespace
 
-BootstrapRecord::BootstrapRecord(const CLSID& clsid, const GUID& category, const GUID& group,
-                                 const char* text) noexcept
-    : Next(gBootstrapChain), ClassId(&clsid), Category(&category), Group(&group), Text(text)
+BootstrapRecord::BootstrapRecord(tDetail::CLastingGuid clsid, tDetail::CLastingGuid category,
+                                 tDetail::CLastingGuid group, const char* text) noexcept
+    : Next(gBootstrapChain), ClassId(clsid.Get()), Category(category.Get()), Group(group.Get()),
+      Text(text)
 {
     gBootstrapChain = this;
 }
@@ -34,16 +34,20 @@ CComServer* ModuleServer() noexcept
     return gServer.load(std::memory_order_acquire);
 }
 
-void AnnounceBirth(IUnknown* privateUnknown, const CLSID& clsid) noexcept
+void tDetail::AnnounceBirth(IUnknown* privateUnknown, const CLSID& clsid) noexcept
 {
     if (CComServer* const server = ModuleServer(); server != nullptr)
         server->AddObject(privateUnknown, clsid);
+    else
+        CComServer::CountObject();
 }
 
-void AnnounceDeath(IUnknown* privateUnknown) noexcept
+void tDetail::AnnounceDeath(IUnknown* privateUnknown) noexcept
 {
     if (CComServer* const server = ModuleServer(); server != nullptr)
         server->RemoveObject(privateUnknown);
+    else
+        CComServer::UncountObject();
 }
 
 tSystem::CCriticalSection& GlobalCriticalSection() noexcept
@@ -56,20 +60,21 @@ tSystem::CCriticalSection& GlobalCriticalSection() noexcept
     return *section;
 }
 
-bool AttachLibrary(void* module) noexcept
+bool AttachLibrary() noexcept
 {
-    gModule = module;
     static_cast<void>(GlobalCriticalSection()); // made now, while no other thread can be here
+    if (ModuleServer() != nullptr)
+        return true;
+    gServer = CComServer::Create();
     if (ModuleServer() == nullptr)
     {
-        gServer = new (std::nothrow) CComServer;
-        if (ModuleServer() == nullptr)
-        {
-            DebugOutputF("\aOssira: CreateComServer failed - fatal [Build-DynLib]\n");
-            return false;
-        }
+        DebugOutputF("\aOssira: CreateComServer failed - fatal [Build-DynLib]\n");
+        return false;
     }
-    return Succeeded(OnAttached());
+    if (Succeeded(OnAttached()))
+        return true;
+    DetachLibrary(false); // attached halfway is not attached
+    return false;
 }
 
 void DetachLibrary(bool processEnds) noexcept

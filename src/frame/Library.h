@@ -32,6 +32,10 @@ ISingleton** GetSingleton(ISingleton** out);
 // Files every class of the module's bootstrap chain with a CLSID registry.
 Result Library_BootstrapRegisterChain(IUnknown* registry);
 
+// The levels that an observer prints; 0 for none, and for one that throws. Foreign: call it while
+// no spin word is held.
+[[nodiscard]] std::uint32_t LevelMaskOf(IObserverPrint* observer);
+
 // --- What the runtime does in one way and a component module in another ------------------------
 
 // The runtime makes the one singleton; a module asks the runtime for it.

@@ -6,11 +6,11 @@
 namespace Tavrik::Ossira
 {
 
-std::uint32_t CurrentLevelMask() noexcept
+std::uint32_t CurrentLevelMask()
 {
     ObjectPtr<IObserverPrint> observer;
     GetGlobalObserver(observer.Put());
-    return observer ? observer->GetLevelMask() : 0;
+    return LevelMaskOf(observer.Get());
 }
 
 Result CreateGlobalSingleton(const IID& iid, void** out)

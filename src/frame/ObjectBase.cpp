@@ -37,8 +37,8 @@ std::uint32_t CPrivateUnknown::Release()
 
 Result COssiraUnknown::AnswerPrivateUnknown(const IID& iid, void** out) noexcept
 {
-    if (out == nullptr)
-        return E_POINTER;
+    if (out == nullptr || IsNullReference(iid))
+        return RefuseQuery(out);
     if (!SameGuid(iid, IID_IUnknown))
     {
         *out = nullptr;
@@ -47,6 +47,13 @@ Result COssiraUnknown::AnswerPrivateUnknown(const IID& iid, void** out) noexcept
     *out = &mPrivateUnknown;
     CountUp();
     return S_OK;
+}
+
+Result COssiraUnknown::RefuseQuery(void** out) noexcept
+{
+    if (out != nullptr)
+        *out = nullptr;
+    return E_POINTER;
 }
 
 Result CObjectName::SetObjectName(const char* name)

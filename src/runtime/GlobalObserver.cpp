@@ -1,13 +1,16 @@
-// The process-wide place of the diagnostics observer, and the exports that read and swap it. The
-// spin word is held for the pointer only: an observer is released after it was left, so that its
-// destruction may print.
+// The process-wide place of the diagnostics observer, and the exports that read and swap it.
+//
+// An observer may be anybody's, so none of its operations runs under the spin word. What the word
+// guards is a few holders with a count of their own: whoever calls the observer keeps its holder
+// until then, and the last one gives the observer's reference back, behind the word.
 #include "GlobalObserver.h"
 
+#include "ComServer.h"
 #include "FastCriticalSection.h"
-#include "OssiraDiagnostics.h"
-#include "OssiraPointer.h"
+#include "Library.h"
 
-#include <atomic>
+#include <algorithm>
+#include <iterator>
 #include <mutex>
 
 using namespace Tavrik::Ossira;
@@ -15,13 +18,61 @@ using namespace Tavrik::Ossira;
 namespace
 {
 
+using Tavrik::tSystem::CLockGuard;
+
+struct Holder
+{
+    IObserverPrint* Observer = nullptr; // owns one reference; null: this holder is free
+    std::uint32_t Users = 0;
+};
+
 constinit Tavrik::tSystem::CFastCriticalSection gObserverLock;
-constinit IObserverPrint* gObserver = nullptr; // owns one reference
+constinit Holder gHolders[16]; // one is in place, others are still in use by slow observers
+constinit Holder* gInPlace = nullptr;
 
 // The mask of the observer in place, if that one tells it; else `Untold`. Written with the lock
 // held, read without it.
 constexpr std::uint64_t Untold = std::uint64_t{1} << 32;
 constinit std::atomic<std::uint64_t> gToldMask = 0;
+
+void Drop(Holder* holder)
+{
+    if (holder == nullptr)
+        return;
+    ObjectPtr<IObserverPrint> last;
+    const CLockGuard guard(gObserverLock);
+    if (--holder->Users == 0)
+        last = ObjectPtr<IObserverPrint>::Adopt(std::exchange(holder->Observer, nullptr));
+} // released here, behind the word
+
+// Keeps the observer in place usable.
+class CObserverInUse
+{
+public:
+    CObserverInUse() noexcept
+    {
+        const CLockGuard guard(gObserverLock);
+        mHolder = gInPlace;
+        if (mHolder != nullptr)
+            ++mHolder->Users;
+    }
+
+    CObserverInUse(const CObserverInUse&) = delete;
+    CObserverInUse& operator=(const CObserverInUse&) = delete;
+
+    ~CObserverInUse()
+    {
+        Drop(mHolder);
+    }
+
+    [[nodiscard]] IObserverPrint* Get() const noexcept
+    {
+        return mHolder == nullptr ? nullptr : mHolder->Observer;
+    }
+
+private:
+    Holder* mHolder = nullptr;
+};
 
 } // namespace
 
@@ -30,25 +81,25 @@ namespace Tavrik::Ossira
 
 // This stands in the way of every creation: without a reference, and for the runtime's own observer
 // without the lock.
-std::uint32_t CurrentLevelMask() noexcept
+std::uint32_t CurrentLevelMask()
 {
     if (const std::uint64_t told = gToldMask.load(std::memory_order_relaxed); told != Untold)
         return static_cast<std::uint32_t>(told);
-    const Tavrik::tSystem::CLockGuard guard(gObserverLock);
-    return gObserver == nullptr ? 0 : gObserver->GetLevelMask();
+    const CObserverInUse observer;
+    return LevelMaskOf(observer.Get());
 }
 
-void TellLevelMask(IObserverPrint& observer) noexcept
+void TellLevelMask(const IObserverPrint& observer, const std::atomic<std::uint32_t>& mask) noexcept
 {
-    const Tavrik::tSystem::CLockGuard guard(gObserverLock);
-    if (gObserver == &observer)
-        gToldMask.store(observer.GetLevelMask(), std::memory_order_relaxed);
+    const CLockGuard guard(gObserverLock);
+    if (gInPlace != nullptr && gInPlace->Observer == &observer)
+        gToldMask.store(mask.load(), std::memory_order_relaxed);
 }
 
 bool IsGlobalObserver(const IObserverPrint* observer) noexcept
 {
     const std::unique_lock guard(gObserverLock, std::try_to_lock);
-    return guard.owns_lock() && gObserver == observer;
+    return guard.owns_lock() && gInPlace != nullptr && gInPlace->Observer == observer;
 }
 
 } // namespace Tavrik::Ossira
@@ -57,20 +108,38 @@ Result GetGlobalObserver(IObserverPrint** out)
 {
     if (out == nullptr)
         return E_POINTER;
-    const Tavrik::tSystem::CLockGuard guard(gObserverLock);
-    *out = gObserver;
-    if (gObserver != nullptr)
-        gObserver->AddRef();
+    *out = nullptr;
+    if (ModuleServer() == nullptr)
+        return E_ACCESSDENIED;
+    Tavrik::tSystem::CheckForeignCall();
+    const CObserverInUse observer;
+    *out = ObjectPtr(observer.Get()).Detach();
     return S_OK;
 }
 
 Result SetGlobalObserver(IObserverPrint* observer)
 {
-    ObjectPtr<IObserverPrint> former(observer);
+    // Whatever is put in place while the library is not attached, nobody would take away again.
+    if (observer != nullptr && ModuleServer() == nullptr)
+        return E_ACCESSDENIED;
+    Tavrik::tSystem::CheckForeignCall();
+    ObjectPtr<IObserverPrint> taken(observer);
+    Holder* former = nullptr;
     {
-        const Tavrik::tSystem::CLockGuard guard(gObserverLock);
+        const CLockGuard guard(gObserverLock);
+        if (observer == (gInPlace == nullptr ? nullptr : gInPlace->Observer))
+            return S_OK;
+        Holder* next = nullptr;
+        if (observer != nullptr)
+        {
+            next = std::ranges::find(gHolders, nullptr, &Holder::Observer);
+            if (next == std::end(gHolders))
+                return E_OUTOFMEMORY;
+            *next = {taken.Detach(), 1};
+        }
         gToldMask.store(observer == nullptr ? 0 : Untold, std::memory_order_relaxed);
-        former = ObjectPtr<IObserverPrint>::Adopt(std::exchange(gObserver, former.Detach()));
+        former = std::exchange(gInPlace, next);
     }
+    Drop(former);
     return S_OK;
 }

@@ -3,12 +3,14 @@
 
 #include "OssiraDiagnostics.h"
 
+#include <atomic>
+
 namespace Tavrik::Ossira
 {
 
 // An observer that calls this after every change of its mask, and once after it was put in place,
 // has its mask read without a lock and without a call.
-void TellLevelMask(IObserverPrint& observer) noexcept;
+void TellLevelMask(const IObserverPrint& observer, const std::atomic<std::uint32_t>& mask) noexcept;
 
 // Whether that observer is in place. Waits for no lock: false while somebody swaps it.
 [[nodiscard]] bool IsGlobalObserver(const IObserverPrint* observer) noexcept;

@@ -32,7 +32,7 @@ public:
     Result SetLevelMask(std::uint32_t set, std::uint32_t clear) override
     {
         mMask.store((GetLevelMask() & ~clear) | set, std::memory_order_relaxed);
-        TellLevelMask(*this);
+        TellLevelMask(*this, mMask);
         return S_OK;
     }
 

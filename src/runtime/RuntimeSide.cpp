@@ -2,6 +2,7 @@
 // keeps the observer in place between attach and detach.
 #include "ComServer.h"
 #include "DynLib.h"
+#include "FirstThrow.h"
 #include "GlobalObserver.h"
 #include "Library.h"
 #include "OssiraClasses.h"
@@ -17,6 +18,8 @@ Result CreateGlobalSingleton(const IID& iid, void** out)
 
 Result OnAttached() noexcept
 {
+    if (!tSystem::KeepThrowReserve())
+        return E_OUTOFMEMORY;
     ObjectPtr<IObserverPrint> observer;
     GetGlobalObserver(observer.Put());
     if (observer)
@@ -29,7 +32,8 @@ Result OnAttached() noexcept
                      "[Build-DynLib]\n");
         return result;
     }
-    SetGlobalObserver(observer.Get());
+    if (const Result placed = SetGlobalObserver(observer.Get()); Failed(placed))
+        return placed;
     return observer->SetLevelMask(0, 0); // changes nothing; the observer tells its mask
 }
 
@@ -37,6 +41,7 @@ void OnDetaching() noexcept
 {
     tSystem::tThreads::CThreadPool::EndAllWorkers(); // their code goes with the library
     SetGlobalObserver(nullptr);
+    tSystem::DropThrowReserve();
 }
 
 bool IsHeldByLibrary(IUnknown* object) noexcept

@@ -1,5 +1,6 @@
 // The exception object of the whole process. Modules throw what this makes, so that the number of
 // live exceptions is known in one place.
+#include "FirstThrow.h"
 #include "OssiraDiagnostics.h"
 #include "TextFormat.h"
 
@@ -101,6 +102,7 @@ Tavrik::Ossira::IException* NewException(std::uint32_t code,
                                          const char* expression)
 try
 {
+    Tavrik::tSystem::PrepareThrow();
     const Tavrik::Ossira::SourceLocation nowhere = {};
     return new Tavrik::Ossira::T_StdException(code, location == nullptr ? nowhere : *location,
                                               expression);

@@ -2,7 +2,10 @@
 // them, and a read beyond the end is refused before it is made.
 #include "ElfFile.h"
 
+#include "ElfTables.h"
+
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <iterator>
@@ -14,11 +17,8 @@ namespace Tavrik::tSystem
 
 CElfFile::CElfFile(const char* path) noexcept
 {
-    // Not blocking, for the sake of a pipe that has a library's name.
-    mFile = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    mIsComplete = mFile >= 0 && ReadHeaders() && CheckSegments();
-    if (mIsComplete)
-        ReadDynamicSection();
+    mIsComplete = Open(path) && ReadHeaders() && CheckSections() && CheckSegments() &&
+                  CElfTables(*this).AreComplete();
 }
 
 CElfFile::~CElfFile()
@@ -31,11 +31,43 @@ bool CElfFile::ReadNeeded(std::size_t index, char (&name)[NameLimit]) noexcept
 {
     if (index >= mNeededCount || mNames == 0)
         return false;
-    if (mNeeded[index] >= mFileSize - mNames)
+    const std::uint64_t address = mNames + mNeeded[index];
+    const Elf64_Phdr* const segment = SegmentOf(address);
+    if (segment == nullptr)
         return false;
-    const std::uint64_t offset = mNames + mNeeded[index];
-    const std::size_t size = std::min<std::uint64_t>(NameLimit, mFileSize - offset);
-    return Read(offset, name, size) && std::memchr(name, '\0', size) != nullptr && name[0] != '\0';
+    const std::uint64_t left = segment->p_filesz - (address - segment->p_vaddr);
+    const std::size_t size = std::min<std::uint64_t>(NameLimit, left);
+    return ReadLoaded(address, name, size) && std::memchr(name, '\0', size) != nullptr &&
+           name[0] != '\0';
+}
+
+bool CElfFile::ReadLoaded(std::uint64_t address, void* to, std::size_t size) noexcept
+{
+    const Elf64_Phdr* const segment = SegmentOf(address);
+    return segment != nullptr && IsLoaded(address, size) &&
+           Read(segment->p_offset + (address - segment->p_vaddr), to, size);
+}
+
+bool CElfFile::IsLoaded(std::uint64_t address, std::uint64_t size, std::uint32_t flags,
+                        bool orCleared) const noexcept
+{
+    const Elf64_Phdr* const segment = SegmentOf(address);
+    if (segment == nullptr || (segment->p_flags & flags) != flags)
+        return false;
+    const std::uint64_t offset = address - segment->p_vaddr;
+    const std::uint64_t end = orCleared ? segment->p_memsz : segment->p_filesz;
+    return offset <= end && size <= end - offset;
+}
+
+bool CElfFile::Open(const char* path) noexcept
+{
+    do
+    {
+        // Not blocking, for the sake of a pipe that has a library's name.
+        mFile = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    } while (mFile < 0 && errno == EINTR);
+    mError = mFile < 0 ? errno : 0;
+    return mFile >= 0;
 }
 
 bool CElfFile::ReadHeaders() noexcept
@@ -45,8 +77,7 @@ bool CElfFile::ReadHeaders() noexcept
         return false;
     mFileSize = static_cast<std::uint64_t>(status.st_size);
     const std::size_t headSize = std::min<std::uint64_t>(sizeof mHead, mFileSize);
-    const ssize_t read = pread(mFile, mHead, headSize, 0);
-    if (read != static_cast<ssize_t>(headSize))
+    if (!Read(0, mHead, headSize))
         return false;
     mHeadSize = headSize;
     if (!Read(0, &mHeader, sizeof mHeader))
@@ -56,75 +87,112 @@ bool CElfFile::ReadHeaders() noexcept
     const bool isOurs = std::memcmp(ident, ELFMAG, SELFMAG) == 0 && ident[EI_CLASS] == ELFCLASS64 &&
                         ident[EI_DATA] == ELFDATA2LSB && ident[EI_VERSION] == EV_CURRENT &&
                         mHeader.e_machine == EM_X86_64 && mHeader.e_type == ET_DYN;
-    if (!isOurs || mHeader.e_phentsize != sizeof(Elf64_Phdr) || mHeader.e_phnum == 0)
+    return isOurs && mHeader.e_phentsize == sizeof(Elf64_Phdr) && mHeader.e_phnum != 0 &&
+           IsInFile(mHeader.e_phoff, std::uint64_t(mHeader.e_phnum) * sizeof(Elf64_Phdr));
+}
+
+// The sections are not mapped, but their table is what linkers write at the end: where it is empty
+// the file was cut short, or is being copied at its full length.
+bool CElfFile::CheckSections() noexcept
+{
+    if (mHeader.e_shoff == 0 || mHeader.e_shnum == 0)
+        return true;
+    const std::uint64_t size = std::uint64_t(mHeader.e_shnum) * mHeader.e_shentsize;
+    if (mHeader.e_shentsize != sizeof(Elf64_Shdr) || !IsInFile(mHeader.e_shoff, size))
         return false;
-    // The sections are not mapped, but they end the file: without them it was cut short.
-    const std::uint64_t sectionsSize = std::uint64_t(mHeader.e_shnum) * mHeader.e_shentsize;
-    return IsInFile(mHeader.e_phoff, std::uint64_t(mHeader.e_phnum) * sizeof(Elf64_Phdr)) &&
-           (mHeader.e_shoff == 0 || IsInFile(mHeader.e_shoff, sectionsSize));
+    const std::uint64_t end = mHeader.e_shoff + size;
+    Elf64_Shdr last;
+    return Read(end - sizeof last, &last, sizeof last) &&
+           (mHeader.e_shnum == 1 || (last.sh_type != SHT_NULL && last.sh_size != 0));
 }
 
 bool CElfFile::CheckSegments() noexcept
 {
-    bool isLoadable = false;
+    Elf64_Phdr dynamic = {};
     for (std::size_t index = 0; index < mHeader.e_phnum; ++index)
     {
         Elf64_Phdr segment;
-        if (!ReadSegment(index, segment))
+        if (!Read(mHeader.e_phoff + index * sizeof segment, &segment, sizeof segment))
             return false;
-        const bool isLoaded = segment.p_type == PT_LOAD;
-        if (!isLoaded && segment.p_type != PT_DYNAMIC)
-            continue;
-        if (!IsInFile(segment.p_offset, segment.p_filesz))
+        if (segment.p_type == PT_DYNAMIC)
+            dynamic = segment;
+        if (segment.p_type == PT_LOAD && !CheckLoaded(segment))
             return false;
-        isLoadable = isLoadable || isLoaded;
-        if (!isLoaded)
-            mDynamic = segment;
     }
-    return isLoadable && mDynamic.p_type == PT_DYNAMIC;
+    for (std::size_t index = 0; index < mHeader.e_phnum; ++index)
+    {
+        Elf64_Phdr segment;
+        if (!Read(mHeader.e_phoff + index * sizeof segment, &segment, sizeof segment))
+            return false;
+        // The loader reads notes, and what threads begin with, from the mapped file.
+        const bool isRead = segment.p_type == PT_TLS || segment.p_type == PT_NOTE;
+        if (isRead && segment.p_filesz != 0 && !IsLoaded(segment.p_vaddr, segment.p_filesz))
+            return false;
+    }
+    return dynamic.p_type == PT_DYNAMIC && ReadDynamicSection(dynamic);
 }
 
-void CElfFile::ReadDynamicSection() noexcept
+bool CElfFile::CheckLoaded(const Elf64_Phdr& segment) noexcept
+{
+    constexpr std::uint64_t addressLimit = std::uint64_t{1} << 47;
+    constexpr std::uint64_t pageMask = 0xFFF;
+    const std::uint64_t end =
+        mLoadedCount == 0 ? 0
+                          : mLoaded[mLoadedCount - 1].p_vaddr + mLoaded[mLoadedCount - 1].p_memsz;
+    if (mLoadedCount == SegmentLimit || !IsInFile(segment.p_offset, segment.p_filesz) ||
+        segment.p_filesz > segment.p_memsz || segment.p_vaddr < end ||
+        segment.p_vaddr > addressLimit || segment.p_memsz > addressLimit ||
+        ((segment.p_vaddr ^ segment.p_offset) & pageMask) != 0)
+        return false;
+    mLoaded[mLoadedCount++] = segment;
+    return true;
+}
+
+bool CElfFile::ReadDynamicSection(const Elf64_Phdr& segment) noexcept
 {
     Elf64_Dyn entries[64];
-    const std::uint64_t end = mDynamic.p_filesz / sizeof(Elf64_Dyn);
+    const std::uint64_t end = segment.p_filesz / sizeof(Elf64_Dyn);
     for (std::uint64_t first = 0; first < end; first += std::size(entries))
     {
         const std::size_t count = std::min<std::uint64_t>(std::size(entries), end - first);
-        if (!Read(mDynamic.p_offset + first * sizeof(Elf64_Dyn), entries, count * sizeof *entries))
-            return;
+        if (!ReadLoaded(segment.p_vaddr + first * sizeof(Elf64_Dyn), entries,
+                        count * sizeof *entries))
+            return false;
         for (std::size_t index = 0; index < count; ++index)
         {
-            const Elf64_Dyn& entry = entries[index];
-            if (entry.d_tag == DT_NULL)
-                return;
-            if (entry.d_tag == DT_NEEDED && mNeededCount < NeededLimit)
-                mNeeded[mNeededCount++] = entry.d_un.d_val;
-            if (entry.d_tag == DT_STRTAB && !FindInFile(entry.d_un.d_ptr, mNames))
-                mNames = 0;
+            if (entries[index].d_tag == DT_NULL)
+                return true;
+            if (!Keep(entries[index]))
+                return false;
         }
     }
+    return false; // it has no end
 }
 
-bool CElfFile::ReadSegment(std::size_t index, Elf64_Phdr& segment) noexcept
+bool CElfFile::Keep(const Elf64_Dyn& entry) noexcept
 {
-    return Read(mHeader.e_phoff + index * sizeof segment, &segment, sizeof segment);
-}
-
-bool CElfFile::FindInFile(std::uint64_t address, std::uint64_t& offset) noexcept
-{
-    for (std::size_t index = 0; index < mHeader.e_phnum; ++index)
+    if (entry.d_tag == DT_NEEDED)
     {
-        Elf64_Phdr segment;
-        if (!ReadSegment(index, segment))
-            return false;
-        if (segment.p_type != PT_LOAD || address < segment.p_vaddr ||
-            address - segment.p_vaddr >= segment.p_filesz)
-            continue;
-        offset = segment.p_offset + (address - segment.p_vaddr);
+        if (mNeededCount < NeededLimit)
+            mNeeded[mNeededCount++] = entry.d_un.d_val;
         return true;
     }
-    return false;
+    if (entry.d_tag == DT_STRTAB)
+        mNames = entry.d_un.d_ptr;
+    if (mDynamicCount == DynamicLimit)
+        return false;
+    mDynamic[mDynamicCount++] = entry;
+    return true;
+}
+
+const Elf64_Phdr* CElfFile::SegmentOf(std::uint64_t address) const noexcept
+{
+    for (const Elf64_Phdr& segment : std::span(mLoaded, mLoadedCount))
+    {
+        if (address >= segment.p_vaddr && address - segment.p_vaddr < segment.p_memsz)
+            return &segment;
+    }
+    return nullptr;
 }
 
 bool CElfFile::Read(std::uint64_t offset, void* to, std::size_t size) noexcept
@@ -136,7 +204,14 @@ bool CElfFile::Read(std::uint64_t offset, void* to, std::size_t size) noexcept
         std::memcpy(to, mHead + offset, size);
         return true;
     }
-    return pread(mFile, to, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
+    ssize_t read = 0;
+    do
+    {
+        read = pread(mFile, to, size, static_cast<off_t>(offset));
+    } while (read < 0 && errno == EINTR);
+    if (read < 0)
+        mError = errno;
+    return read == static_cast<ssize_t>(size);
 }
 
 } // namespace Tavrik::tSystem

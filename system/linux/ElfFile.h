@@ -4,27 +4,37 @@
 #include <cstddef>
 #include <cstdint>
 #include <elf.h>
+#include <span>
 
 namespace Tavrik::tSystem
 {
 
-// The system's loader maps a file that was cut short all the same, and the process dies later, when
-// it touches a page that is not there. This class sees it beforehand. It keeps one descriptor and
-// takes no memory; for most files it reads twice.
+// The system's loader maps a file that is not all there all the same, and the process dies later,
+// when it touches a page that does not exist, or follows a table that is not written yet. This
+// class and `CElfTables` see it beforehand. It keeps one descriptor and takes no memory.
 class CElfFile
 {
 public:
-    static constexpr std::size_t NameLimit = 256; // with the terminating zero
+    static constexpr std::size_t NameLimit = 256;  // with the terminating zero
+    static constexpr std::size_t NeededLimit = 64; // those behind are left to the system's loader
 
     explicit CElfFile(const char* path) noexcept;
     ~CElfFile();
     CElfFile(const CElfFile&) = delete;
     CElfFile& operator=(const CElfFile&) = delete;
 
-    // True for a shared object of this machine whose headers and segments all lie in the file.
+    // True for a shared object of this machine whose headers, segments and tables all lie in the
+    // file, written to their ends.
     [[nodiscard]] bool IsComplete() const noexcept
     {
         return mIsComplete;
+    }
+
+    // The system's number of what kept the file from being read, and 0 where it is the content that
+    // is not complete.
+    [[nodiscard]] int Error() const noexcept
+    {
+        return mError;
     }
 
     // The number of libraries that a complete file depends on, as far as they are known here.
@@ -36,15 +46,36 @@ public:
     // Reads the name of one of them; false when the file holds no proper name there.
     [[nodiscard]] bool ReadNeeded(std::size_t index, char (&name)[NameLimit]) noexcept;
 
-private:
-    static constexpr std::size_t NeededLimit = 64; // those behind are left to the system's loader
+    // --- For the check of the tables -----------------------------------------------------------
 
+    // Reads what stands at an address of the loaded library; false unless all of it comes from the
+    // file.
+    [[nodiscard]] bool ReadLoaded(std::uint64_t address, void* to, std::size_t size) noexcept;
+
+    // Whether that range is in one segment that has those flags, in the part that comes from the
+    // file or, with `orCleared`, in the zeros behind.
+    [[nodiscard]] bool IsLoaded(std::uint64_t address, std::uint64_t size, std::uint32_t flags = 0,
+                                bool orCleared = false) const noexcept;
+
+    // The dynamic section up to its end, without the names of libraries.
+    [[nodiscard]] std::span<const Elf64_Dyn> Dynamic() const noexcept
+    {
+        return {mDynamic, mDynamicCount};
+    }
+
+private:
+    static constexpr std::size_t SegmentLimit = 64;
+    static constexpr std::size_t DynamicLimit = 128;
+
+    bool Open(const char* path) noexcept;
     bool ReadHeaders() noexcept;
+    bool CheckSections() noexcept;
     bool CheckSegments() noexcept;
-    void ReadDynamicSection() noexcept;
-    bool ReadSegment(std::size_t index, Elf64_Phdr& segment) noexcept;
-    bool FindInFile(std::uint64_t address, std::uint64_t& offset) noexcept;
+    bool CheckLoaded(const Elf64_Phdr& segment) noexcept;
+    bool ReadDynamicSection(const Elf64_Phdr& segment) noexcept;
+    bool Keep(const Elf64_Dyn& entry) noexcept;
     bool Read(std::uint64_t offset, void* to, std::size_t size) noexcept;
+    [[nodiscard]] const Elf64_Phdr* SegmentOf(std::uint64_t address) const noexcept;
 
     [[nodiscard]] bool IsInFile(std::uint64_t offset, std::uint64_t size) const noexcept
     {
@@ -52,13 +83,17 @@ private:
     }
 
     int mFile = -1;
+    int mError = 0;
     bool mIsComplete = false;
     std::uint64_t mFileSize = 0;
     Elf64_Ehdr mHeader = {};
-    Elf64_Phdr mDynamic = {};
-    std::uint64_t mNames = 0; // offset of the names in the file; 0: not known
+    std::uint64_t mNames = 0; // their address; 0: not known
     std::size_t mNeededCount = 0;
+    std::size_t mLoadedCount = 0;
+    std::size_t mDynamicCount = 0;
     std::uint64_t mNeeded[NeededLimit];
+    Elf64_Phdr mLoaded[SegmentLimit]; // by ascending address
+    Elf64_Dyn mDynamic[DynamicLimit];
     std::size_t mHeadSize = 0;
     unsigned char mHead[8192]; // the file's first bytes: headers, and mostly the names
 };

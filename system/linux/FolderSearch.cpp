@@ -48,7 +48,11 @@ std::wstring WideName(const char* name)
 std::uint32_t ListFolder(const std::string& path, const CWildcardPattern& pattern,
                          std::vector<CFolderSearch::Entry>& entries)
 {
-    const std::unique_ptr<DIR, CloseFolder> folder(opendir(path.c_str()));
+    std::unique_ptr<DIR, CloseFolder> folder;
+    do
+    {
+        folder.reset(opendir(path.c_str()));
+    } while (folder == nullptr && errno == EINTR);
     if (folder == nullptr)
         return static_cast<std::uint32_t>(errno);
     for (;;)

@@ -55,19 +55,34 @@ ELoadFailure FailureOf(int error) noexcept
     }
 }
 
-// The system's loader says in words why it failed; the number that it leaves tells shortages.
-ELoadFailure LoaderFailure() noexcept
+struct Reason
 {
-    const ELoadFailure failure = FailureOf(errno);
+    ELoadFailure Failure = ELoadFailure::None;
+    std::string Text;
+};
+
+// The system's loader says in words why it failed; the number that it leaves tells shortages.
+Reason ReasonOfLoader(int error)
+{
+    const char* const text = dlerror();
+    const ELoadFailure failure = FailureOf(error);
     const bool isShortage = failure == ELoadFailure::NoMemory ||
                             failure == ELoadFailure::NoResources || failure == ELoadFailure::Io;
-    return isShortage ? failure : ELoadFailure::Refused;
+    return {isShortage ? failure : ELoadFailure::Refused, text == nullptr ? "" : text};
 }
 
-LibraryHandle MapLibrary(const char* path)
+Reason ReasonOfFile(const CElfFile& file)
+{
+    return {FailureOf(file.Error()),
+            file.Error() == 0 ? "not a complete library" : std::strerror(file.Error())};
+}
+
+LibraryHandle MapLibrary(const char* path, Reason& reason)
 {
     errno = 0;
-    return LibraryHandle(dlopen(path, RTLD_NOW | RTLD_LOCAL));
+    LibraryHandle library(dlopen(path, RTLD_NOW | RTLD_LOCAL));
+    reason = library ? Reason() : ReasonOfLoader(errno);
+    return library;
 }
 
 bool Exists(const std::string& path)
@@ -93,11 +108,10 @@ public:
     {
         constexpr int levelLimit = 8;
 
-        errno = 0;
         CElfFile file(path);
         if (!file.IsComplete())
         {
-            mFailure = FailureOf(errno);
+            mReason = ReasonOfFile(file);
             return false;
         }
         const std::size_t count = level < levelLimit ? file.NeededCount() : 0;
@@ -110,9 +124,9 @@ public:
         return true;
     }
 
-    [[nodiscard]] ELoadFailure Failure() const noexcept
+    [[nodiscard]] const Reason& WhyNot() const noexcept
     {
-        return mFailure;
+        return mReason;
     }
 
 private:
@@ -128,29 +142,27 @@ private:
         if (!LoadNeeded(path.c_str(), level))
             return false;
         // If this one fails, so will the library that needs it, unless the system finds another.
-        mHandles.push_back(MapLibrary(path.c_str()));
+        mHandles.push_back(MapLibrary(path.c_str(), mReason));
         return true;
     }
 
     std::string_view mFolder; // ends in a slash
     std::vector<std::string> mVisited;
     std::vector<LibraryHandle> mHandles;
-    ELoadFailure mFailure = ELoadFailure::None;
+    Reason mReason;
 };
 
 // Takes a path with a slash in it.
-LibraryHandle LoadFile(const std::string& path, ELoadFailure& failure)
+LibraryHandle LoadFile(const std::string& path, Reason& reason)
 {
     const std::string_view folder = std::string_view(path).substr(0, path.rfind('/') + 1);
     CNeighbours neighbours(folder);
     if (!neighbours.LoadNeeded(path.c_str(), 0))
     {
-        failure = neighbours.Failure();
+        reason = neighbours.WhyNot();
         return nullptr;
     }
-    LibraryHandle library = MapLibrary(path.c_str());
-    failure = library ? ELoadFailure::None : LoaderFailure();
-    return library;
+    return MapLibrary(path.c_str(), reason);
 }
 
 // The folder of the program that runs, with a slash at its end; empty when it cannot be told.
@@ -165,17 +177,15 @@ std::string HostFolder()
 }
 
 // A bare name is looked for where Windows looks first. Where a file of that name is, it decides.
-LibraryHandle LoadByName(const std::string& name, ELoadFailure& failure)
+LibraryHandle LoadByName(const std::string& name, Reason& reason)
 {
     for (const std::string& folder : {HostFolder(), std::string("./")})
     {
         const std::string path = folder + name;
         if (!folder.empty() && Exists(path))
-            return LoadFile(path, failure);
+            return LoadFile(path, reason);
     }
-    LibraryHandle library = MapLibrary(name.c_str());
-    failure = library ? ELoadFailure::None : LoaderFailure();
-    return library;
+    return MapLibrary(name.c_str(), reason);
 }
 
 } // namespace
@@ -184,13 +194,17 @@ bool CLibrary::Open(const wchar_t* path)
 {
     Close();
     mFailure = ELoadFailure::NotFound;
+    mFailureText.clear();
     if (path == nullptr)
         return false;
     const std::string native = NativePath(path);
     if (native.empty()) // the loader would answer with the program itself
         return false;
     const bool isBareName = native.find('/') == std::string::npos;
-    mHandle = (isBareName ? LoadByName(native, mFailure) : LoadFile(native, mFailure)).release();
+    Reason reason;
+    mHandle = (isBareName ? LoadByName(native, reason) : LoadFile(native, reason)).release();
+    mFailure = reason.Failure;
+    mFailureText.swap(reason.Text);
     return IsOpen();
 }
 

@@ -13,14 +13,13 @@
 namespace
 {
 
-bool IsAttached = false;
+bool IsDetached = false;
 
 void Detach(bool processEnds)
 {
-    if (!IsAttached)
-        return;
-    IsAttached = false;
-    Tavrik::Ossira::DetachLibrary(processEnds);
+    if (!IsDetached)
+        Tavrik::Ossira::DetachLibrary(processEnds);
+    IsDetached = true;
 }
 
 // Other threads run on here while the process ends, and use what would be released.
@@ -29,14 +28,16 @@ void Detach(bool processEnds)
     Detach(true);
 }
 
-// Here a library cannot refuse to be loaded. If attaching fails, the library stays, and every one
-// of its exports answers `E_ACCESSDENIED` as it does before attaching and after detaching.
+// Here a library cannot refuse to be loaded. If attaching fails, the library stays until whoever
+// loaded it closes it, and every one of its exports answers `E_ACCESSDENIED` as it does before
+// attaching and after detaching.
 __attribute__((constructor)) void OnLoad()
 {
-    IsAttached = Tavrik::Ossira::AttachLibrary(nullptr);
 #ifndef __SANITIZE_THREAD__ // which would call the function of a library that is gone
-    if (IsAttached)
-        std::atexit(OnProcessEnd);
+    if (Tavrik::Ossira::AttachLibrary() && std::atexit(OnProcessEnd) != 0)
+        Tavrik::Ossira::DetachLibrary(false);
+#else
+    static_cast<void>(Tavrik::Ossira::AttachLibrary());
 #endif
 }
 

@@ -6,6 +6,9 @@
 namespace Tavrik::tSystem
 {
 
+CNoCancellation::CNoCancellation() noexcept = default;
+CNoCancellation::~CNoCancellation() = default;
+
 void WriteDebugText(const char* text) noexcept
 {
     // A line may be written between a failed call and the look at its error number.

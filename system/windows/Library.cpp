@@ -2,10 +2,12 @@
 // for full paths only, so a path is completed first and a bare name is looked for as the system
 // does.
 #include "../Platform.h"
+#include "../WideText.h"
 
 #include <windows.h>
 
 #include <cwchar>
+#include <iterator>
 
 namespace Tavrik::tSystem
 {
@@ -59,6 +61,17 @@ private:
     }
 }
 
+// The system's words, on one line.
+std::string TextOf(DWORD error)
+{
+    wchar_t text[512];
+    DWORD size = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                                error, 0, text, static_cast<DWORD>(std::size(text)), nullptr);
+    while (size > 0 && (text[size - 1] == L'\n' || text[size - 1] == L'\r'))
+        --size;
+    return ToUtf8(std::wstring_view(text, size));
+}
+
 // Empty when there is no such path.
 std::wstring FullPath(const wchar_t* path)
 {
@@ -85,6 +98,7 @@ bool CLibrary::Open(const wchar_t* path)
 {
     Close();
     mFailure = ELoadFailure::NotFound;
+    mFailureText.clear();
     if (path == nullptr || *path == L'\0')
         return false;
     const CNoErrorBoxes noErrorBoxes;
@@ -93,7 +107,10 @@ bool CLibrary::Open(const wchar_t* path)
     if (name.empty())
         return false;
     mHandle = LoadLibraryExW(name.c_str(), nullptr, isBareName ? 0 : LOAD_WITH_ALTERED_SEARCH_PATH);
-    mFailure = IsOpen() ? ELoadFailure::None : FailureOf(GetLastError());
+    const DWORD error = IsOpen() ? 0 : GetLastError();
+    mFailure = IsOpen() ? ELoadFailure::None : FailureOf(error);
+    if (!IsOpen())
+        mFailureText = TextOf(error);
     return IsOpen();
 }
 

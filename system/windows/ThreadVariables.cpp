@@ -3,6 +3,10 @@
 // storage slots and some memory for each library and has no way to give them back, so a process
 // that loads and unloads modules would run out of slots after about a thousand.
 //
+// A thread whose first throw is that of a shortage gets its variables from a small reserve in the
+// library itself, and keeps them there until it ends; the process stops only when more threads than
+// the reserve has room for come to that at the same time.
+//
 // No lock is held here: a thread that the end of the process stops leaves nothing behind that the
 // last one could wait for.
 #include "ThreadVariables.h"
@@ -41,15 +45,44 @@ std::atomic<DWORD> gSlot = TLS_OUT_OF_INDEXES;
 std::atomic<std::size_t> gLastNumber = 0;
 std::atomic<ThreadVariables*> gThreads = nullptr;
 
-// There is no way to report that a variable cannot be had.
-template <class Pointer>
-[[nodiscard]] Pointer OrAbort(Pointer pointer)
+// The variables of threads that found no memory for them.
+struct ReservedVariable
 {
-    if (pointer == nullptr)
-        std::abort();
-    return pointer;
+    std::atomic<DWORD> ThreadId = 0; // 0: free
+    const Variable* Which = nullptr; // the thread's own to read and write
+    alignas(16) unsigned char Bytes[64] = {};
+};
+
+ReservedVariable gReserve[64];
+std::atomic<std::size_t> gReservedCount = 0;
+
+[[nodiscard]] void* FindReserved(const Variable& variable)
+{
+    if (gReservedCount.load(std::memory_order_relaxed) == 0) // this thread sees its own
+        return nullptr;
+    const DWORD thisThread = GetCurrentThreadId();
+    for (ReservedVariable& reserved : gReserve)
+    {
+        if (reserved.ThreadId == thisThread && reserved.Which == &variable)
+            return reserved.Bytes;
+    }
+    return nullptr;
 }
 
+void ReleaseReserved()
+{
+    const DWORD thisThread = GetCurrentThreadId();
+    for (ReservedVariable& reserved : gReserve)
+    {
+        if (gReservedCount == 0 || reserved.ThreadId != thisThread)
+            continue;
+        reserved.Which = nullptr;
+        reserved.ThreadId = 0;
+        --gReservedCount;
+    }
+}
+
+// The process's slot, or none.
 [[nodiscard]] DWORD Slot()
 {
     DWORD slot = gSlot.load(std::memory_order_acquire);
@@ -57,7 +90,7 @@ template <class Pointer>
         return slot;
     const DWORD own = TlsAlloc();
     if (own == TLS_OUT_OF_INDEXES)
-        std::abort();
+        return own;
     if (gSlot.compare_exchange_strong(slot, own))
         return own;
     TlsFree(own);
@@ -80,36 +113,84 @@ template <class Pointer>
         if (!thread->IsTaken.exchange(true))
             return thread;
     }
-    auto* const thread = OrAbort(new (std::nothrow) ThreadVariables);
+    auto* const memory = std::malloc(sizeof(ThreadVariables)); // `new` may throw inside
+    if (memory == nullptr)
+        return nullptr;
+    auto* const thread = ::new (memory) ThreadVariables;
     thread->Next = gThreads;
     while (!gThreads.compare_exchange_weak(thread->Next, thread))
         ;
     return thread;
 }
 
-[[nodiscard]] ThreadVariables& ThisThread()
+// Null when memory is exhausted.
+[[nodiscard]] ThreadVariables* ThisThread()
 {
     const DWORD slot = Slot();
+    if (slot == TLS_OUT_OF_INDEXES)
+        return nullptr;
     const DWORD lastError = GetLastError(); // which asking for the value resets
     auto* thread = static_cast<ThreadVariables*>(TlsGetValue(slot));
     if (thread == nullptr)
     {
         thread = TakeThread();
-        if (TlsSetValue(slot, thread) == 0)
-            std::abort();
+        if (thread != nullptr && TlsSetValue(slot, thread) == 0)
+        {
+            thread->IsTaken = false;
+            thread = nullptr;
+        }
     }
     SetLastError(lastError);
-    return *thread;
+    return thread;
 }
 
-void* NewCopy(const Variable& variable)
+[[nodiscard]] void* Initialized(void* address, const Variable& variable)
 {
-    void* const address = OrAbort(_aligned_malloc(variable.Size, variable.Alignment));
+    if (address == nullptr)
+        return nullptr;
     if (variable.InitialValue != nullptr)
         std::memcpy(address, variable.InitialValue, variable.Size);
     else
         std::memset(address, 0, variable.Size);
     return address;
+}
+
+// There is no way to report that a variable cannot be had.
+[[nodiscard]] void* TakeReserved(const Variable& variable)
+{
+    for (ReservedVariable& reserved : gReserve)
+    {
+        DWORD free = 0;
+        if (variable.Size > sizeof reserved.Bytes || variable.Alignment > alignof(ReservedVariable))
+            break;
+        if (!reserved.ThreadId.compare_exchange_strong(free, GetCurrentThreadId()))
+            continue;
+        ++gReservedCount;
+        reserved.Which = &variable;
+        return Initialized(reserved.Bytes, variable);
+    }
+    std::abort();
+}
+
+// The place of the variable's address for this thread; null when memory is exhausted.
+[[nodiscard]] void** PlaceOf(Variable& variable)
+{
+    const std::size_t number = NumberOf(variable);
+    ThreadVariables* const thread = ThisThread();
+    if (thread == nullptr)
+        return nullptr;
+    if (number >= thread->Count)
+    {
+        const std::size_t count = number + 8;
+        auto* const addresses =
+            static_cast<void**>(std::realloc(thread->Addresses, count * sizeof(void*)));
+        if (addresses == nullptr)
+            return nullptr;
+        std::memset(addresses + thread->Count, 0, (count - thread->Count) * sizeof(void*));
+        thread->Addresses = addresses;
+        thread->Count = count;
+    }
+    return &thread->Addresses[number];
 }
 
 void Clear(ThreadVariables& thread)
@@ -135,7 +216,7 @@ struct Storage
         {
             next = thread->Next;
             Clear(*thread);
-            delete thread;
+            std::free(thread);
         }
     }
 
@@ -149,8 +230,14 @@ __attribute__((init_priority(101))) Storage gStorage;
 namespace Tavrik::Ossira::tSystem
 {
 
+bool PrepareVariables() noexcept
+{
+    return Slot() != TLS_OUT_OF_INDEXES;
+}
+
 void ReleaseVariablesOfThread() noexcept
 {
+    ReleaseReserved();
     if (gSlot == TLS_OUT_OF_INDEXES)
         return;
     if (auto* const thread = static_cast<ThreadVariables*>(TlsGetValue(gSlot)); thread != nullptr)
@@ -171,18 +258,12 @@ void KeepVariablesOfAllThreads() noexcept
 // Called by compiled code at each use of such a variable.
 extern "C" void* __emutls_get_address(Variable* variable)
 {
-    const std::size_t number = NumberOf(*variable);
-    ThreadVariables& thread = ThisThread();
-    if (number >= thread.Count)
-    {
-        const std::size_t count = number + 8;
-        thread.Addresses =
-            static_cast<void**>(OrAbort(std::realloc(thread.Addresses, count * sizeof(void*))));
-        std::memset(thread.Addresses + thread.Count, 0, (count - thread.Count) * sizeof(void*));
-        thread.Count = count;
-    }
-    void*& address = thread.Addresses[number];
-    if (address == nullptr)
-        address = NewCopy(*variable);
-    return address;
+    void** const place = PlaceOf(*variable);
+    if (place != nullptr && *place != nullptr)
+        return *place;
+    if (void* const reserved = FindReserved(*variable); reserved != nullptr)
+        return reserved;
+    if (place != nullptr)
+        *place = Initialized(_aligned_malloc(variable->Size, variable->Alignment), *variable);
+    return place != nullptr && *place != nullptr ? *place : TakeReserved(*variable);
 }

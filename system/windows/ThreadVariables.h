@@ -5,6 +5,9 @@
 namespace Tavrik::Ossira::tSystem
 {
 
+// Takes the process's slot that the first variable needs; false when there is none left.
+[[nodiscard]] bool PrepareVariables() noexcept;
+
 // When a thread ends.
 void ReleaseVariablesOfThread() noexcept;
 

@@ -50,7 +50,7 @@ int main(int argumentCount, char** arguments)
     testing::InitGoogleTest(&argumentCount, arguments);
     testing::UnitTest::GetInstance()->listeners().Append(new tTest::BalanceListener);
 #ifdef OSSIRA_STATIC_RUNTIME // the program is the library, so it attaches and detaches it
-    if (!AttachLibrary(nullptr))
+    if (!AttachLibrary())
         return 1;
     const int result = RUN_ALL_TESTS();
     DetachLibrary(false);

@@ -28,6 +28,25 @@ private:
     const std::unique_ptr<State> mState;
 };
 
+// Standard error is a pipe that nobody reads any more, or one that is full, while this lives.
+// Nothing happens where the debug output never waits.
+class CBrokenDebugOutput
+{
+public:
+    explicit CBrokenDebugOutput(bool isFull);
+    ~CBrokenDebugOutput();
+
+private:
+    int mFormer = -1;
+    int mReader = -1;
+};
+
+// Whether a thread that ends in the middle of a call unwinds its stack here; and both ways to do
+// so.
+extern const bool ThreadsEndByUnwinding;
+void EndThisThread();
+void CancelThisThread(); // at the next point where that may be
+
 // The file of the running program.
 [[nodiscard]] std::filesystem::path ProgramPath();
 

@@ -4,9 +4,11 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <malloc.h>
+#include <pthread.h>
 #include <sstream>
 #include <sys/mman.h>
 #include <unistd.h>
+#include <utility>
 
 namespace Tavrik::Ossira::tTest
 {
@@ -35,6 +37,42 @@ CDebugOutputTap::~CDebugOutputTap()
 std::string CDebugOutputTap::Text() const
 {
     return ReadFile("/proc/self/fd/" + std::to_string(mState->File));
+}
+
+CBrokenDebugOutput::CBrokenDebugOutput(bool isFull) : mFormer(dup(STDERR_FILENO))
+{
+    int ends[2];
+    if (pipe(ends) != 0)
+        std::abort();
+    mReader = ends[0];
+    fcntl(ends[1], F_SETFL, O_NONBLOCK);
+    while (isFull && write(ends[1], "x", 1) == 1)
+        ;
+    fcntl(ends[1], F_SETFL, 0);
+    dup2(ends[1], STDERR_FILENO);
+    close(ends[1]);
+    if (!isFull)
+        close(std::exchange(mReader, -1));
+}
+
+CBrokenDebugOutput::~CBrokenDebugOutput()
+{
+    dup2(mFormer, STDERR_FILENO);
+    close(mFormer);
+    if (mReader >= 0)
+        close(mReader);
+}
+
+const bool ThreadsEndByUnwinding = true;
+
+void EndThisThread()
+{
+    pthread_exit(nullptr);
+}
+
+void CancelThisThread()
+{
+    pthread_cancel(pthread_self());
 }
 
 std::filesystem::path ProgramPath()

@@ -55,6 +55,22 @@ std::string CDebugOutputTap::Text() const
     return mState->Text;
 }
 
+CBrokenDebugOutput::CBrokenDebugOutput(bool)
+{
+}
+
+CBrokenDebugOutput::~CBrokenDebugOutput() = default;
+
+const bool ThreadsEndByUnwinding = false;
+
+void EndThisThread()
+{
+}
+
+void CancelThisThread()
+{
+}
+
 std::filesystem::path ProgramPath()
 {
     std::array<wchar_t, 1024> path{};
