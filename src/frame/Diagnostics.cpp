@@ -32,24 +32,6 @@ struct ReleaseException
     }
 };
 
-// Ends the exception being handled without a word. A thread that ends in the middle goes on ending.
-void DiscardCaught()
-try
-{
-    throw;
-}
-catch (IException* exception)
-{
-    const std::unique_ptr<IException, ReleaseException> owner(exception); // which may be null
-}
-catch (const tSystem::ForcedUnwind&)
-{
-    throw;
-}
-catch (...)
-{
-}
-
 void PrintLine(IObserverPrint& observer, std::uint32_t level, const SourceLocation& location,
                const char* format, std::va_list arguments)
 try
@@ -136,6 +118,23 @@ private:
 constinit CUnknownCode gUnknownCodes[256];
 
 } // namespace
+
+void DiscardCaught()
+try
+{
+    throw;
+}
+catch (IException* exception)
+{
+    const std::unique_ptr<IException, ReleaseException> owner(exception); // which may be null
+}
+catch (const tSystem::ForcedUnwind&)
+{
+    throw;
+}
+catch (...)
+{
+}
 
 std::uint32_t LevelMaskOf(IObserverPrint* observer)
 try

@@ -5,6 +5,8 @@
 
 #include "Library.h"
 
+#include "Library.h"
+
 #include <mutex>
 
 namespace Tavrik::Ossira

@@ -29,6 +29,10 @@ ISingleton** GetSingleton(ISingleton** out);
 // overwrite the owning pointer.
 [[nodiscard]] bool IsSingletonVariable(void** out) noexcept;
 
+// Releases what is being handled, for where nobody can be told of it. A thread that is being ended
+// goes on through it. Call it in a catch clause only.
+void DiscardCaught();
+
 // Files every class of the module's bootstrap chain with a CLSID registry.
 Result Library_BootstrapRegisterChain(IUnknown* registry);
 

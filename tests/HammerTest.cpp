@@ -1,0 +1,424 @@
+// Everything at once, from more threads than there are processors: each thread makes random steps
+// on objects that all share, until the time is over. Each step checks what must hold whatever the
+// others do, and in the end nothing may be lost. A sanitizer watches for races, the check of the
+// lock order for locks that could meet. OSSIRA_HAMMER_SECONDS and OSSIRA_HAMMER_SEED make it longer
+// and other.
+#include "ServiceTools.h"
+#include "TestItem.h"
+
+#include "OssiraCacheStack.h"
+#include "OssiraDatatypes.h"
+#include "OssiraModified.h"
+#include "OssiraThreads.h"
+#include "OssiraValueSetGroup.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+namespace Tavrik::Ossira
+{
+
+using namespace tTest;
+
+namespace
+{
+
+constexpr std::uint32_t ThreadCount = 6;
+
+[[nodiscard]] std::uint32_t Setting(const char* name, std::uint32_t standard)
+{
+    const char* const text = std::getenv(name);
+    return text == nullptr ? standard : static_cast<std::uint32_t>(std::strtoul(text, nullptr, 10));
+}
+
+// A datum that shows when it was torn: every word is the first one. Of two sizes, one of which a
+// value keeps outside of itself.
+struct Datum
+{
+    explicit Datum(std::uint32_t word, bool isLong) : Words(isLong ? 40 : 2, word)
+    {
+    }
+
+    [[nodiscard]] static bool IsWhole(const std::vector<std::uint32_t>& words)
+    {
+        return std::ranges::all_of(words, [&](std::uint32_t word) { return word == words[0]; });
+    }
+
+    [[nodiscard]] std::int32_t Size() const
+    {
+        return static_cast<std::int32_t>(Words.size() * sizeof(std::uint32_t));
+    }
+
+    std::vector<std::uint32_t> Words;
+};
+
+// Asks with `get(data, size)` until nobody comes between the size and the bytes. `S_OK` for a whole
+// datum, `E_UNEXPECTED` for a torn one, or what is refused.
+[[nodiscard]] Result ReadWhole(auto get)
+{
+    for (;;)
+    {
+        const Result size = get(nullptr, 0);
+        std::vector<std::uint32_t> words(static_cast<std::size_t>(std::max(size, 4)) / 4);
+        const Result read = Failed(size) ? size : get(words.data(), size);
+        if (Succeeded(read))
+            return Datum::IsWhole(words) ? S_OK : E_UNEXPECTED;
+        if (Failed(size) || read != E_INVALIDARG)
+            return read;
+    }
+}
+
+// As a statement, since the assertions of the framework are not to be branches.
+void Check(Result result)
+{
+    EXPECT_EQ(result, S_OK);
+}
+
+struct Step
+{
+    std::mt19937& Random;
+    std::uint32_t Thread;
+
+    [[nodiscard]] std::uint32_t Below(std::uint32_t bound) const
+    {
+        return tTest::Below(Random, bound);
+    }
+};
+
+class Hammer
+{
+public:
+    Hammer()
+    {
+        EXPECT_EQ(Value->SetValue(DATATYPE_GUID, Word.Words.data(), Word.Size()), S_OK);
+        EXPECT_EQ(OtherValue->SetValue(DATATYPE_GUID, Word.Words.data(), Word.Size()), S_OK);
+        for (std::uint32_t layer = 0; layer < 3; ++layer)
+        {
+            Layers.push_back(Make<IValueSet>(CLSID_ValueSet));
+            EXPECT_EQ(Group->InsertValueSet(-1, Layers[layer].Get(), nullptr, 0), S_OK);
+        }
+        EXPECT_EQ(SetValueSINT32(Layers[0].Get(), BottomKey, 1), S_OK);
+        EXPECT_EQ(Group->GetValueSet(View.Put()), S_OK);
+        EXPECT_EQ(RegisterModule(ModuleFile("good", "Counter"), nullptr, Factory.Get()), S_OK);
+        EXPECT_EQ(RegisterModule(ModuleFile("good", "Counter")), S_OK);
+        for (ObjectPtr<ICommonThreadPoolBox>& box : Boxes)
+        {
+            box = Make<ICommonThreadPoolBox>(CLSID_CommonThreadPoolBox);
+            EXPECT_EQ(box->Create(2), S_OK);
+        }
+    }
+
+    void Lists(Step step)
+    {
+        const auto item = Make<IValue>(CLSID_Value);
+        IList& list = step.Below(2) != 0 ? *List : *LockableList;
+        std::atomic<std::int32_t>& expected = &list == List.Get() ? ListSize : LockableListSize;
+        EXPECT_EQ(step.Below(2) != 0 ? list.Add(item.Get()) : list.Insert(0, item.Get()), S_OK);
+        ++expected;
+        const std::int32_t count = list.GetCount();
+        ObjectPtr<IValue> found;
+        const Result got =
+            list.GetItemAt(static_cast<std::int32_t>(step.Below(100)), IID_IValue, found.PutVoid());
+        EXPECT_TRUE(got == S_OK || got == E_INVALIDARG) << got;
+        if (step.Below(8) == 0)
+        {
+            const auto walk = Walk<IEnumerator>(list);
+            Result moved = S_OK;
+            while ((moved = walk->MoveNext()) == S_OK)
+                (void)walk->GetCurrent(IID_IValue, found.PutVoid());
+            EXPECT_TRUE(moved == S_FALSE || moved == E_ACCESSDENIED) << moved;
+        }
+        if (count > 50 || step.Below(3) != 0)
+        {
+            const Result removed = step.Below(2) != 0 ? list.Remove(item.Get()) : list.RemoveAt(0);
+            EXPECT_TRUE(removed == S_OK || removed == E_INVALIDARG) << removed;
+            expected -= removed == S_OK ? 1 : 0;
+        }
+    }
+
+    void Dictionaries(Step step)
+    {
+        const GUID own = Numbered(step.Below(40), static_cast<std::uint16_t>(100 + step.Thread));
+        const GUID common = Numbered(step.Below(20), 99);
+        EXPECT_EQ(Dictionary->SetValueGUID(own, Value.Get()), S_OK);
+        ObjectPtr<IValue> found;
+        EXPECT_EQ(Dictionary->GetValueGUID(own, IID_IValue, found.PutVoid()), S_OK);
+        EXPECT_EQ(found.Get(), Value.Get());
+        EXPECT_EQ(Dictionary->SetValueGUID(common, OtherValue.Get()), S_OK);
+        EXPECT_EQ(Dictionary->RemoveGUID(step.Below(2) != 0 ? own : common), S_OK);
+        if (step.Below(8) == 0)
+        {
+            const auto walk = Walk<IEnumeratorGUID>(*Dictionary);
+            GUID last = GUID_Null;
+            GUID key = GUID_Null;
+            while (walk->MoveNext() == S_OK && walk->GetCurrentGUID(&key) == S_OK)
+            {
+                EXPECT_LT(std::memcmp(&last, &key, sizeof key), 0) << "in order";
+                last = key;
+            }
+        }
+    }
+
+    void Values(Step step)
+    {
+        IValue& value = step.Below(2) != 0 ? *Value : *OtherValue;
+        IValue& other = step.Below(2) != 0 ? *Value : *OtherValue;
+        const Datum datum(step.Below(10), step.Below(2) != 0);
+        EXPECT_EQ(value.SetValue(DATATYPE_GUID, datum.Words.data(), datum.Size()), S_OK);
+        const auto read = [](IValue& from)
+        {
+            return ReadWhole([&](void* data, std::int32_t size)
+                             { return from.GetValue(DATATYPE_GUID, data, size); });
+        };
+        EXPECT_EQ(read(other), S_OK);
+        ObjectPtr<IValue> clone;
+        EXPECT_EQ(As<ICloneable>(value)->Clone(IID_IValue, clone.PutVoid()), S_OK);
+        EXPECT_EQ(read(*clone), S_OK);
+        std::int32_t order = 0;
+        EXPECT_EQ(As<IComparable>(value)->Compare(&other, &order), S_OK);
+        EXPECT_EQ(As<IComparable>(value)->Compare(&value, &order), S_OK);
+    }
+
+    void ValueSets(Step step)
+    {
+        const Datum datum(step.Below(10), step.Below(2) != 0);
+        const GUID key = Numbered(step.Below(5));
+        EXPECT_EQ(Set->SetValueData(key, DATATYPE_GUID, datum.Words.data(), datum.Size()), S_OK);
+        const Result read =
+            ReadWhole([&](void* data, std::int32_t size)
+                      { return Set->GetValueData(key, DATATYPE_GUID, data, size); });
+        EXPECT_TRUE(read == S_OK || read == E_NOT_FOUND) << read; // another thread's removal
+        if (step.Below(10) == 0)
+            Check(Set->RemoveGUID(key));
+    }
+
+    void Groups(Step step)
+    {
+        std::int32_t number = 0;
+        EXPECT_EQ(GetValueSINT32(View.Get(), BottomKey, &number), S_OK);
+        EXPECT_EQ(View->ContainsGUID(BottomKey), S_OK);
+        EXPECT_GT(View->GetCount(), 0);
+        const GUID key = Numbered(step.Below(30), 1);
+        IValueSet& layer = *Layers[step.Below(3)];
+        EXPECT_EQ(SetValueSINT32(&layer, key, 7), S_OK);
+        EXPECT_EQ(layer.RemoveGUID(Numbered(step.Below(30), 1)), S_OK);
+        (void)SetValueSINT32(View.Get(), BottomKey, 2);
+        const auto walk = Walk<IEnumeratorGUID>(*View);
+        Result moved = S_OK;
+        while ((moved = walk->MoveNext()) == S_OK)
+            continue;
+        EXPECT_TRUE(moved == S_FALSE || moved == E_ACCESSDENIED) << moved;
+    }
+
+    void Factories(Step step)
+    {
+        const CLSID own = Numbered(step.Below(9), static_cast<std::uint16_t>(50 + step.Thread));
+        ObjectPtr<ICounter> counter;
+        EXPECT_EQ(Factory->GetClassObject(CLSID_Counter, IID_ICounter, counter.PutVoid()), S_OK);
+        EXPECT_EQ(counter->Count(), 1);
+        (void)Factory->RegisterClass(own, nullptr, "own");
+        (void)CountClasses(*Factory);
+        EXPECT_EQ(Factory->UnregisterClass(own), S_OK);
+        if (step.Below(4) == 0)
+            Check((step.Below(2) != 0 ? Factory : GlobalFactory())->FlushModules());
+        EXPECT_EQ(counter->Count(), 2);
+        if (step.Below(20) == 0)
+            Check(RegisterModule(ModuleFile("bootstrap", "BootstrapInner"), Registry.Get(),
+                                 Factory.Get()));
+    }
+
+    void Registries(Step step)
+    {
+        const CLSID own = Numbered(step.Below(9), static_cast<std::uint16_t>(50 + step.Thread));
+        EXPECT_EQ(Registry->RegisterGroupClass(Numbered(1), Numbered(step.Thread), own), S_OK);
+        EXPECT_EQ(Registry->ContainsGroupClass(Numbered(1), Numbered(step.Thread), own), S_OK);
+        EXPECT_EQ(Registry->UnregisterGroupClass(Numbered(1), Numbered(step.Thread), own), S_OK);
+    }
+
+    void Singletons(Step step)
+    {
+        EXPECT_GE(Singleton<ICounter>(CLSID_Counter)->Count(), 1);
+        if (step.Below(4) == 0)
+            (void)SingletonRegistry()->UnregisterObject(CLSID_Counter);
+        // Its start-up code asks for singletons and for the factory.
+        if (step.Below(10) == 0)
+            Check(RegisterModule(ModuleFile("callback", "Callback"), nullptr, Factory.Get()));
+    }
+
+    void Datatypes(Step step)
+    {
+        const auto service = Singleton<IDatatypesService>(CLSID_DatatypesService);
+        const auto provider = Singleton<IDatatypes>(CLSID_IntrinsicDatatypes);
+        EXPECT_EQ(service->Contains(DATATYPE_SINT64), S_OK);
+        DatatypeCharacteristics info;
+        const Result told = service->GetCharacteristics(DATATYPE_SINT32, &info);
+        EXPECT_TRUE(told == S_OK || told == E_NOT_FOUND) << told;
+        if (step.Below(3) == 0)
+            Check(service->UnregisterDatatype(DATATYPE_SINT32));
+        EXPECT_EQ(service->RegisterDatatype(DATATYPE_SINT32, provider.Get()), S_OK);
+    }
+
+    void Changes(Step)
+    {
+        const auto isWanted = std::make_shared<std::atomic<bool>>(true);
+        const auto dependant = TestItem::New();
+        dependant->OnTouch = [isWanted]
+        {
+            EXPECT_TRUE(*isWanted) << "touched after it was removed";
+            return S_OK;
+        };
+        const Result added = Modified->AddTouchModified(dependant.Get());
+        EXPECT_TRUE(added == S_OK || added == E_UNEXPECTED) << added; // being touched
+        const Result touched = Modified->TouchModified();
+        EXPECT_TRUE(touched == S_OK || touched == E_UNEXPECTED) << touched;
+        EXPECT_EQ(Modified->RemoveTouchModified(dependant.Get()), S_OK);
+        *isWanted = false;
+    }
+
+    void Caches(Step step)
+    {
+        ObjectPtr<IClsidObjectCacheStack> cache;
+        {
+            const std::lock_guard guard(mCacheMutex);
+            if (!mCache || step.Below(20) == 0)
+            {
+                mCache = Make<IClsidObjectCacheStack>(CLSID_ClsidObjectCacheStack);
+                EXPECT_EQ(mCache->Create(CLSID_Value, IID_IValue, 0, 0), S_OK);
+            }
+            cache = mCache;
+        }
+        const auto isFine = [](Result result)
+        {
+            return result == S_OK || result == S_FALSE || result == E_DISPOSED;
+        };
+        ObjectPtr<IValue> value;
+        EXPECT_TRUE(isFine(cache->Pop(IID_IValue, value.PutVoid())));
+        EXPECT_TRUE(isFine(cache->Push(Value.Get())));
+        const auto lock = As<IObjectLock>(*cache);
+        if (lock->Lock(0) == S_OK)
+        {
+            EXPECT_TRUE(isFine(cache->IsEmpty()));
+            lock->Unlock();
+        }
+        if (step.Below(20) == 0)
+            (void)isFine(As<IDisposable>(*cache)->Dispose());
+    }
+
+    // A job of one pool that runs one on the other that runs one on the first.
+    void Pools(Step step)
+    {
+        using tSystem::tThreads::CThreadJob;
+        using tSystem::tThreads::IThreadPool;
+        const std::unique_lock turn(mPoolMutex, std::try_to_lock);
+        if (!turn.owns_lock())
+            return;
+        const auto symmetric = static_cast<std::uint8_t>(step.Below(2));
+        std::array<IThreadPool*, 2> pools = {};
+        for (std::size_t at = 0; at < pools.size(); ++at)
+            EXPECT_EQ(Boxes[at]->GetThreadPool(&pools[at]), S_OK);
+        std::atomic<int> items = 0;
+        CThreadJob inner([&](auto) { ++items; });
+        CThreadJob middle([&](auto)
+                          { EXPECT_EQ(pools[0]->Run(&inner, nullptr, symmetric, "inner"), 0); });
+        CThreadJob outer([&](auto)
+                         { EXPECT_EQ(pools[1]->Run(&middle, nullptr, symmetric, "middle"), 0); });
+        EXPECT_EQ(pools[0]->Run(&outer, nullptr, symmetric, "outer"), 0);
+        EXPECT_GT(items, 0);
+    }
+
+    void Lines(Step)
+    {
+        EXPECT_EQ(Value->GetType(nullptr), E_POINTER); // writes one
+        const auto next = Make<IObserverPrint>(CLSID_DebugOutputObserverPrint);
+        EXPECT_EQ(next->SetLevelMask(0, PRINT_ERROR), S_OK);
+        EXPECT_EQ(SetGlobalObserver(next.Get()), S_OK);
+    }
+
+    // When all threads have ended.
+    void ExpectNothingLost()
+    {
+        EXPECT_EQ(List->GetCount(), ListSize);
+        EXPECT_EQ(LockableList->GetCount(), LockableListSize);
+        EXPECT_EQ(KeysOf(*Dictionary).size(), static_cast<std::size_t>(Dictionary->GetCount()));
+        EXPECT_EQ(KeysOf(*View).size(), static_cast<std::size_t>(View->GetCount()));
+        EXPECT_EQ(Registry->ContainsCategory(Numbered(1)), S_FALSE);
+        EXPECT_EQ(CountClasses(*Factory), 3u) << "of Counter, BootstrapInner and Callback";
+        mCache.Reset();
+        EXPECT_EQ(Set->Clear(), S_OK);
+        EXPECT_EQ(Dictionary->Clear(), S_OK);
+        EXPECT_EQ(ReferencesOn(*Value), 1u);
+        EXPECT_EQ(ReferencesOn(*OtherValue), 1u);
+        EXPECT_EQ(Factory->FlushModules(), S_OK);
+    }
+
+private:
+    const GUID BottomKey = Numbered(1, 2);
+    const Datum Word = Datum(1, false);
+    const ObjectPtr<IList> List = Make<IList>(CLSID_NodeList);
+    const ObjectPtr<IList> LockableList = Make<IList>(CLSID_LockableNodeList);
+    std::atomic<std::int32_t> ListSize = 0;
+    std::atomic<std::int32_t> LockableListSize = 0;
+    const ObjectPtr<IDictionaryGUID> Dictionary = Make<IDictionaryGUID>(CLSID_DictionaryGUID);
+    const ObjectPtr<IValue> Value = Make<IValue>(CLSID_Value);
+    const ObjectPtr<IValue> OtherValue = Make<IValue>(CLSID_Value);
+    const ObjectPtr<IValueSet> Set = Make<IValueSet>(CLSID_ValueSet);
+    const ObjectPtr<IValueSetGroup> Group = Make<IValueSetGroup>(CLSID_ValueSetGroup);
+    std::vector<ObjectPtr<IValueSet>> Layers;
+    ObjectPtr<IValueSet> View;
+    const ObjectPtr<IObjectFactory> Factory = Make<IObjectFactory>(CLSID_ObjectFactory);
+    const ObjectPtr<IClsidRegistry> Registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
+    const ObjectPtr<IModifiedService> Modified = Make<IModifiedService>(CLSID_ModifiedService);
+    std::array<ObjectPtr<ICommonThreadPoolBox>, 2> Boxes;
+    std::mutex mCacheMutex;
+    ObjectPtr<IClsidObjectCacheStack> mCache;
+    std::mutex mPoolMutex;
+};
+
+// How often each is drawn: steps that load modules take a thousand times as long as others.
+constexpr struct
+{
+    void (Hammer::*Work)(Step);
+    std::uint32_t Share;
+} Jobs[] = {{&Hammer::Lists, 30},     {&Hammer::Dictionaries, 30}, {&Hammer::Values, 20},
+            {&Hammer::ValueSets, 20}, {&Hammer::Groups, 10},       {&Hammer::Factories, 2},
+            {&Hammer::Registries, 5}, {&Hammer::Singletons, 2},    {&Hammer::Datatypes, 5},
+            {&Hammer::Changes, 20},   {&Hammer::Caches, 20},       {&Hammer::Pools, 5},
+            {&Hammer::Lines, 5}};
+
+TEST(ConcurrentHammer, MixedStepsOnSharedObjectsLoseNothing)
+{
+    const std::uint32_t seconds = Setting("OSSIRA_HAMMER_SECONDS", 4);
+    const std::uint32_t seed = Setting("OSSIRA_HAMMER_SEED", 20261121);
+    std::printf("seed %u, %u threads, %u seconds\n", seed, ThreadCount, seconds);
+    std::vector<void (Hammer::*)(Step)> draw;
+    for (const auto& job : Jobs)
+        draw.insert(draw.end(), job.Share, job.Work);
+
+    ObjectPtr<IObserverPrint> former;
+    ASSERT_EQ(GetGlobalObserver(former.Put()), S_OK);
+    const ObserverMaskScope silence(0); // most refusals are part of the game
+    std::atomic<std::uint64_t> steps = 0;
+    {
+        Hammer hammer;
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+        InThreads(ThreadCount,
+                  [&](std::uint32_t thread)
+                  {
+                      std::mt19937 random(seed + thread);
+                      for (; std::chrono::steady_clock::now() < end && !testing::Test::HasFailure();
+                           ++steps)
+                          (hammer.*draw[Below(random, draw.size())])({random, thread});
+                  });
+        EXPECT_EQ(SetGlobalObserver(former.Get()), S_OK);
+        hammer.ExpectNothingLost();
+    }
+    std::printf("%llu steps\n", static_cast<unsigned long long>(steps));
+}
+
+} // namespace
+
+} // namespace Tavrik::Ossira
