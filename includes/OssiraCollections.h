@@ -198,9 +198,9 @@ protected:
 // Objects by GUID. Enumerations follow the keys in the order of their 16 bytes in memory; a
 // dictionary's own enumerator yields its keys, as GUIDs or as read-only values of the GUID
 // datatype. Every `SetValueGUID`, `RemoveGUID` and `Clear`, even one that changes nothing, ends
-// older enumerators. Looking a key up takes constant time on average,
-// entering and removing one besides that a time logarithmic in their number, for the order; none of
-// them holds the lock longer because the dictionary is large.
+// older enumerators. Looking a key up takes constant time on average. Entering and removing one
+// takes that and, for the order, a time logarithmic in the number of keys; the lock is never held
+// longer because the dictionary is large.
 struct IDictionaryGUID : ICollectionGUID
 {
     using Extends = ICollectionGUID;

@@ -152,7 +152,7 @@ TEST(Collections, NestedToAnyDepthAreReleasedOneAfterAnother)
 {
     int alive = 1;
     ObjectPtr<IUnknown> nest(TestItem::New([&] { --alive; }).Get());
-    for (std::uint32_t depth = 0; depth < 60000; ++depth)
+    for (std::uint32_t depth = 0; depth < 30000; ++depth)
     {
         const auto list = Make<IList>(depth % 2 == 0 ? CLSID_NodeList : CLSID_LockableNodeList);
         const auto map = Make<IDictionaryGUID>(CLSID_DictionaryGUID);

@@ -246,6 +246,24 @@ TEST_F(ValueSetGroup, AForeignLayerMayCallItsGroupAndIsAskedAgainWhenItChanges)
     EXPECT_EQ(Group->Clear(), S_OK);
 }
 
+TEST_F(ValueSetGroup, AKeyThatGoesWhileItIsReadIsFoundInALayerBelow)
+{
+    const GUID key = Numbered(1);
+    Insert(0, key, 0, key);
+    ForeignLayer layer;
+    EXPECT_EQ(SetValueSINT32(layer.Inner.Get(), key, 2), S_OK);
+    EXPECT_EQ(Group->InsertValueSet(1, &layer, nullptr, 0), S_OK);
+    int calls = 0;
+    layer.OnCall = [&]
+    {
+        (void)(++calls == 2 ? layer.Inner->Clear() : S_OK);
+    };
+    std::int32_t number = 0;
+    EXPECT_EQ(GetValueSINT32(View.Get(), key, &number), S_OK);
+    EXPECT_EQ(number, 1);
+    EXPECT_EQ(Group->Clear(), S_OK);
+}
+
 // More keys than are read ahead, in layers that have some in common.
 TEST_F(ValueSetGroup, AWalkGoesOnBesideOthersAndShowsTheKeysThatAreThereWhenItComesToThem)
 {

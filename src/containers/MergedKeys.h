@@ -204,8 +204,8 @@ private:
     GUID mBound = GUID_Null;
 };
 
-// How many keys the visible layers have together. One layer knows; of several, the keys of the
-// smaller ones are looked up in the larger ones.
+// How many keys the visible layers have together. One layer knows; of several, the keys of all
+// but the largest are looked up in those that were counted before.
 [[nodiscard]] inline std::int32_t CountMergedKeys(std::span<const Layer> layers)
 {
     struct Sized
@@ -223,15 +223,17 @@ private:
         OSSIRA_CHECK_CALL_TWICE(size = layer.ValueSet->GetCount(), "Values->GetCount");
         sizes[used++] = {size, &layer};
     }
-    std::sort(sizes.begin(), sizes.begin() + used,
-              [](const Sized& a, const Sized& b) { return a.Size > b.Size; });
+    const auto largest = std::max_element(
+        sizes.begin(), sizes.end(), [](const Sized& a, const Sized& b) { return a.Size < b.Size; });
+    std::swap(*largest, sizes[0]);
     std::int32_t count = sizes[0].Size;
     for (std::size_t at = 1; at < used; ++at)
     {
         const auto isNew = [&](const GUID& key)
         {
             return std::none_of(sizes.begin(), sizes.begin() + at,
-                                [&key](const Sized& larger) { return HoldsKey(*larger.Of, key); });
+                                [&key](const Sized& counted)
+                                { return HoldsKey(*counted.Of, key); });
         };
         MergedKeys some(std::span(sizes[at].Of, 1), nullptr);
         for (;;)
