@@ -5,6 +5,7 @@
 #include "ServiceTools.h"
 
 #include <cstring>
+#include <functional>
 
 namespace Tavrik::Ossira
 {
@@ -57,12 +58,14 @@ struct TestProvider final : IDatatypes, IEnumeratorGUID
     ANSWERS(Reset, (), E_NOTIMPL)
     ANSWERS(MoveNext, (), ++At < static_cast<int>(Types.size()) ? S_OK : S_FALSE)
     ANSWERS(GetCurrentGUID, (GUID * guid), (*guid = Types.begin()[At], S_OK))
-    ANSWERS(Contains, (const GUID&), S_OK)
+    ANSWERS(Contains, (const GUID&), (OnContains(), S_OK))
     ANSWERS(GetCharacteristics, (const GUID&, DatatypeCharacteristics* info),
             (std::memset(info, 'n', sizeof(*info)), S_OK)) // a name without an end
     ANSWERS(ValueCompare, (const GUID&, Bytes, Size, Bytes, Size, std::int32_t*), S_FALSE)
     ANSWERS(ValueLerp, (const GUID&, Bytes, Size, Bytes, Size, double, void*, Size), 77)
 
+    std::function<void()> OnContains = [] {
+    };
     std::string_view Failing;
     int CallsBefore = 1;
     std::vector<GUID> Types;
@@ -185,6 +188,28 @@ TEST(DatatypesService, ConcurrentFirstQuestionsInstallOnce)
         threads.join();
         EXPECT_EQ(KeysOf(*service).size(), 9u);
         EXPECT_EQ(capture.CountLinesWith("--- Register Intrinsic-Datatypes ---"), 1u);
+    }
+}
+
+TEST(DatatypesService, ConcurrentFirstQuestionsMeetProvidersThatAskWhileTheyAreRegistered)
+{
+    for (int round = 0; round < 100; ++round)
+    {
+        TestProvider provider({TypeA});
+        const auto service = Make<IDatatypesService>(CLSID_DatatypesService);
+        std::atomic<int> missing = 2;
+        provider.OnContains = [&]
+        {
+            Meet(missing);
+            EXPECT_TRUE(Singleton<IClsidRegistry>(CLSID_ClsidRegistry));
+            EXPECT_EQ(service->Contains(DATATYPE_SINT8), S_OK);
+        };
+        std::jthread registrar([&] { EXPECT_EQ(service->RegisterDatatypes(&provider), S_OK); });
+        Meet(missing);
+        EXPECT_EQ(service->Contains(DATATYPE_SINT16), S_OK);
+        registrar.join();
+        EXPECT_EQ(KeysOf(*service).size(), 9u);
+        EXPECT_EQ(service->ClearDatatypes(), S_OK);
     }
 }
 

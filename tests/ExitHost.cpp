@@ -32,12 +32,29 @@ template <class Interface>
     return object;
 }
 
-[[nodiscard]] ObjectPtr<ICounter> NewCounter()
+[[nodiscard]] ObjectPtr<ICounter> NewCounter(const CLSID& clsid = CLSID_Counter)
 {
     ObjectPtr<ICounter> counter;
     if (const auto singletons = New<ISingleton>(CLSID_GlobalSingleton); singletons)
-        singletons->GetClassObject(CLSID_Counter, IID_ICounter, counter.PutVoid());
+        singletons->GetClassObject(clsid, IID_ICounter, counter.PutVoid());
     return counter;
+}
+
+// Leaves a pool behind that has just had work.
+[[nodiscard]] bool UsePool()
+{
+    auto* const box = New<ICommonThreadPoolBox>(CLSID_CommonThreadPoolBox).Detach();
+    tSystem::tThreads::IThreadPool* pool = nullptr;
+    tSystem::tThreads::CThreadJob job([](tSystem::tThreads::CAbortFlag) {});
+    return box->Create(8) == S_OK && box->GetThreadPool(&pool) == S_OK &&
+           pool->Run(&job, nullptr, 1, "short") == S_OK;
+}
+
+[[nodiscard]] bool Register(const char* folder, const char* module)
+{
+    const auto file = ProgramPath().parent_path() / "test-modules" / folder / module;
+    const auto service = New<IClassRegisterService>(CLSID_ClassRegisterService);
+    return service->RegisterModule(file.wstring().c_str(), nullptr, nullptr) == S_OK;
 }
 
 // Brings singletons and objects of the runtime to life, and maybe those of a module; they stay.
@@ -49,13 +66,8 @@ template <class Interface>
         list->Add(New<IValue>(CLSID_Value).Detach()) != S_OK)
         return false;
     singletons->AddRef();
-    if (!withModule)
-        return true;
-
-    const auto file = ProgramPath().parent_path() / "test-modules" / "good" / "Counter.dll";
-    const auto service = New<IClassRegisterService>(CLSID_ClassRegisterService);
-    return service->RegisterModule(file.wstring().c_str(), nullptr, nullptr) == S_OK &&
-           list->Add(NewCounter().Detach()) == S_OK;
+    return !withModule ||
+           (Register("good", "Counter.dll") && list->Add(NewCounter().Detach()) == S_OK);
 }
 
 // Calls objects and, if it is to, creates others all the time; calling alone takes no memory.
@@ -95,6 +107,11 @@ int Run(const std::string& scenario)
     else if (scenario == "lock-held") // by a thread that will not give it back
         std::thread([] { New<ICriticalSection>(CLSID_GlobalCriticalSection).Detach()->Lock(); })
             .join();
+    else if (scenario == "pool-in-module")
+        return Register("pool", "PoolHolder.dll") &&
+                       NewCounter(CLSID_PoolHolder)->CountInModule() == 4
+                   ? 0
+                   : 11;
     else if (scenario == "static-reference")
         gStaticReference = NewCounter();
     return 0;
@@ -123,10 +140,11 @@ int main(int argumentCount, char** arguments)
         gCreate = reinterpret_cast<decltype(gCreate)>(runtime.Find("CreateClassObject"));
         if (!scenario.starts_with("unload"))
             return Run(scenario);
-        if (!Populate(scenario == "unload-with-module"))
+        if (!Populate(scenario == "unload-with-module") ||
+            (scenario == "unload-with-pool" && !UsePool()))
             return 21;
         runtime.Close();
-        if (scenario == "unload" && IsMapped(file))
+        if (scenario != "unload-with-module" && IsMapped(file))
             return 22;
     }
     return 0;

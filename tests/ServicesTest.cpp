@@ -1,4 +1,8 @@
-// The memory allocator and its segments, the modified service and the object cache stack.
+// The memory allocator and its segments, the modified service and the object cache stack, and how
+// the services do without memory.
+#include "CallSlot.h"
+#include "FailingMemory.h"
+#include "OssiraDatatypes.h"
 #include "ServiceTools.h"
 #include "TestItem.h"
 
@@ -150,6 +154,47 @@ TEST(ModifiedService, DependantsMayChangeTheChainWhileTouchedAndNobodyAfterDispo
     }
 }
 
+// Nor does the touch or the disposal need any memory.
+TEST(ConcurrentModifiedService, NoTouchOfAnotherThreadCallsADependantThatIsRemoved)
+{
+    for (int round = 0; round < 300; ++round)
+    {
+        const auto service = Make<IModifiedService>(CLSID_ModifiedService);
+        const auto dependant = TestItem::New();
+        std::atomic<bool> isRemoved = false;
+        std::atomic<int> missing = 3;
+        dependant->OnTouch = [&]
+        {
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+            EXPECT_FALSE(isRemoved);
+            return S_OK;
+        };
+        for (int entry = 0; entry < 2; ++entry)
+            EXPECT_EQ(service->AddTouchModified(dependant.Get()), S_OK);
+        const auto remove = [&]
+        {
+            Meet(missing);
+            std::this_thread::sleep_for(std::chrono::microseconds(round % 200));
+            EXPECT_EQ(service->RemoveTouchModified(dependant.Get()), S_OK);
+        };
+        std::jthread toucher(
+            [&]
+            {
+                Meet(missing);
+                FailingMemory memory(0, Shortage::FromThenOn);
+                EXPECT_EQ(service->TouchModified(), S_OK);
+            });
+        std::jthread other(remove);
+        remove();
+        other.join();
+        isRemoved = true;
+        EXPECT_EQ(ReferencesOn(*dependant), 1u);
+        toucher.join();
+        FailingMemory memory(0, Shortage::FromThenOn);
+        EXPECT_EQ(As<IDisposable>(*service)->Dispose(), S_OK);
+    }
+}
+
 // --- Object cache stack --------------------------------------------------------------------------
 
 ObjectPtr<IUnknown> Pop(IStack& stack)
@@ -259,6 +304,77 @@ TEST(ConcurrentObjectCacheStack, NoObjectIsInTwoHandsAndAHeldLockKeepsOthersOut)
     auto popped = std::async(std::launch::async, [&] { return Pop(*stack); });
     EXPECT_EQ(popped.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
     EXPECT_EQ(As<IObjectLock>(*stack)->Unlock(), S_OK);
+}
+
+TEST(ConcurrentObjectCacheStack, DisposalWaitsForTheLockNeedsNoMemoryAndLeavesNothingInside)
+{
+    for (int round = 0; round < 60; ++round)
+    {
+        const auto value = Make<IValue>(CLSID_Value);
+        const auto stack = Make<IClsidObjectCacheStack>(CLSID_ClsidObjectCacheStack);
+        const auto lock = As<IObjectLock>(*stack);
+        EXPECT_EQ(stack->Create(CLSID_Value, IID_IValue, 1, 1), S_OK);
+        const bool holds = round % 10 == 0;
+        std::atomic<int> missing = 2;
+        const Result locked = holds ? lock->Lock(0) : S_OK;
+        std::jthread disposer(
+            [&]
+            {
+                Meet(missing);
+                FailingMemory memory(0, Shortage::FromThenOn);
+                EXPECT_EQ(As<IDisposable>(*stack)->Dispose(), S_OK);
+            });
+        Meet(missing);
+        Result pushed = S_OK;
+        while (pushed == S_OK)
+            pushed = stack->Push(value.Get());
+        EXPECT_EQ(pushed, E_DISPOSED);
+        EXPECT_EQ(locked, S_OK);
+        EXPECT_EQ(holds ? lock->Unlock() : S_OK, S_OK);
+        disposer.join();
+        FAILS(lock->Unlock(), E_DISPOSED, "UnlockObject");
+        EXPECT_EQ(ReferencesOn(*value), 1u);
+    }
+}
+
+// --- All of them ---------------------------------------------------------------------------------
+
+TEST(Services, AnswerNullInThePlaceOfAReference)
+{
+    void* out = nullptr;
+    const void* const null = nullptr;
+    const auto stack = Make<IClsidObjectCacheStack>(CLSID_ClsidObjectCacheStack);
+    FAILS(CallSlot<Result>(stack.Get(), 5, null, &out), E_POINTER, "iid");
+    FAILS(CallSlot<Result>(stack.Get(), 7, null, &IID_IValue, 1u, 0), E_POINTER, "clsid");
+    const auto allocator = Make<ICommonMemoryAllocator32>(CLSID_CommonMemoryAllocator32);
+    FAILS(CallSlot<Result>(allocator.Get(), 6, 1u, 1u, 0u, null, &out), E_POINTER, "riid");
+    for (const CLSID& clsid : {CLSID_DatatypesService, CLSID_IntrinsicDatatypes})
+    {
+        const auto types = Make<IDatatypes>(clsid);
+        FAILS(CallSlot<Result>(types.Get(), 3, null, &out), E_POINTER, "riid");
+        FAILS(CallSlot<Result>(types.Get(), 4, null), E_POINTER, "dataType");
+    }
+}
+
+TEST(Services, DatatypesAreInstalledByALaterQuestionWhenMemoryLackedAtTheFirst)
+{
+    for (const Shortage shortage : {Shortage::Once, Shortage::FromThenOn})
+    {
+        int failures = 0;
+        bool failed = true;
+        for (int which = 0; failed; ++which)
+        {
+            const auto service = Make<IDatatypesService>(CLSID_DatatypesService);
+            FailingMemory memory(which, shortage);
+            const Result answer = service->Contains(DATATYPE_SINT8);
+            failed = memory.Stop();
+            EXPECT_TRUE(answer == S_OK || answer == E_OUTOFMEMORY) << which;
+            failures += answer == E_OUTOFMEMORY;
+            EXPECT_EQ(service->Contains(DATATYPE_SINT8), S_OK) << which;
+            EXPECT_EQ(KeysOf(*service).size(), 8u) << which;
+        }
+        EXPECT_GT(failures, 3);
+    }
 }
 
 } // namespace

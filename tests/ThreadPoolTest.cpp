@@ -1,10 +1,12 @@
 // The thread pool, its box and the threads it is made of.
 #include "threads/ThreadPool.h"
+#include "CallSlot.h"
 #include "FailingMemory.h"
 #include "OssiraCheck.h"
 #include "ServiceTools.h"
 
 #include <algorithm>
+#include <functional>
 #include <regex>
 #include <thread>
 
@@ -60,16 +62,52 @@ TEST(ConcurrentThreadPool, EveryItemIsDoneOnceWhileWorkersFallAsleep)
     }
 }
 
-TEST(ConcurrentThreadPool, ManyThreadsAndTheJobsThemselvesMayRunJobsOfOnePool)
+// Bit by bit: whether the first pool's runs, and the second one's, are symmetric.
+TEST(ConcurrentThreadPool, ManyThreadsMayRunJobsThatLeadFromPoolToPoolAndBack)
 {
-    const PoolPtr pool(CreateThreadPool(3)), threads(CreateThreadPool(8));
-    const auto work = [&](CAbortFlag)
+    const PoolPtr pools[] = {PoolPtr(CreateThreadPool(2)), PoolPtr(CreateThreadPool(3))};
+    for (const int modes : {0, 1, 2, 3, 0, 0})
     {
-        for (int round = 0; round < 100; ++round)
-            DoItems(*pool, round % 2 == 0);
-    };
-    EXPECT_EQ(RunJob(*threads, false, work), S_OK);
-    EXPECT_EQ(RunJob(*pool, false, work), S_OK);
+        const std::function<void(std::size_t)> run = [&](std::size_t depth)
+        {
+            IThreadPool& pool = *pools[depth % 2];
+            const bool symmetric = (modes >> depth % 2 & 1) != 0;
+            if (depth == 0)
+                return DoItems(pool, symmetric);
+            EXPECT_EQ(RunJob(pool, symmetric, [&](CAbortFlag) { run(depth - 1); }), S_OK);
+        };
+        InThreads(4, [&](std::uint32_t thread) { run(3 + thread % 2); });
+    }
+}
+
+// The run that is asked for here has a copy for each worker. One of them waits for a job of another
+// pool, and that job for this run.
+TEST(ConcurrentThreadPool, WorkersThatWaitRunWhatIsQueuedToThem)
+{
+    for (const bool symmetric : {false, true})
+    {
+        const PoolPtr pool(CreateThreadPool(2)), other(CreateThreadPool(2));
+        std::atomic<int> copies = 0;
+        std::atomic<bool> isBegun = false, isServed = false;
+        const auto wait = [&](CAbortFlag)
+        {
+            const bool isWorker = other->CurrentWorker() >= 0;
+            if (isWorker)
+                isBegun = true;
+            while (!(isWorker ? isServed : isBegun))
+                std::this_thread::yield();
+        };
+        const auto outer = [&](CAbortFlag)
+        {
+            EXPECT_EQ(pool->CurrentWorker() < 0 ? S_OK : RunJob(*other, symmetric, wait), S_OK);
+        };
+        std::jthread thread([&] { EXPECT_EQ(RunJob(*pool, false, outer), S_OK); });
+        while (!isBegun)
+            std::this_thread::yield();
+        EXPECT_EQ(RunJob(*pool, false, [&](CAbortFlag) { ++copies; }), S_OK);
+        EXPECT_EQ(copies, 3);
+        isServed = true;
+    }
 }
 
 TEST(ConcurrentThreadPool, EveryWorkerAndTheCallerRunACopyAndAnyOfThemMayAbort)
@@ -175,17 +213,69 @@ TEST(ThreadPool, TheNumberOfWorkersIsBounded)
 
 TEST(ThreadPool, WithoutMemoryForAllItsThreadsThereIsNone)
 {
+    const auto box = Make<ICommonThreadPoolBox>(CLSID_CommonThreadPoolBox);
+    FailingMemory shortage(0, Shortage::Once);
+    const Result created = box->Create(2);
+    shortage.Stop();
+    EXPECT_EQ(created, E_OUTOFMEMORY);
     const DiagnosticsCapture capture;
     PoolPtr pool;
     for (int which = 0; pool == nullptr; ++which)
     {
+        Result failure = E_OUTOFMEMORY;
         FailingMemory memory(which, Shortage::Once);
-        pool.reset(CreateThreadPool(2));
+        pool.reset(CreateThreadPool(2, &failure));
         memory.Stop();
+        EXPECT_EQ(failure, E_OUTOFMEMORY);
         EXPECT_EQ(WinThread::LiveCount(), pool ? 2 : 0) << "those that were started have ended";
     }
     EXPECT_EQ(capture.Text(), "\aCThreadPool Error #13\n\aCThreadPool Error #13\n"
                               "\aCThreadPool Error #14\n\aCThreadPool Error #14\n");
+}
+
+TEST(ConcurrentThreadPoolBox, MayGoWithAJobOfItsOwnPoolWhoeverRunsIt)
+{
+    const std::thread::id caller = std::this_thread::get_id();
+    for (int round = 0; round < 200; ++round)
+    {
+        const bool onWorker = round % 2 == 0;
+        auto box = Make<ICommonThreadPoolBox>(CLSID_CommonThreadPoolBox);
+        IThreadPool* pool = nullptr;
+        EXPECT_TRUE(box->Create(2) == S_OK && box->GetThreadPool(&pool) == S_OK);
+        std::atomic<int> ended = 0;
+        const auto work = [&](CAbortFlag)
+        {
+            if (onWorker == (std::this_thread::get_id() != caller) && ++ended == 1)
+                box.Reset();
+        };
+        EXPECT_EQ(RunJob(*pool, !onWorker && round % 4 == 1, work), S_OK);
+        EXPECT_GE(ended, 1);
+        EXPECT_EQ(CThreadPool::LiveCount() + WinThread::LiveCount(), 0);
+    }
+}
+
+TEST(ThreadPool, InACopyOfTheProcessRunsAreTheCallersAlone)
+{
+    if (!ProcessesCanBeCopied)
+        GTEST_SKIP() << "not on this platform";
+    PoolPtr pool(CreateThreadPool(3)), other(CreateThreadPool(2));
+    DoItems(*pool, false);
+    const auto inCopy = [&]
+    {
+        int copies = 0;
+        RunJob(*pool, true, [&](CAbortFlag) { ++copies; });
+        RunJob(*pool, false, [&](CAbortFlag) { ++copies; });
+        const int workers = pool->GetThreadCount();
+        pool.reset();
+        CThreadPool::EndAllWorkers(); // as unloading does
+        other.reset();
+        return copies * 100 + workers * 10 + CThreadPool::LiveCount() + WinThread::LiveCount();
+    };
+    EXPECT_EQ(ExitCodeInCopy(inCopy), 230);
+    DoItems(*pool, false);
+    CThreadPool::EndAllWorkers();
+    EXPECT_EQ(WinThread::LiveCount(), 0);
+    DoItems(*pool, false);
 }
 
 TEST(ConcurrentThreadPool, TenThousandPoolsLeaveNothingBehind)
@@ -203,14 +293,6 @@ TEST(ConcurrentThreadPool, TenThousandPoolsLeaveNothingBehind)
     EXPECT_EQ(CThreadPool::LiveCount() + WinThread::LiveCount(), 0);
     EXPECT_LE(MeasureMemory().Heap, before.Heap + 10000);
     EXPECT_LE(MeasureMemory().Process, before.Process + 4000000);
-}
-
-// Calls an operation as a compiler of another make does: by its slot, with the object first.
-template <class Answer, class... Arguments>
-Answer CallSlot(void* object, std::size_t slot, Arguments... arguments)
-{
-    void* const operation = (*static_cast<void***>(object))[slot];
-    return reinterpret_cast<Answer (*)(void*, Arguments...)>(operation)(object, arguments...);
 }
 
 TEST(ThreadPoolBox, KeepsItsPoolFromBeingDestroyedByItsSlots)

@@ -34,6 +34,12 @@ protected:
     ~ICounter() = default;
 };
 
+// --- "pool": PoolHolder.dll
+
+// Offers `ICounter`: counting in the module makes the pool of the process, whose box the module
+// then keeps for good, and answers how many copies of a job ran on it, the caller's included.
+inline constexpr CLSID CLSID_PoolHolder = Numbered(1, 7);
+
 // --- "bootstrap": BootstrapOuter.dll, BootstrapInner.dll; "failing-bootstrap"
 
 // The classes add their letter and what they did ("+" start-up, "-" clean-up) to the narrow string

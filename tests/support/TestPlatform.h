@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -52,6 +53,11 @@ void CancelThisThread(); // at the next point where that may be
 
 // Whether a library file is mapped into this process.
 [[nodiscard]] bool IsMapped(const std::filesystem::path& library);
+
+// Whether a process can be copied with but the calling thread; what `work` answers in such a copy,
+// or -1 when it does not answer within ten seconds.
+extern const bool ProcessesCanBeCopied;
+[[nodiscard]] int ExitCodeInCopy(const std::function<int()>& work);
 
 // Whether the platform keeps a library mapped that defines process-unique symbols.
 extern const bool UniqueSymbolsKeepALibraryMapped;

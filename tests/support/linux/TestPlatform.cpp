@@ -1,12 +1,14 @@
 // What Linux supplies to the tests.
 #include "TestPlatform.h"
 
+#include <csignal>
 #include <cstdio>
 #include <fcntl.h>
 #include <malloc.h>
 #include <pthread.h>
 #include <sstream>
 #include <sys/mman.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
 
@@ -90,6 +92,25 @@ bool IsMapped(const std::filesystem::path& library)
             return true;
     }
     return false;
+}
+
+const bool ProcessesCanBeCopied = true;
+
+int ExitCodeInCopy(const std::function<int()>& work)
+{
+    const pid_t copy = fork();
+    if (copy == 0)
+        _exit(work());
+    for (int poll = 0; poll < 1000; ++poll)
+    {
+        int status = 0;
+        if (waitpid(copy, &status, WNOHANG) == copy)
+            return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        usleep(10000);
+    }
+    kill(copy, SIGKILL);
+    waitpid(copy, nullptr, 0);
+    return -1;
 }
 
 const bool UniqueSymbolsKeepALibraryMapped = true;

@@ -83,6 +83,13 @@ bool IsMapped(const std::filesystem::path& library)
     return GetModuleHandleW(library.filename().c_str()) != nullptr;
 }
 
+const bool ProcessesCanBeCopied = false;
+
+int ExitCodeInCopy(const std::function<int()>&)
+{
+    return -1;
+}
+
 const bool UniqueSymbolsKeepALibraryMapped = false;
 
 MemoryInUse MeasureMemory()
