@@ -22,7 +22,8 @@ class CDirectoryCollection
 public:
     // Scans anew and forgets what was found before; see `IDirectoryService`. A null `pattern`
     // leaves the choice to the service ("*.*"); a null `path` is not set either, which the service
-    // refuses. Answers `E_FAIL` for a folder that cannot be read or in which nothing matches.
+    // refuses. Answers `E_FAIL` for a folder that cannot be read or in which nothing matches,
+    // `E_OUTOFMEMORY` when there is no memory to read it.
     Result ScanDirectory(const wchar_t* path, const wchar_t* pattern);
 
     // To the next entry, the first one to begin with: `S_OK` on an entry, `S_FALSE` at the end,

@@ -191,8 +191,10 @@ protected:
 // `CLSID_GlobalSingleton` answers the process-wide singleton registry. A class that the runtime
 // does not have itself is asked of the global object factory, once the singleton registry exists.
 // On success *out owns one reference. A null `out`, `clsid` or `iid` answers `E_POINTER`; an
-// unknown class `E_NOINTERFACE`; before attach and after detach `E_ACCESSDENIED`. *out is null
-// after every failure that found `out` usable. Any thread may call.
+// unknown class `E_NOINTERFACE`; exhausted memory `E_OUTOFMEMORY`, also where the factory meets it;
+// before attach and after detach `E_ACCESSDENIED`. *out is null after every failure that found
+// `out` usable. Any thread may call, and so may a module's start-up code; what that must not do is
+// said in OssiraServices.h.
 OSSIRA_API Tavrik::Ossira::Result CreateClassObject(const CLSID* clsid, const IID* iid, void** out);
 
 // The number of live objects of the runtime's own classes; 0 when the runtime is not attached.

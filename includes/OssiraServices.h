@@ -2,7 +2,18 @@
 // class register service, the directory service, the bootstrap and the process-wide lock.
 //
 // Every operation catches what is thrown inside it, reports it on the diagnostics channel and
-// answers its code. GUID arguments go by reference and are never null.
+// answers its code. Null in the place of a reference, which callers of other languages can pass,
+// answers `E_POINTER`, exhausted memory `E_OUTOFMEMORY`, with everything as it was. Whatever hands
+// out an interface sets *ppv to null first, so that it is null after every failure that found `ppv`
+// usable.
+//
+// A module's start-up and clean-up code (its static objects, and what the platform runs when a
+// library is loaded and unloaded) runs under the process-wide critical section and under the
+// platform's own lock. It may ask for singletons, create objects, of its own and of other modules,
+// register classes and flush modules. It must not wait for another thread, nor take a lock that
+// another thread may hold while it calls the runtime. That holds for libraries which the runtime
+// loads; when a host loads one itself, past the runtime, only the platform's lock is held, and
+// start-up code that asks for singletons may wait for ever for a thread that loads a module.
 #pragma once
 
 #include "OssiraCollections.h"
@@ -81,15 +92,18 @@ struct ISingleton : IUnknown
     // Hands out the interface `iid` of the one object of class `clsid`, creating it at the first
     // request through `CreateClassObject`. `CLSID_GlobalObjectFactory` is created as an
     // `CLSID_ObjectFactory`, which itself is refused, as is `CLSID_GlobalSingleton`
-    // (`E_INVALIDARG`). Null `ppv` answers `E_POINTER`. A failed creation leaves no entry; a
-    // missing interface leaves the object registered.
+    // (`E_INVALIDARG`). Null `ppv` answers `E_POINTER`. A failed creation leaves no entry and
+    // answers what the creation failed with; a missing interface leaves the object registered.
+    // One look-up, whatever the number of objects.
     virtual Result GetClassObject(const CLSID& clsid, const IID& iid, void** ppv) = 0;
 
     // Enters an object made elsewhere and takes a reference on it: `S_OK`, or `S_FALSE` when the
-    // class has one already, which stays. Null answers `E_POINTER`.
+    // class has one already, which stays. Null answers `E_POINTER`, `CLSID_GlobalSingleton`
+    // `E_INVALIDARG`.
     virtual Result RegisterObject(const CLSID& clsid, IUnknown* obj) = 0;
 
-    // Removes and releases the object of a class: `S_OK`, or `S_FALSE` when there is none.
+    // Removes and releases the object of a class: `S_OK`, or `S_FALSE` when there is none, also for
+    // a null reference.
     virtual Result UnregisterObject(const CLSID& clsid) = 0;
 
     // Releases every object, the global object factory, and with it the loaded modules, last. The
@@ -110,8 +124,9 @@ protected:
     ~ISingletonRegistry() = default;
 };
 
-// The one process-wide re-entrant lock, under which singletons are created and released. Every
-// object of `CLSID_GlobalCriticalSection` stands for the same lock.
+// The one process-wide re-entrant lock, under which singletons are created and released and modules
+// loaded and unloaded. Every object of `CLSID_GlobalCriticalSection` stands for the same lock. It
+// comes before every other: enter it only while no lock of another object is held.
 struct ICriticalSection : IUnknown
 {
     using Extends = IUnknown;
@@ -127,25 +142,30 @@ protected:
 
 // Knows which module file implements which class, loads modules on demand and creates objects.
 //
-// A module is loaded and its classes are created with no lock held, so a module's start-up code
-// and its classes may call the factory. The tables are guarded by a spin word; while it is held the
-// factory calls `DllCanUnloadNow`, `DLLGetOpenObjectCount` and the diagnostics observer, which
-// must not call the factory. It also offers `IEnumerable` over the class identifiers.
+// A module is loaded and unloaded under the process-wide critical section, and no other lock, so
+// its start-up and clean-up code may call the factory. Its classes are created, and
+// `DllCanUnloadNow` and `DLLGetOpenObjectCount` called, with no lock held at all. Any thread may
+// call. It also offers `IEnumerable` over the class identifiers.
 struct IObjectFactory : IUnknown
 {
     using Extends = IUnknown;
     static constexpr IID Iid = IID_IObjectFactory;
 
     // Creates a new object of a registered class and hands out its interface. An unknown class
-    // answers `E_FAIL`; a module that cannot be loaded `E_FAIL`; what a module refuses its code.
-    // A class registered without a file name is created by `CreateClassObject`. Null `ppv` answers
-    // `E_POINTER`, `CLSID_GlobalSingleton` `E_INVALIDARG`.
+    // answers `E_FAIL`; a module that cannot be loaded `E_FAIL`, for want of memory
+    // `E_OUTOFMEMORY`, and is tried again at the next request; what a module refuses its code. The
+    // factory's part is one look-up whatever the number of classes and modules, and allocates
+    // nothing. A class registered without a file name is created by `CreateClassObject`. Null `ppv`
+    // answers `E_POINTER`, `CLSID_GlobalSingleton` `E_INVALIDARG`.
     virtual Result GetClassObject(const CLSID& clsid, const IID& iid, void** ppv) = 0;
 
     // Tells in which module file a class lives; null or empty for a class of the runtime itself.
     // The first class of a new file loads the file; a file that cannot be loaded is registered all
     // the same and tried again at creation. `info` may be null. Answers `S_OK`, or `S_FALSE` when
-    // the class is registered already and stays as it was. File names are compared as they stand.
+    // the class is registered already and stays as it was; `CLSID_GlobalSingleton` answers
+    // `E_INVALIDARG`. File names are compared as they stand. A relative one is completed by the
+    // current folder at every load, so it may name another file at the next; those that
+    // `IClassRegisterService::RegisterFolder` registers stay the files that it read.
     virtual Result RegisterClass(const CLSID& clsid, const wchar_t* fileName, const char* info) = 0;
 
     // Forgets a class: `S_OK`, or `S_FALSE` when it is unknown. Its module stays.
@@ -155,10 +175,13 @@ struct IObjectFactory : IUnknown
     // `E_FAIL`.
     virtual Result GetClassValue(const CLSID& clsid, const IID& iid, void** ppv) = 0;
 
-    // Unloads every loaded module that has no live object and in which no call of this factory is
-    // running. Answers `S_OK`. A module counts an object as gone when its destruction begins: call
-    // this when no other thread is giving back a module's last object, and never from a module's
-    // own destructors.
+    // Unloads every loaded module whose `DllCanUnloadNow` answers `S_OK` and in which no call of
+    // this factory is running or began since it was asked; modules without classes that were kept
+    // for what they entered too. A module that held the last objects of others takes them with it,
+    // in whatever order they stand. Answers `S_OK`. A module counts an object as gone when its
+    // destruction begins: call this when no other thread is giving back a module's last object, and
+    // never from a module's own destructors. It asks every loaded module once, and again as long as
+    // one goes.
     virtual Result FlushModules() = 0;
 
     // A new value set with a module's file name, its class count and, while it is loaded, the
@@ -201,8 +224,8 @@ protected:
 // Files class identifiers under categories and, within a category, under groups; the null group
 // is that of classes filed without one. It holds identifiers only and creates nothing.
 //
-// A spin word is held for the whole of every operation: the diagnostics observer, which may print
-// during it, must not call the registry.
+// A lock of its own is held while it touches its tables, but not while lines are printed. Any
+// thread may call; an operation costs the same however many classes are filed.
 struct IClsidRegistry : IUnknown
 {
     using Extends = IUnknown;
@@ -263,7 +286,14 @@ protected:
 };
 
 // Reads component modules into an object factory and lets them file their bootstrap classes.
-// No lock is held while a module runs. One thread at a time per service.
+// No lock is held while a module runs, but for its start-up and clean-up code. One thread at a time
+// per service.
+//
+// A module that was read in stays loaded by its factory if a class was registered from it. Another
+// one is unloaded again, unless its `DllCanUnloadNow` disagrees, because it entered a singleton
+// perhaps: then it stays until the factory is flushed and the module agrees, or until the factory
+// goes. (If the factory is not the runtime's own, this is the business of the global one; and if
+// that is not either, the module stays loaded.)
 struct IClassRegisterService : IUnknown
 {
     using Extends = IUnknown;
@@ -279,15 +309,21 @@ struct IClassRegisterService : IUnknown
     // Registers every class of one module and then, with a registry, calls the module's
     // `DLLRegisterBootstrap` with the registry and `argument` (both may be null) and answers what
     // it answers; a module without that entry answers `S_FALSE`. A file that is no component module
-    // answers `E_FAIL`, the runtime's own file `E_INVALIDARG`, null `E_POINTER`. Classes that were
-    // registered before a failure stay.
+    // answers `E_FAIL`, and so does one that did not attach and refuses every call; the runtime's
+    // own file answers `E_INVALIDARG`, null `E_POINTER`. Where nobody can tell what the file is,
+    // because memory ran out (`E_OUTOFMEMORY`), or descriptors, or it could not be read (`E_FAIL`),
+    // that is reported. Classes that were registered before a failure stay. A relative file name is
+    // completed by the current folder, a bare one looked for where the platform looks, at every
+    // load.
     virtual Result RegisterModule(const wchar_t* fileName, IUnknown* registry,
                                   IUnknown* argument) = 0;
 
     // Does the same for every file of a folder that matches the pattern (null: "*.dll"), in the
     // order of the folder's listing, and skips the runtime's own file. What a module fails with or
-    // throws is reported and does not end the scan. A folder that cannot be read, or in which
-    // nothing matches, answers `E_FAIL`.
+    // throws, `E_OUTOFMEMORY` of its own too, is reported and does not end the scan; what the
+    // runtime lacks, memory (`E_OUTOFMEMORY`), descriptors or a readable file (`E_FAIL`), does. A
+    // folder that cannot be read, or in which nothing matches, answers `E_FAIL`. A relative folder
+    // is completed when the scan begins: a module that changes the current folder changes nothing.
     virtual Result RegisterFolder(const wchar_t* path, const wchar_t* pattern, IUnknown* registry,
                                   IUnknown* argument) = 0;
 
@@ -304,8 +340,8 @@ struct IDirectoryService : IUnknown
     // Scans the folder that `param` names (an empty path: the current one) for the pattern (absent
     // or empty: "*.*") and hands out a new node list of value sets, each holding one entry's bare
     // name, in the order of the folder's listing. Hidden entries are left out, folders are listed
-    // like files. A folder that cannot be read, or in which nothing matches, answers `E_FAIL`. Null
-    // pointers answer `E_POINTER`, a missing path `E_NOT_FOUND`.
+    // like files. A folder that cannot be read, or in which nothing matches, answers `E_FAIL`; want
+    // of memory `E_OUTOFMEMORY`. Null pointers answer `E_POINTER`, a missing path `E_NOT_FOUND`.
     //
     // Everywhere the rules are those of Windows: matching ignores case, "*.*" matches every name,
     // "*." names without a dot, and "?" at the end or before a dot one or no character. On Linux
@@ -340,7 +376,9 @@ struct IMasterBootstrap : IUnknown
     static constexpr IID Iid = IID_IMasterBootstrap;
 
     // Registers the modules of every module folder, then starts the classes of levels 0, 1 and 2.
-    // The first class that fails ends start-up with its code. A second call answers `E_FAIL`.
+    // A class that was taken out of its level by one before it is not started. The first class that
+    // fails ends start-up with its code, as does a level whose classes could not be listed for want
+    // of memory. A second call answers `E_FAIL`.
     virtual Result Startup(IUnknown* param) = 0;
 
     // Cleans up levels 2, 1 and 0, each to its end whatever fails, then clears every singleton,

@@ -120,6 +120,15 @@ ObjectPtr<IValue> Item(std::string_view folder)
     return WideValue(ModuleFolder(folder).wstring());
 }
 
+TEST(MasterBootstrap, DoesNotStartWhatWasTakenOutOfItsLevelMeanwhile)
+{
+    const auto trace = Make<IValueSet>(CLSID_ValueSet);
+    const auto bootstrap = NewBootstrap({Item("taking-bootstrap").Get()});
+    EXPECT_EQ(bootstrap->Startup(trace.Get()), S_OK);
+    EXPECT_EQ(bootstrap->Cleanup(trace.Get()), S_OK);
+    EXPECT_EQ(TextOf(*trace, BootstrapTrace), "T+U-");
+}
+
 TEST(MasterBootstrap, RunsOnceAndItsClassesMayUseEveryService)
 {
     const auto bootstrap = NewBootstrap({Item("bootstrap").Get(), Item("callback").Get()});

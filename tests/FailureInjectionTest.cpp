@@ -20,11 +20,11 @@ namespace
 
 const std::string LongText(300, 't');
 
-// A folder with a module in it.
+// A folder with a module in it, of which a class is enrolled that cannot be started.
 const std::filesystem::path& Folder()
 {
     static const TempFolder folder;
-    static const auto file = folder.Write("module.dll", ReadFile(ModuleFile("raw", "Decent")));
+    static const auto file = folder.Write("module.dll", ReadFile(ModuleFile("raw", "Enrols")));
     return folder.Path();
 }
 
@@ -214,7 +214,7 @@ const Operation Operations[] = {
     CALL(w.Modified->TouchModified()),
     CALL(w.Stack->Push(w.Value.Get())),
     CALL(w.Stack->Clear()),
-    CALL(StartAndCleanUp(w), false),
+    CALL(StartAndCleanUp(w), false, E_NOINTERFACE), // only then it met the class of the module
 };
 
 // Runs the operation with that allocation failing; whether one failed.
@@ -274,12 +274,15 @@ TEST(FailureInjection, ALibraryIsAttachedAndHasItsSingletonOrIsNot)
     {
         EXPECT_EQ(LiveAllocations(), allocations) << "memory leaked";
         const DiagnosticsCapture capture;
-        ObjectPtr<ISingleton> singletons;
+        void* out = &hasFailed;
         FailingMemory memory(which, Shortage::FromThenOn);
         const bool isAttached = AttachLibrary();
         const Result result =
-            isAttached ? CreateObject(CLSID_GlobalSingleton, singletons) : E_OUTOFMEMORY;
+            isAttached ? CreateClassObject(&CLSID_GlobalSingleton, &IID_ISingleton, &out)
+                       : (out = nullptr, E_OUTOFMEMORY);
         hasFailed = memory.Stop();
+        ASSERT_EQ(out == nullptr, Failed(result)) << which;
+        auto singletons = ObjectPtr<ISingleton>::Adopt(static_cast<ISingleton*>(out));
         ObjectPtr<IObserverPrint> observer;
         EXPECT_EQ(GetGlobalObserver(observer.Put()), isAttached ? S_OK : E_ACCESSDENIED);
         EXPECT_EQ(static_cast<bool>(observer), isAttached);

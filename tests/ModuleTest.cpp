@@ -29,6 +29,8 @@ const std::tuple<const char*, Result, std::size_t, Result, const char*> RawCases
     {"BootstrapThrows", E_UNEXPECTED, 2, S_OK, "unknown exception"},
     {"CountThrows", E_UNEXPECTED, 0, E_FAIL, "unknown exception"},
     {"SecondIdThrows", E_UNEXPECTED, 1, S_OK, "server->GetClassObjectID()"},
+    {"NeverAttached", E_FAIL, 0, E_FAIL, ""},
+    {"CountRunsOut", E_OUTOFMEMORY, 0, E_FAIL, ""},
     {"WithoutDllGetClassObject", E_FAIL, 0, E_FAIL, ""},
     {"WithoutDllCanUnloadNow", E_FAIL, 0, E_FAIL, ""},
     {"WithoutDLLGetOpenObjectCount", E_FAIL, 0, E_FAIL, ""},
@@ -76,6 +78,7 @@ TEST(Modules, AScanPassesOverFaultyModulesAndFilesThatAreNone)
         folder.Write(std::to_string(content.size()) + ".dll", content);
     std::filesystem::create_directory(folder.Path() / "a folder.dll");
     folder.Write("a thrower.dll", ReadFile(ModuleFile("raw", "SecondIdThrows")));
+    folder.Write("a short one.dll", ReadFile(ModuleFile("raw", "CountRunsOut")));
     folder.Write("good.dll", image);
     const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
     const ObserverMaskScope mask(PRINT_ERROR | PRINT_TRACE);
@@ -85,6 +88,7 @@ TEST(Modules, AScanPassesOverFaultyModulesAndFilesThatAreNone)
     EXPECT_EQ(service->RegisterFolder(path.c_str(), nullptr, nullptr, nullptr), S_OK);
     EXPECT_EQ(capture.CountLinesWith("Cannot open Library \""), contents.size() + 1);
     EXPECT_EQ(capture.CountLinesWith(" server->GetClassObjectID(): "), 1u);
+    EXPECT_EQ(capture.CountLinesWith(" InternalRegisterModule(): "), 1u) << "its own shortage";
     EXPECT_EQ(CreateFirst(*factory), S_OK);
     EXPECT_EQ(factory->FlushModules(), S_OK); // so that the files can be removed
 }
@@ -99,6 +103,39 @@ TEST(Modules, AClassOfNoFileThatTheRuntimeLacksIsRefusedAndNotAskedForEver)
     EXPECT_EQ(CreateObject(CLSID_RawFirst, object), E_NOINTERFACE);
     EXPECT_EQ(SingletonRegistry()->GetClassObject(CLSID_RawFirst, IID_IUnknown, object.PutVoid()),
               E_NOINTERFACE);
+}
+
+TEST(Modules, AShortageInAModuleIsNotAnUnknownClass)
+{
+    const auto factory = GlobalFactory();
+    const auto file = ModuleFile("raw", "CreatorRunsOutOfMemory").wstring();
+    (void)factory->UnregisterClass(CLSID_RawFirst);
+    EXPECT_EQ(factory->RegisterClass(CLSID_RawFirst, file.c_str(), ""), S_OK);
+    const ObserverMaskScope silence(0);
+    ObjectPtr<IUnknown> object;
+    EXPECT_EQ(CreateObject(CLSID_RawFirst, object), E_OUTOFMEMORY);
+    EXPECT_EQ(factory->UnregisterClass(CLSID_RawFirst), S_OK);
+}
+
+TEST(Modules, OneThatChangesTheCurrentFolderChangesNothingForTheScan)
+{
+    const TempFolder folder;
+    folder.Write("a.dll", ReadFile(ModuleFile("raw", "ChangesFolder")));
+    folder.Write("b.dll", ReadFile(ModuleFile("good", "Counter")));
+    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
+    const auto service = RegisterService(factory.Get());
+    const auto former = std::filesystem::current_path();
+    current_path(folder.Path());
+    const Result result = service->RegisterFolder(L".\\", nullptr, nullptr, nullptr);
+    EXPECT_NE(std::filesystem::current_path(), folder.Path());
+    EXPECT_EQ(result, S_OK);
+    EXPECT_EQ(ModulesOf(*factory), (std::vector<std::wstring>{L".\\a.dll", L".\\b.dll"}));
+    EXPECT_EQ(factory->FlushModules(), S_OK);
+    ObjectPtr<ICounter> counter;
+    EXPECT_EQ(factory->GetClassObject(CLSID_Counter, IID_ICounter, counter.PutVoid()), S_OK);
+    current_path(former);
+    counter.Reset();
+    EXPECT_EQ(factory->FlushModules(), S_OK);
 }
 
 } // namespace

@@ -126,6 +126,45 @@ TEST(SingletonRegistry, RefusesWhatCannotBeASingletonAndKeepsWhatItCreated)
     EXPECT_EQ(registry->UnregisterObject(CLSID_Value), S_OK) << "it only lacked the interface";
 }
 
+// Calls an operation as a caller does whose language has no references.
+template <class... Arguments>
+Result CallSlot(IUnknown& object, std::size_t slot, Arguments... arguments)
+{
+    using Operation = Result (*)(void*, Arguments...);
+    return (*reinterpret_cast<Operation* const*>(&object))[slot](&object, arguments...);
+}
+
+TEST(Registration, NullInThePlaceOfAReferenceIsRefusedAndNothingHandedOut)
+{
+    const auto singletons = SingletonRegistry();
+    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
+    const auto registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
+    const GUID* const null = nullptr;
+    const GUID* const some = &CLSID_Value;
+    void* out = &out;
+    const auto refuses = [&](auto& object, std::size_t slot, const char* name, auto... arguments)
+    {
+        out = &out;
+        FAILS(CallSlot(object, slot, arguments...), E_POINTER, name);
+        return out;
+    };
+    for (IUnknown* const object :
+         {static_cast<IUnknown*>(singletons.Get()), static_cast<IUnknown*>(factory.Get())})
+    {
+        EXPECT_EQ(refuses(*object, 3, "clsid", null, some, &out), nullptr);
+        EXPECT_EQ(refuses(*object, 3, "iid", some, null, &out), nullptr);
+    }
+    refuses(*singletons, 4, "clsid", null, static_cast<IUnknown*>(factory.Get()));
+    refuses(*factory, 4, "clsid", null, L"", "");
+    refuses(*factory, 5, "clsid", null);
+    EXPECT_EQ(refuses(*factory, 6, "clsid", null, some, &out), nullptr);
+    EXPECT_EQ(refuses(*factory, 10, "iid", null, &out), nullptr);
+    for (std::size_t slot = 3; slot <= 10; ++slot) // takes two or three identifiers
+        refuses(*registry, slot, "category", null, null, null);
+    const ObserverMaskScope mask(PRINT_WARN);
+    REPORTS(CallSlot(*singletons, 5, null), S_FALSE, "Singleton unregister  not found");
+}
+
 // In descending order of the identifiers, or in ascending order when progress is shown.
 TEST(SingletonRegistry, ReleasesInOrderAndTheFactoryLastWhateverTheyDoMeanwhile)
 {

@@ -102,7 +102,9 @@ private:
     {
         try
         {
-            if (Succeeded(CreateSingleton(CLSID_GlobalObjectFactory, mModules)) && mModules)
+            ObjectPtr<IObjectFactory> global;
+            if (Succeeded(CreateSingleton(CLSID_GlobalObjectFactory, global)) &&
+                Succeeded(global.QueryTo(mModules)) && mModules)
                 return HandOn();
         }
         catch (...)

@@ -3,11 +3,10 @@
 // on with what it found before such a call. A change of the table needs the spin word as well,
 // which is all that the enumerators take; for reading either of the two is enough.
 #include "FastCriticalSection.h"
-#include "GuidKeyEnumerator.h"
+#include "GuidEnumerable.h"
 #include "Library.h"
 #include "ObjectDescription.h"
 #include "OssiraServices.h"
-#include "TryMakeObject.h"
 
 #include <vector>
 
@@ -17,15 +16,27 @@ namespace Tavrik::Ossira
 namespace
 {
 
-class T_GlobalSingleton : public ISingleton,
-                          public IEnumerable,
-                          public CObjectIdentity<T_GlobalSingleton>,
-                          public ISingletonRegistry,
-                          public COssiraUnknown
+struct SingletonTraits
 {
-public:
     static constexpr CLSID ClassId = CLSID_GlobalSingleton;
     static constexpr std::string_view ClassName = "GlobalSingleton";
+    using LockType = tSystem::CFastCriticalSection;
+    static constexpr const std::string_view& EnumeratorClass = EnumeratorName;
+    static constexpr const char* NewEnumeratorText = "new T_Enumerator";
+    static constexpr bool OffersGuids = false;
+    static constexpr bool ReportsEnd = true;
+};
+
+class T_GlobalSingleton
+    : public ISingleton,
+      public CGuidEnumerable<SingletonTraits, IEnumerable, CGuidTable<ObjectPtr<IUnknown>>>,
+      public CObjectIdentity<T_GlobalSingleton>,
+      public ISingletonRegistry,
+      public COssiraUnknown
+{
+public:
+    static constexpr CLSID ClassId = SingletonTraits::ClassId;
+    static constexpr std::string_view ClassName = SingletonTraits::ClassName;
 
     OSSIRA_INTERFACES(ISingleton, IEnumerable, IObjectIdentity, ISingletonRegistry)
 
@@ -38,43 +49,9 @@ public:
     Result RegisterObject(const CLSID& clsid, IUnknown* obj) override;
     Result UnregisterObject(const CLSID& clsid) override;
     Result ClearObjects() override;
-    Result GetEnumerator(const IID& iid, void** ppv) override;
-
-    // For the enumerator.
-    [[nodiscard]] tSystem::CFastCriticalSection& EnumerationLock() noexcept
-    {
-        return mEnumerationLock;
-    }
-
-    [[nodiscard]] std::uint32_t EnumerationStamp() const noexcept
-    {
-        return mStamp;
-    }
-
-    [[nodiscard]] bool FirstPosition(CGuidPosition& at)
-    {
-        return mObjects.First(at);
-    }
-
-    [[nodiscard]] bool NextPosition(CGuidPosition& at)
-    {
-        return mObjects.Next(at);
-    }
 
 private:
     using Object = ObjectPtr<IUnknown>;
-
-    struct EnumeratorTraits
-    {
-        using Owner = T_GlobalSingleton;
-        using Primary = ISingleton;
-        using Position = CGuidPosition;
-        static constexpr std::string_view ReportedClass =
-            "Tavrik::Ossira::`anonymous-namespace'::T_GlobalSingleton::T_Enumerator";
-        static constexpr bool OffersGuids = false;
-        static constexpr bool ReportsEnd = true;
-    };
-    using T_Enumerator = CGuidKeyEnumerator<EnumeratorTraits>;
 
     // Each of these with the critical section held. Null stands for no object.
     [[nodiscard]] Object Find(const CLSID& clsid) const;
@@ -86,29 +63,25 @@ private:
     void InternalClear() noexcept;
     void ClearOnce(std::uint32_t mask) noexcept;
     void ReleaseInOrder(std::uint32_t mask);
-
-    CGuidTable<Object> mObjects;
-    std::uint32_t mStamp = 0; // the number of insertions
-    tSystem::CFastCriticalSection mEnumerationLock;
 };
 
 T_GlobalSingleton::Object T_GlobalSingleton::Find(const CLSID& clsid) const
 {
-    const Object* const object = mObjects.Find(clsid);
+    const Object* const object = mTable.Find(clsid);
     return object == nullptr ? Object() : *object;
 }
 
 void T_GlobalSingleton::Enter(const CLSID& clsid, Object object)
 {
-    const tSystem::CLockGuard guard(mEnumerationLock);
-    mObjects.Insert(clsid, std::move(object));
+    const tSystem::CLockGuard guard(mLock);
+    mTable.Insert(clsid, std::move(object));
     ++mStamp;
 }
 
 T_GlobalSingleton::Object T_GlobalSingleton::Take(const CLSID& clsid) noexcept
 {
-    const tSystem::CLockGuard guard(mEnumerationLock);
-    return mObjects.Take(clsid).value_or(Object());
+    const tSystem::CLockGuard guard(mLock);
+    return mTable.Take(clsid).value_or(Object());
 }
 
 T_GlobalSingleton::Object T_GlobalSingleton::Create(const CLSID& clsid, std::uint32_t mask)
@@ -210,7 +183,7 @@ void T_GlobalSingleton::InternalClear() noexcept
 {
     constexpr int mostRounds = 16;
     const std::uint32_t mask = CurrentLevelMask();
-    for (int round = 0; round < mostRounds && mObjects.Size() != 0; ++round)
+    for (int round = 0; round < mostRounds && mTable.Size() != 0; ++round)
         ClearOnce(mask);
 }
 
@@ -231,8 +204,8 @@ void T_GlobalSingleton::ClearOnce(std::uint32_t mask) noexcept
     {
         // There is no memory to work out the order: then they go in any.
         CGuidTable<Object> objects;
-        const tSystem::CLockGuard guard(mEnumerationLock);
-        mObjects.Swap(objects);
+        const tSystem::CLockGuard guard(mLock);
+        mTable.Swap(objects);
     }
     if (HoldsOnlyTheFactory())
         Take(CLSID_GlobalObjectFactory).Reset();
@@ -260,28 +233,16 @@ void T_GlobalSingleton::ReleaseInOrder(std::uint32_t mask)
 std::vector<CLSID> T_GlobalSingleton::Keys()
 {
     std::vector<CLSID> keys;
-    keys.reserve(mObjects.Size());
-    const tSystem::CLockGuard guard(mEnumerationLock);
-    mObjects.ForEachOrdered([&keys](const GUID& key, const Object&) { keys.push_back(key); });
+    keys.reserve(mTable.Size());
+    const tSystem::CLockGuard guard(mLock);
+    mTable.ForEachOrdered([&keys](const GUID& key, const Object&) { keys.push_back(key); });
     return keys;
 }
 
 bool T_GlobalSingleton::HoldsOnlyTheFactory() const noexcept
 {
-    return mObjects.Size() == 1 && mObjects.Find(CLSID_GlobalObjectFactory) != nullptr;
+    return mTable.Size() == 1 && mTable.Find(CLSID_GlobalObjectFactory) != nullptr;
 }
-
-Result T_GlobalSingleton::GetEnumerator(const IID& iid, void** ppv)
-try
-{
-    OSSIRA_CHECK_POINTER(ppv);
-    *ppv = nullptr;
-    OSSIRA_CHECK_REFERENCE(iid);
-    const auto enumerator = TryMakeObject<T_Enumerator>(this);
-    OSSIRA_CHECK(enumerator, E_OUTOFMEMORY, "new T_Enumerator");
-    return enumerator->QueryInterface(iid, ppv);
-}
-OSSIRA_CATCH_RETURN
 
 } // namespace
 

@@ -3,11 +3,10 @@
 // held, so their code may call back. Finding a class costs one look-up whatever the number of
 // modules: a class knows its module's item, which stays where it is.
 #include "FactoryModule.h"
-#include "GuidKeyEnumerator.h"
+#include "GuidEnumerable.h"
 #include "Library.h"
 #include "OssiraBullets.h"
 #include "PublicUtil.h"
-#include "TryMakeObject.h"
 
 #include <map>
 #include <string>
@@ -40,15 +39,26 @@ struct ClassItem
     return item.File == nullptr ? L"" : item.File->first.c_str();
 }
 
+struct FactoryTraits
+{
+    static constexpr CLSID ClassId = CLSID_ObjectFactory;
+    static constexpr std::string_view ClassName = "ObjectFactory";
+    using LockType = tSystem::CFastCriticalSection; // guards the tables, not the modules themselves
+    static constexpr const std::string_view& EnumeratorClass = EnumeratorName;
+    static constexpr const char* NewEnumeratorText = "new T_Enumerator";
+    static constexpr bool OffersGuids = true;
+    static constexpr bool ReportsEnd = true;
+};
+
 class T_ObjectFactory : public IObjectFactory,
-                        public IEnumerable,
+                        public CGuidEnumerable<FactoryTraits, IEnumerable, CGuidTable<ClassItem>>,
                         public CObjectIdentity<T_ObjectFactory>,
                         public IFactoryModules,
                         public COssiraUnknown
 {
 public:
-    static constexpr CLSID ClassId = CLSID_ObjectFactory;
-    static constexpr std::string_view ClassName = "ObjectFactory";
+    static constexpr CLSID ClassId = FactoryTraits::ClassId;
+    static constexpr std::string_view ClassName = FactoryTraits::ClassName;
 
     OSSIRA_INTERFACES(IObjectFactory, IEnumerable, IObjectIdentity, IFactoryModules)
 
@@ -60,44 +70,10 @@ public:
     Result GetModuleValue(const wchar_t* fileName, const IID& iid, void** ppv) override;
     Result GetClasses(const IID& iid, void** ppv) override;
     Result GetModules(const IID& iid, void** ppv) override;
-    Result GetEnumerator(const IID& iid, void** ppv) override;
     CFactoryModule& Admit(const std::wstring& fileName) override;
     void Dismiss(CFactoryModule& module) override;
 
-    // For the enumerator.
-    [[nodiscard]] tSystem::CFastCriticalSection& EnumerationLock() noexcept
-    {
-        return mLock;
-    }
-
-    [[nodiscard]] std::uint32_t EnumerationStamp() const noexcept
-    {
-        return mClassStamp;
-    }
-
-    [[nodiscard]] bool FirstPosition(CGuidPosition& at)
-    {
-        return mClasses.First(at);
-    }
-
-    [[nodiscard]] bool NextPosition(CGuidPosition& at)
-    {
-        return mClasses.Next(at);
-    }
-
 private:
-    struct EnumeratorTraits
-    {
-        using Owner = T_ObjectFactory;
-        using Primary = IObjectFactory;
-        using Position = CGuidPosition;
-        static constexpr std::string_view ReportedClass =
-            "Tavrik::Ossira::`anonymous-namespace'::T_ObjectFactory::T_Enumerator";
-        static constexpr bool OffersGuids = true;
-        static constexpr bool ReportsEnd = true;
-    };
-    using T_Enumerator = CGuidKeyEnumerator<EnumeratorTraits>;
-
     [[nodiscard]] ModuleItems::value_type& AdmitFile(const wchar_t* fileName);
     [[nodiscard]] bool EnterClass(const CLSID& clsid, ClassItem&& item);
     void LoadNew(ModuleItems::value_type& file);
@@ -111,10 +87,7 @@ private:
     [[nodiscard]] Result CreateOwnClass(const CLSID& clsid, const IID& iid, void** ppv);
     [[nodiscard]] bool IsGlobalFactory();
 
-    tSystem::CFastCriticalSection mLock; // guards what follows, but not the modules themselves
-    CGuidTable<ClassItem> mClasses;
     ModuleItems mModules; // an item, once made, stays where it is
-    std::uint32_t mClassStamp = 0;
 };
 
 ModuleItems::value_type& T_ObjectFactory::AdmitFile(const wchar_t* fileName)
@@ -196,7 +169,7 @@ try
     ModuleItems::value_type* file = nullptr;
     {
         const tSystem::CLockGuard guard(mLock);
-        const ClassItem* const item = mClasses.Find(clsid);
+        const ClassItem* const item = mTable.Find(clsid);
         isKnown = item != nullptr;
         file = isKnown ? item->File : nullptr;
     }
@@ -231,11 +204,11 @@ bool T_ObjectFactory::EnterClass(const CLSID& clsid, ClassItem&& item)
 {
     ModuleItems::value_type* const file = item.File;
     const tSystem::CLockGuard guard(mLock);
-    const bool isNew = mClasses.Find(clsid) == nullptr;
+    const bool isNew = mTable.Find(clsid) == nullptr;
     if (isNew)
     {
-        mClasses.Insert(clsid, std::move(item));
-        ++mClassStamp;
+        mTable.Insert(clsid, std::move(item));
+        ++mStamp;
     }
     if (file != nullptr)
     {
@@ -301,7 +274,7 @@ try
     std::optional<ClassItem> item;
     {
         const tSystem::CLockGuard guard(mLock);
-        item = mClasses.Take(clsid);
+        item = mTable.Take(clsid);
     }
     if (!item)
         return S_FALSE;
@@ -321,7 +294,7 @@ try
     std::optional<ClassItem> item;
     {
         const tSystem::CLockGuard guard(mLock);
-        if (const ClassItem* const found = mClasses.Find(clsid))
+        if (const ClassItem* const found = mTable.Find(clsid))
             item = *found;
     }
     OSSIRA_CHECK(item, E_FAIL, "not exists");
@@ -431,18 +404,6 @@ Result T_ObjectFactory::GetClasses(const IID& iid, void** ppv)
 {
     return GetEnumerator(iid, ppv);
 }
-
-Result T_ObjectFactory::GetEnumerator(const IID& iid, void** ppv)
-try
-{
-    OSSIRA_CHECK_POINTER(ppv);
-    *ppv = nullptr;
-    OSSIRA_CHECK_REFERENCE(iid);
-    const auto enumerator = TryMakeObject<T_Enumerator>(this);
-    OSSIRA_CHECK(enumerator, E_OUTOFMEMORY, "new T_Enumerator");
-    return enumerator->QueryInterface(iid, ppv);
-}
-OSSIRA_CATCH_RETURN
 
 } // namespace
 

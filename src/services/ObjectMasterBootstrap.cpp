@@ -165,7 +165,10 @@ OSSIRA_CATCH_RETURN
 [[nodiscard]] Result ReadFolder(IEnumerator& folders, std::wstring& path)
 {
     ObjectPtr<IValue> value;
-    if (Succeeded(folders.GetCurrent(IID_IValue, value.PutVoid())))
+    const Result isValue = folders.GetCurrent(IID_IValue, value.PutVoid());
+    if (isValue == E_OUTOFMEMORY)
+        return isValue;
+    if (Succeeded(isValue))
     {
         const Result read = GetValueUniString(value.Get(), &path);
         if (Succeeded(read) || read == E_OUTOFMEMORY)
@@ -194,7 +197,8 @@ try
                             "RegisterService->SetFactory(bt.mFactory)");
 
     Result result = S_OK;
-    while (folders->MoveNext() == S_OK)
+    Result moved = S_OK;
+    while ((moved = folders->MoveNext()) == S_OK)
     {
         std::wstring path;
         result = ReadFolder(*folders, path);
@@ -214,6 +218,7 @@ try
             RegisterService->RegisterFolder(path.c_str(), nullptr, bt.mClsidRegistry.Get(), param),
             "RegisterService->RegisterFolder()");
     }
+    OSSIRA_CHECK(moved != E_OUTOFMEMORY, moved, "folders->MoveNext()");
     return result;
 }
 OSSIRA_CATCH_RETURN

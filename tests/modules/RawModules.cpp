@@ -5,6 +5,7 @@
 #include "TestModules.h"
 
 #include <cstring>
+#include <filesystem>
 
 using namespace Tavrik::Ossira;
 using namespace Tavrik::Ossira::tTest;
@@ -33,6 +34,48 @@ Result OrThrow(bool isToThrow, Result otherwise)
     return isToThrow ? throw Complaint() : otherwise;
 }
 
+// What it answers when it did not attach.
+Result OrDenied(Result otherwise)
+{
+    return Is("NeverAttached") ? E_ACCESSDENIED : otherwise;
+}
+
+ObjectPtr<TestItem> NewObject()
+{
+    ++gLiveObjects;
+    return TestItem::New([] { --gLiveObjects; });
+}
+
+ObjectPtr<IUnknown> gHeld; // until the module is unloaded
+
+[[maybe_unused]] const bool gIsElsewhere =
+    Is("ChangesFolder") && (current_path(std::filesystem::temp_directory_path()), true);
+
+// Enters an object of this module as a singleton, after a flush which must not unload the module.
+Result EnterSingleton(IUnknown& argument)
+{
+    ObjectPtr<ISingleton> singletons;
+    ObjectPtr<IObjectFactory> factory;
+    for (const Result result : {argument.QueryInterface(IID_ISingleton, singletons.PutVoid()),
+                                singletons->GetClassObject(CLSID_GlobalObjectFactory,
+                                                           IID_IObjectFactory, factory.PutVoid()),
+                                factory->FlushModules()})
+    {
+        if (Failed(result))
+            return result;
+    }
+    return singletons->RegisterObject(CLSID_RawSecond, NewObject().Get());
+}
+
+// Files a class that cannot be started.
+Result Enrol(IUnknown& registry)
+{
+    ObjectPtr<IClsidRegistry> classes;
+    const Result result = registry.QueryInterface(IID_IClsidRegistry, classes.PutVoid());
+    return Failed(result) ? result
+                          : classes->RegisterClass(BootstrapRegistryStartup_Level0, CLSID_RawFirst);
+}
+
 } // namespace
 
 OSSIRA_EXPORT Result DllGetClassObject(const CLSID*, const IID* iid, void** out)
@@ -42,26 +85,26 @@ OSSIRA_EXPORT Result DllGetClassObject(const CLSID*, const IID* iid, void** out)
         throw std::bad_alloc();
     if (Is("CreatorFails") || Is("CreatorAnswersNull") || Is("CreatorThrows"))
         return OrThrow(Is("CreatorThrows"), Is("CreatorFails") ? E_ABORT : S_OK);
-    ++gLiveObjects;
-    return TestItem::New([] { --gLiveObjects; })->QueryInterface(*iid, out);
+    return NewObject()->QueryInterface(*iid, out);
 }
 
 OSSIRA_EXPORT Result DllCanUnloadNow()
 {
-    return OrThrow(Is("CanUnloadThrows"), gLiveObjects == 0 ? S_OK : S_FALSE);
+    return OrThrow(Is("CanUnloadThrows"), OrDenied(gLiveObjects == 0 ? S_OK : S_FALSE));
 }
 
 OSSIRA_EXPORT Result DLLGetOpenObjectCount()
 {
-    return gLiveObjects;
+    return OrDenied(gLiveObjects);
 }
 
 OSSIRA_EXPORT Result DLLGetClassCount()
 {
     if constexpr (Is("NeedsHelper"))
         return OssiraTestHelperAnswer();
-    constexpr Result many = Is("HugeCount") ? 0x7FFFFFFF : 2;
-    return OrThrow(Is("CountThrows"), Is("NegativeCount") ? E_ABORT : Is("NoClasses") ? 0 : many);
+    constexpr Result many = Is("HugeCount") ? 0x7FFFFFFF : Is("CountRunsOut") ? E_OUTOFMEMORY : 2;
+    constexpr bool hasNone = Is("NoClasses") || Is("EntersSingleton");
+    return OrThrow(Is("CountThrows"), OrDenied(Is("NegativeCount") ? E_ABORT : hasNone ? 0 : many));
 }
 
 OSSIRA_EXPORT Result DLLGetClassObjectID(std::uint32_t index, std::uint32_t, CLSID* out)
@@ -78,7 +121,13 @@ OSSIRA_EXPORT Result DLLGetClassObjectInfo(std::uint32_t index, char* buffer, st
     return index == 1 && Is("SecondTextFails") ? E_ABORT : S_OK;
 }
 
-OSSIRA_EXPORT Result DLLRegisterBootstrap(IUnknown*, IUnknown*)
+OSSIRA_EXPORT Result DLLRegisterBootstrap(IUnknown* registry, IUnknown* argument)
 {
+    if (Is("EntersSingleton") || Is("FlushesAndEntersSingleton"))
+        return EnterSingleton(*argument);
+    if (Is("Enrols"))
+        return Enrol(*registry);
+    if (Is("Holds"))
+        gHeld = ObjectPtr<IUnknown>(argument);
     return OrThrow(Is("BootstrapThrows"), Is("BootstrapFails") ? E_ABORT : S_OK);
 }

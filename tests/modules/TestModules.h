@@ -40,14 +40,15 @@ protected:
 // then keeps for good, and answers how many copies of a job ran on it, the caller's included.
 inline constexpr CLSID CLSID_PoolHolder = Numbered(1, 7);
 
-// --- "bootstrap": BootstrapOuter.dll, BootstrapInner.dll; "failing-bootstrap"
+// --- "bootstrap": BootstrapOuter.dll, BootstrapInner.dll; "failing-bootstrap"; "taking-bootstrap"
 
 // The classes add their letter and what they did ("+" start-up, "-" clean-up) to the narrow string
 // under this key of the value set that is the bootstrap's parameter.
 inline constexpr GUID BootstrapTrace = Numbered(0, 1);
 
 // A and B are at level 0, C at level 1 and D at level 2, for both phases; A, C and D live in the
-// outer module, B in the inner one. In the failing one, at level 0, X succeeds, Y and Z fail.
+// outer module, B in the inner one. In the failing one, at level 0, X succeeds, Y and Z fail. In
+// the taking one, at level 0, T takes out U before U is started.
 inline void LeaveTrace(IUnknown& param, const std::string& step)
 {
     ObjectPtr<IValueSet> set;
