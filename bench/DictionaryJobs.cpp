@@ -20,17 +20,6 @@ namespace Tavrik::Ossira::tBench
 namespace
 {
 
-using Keys = std::vector<GUID>;
-
-[[nodiscard]] Keys MakeKeys(std::size_t count)
-{
-    std::mt19937_64 random(count);
-    Keys keys(count);
-    for (GUID& key : keys)
-        key = std::bit_cast<GUID>(std::array<std::uint64_t, 2>{random(), random()});
-    return keys;
-}
-
 [[nodiscard]] Keys Shuffled(Keys keys)
 {
     std::shuffle(keys.begin(), keys.end(), std::mt19937_64(keys.size()));

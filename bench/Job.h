@@ -36,6 +36,8 @@ struct Job
 [[nodiscard]] std::vector<Job> DictionaryJobs();
 [[nodiscard]] std::vector<Job> ListJobs();
 [[nodiscard]] std::vector<Job> ModuleJobs();
+[[nodiscard]] std::vector<Job> GrowthJobs();
+[[nodiscard]] Job FactoryGrowthJob();
 
 // What a body tells of itself beside its time. Both counts are of the timed work alone: declare it
 // right before the loop, and say how many items one round of the loop handles, if not one.
@@ -44,6 +46,7 @@ class CRoundReport
 public:
     static constexpr const char* Allocations = "allocations";
     static constexpr const char* Items = "items";
+    static constexpr const char* Longest = "longest"; // nanoseconds, where not the mean counts
 
     explicit CRoundReport(benchmark::State& state, std::size_t items = 1)
         : mState(state), mItems(items), mAllocationsBefore(AllocationCount())

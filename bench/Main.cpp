@@ -131,7 +131,8 @@ try
     bool failed = false;
     if (!options.Only)
         PrintTableHead();
-    for (const auto jobs : {ObjectJobs, ValueJobs, DictionaryJobs, ListJobs, ModuleJobs})
+    for (const auto jobs :
+         {ObjectJobs, ValueJobs, DictionaryJobs, ListJobs, ModuleJobs, GrowthJobs})
     {
         for (const Job& job : jobs())
         {

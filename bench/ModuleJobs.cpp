@@ -159,7 +159,37 @@ void RegisterModules(benchmark::State& state, std::uint32_t count, Work work)
              }}};
 }
 
+// An object of the middle one of so many modules.
+[[nodiscard]] Contender CreateContender(std::uint32_t count)
+{
+    const CModuleFolder folder(count);
+    const auto tables = std::make_shared<Tables>();
+    Require(tables->Register(folder), "RegisterFolder");
+    CLSID clsid = CLSID_BenchFirst;
+    clsid.Data1 = 2 * (count / 2 + 1);
+    return {
+        std::to_string(count), [tables, clsid](benchmark::State& state)
+        {
+            const CRoundReport report(state);
+            for (auto _ : state)
+            {
+                ObjectPtr<IUnknown> object;
+                if (Failed(tables->Factory->GetClassObject(clsid, IID_IUnknown, object.PutVoid())))
+                    state.SkipWithError("GetClassObject");
+            }
+        }};
+}
+
 } // namespace
+
+Job FactoryGrowthJob()
+{
+    return {"factory: object of one of its modules, 200", 1.3,
+            []
+            {
+                return std::vector{CreateContender(200), CreateContender(1), CreateContender(100)};
+            }};
+}
 
 std::vector<Job> ModuleJobs()
 {

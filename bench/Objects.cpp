@@ -5,8 +5,20 @@
 #include "Job.h"
 #include "OssiraClasses.h"
 
+#include <bit>
+#include <random>
+
 namespace Tavrik::Ossira::tBench
 {
+
+Keys MakeKeys(std::size_t count)
+{
+    std::mt19937_64 random(count);
+    Keys keys(count);
+    for (GUID& key : keys)
+        key = std::bit_cast<GUID>(std::array<std::uint64_t, 2>{random(), random()});
+    return keys;
+}
 
 Objects MakeObjects(std::size_t count)
 {

@@ -10,6 +10,11 @@ namespace Tavrik::Ossira::tBench
 
 using Objects = std::vector<ObjectPtr<IUnknown>>;
 
+using Keys = std::vector<GUID>;
+
+// In an order without pattern, and the same ones each time.
+[[nodiscard]] Keys MakeKeys(std::size_t count);
+
 // Values of the runtime, and the limit's values, which take half the memory.
 [[nodiscard]] Objects MakeObjects(std::size_t count);
 [[nodiscard]] Objects MakeSmallObjects(std::size_t count);

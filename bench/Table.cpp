@@ -73,7 +73,10 @@ void CRunCollector::ReportRuns(const std::vector<Run>& runs)
             continue;
         const double items = run.counters.at(CRoundReport::Items).value;
         Measured& measured = mMeasured[run.run_name.function_name];
-        measured.Nanoseconds.push_back(run.GetAdjustedCPUTime() / items);
+        const auto longest = run.counters.find(CRoundReport::Longest);
+        measured.Nanoseconds.push_back(longest != run.counters.end()
+                                           ? longest->second.value
+                                           : run.GetAdjustedCPUTime() / items);
         measured.Allocations = run.counters.at(CRoundReport::Allocations).value;
     }
 }
