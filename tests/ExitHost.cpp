@@ -41,7 +41,7 @@ template <class Interface>
 }
 
 // Leaves a pool behind that has just had work.
-[[nodiscard]] bool UsePool()
+[[nodiscard, maybe_unused]] bool UsePool()
 {
     auto* const box = New<ICommonThreadPoolBox>(CLSID_CommonThreadPoolBox).Detach();
     tSystem::tThreads::IThreadPool* pool = nullptr;
