@@ -38,7 +38,7 @@ public:
         return isOurs;
     }
 
-    void unlock() noexcept
+    [[gnu::always_inline]] void unlock() noexcept
     {
         LeaveLock(this);
         // A store, not an exchange, which would double the cost of the pair. A thread that begins

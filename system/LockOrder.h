@@ -61,6 +61,16 @@ inline void LeaveLock(const void*) noexcept
 
 #endif
 
+// Takes a lock of whatever kind, with the place where it knows what to do with it.
+template <class Lock>
+void TakeLock(Lock& lock, const LockPlace& place)
+{
+    if constexpr (requires { lock.lock(place); })
+        lock.lock(place);
+    else
+        lock.lock();
+}
+
 // Holds a lock while it lives; the place that a report names is that of the guard.
 template <class Lock>
 class [[nodiscard]] CLockGuard
@@ -68,10 +78,7 @@ class [[nodiscard]] CLockGuard
 public:
     explicit CLockGuard(Lock& lock, const LockPlace& place = LockPlace::current()) : mLock(lock)
     {
-        if constexpr (requires { lock.lock(place); })
-            lock.lock(place);
-        else
-            lock.lock();
+        TakeLock(lock, place);
     }
 
     CLockGuard(const CLockGuard&) = delete;

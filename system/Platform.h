@@ -61,9 +61,19 @@ void WakeOnWord(const std::atomic<std::uint32_t>& word) noexcept;
 // Tells the processor that this thread spins.
 void Pause() noexcept;
 
-// Whether an address lies in the library (or program) that this call was linked into: its code, its
-// constants or its variables.
-[[nodiscard]] bool IsInThisLibrary(const void* address) noexcept;
+// Where the library (or program) lies that this is linked into: its code, its constants and its
+// variables. Empty until its static objects are built.
+struct AddressRange
+{
+    std::uintptr_t Begin;
+    std::uintptr_t Size;
+};
+extern const AddressRange ThisLibrary;
+
+[[nodiscard]] inline bool IsInThisLibrary(const void* address) noexcept
+{
+    return reinterpret_cast<std::uintptr_t>(address) - ThisLibrary.Begin < ThisLibrary.Size;
+}
 
 // A pointer of each thread, null at first. Keeping one needs no memory; where the system has no
 // room for it all the same, setting answers false and the pointer stays null.

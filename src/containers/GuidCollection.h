@@ -93,9 +93,11 @@ public:
         OSSIRA_CHECK_POINTER(ppv);
         OSSIRA_CHECK_REFERENCE(key);
         OSSIRA_CHECK_REFERENCE(riid);
-        CItemQuestion question(this->mLock);
-        auto* const item = this->mTable.Find(key);
-        return item != nullptr ? question.Ask(item, riid, ppv) : E_NOT_FOUND;
+        const auto find = [&]() noexcept -> IUnknown*
+        {
+            return this->mTable.Find(key);
+        };
+        return AskItem(this->mLock, find, riid, ppv);
     }
     OSSIRA_CATCH_RETURN
 };

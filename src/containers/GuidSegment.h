@@ -55,7 +55,8 @@ public:
     CGuidSegment& operator=(const CGuidSegment&) = delete;
 
     // The entry of a key, or null.
-    [[nodiscard]] Entry* Find(const GUID& key, std::uint64_t hash, std::size_t mask) noexcept
+    [[gnu::always_inline]] [[nodiscard]] Entry* Find(const GUID& key, std::uint64_t hash,
+                                                     std::size_t mask) noexcept
     {
         const std::uint8_t* const marks = Marks();
         Entry* const entries = Entries(mask);

@@ -9,7 +9,7 @@
 #include "Platform.h"
 
 #include <cstring>
-#include <optional>
+#include <utility>
 
 namespace Tavrik::Ossira
 {
@@ -23,31 +23,67 @@ namespace Tavrik::Ossira
     return tSystem::IsInThisLibrary(operations);
 }
 
-// Holds the lock under which an item is looked up, at the longest until the item is asked.
+// Leaves the lock, under which a foreign item was found, and asks the item then.
+template <class Lock>
+[[nodiscard]] Result LeaveAndAsk(Lock& lock, IUnknown* item, const IID& riid, void** ppv)
+{
+    const ObjectPtr<IUnknown> reference(item);
+    lock.unlock();
+    return item->QueryInterface(riid, ppv);
+}
+
+// Asks the item that `find` answers under the lock, or answers `E_NOT_FOUND`. In the way of a
+// reader of a collection, so it is the shortest there is.
+template <class Lock, class Find>
+[[nodiscard]] Result AskItem(Lock& lock, Find find, const IID& riid, void** ppv,
+                             const tSystem::LockPlace& place = tSystem::LockPlace::current())
+{
+    static_assert(noexcept(find()));
+    tSystem::TakeLock(lock, place);
+    IUnknown* const item = find();
+    if (item != nullptr && !IsOwnObject(item)) [[unlikely]]
+        return LeaveAndAsk(lock, item, riid, ppv);
+    const Result result = item != nullptr ? item->QueryInterface(riid, ppv) : E_NOT_FOUND;
+    lock.unlock();
+    return result;
+}
+
+// For longer questions: holds the lock under which an item is looked up, at the longest until the
+// item is asked.
 template <class Lock>
 class [[nodiscard]] CItemQuestion
 {
 public:
     explicit CItemQuestion(Lock& lock,
                            const tSystem::LockPlace& place = tSystem::LockPlace::current())
+        : mLock(&lock)
     {
-        mGuard.emplace(lock, place);
+        tSystem::TakeLock(lock, place);
+    }
+
+    CItemQuestion(const CItemQuestion&) = delete;
+    CItemQuestion& operator=(const CItemQuestion&) = delete;
+
+    ~CItemQuestion()
+    {
+        if (mLock != nullptr) [[likely]]
+            mLock->unlock();
     }
 
     // Asks what was found under the lock; a second time too.
     [[nodiscard]] Result Ask(IUnknown* item, const IID& riid, void** ppv)
     {
-        if (mGuard && !IsOwnObject(item))
+        if (mLock != nullptr && !IsOwnObject(item)) [[unlikely]]
         {
             mItem = ObjectPtr(item);
-            mGuard.reset();
+            std::exchange(mLock, nullptr)->unlock();
         }
         return item->QueryInterface(riid, ppv);
     }
 
 private:
     ObjectPtr<IUnknown> mItem; // released after the lock was left
-    std::optional<tSystem::CLockGuard<Lock>> mGuard;
+    Lock* mLock;
 };
 
 } // namespace Tavrik::Ossira

@@ -191,12 +191,17 @@ public:
     {
         OSSIRA_CHECK_POINTER(ppv);
         OSSIRA_CHECK_REFERENCE(riid);
-        CItemQuestion question(this->mLock);
-        OSSIRA_CHECK(IsInside(index), E_INVALIDARG, IndexText);
-        IUnknown* const item = ItemAt(static_cast<std::size_t>(index));
-        if (item == nullptr)
-            return E_NOINTERFACE;
-        OSSIRA_CHECK_CALL_TWICE(question.Ask(item, riid, ppv), "Item->QueryInterface(riid, ppv)");
+        bool isInside = false;
+        const auto find = [&]() noexcept -> IUnknown*
+        {
+            isInside = IsInside(index);
+            return isInside ? ItemAt(static_cast<std::size_t>(index)) : nullptr;
+        };
+        const Result asked = AskItem(this->mLock, find, riid, ppv);
+        if (Succeeded(asked)) [[likely]]
+            return S_OK;
+        OSSIRA_CHECK(isInside, E_INVALIDARG, IndexText);
+        OSSIRA_CHECK_CALL(AskItem(this->mLock, find, riid, ppv), "Item->QueryInterface(riid, ppv)");
         return S_OK;
     }
     OSSIRA_CATCH_RETURN

@@ -33,8 +33,8 @@ struct ReadonlyValueTraits
 constexpr IID IID_GuardedDatum = {
     0x6D1B0F35, 0x4C53, 0x4A53, {0x9C, 0x1D, 0x0E, 0x52, 0x7E, 0x3B, 0xA4, 0x18}};
 
-// What a value consists of. Values answer a pointer to it to each other, borrowed, under an
-// identifier that nobody else knows.
+// What a value consists of. Values answer a pointer to it to each other, borrowed, under this very
+// identifier: it is known by where it lies, which costs other queries a single comparison.
 class CGuardedDatum
 {
 public:
@@ -83,13 +83,13 @@ public:
 
     Result InternalQueryInterface(const IID& iid, void** out) override
     {
-        const Result answer =
-            this->template AnswerInterfaces<IValue, IObjectName, IObjectIdentity, IComparable,
-                                            ICloneable>(this, iid, out);
-        if (answer != E_NOINTERFACE || !SameGuid(iid, IID_GuardedDatum)) [[likely]]
-            return answer;
-        *out = static_cast<CGuardedDatum*>(this);
-        return S_OK;
+        if (std::addressof(iid) == &IID_GuardedDatum) [[unlikely]]
+        {
+            *out = static_cast<CGuardedDatum*>(this);
+            return S_OK;
+        }
+        return this->template AnswerInterfaces<IValue, IObjectName, IObjectIdentity, IComparable,
+                                               ICloneable>(this, iid, out);
     }
 
     Result GetValue(const GUID& type, void* data, std::int32_t size) override

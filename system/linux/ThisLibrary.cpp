@@ -12,11 +12,7 @@ extern "C"
 namespace Tavrik::tSystem
 {
 
-bool IsInThisLibrary(const void* address) noexcept
-{
-    const auto begin = reinterpret_cast<std::uintptr_t>(__ehdr_start);
-    const auto size = reinterpret_cast<std::uintptr_t>(_end) - begin;
-    return reinterpret_cast<std::uintptr_t>(address) - begin < size;
-}
+const AddressRange ThisLibrary = {reinterpret_cast<std::uintptr_t>(__ehdr_start),
+                                  static_cast<std::uintptr_t>(_end - __ehdr_start)};
 
 } // namespace Tavrik::tSystem

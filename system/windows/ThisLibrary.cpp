@@ -12,14 +12,18 @@ extern "C"
 namespace Tavrik::tSystem
 {
 
-bool IsInThisLibrary(const void* address) noexcept
+namespace
+{
+
+[[nodiscard]] const IMAGE_NT_HEADERS& Headers() noexcept
 {
     const auto* const dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(__ImageBase);
-    const auto* const headers =
-        reinterpret_cast<const IMAGE_NT_HEADERS*>(__ImageBase + dos->e_lfanew);
-    const auto distance =
-        reinterpret_cast<std::uintptr_t>(address) - reinterpret_cast<std::uintptr_t>(__ImageBase);
-    return distance < headers->OptionalHeader.SizeOfImage;
+    return *reinterpret_cast<const IMAGE_NT_HEADERS*>(__ImageBase + dos->e_lfanew);
 }
+
+} // namespace
+
+const AddressRange ThisLibrary = {reinterpret_cast<std::uintptr_t>(__ImageBase),
+                                  Headers().OptionalHeader.SizeOfImage};
 
 } // namespace Tavrik::tSystem
