@@ -277,9 +277,9 @@ TEST(FailureInjection, ALibraryIsAttachedAndHasItsSingletonOrIsNot)
         void* out = &hasFailed;
         FailingMemory memory(which, Shortage::FromThenOn);
         const bool isAttached = AttachLibrary();
-        const Result result =
-            isAttached ? CreateClassObject(&CLSID_GlobalSingleton, &IID_ISingleton, &out)
-                       : (out = nullptr, E_OUTOFMEMORY);
+        const Result result = isAttached
+                                  ? CreateClassObject(&CLSID_GlobalSingleton, &IID_ISingleton, &out)
+                                  : (out = nullptr, E_OUTOFMEMORY);
         hasFailed = memory.Stop();
         ASSERT_EQ(out == nullptr, Failed(result)) << which;
         auto singletons = ObjectPtr<ISingleton>::Adopt(static_cast<ISingleton*>(out));

@@ -105,6 +105,8 @@ public:
         EXPECT_EQ(Group->GetValueSet(View.Put()), S_OK);
         EXPECT_EQ(RegisterModule(ModuleFile("good", "Counter"), nullptr, Factory.Get()), S_OK);
         EXPECT_EQ(RegisterModule(ModuleFile("good", "Counter")), S_OK);
+        EXPECT_EQ(Factory->GetClassObject(CLSID_Counter, IID_ICounter, LastCounter.PutVoid()),
+                  S_OK);
         for (ObjectPtr<ICommonThreadPoolBox>& box : Boxes)
         {
             box = Make<ICommonThreadPoolBox>(CLSID_CommonThreadPoolBox);
@@ -348,6 +350,7 @@ public:
         EXPECT_EQ(Registry->ContainsCategory(Numbered(1)), S_FALSE);
         EXPECT_EQ(CountClasses(*Factory), 3u) << "of Counter, BootstrapInner and Callback";
         mCache.Reset();
+        LastCounter.Reset();
         EXPECT_EQ(Set->Clear(), S_OK);
         EXPECT_EQ(Dictionary->Clear(), S_OK);
         EXPECT_EQ(ReferencesOn(*Value), 1u);
@@ -370,6 +373,7 @@ private:
     std::vector<ObjectPtr<IValueSet>> Layers;
     ObjectPtr<IValueSet> View;
     const ObjectPtr<IObjectFactory> Factory = Make<IObjectFactory>(CLSID_ObjectFactory);
+    ObjectPtr<ICounter> LastCounter; // a module's last object is not given back beside a flush
     const ObjectPtr<IClsidRegistry> Registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
     const ObjectPtr<IModifiedService> Modified = Make<IModifiedService>(CLSID_ModifiedService);
     std::array<ObjectPtr<ICommonThreadPoolBox>, 2> Boxes;
