@@ -28,3 +28,8 @@ from ._observer import Observer, observe
 from ._host import AbortFlag, Class, Host, Job, categories, classes, name_of, run_parallel
 
 globals().update(_structures)  # the structures as ctypes has them
+
+__all__ = ["AbortFlag", "Class", "Datum", "Host", "Interface", "Job", "Line", "Object", "Observer",
+           "OssiraError", "Slot", "categories", "classes", "create", "exception_count", "load",
+           "name_of", "new_dictionary", "new_list", "new_value", "new_value_set", "object_count",
+           "observe", "run_parallel", "singleton"]

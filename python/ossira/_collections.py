@@ -33,7 +33,7 @@ def set_datum(setter, value):
 class _Value:
     @property
     def value(self):
-        """The datum as Python has it; see the module `ossira._values`."""
+        """The datum as Python has it; see `ossira.Datum`."""
         return from_datum(self.datum)
 
     @value.setter

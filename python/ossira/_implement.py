@@ -158,7 +158,7 @@ def _table(interface):
 
 
 class Object:
-    """The base of classes written in Python; see the module `ossira._implement`."""
+    __doc__ = __doc__  # the module's: it is about this class
 
     interfaces = ()
     tables = ()

@@ -76,6 +76,10 @@ class Slot:
         role = kind.pop(0) if kind[0] in ("in", "iid", "object", "borrowed", "out") else "in"
         return name, " ".join(kind), role
 
+    def __repr__(self):
+        return f"{self.result} {self.name}(" + ", ".join(
+            f"{each.kind} {each.name}" for each in self.parameters) + ")"
+
     def signature(self):
         kinds = inspect.Parameter
         last = self.inputs[-1] if self.inputs else None

@@ -46,8 +46,9 @@ def formatted(text, arguments):
 
 
 class Observer(Object, implements=[IObserverPrint]):
-    """Prints diagnostics lines: set `mask` to the levels wanted and define `line`. It is called on
-    whatever thread reports, and must not call the runtime."""
+    __doc__ = __doc__ + """
+`mask` has the levels that are wanted. `line` is called on whatever thread reports, and must not call
+the runtime."""
 
     mask = PRINT_ERROR
 

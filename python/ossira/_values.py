@@ -29,7 +29,7 @@ _FORMATS = {
 
 
 class Datum(NamedTuple):
-    """A datatype and its bytes."""
+    __doc__ = "A datatype and its bytes. " + __doc__
 
     type: UUID
     data: bytes
