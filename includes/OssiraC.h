@@ -522,8 +522,8 @@ typedef struct OssiraIThreadPoolOperations
      *
      * Answers 0, or -1 when the abort flag was raised. `abortFlag` is lowered first; raised by
      * anybody it keeps further copies from starting. It may be null, then the run has a flag of its
-     * own. What a job throws raises the flag and is reported. A null function answers `E_POINTER`.
-     * `name` is for diagnostics lines and may be null.
+     * own. What a job throws raises the flag and is reported; it must not end its thread. A null
+     * function answers `E_POINTER`. `name` is for diagnostics lines and may be null.
      *
      * A job may itself call `Run`, of its own pool or of another one, whose jobs may come back to
      * the first. A worker that waits for such a run takes back the copies that nobody has begun,
