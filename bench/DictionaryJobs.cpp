@@ -8,6 +8,7 @@
 #include "OssiraCollections.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 #include <mutex>

@@ -3,6 +3,7 @@
 #include "Limits.h"
 #include "SpinWord.h"
 
+#include <array>
 #include <bit>
 #include <cstring>
 #include <map>

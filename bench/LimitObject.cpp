@@ -3,6 +3,7 @@
 #include "Limits.h"
 #include "OssiraObject.h"
 
+#include <array>
 #include <new>
 
 namespace Tavrik::Ossira::tBench

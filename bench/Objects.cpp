@@ -5,6 +5,7 @@
 #include "Job.h"
 #include "OssiraClasses.h"
 
+#include <array>
 #include <bit>
 #include <random>
 

@@ -18,19 +18,22 @@
 #error "The headers of TavrikOssira need C++20: compile with -std=c++20, or /std:c++20."
 #endif
 
-#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
 
 #ifdef _WIN32
-#include <guiddef.h>
 #define OSSIRA_EXPORT extern "C" __declspec(dllexport)
 #define OSSIRA_IMPORT extern "C" __declspec(dllimport)
 #else
 #define OSSIRA_EXPORT extern "C" __attribute__((visibility("default")))
 #define OSSIRA_IMPORT extern "C"
+#endif
 
+// The platform's own declaration is taken where there is one: a compiler may come without it.
+#if defined(_WIN32) && __has_include(<guiddef.h>)
+#include <guiddef.h>
+#else
 // 16 bytes that name a class, an interface, a category, a datatype or a key.
 struct GUID
 {
@@ -123,10 +126,14 @@ inline constexpr GUID GUID_Null = {};
 // Equality of two identifiers, as two 64-bit comparisons.
 [[nodiscard]] constexpr bool SameGuid(const GUID& a, const GUID& b) noexcept
 {
-    using Halves = std::array<std::uint64_t, 2>;
+    struct Halves
+    {
+        std::uint64_t First;
+        std::uint64_t Second;
+    };
     const auto left = std::bit_cast<Halves>(a);
     const auto right = std::bit_cast<Halves>(b);
-    return left[0] == right[0] && left[1] == right[1];
+    return left.First == right.First && left.Second == right.Second;
 }
 
 // Whether a reference stands at address 0. To C++ there is none, so a plain comparison is taken

@@ -10,6 +10,7 @@
 #include "OssiraValueSetGroup.h"
 #include "TestTools.h"
 
+#include <array>
 #include <cstdio>
 #include <cstring>
 

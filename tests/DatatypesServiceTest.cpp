@@ -4,6 +4,7 @@
 #include "OssiraDatatypes.h"
 #include "ServiceTools.h"
 
+#include <array>
 #include <cstring>
 #include <functional>
 

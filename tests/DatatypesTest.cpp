@@ -3,6 +3,7 @@
 #include "OssiraDatatypes.h"
 #include "ServiceTools.h"
 
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <limits>

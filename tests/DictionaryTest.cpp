@@ -3,6 +3,7 @@
 #include "ServiceTools.h"
 #include "TestItem.h"
 
+#include <array>
 #include <map>
 
 namespace Tavrik::Ossira

@@ -5,6 +5,7 @@
 #include "GuidTable.h"
 #include "ItemSequence.h"
 
+#include <array>
 #include <chrono>
 #include <gtest/gtest.h>
 #include <map>

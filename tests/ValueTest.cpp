@@ -2,6 +2,7 @@
 #include "ServiceTools.h"
 #include "TestItem.h"
 
+#include <array>
 #include <numeric>
 
 namespace Tavrik::Ossira

@@ -10,6 +10,7 @@
 #include "OssiraValueSetGroup.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <span>
 

@@ -6,6 +6,7 @@
 #include "LockPolicy.h"
 
 #include <algorithm>
+#include <array>
 #include <vector>
 
 namespace Tavrik::Ossira

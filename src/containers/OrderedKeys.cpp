@@ -5,6 +5,7 @@
 #include "OrderedKeys.h"
 
 #include <algorithm>
+#include <array>
 #include <memory>
 #include <utility>
 

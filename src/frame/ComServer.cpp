@@ -7,6 +7,7 @@
 #include "ObjectAddress.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 #include <mutex>

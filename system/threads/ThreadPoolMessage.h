@@ -3,6 +3,8 @@
 
 #include "ThreadPool.h"
 
+#include <array>
+
 namespace Tavrik::tSystem::tThreads
 {
 
