@@ -1,5 +1,6 @@
 // The command line of the host program.
 #include "OssiraDiagnostics.h"
+#include "OssiraVersion.h"
 #include "Program.h"
 #include "Run.h"
 
@@ -53,6 +54,7 @@ int Main(std::vector<std::string> arguments)
 {
     tHost::RunOptions options;
     CLI::App program("Runs component modules.", "ossira");
+    program.set_version_flag("--version", "ossira " OSSIRA_VERSION_TEXT);
     CLI::App& run = *program.add_subcommand(
         "run",
         "Start the modules of some folders, create an object of each of their classes, clean "
