@@ -1,4 +1,4 @@
-# Installs the build into a folder, moves that folder, builds the project in tests/package from it
+# Installs the build into a folder, moves that folder, builds the project in samples/elsewhere from it
 # and runs what came out. Parameters: BUILD, SOURCE, WORK (an empty folder of its own), TOOLCHAIN and
 # EMULATOR (may be empty), EXECUTABLE_SUFFIX, CXX.
 file(REMOVE_RECURSE ${WORK})
@@ -29,7 +29,7 @@ set(toolchain)
 if(TOOLCHAIN)
   set(toolchain -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN})
 endif()
-run("configure" ${CMAKE_COMMAND} -S ${SOURCE}/tests/package -B ${WORK}/build -G Ninja
+run("configure" ${CMAKE_COMMAND} -S ${SOURCE}/samples/elsewhere -B ${WORK}/build -G Ninja
     -DCMAKE_BUILD_TYPE=Release -DOssira_ROOT=${WORK}/moved -DCMAKE_FIND_ROOT_PATH=${WORK}/moved
     ${toolchain})
 run("build" ${CMAKE_COMMAND} --build ${WORK}/build)
@@ -43,5 +43,5 @@ find_program(PKG_CONFIG pkg-config REQUIRED)
 set(ENV{PKG_CONFIG_LIBDIR} ${WORK}/moved/lib/pkgconfig)
 run("pkg-config" ${PKG_CONFIG} --cflags --libs ossira)
 separate_arguments(flags UNIX_COMMAND "${output}")
-run("compile" ${CXX} -std=c++20 ${SOURCE}/tests/package/host/Host.cpp -o
+run("compile" ${CXX} -std=c++20 ${SOURCE}/samples/elsewhere/host/Host.cpp -o
     ${WORK}/build/Plain${EXECUTABLE_SUFFIX} ${flags} -static-libgcc -static-libstdc++)
