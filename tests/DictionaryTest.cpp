@@ -150,8 +150,8 @@ TEST(ValueSets, CallTheirValuesWhileNobodyWaits)
 {
     for (const CLSID& clsid : ValueSets)
     {
+        TestValue value; // outlives the set
         const auto set = Make<IValueSet>(clsid);
-        TestValue value;
         int calls = 0;
         value.OnCall = [&]
         {

@@ -343,7 +343,6 @@ void CComServer::DumpLiveObjects(bool processEnds) noexcept
 
 void CComServer::Destroy()
 {
-    DumpLiveObjects(false);
     delete this;
 }
 

@@ -20,7 +20,7 @@ public:
     OssiraComServer& operator=(const OssiraComServer&) = delete;
     virtual ~OssiraComServer() = default;
 
-    // Ends the server at detach and lists the objects that are still alive.
+    // Ends the server at detach.
     virtual void Destroy() = 0;
 
     // A new object of a class, asked for an interface. An unknown class answers `E_NOINTERFACE`.

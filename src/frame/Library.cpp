@@ -91,9 +91,11 @@ void DetachLibrary(bool processEnds) noexcept
         ObjectPtr<ISingleton>::Adopt(gSingleton.exchange(nullptr)).Reset();
         OnDetaching();
     }
+    if (server == nullptr)
+        return;
+    server->DumpLiveObjects(false); // still in place: an object that dies meanwhile leaves its list
     gServer = nullptr;
-    if (server != nullptr)
-        server->Destroy();
+    server->Destroy();
 }
 
 ISingleton* ExistingSingleton() noexcept
