@@ -75,3 +75,25 @@ void operator delete(void* memory, std::size_t) noexcept
 {
     operator delete(memory);
 }
+
+// For arrays too: a sanitizer has operators of its own for them, which do not come here.
+
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
+{
+    return operator new(size, std::nothrow);
+}
+
+void* operator new[](std::size_t size)
+{
+    return operator new(size);
+}
+
+void operator delete[](void* memory) noexcept
+{
+    operator delete(memory);
+}
+
+void operator delete[](void* memory, std::size_t) noexcept
+{
+    operator delete(memory);
+}
