@@ -144,7 +144,8 @@ private:
     }
 };
 
-inline constexpr std::size_t KeysAtATime = 32;
+// So many that what it costs to begin reading is little for each.
+inline constexpr std::size_t KeysAtATime = 128;
 
 // Some of the least keys of the visible layers that are greater than *above, in order, each once.
 struct MergedKeys
