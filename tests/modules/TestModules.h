@@ -37,7 +37,8 @@ protected:
 // --- "pool": PoolHolder.dll
 
 // Offers `ICounter`: counting in the module makes the pool of the process, whose box the module
-// then keeps for good, and answers how many copies of a job ran on it, the caller's included.
+// then keeps for good, and answers how many copies of a job ran on it: one for each of three
+// workers and, unless they were done first, the caller's.
 inline constexpr CLSID CLSID_PoolHolder = Numbered(1, 7);
 
 // --- "bootstrap": BootstrapOuter.dll, BootstrapInner.dll; "failing-bootstrap"; "taking-bootstrap"
