@@ -213,13 +213,20 @@ class Run(unittest.TestCase):
                              ("hollow", 'no module .* in the folder "hollow"')):
             self.assertRegex(ossira("run", folder, code=1)[1], text)
 
+    def test_an_exception_takes_no_other_answer_with_it(self):
+        out, errors = ossira("run", os.path.join(MODULES, "speakers"), code=1)
+        self.assertRegex(out, 'Thrower +let an exception out: thrown on purpose\n'
+                              ' +Starter +"I start."')
+        self.assertIn('"Thrower" let an exception out', errors)
+        self.assertEqual(out.count("start number"), 1)  # the words of the first are overwritten
+        self.assertRegex(out, r"level 0 +Starter +\(see level 2\)\n")
+
     def test_does_not_succeed_when_nobody_can_read_it(self):
         write(os.path.join(WORK, "unread", "Good.dll"), GOOD)
-        if not WINDOWS:
-            for redirection in (">&-", ">/dev/full"):
-                command = f'"{TOOL}" run unread {redirection}'
-                self.assertEqual(subprocess.run(command, shell=True, cwd=WORK, env=ENVIRONMENT,
-                                                stderr=subprocess.DEVNULL).returncode, 3)
+        for redirection in [">/dev/full"] + ([] if WINDOWS else [">&-"]):
+            command = f'{" ".join(EMULATOR)} "{TOOL}" run unread {redirection}'
+            self.assertEqual(subprocess.run(command, shell=True, cwd=WORK, env=ENVIRONMENT,
+                                            stderr=subprocess.DEVNULL).returncode, 3, redirection)
 
 
 class Data(unittest.TestCase):
