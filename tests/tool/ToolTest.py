@@ -339,6 +339,13 @@ class Help(unittest.TestCase):
             self.assertEqual(sorted(words), sorted(options))
             for option in options:
                 self.assertIn(option, manual.split(f".SS ossira {command}")[1].split(".SS")[0])
+        for typed, completed in (("sc", "scan"), ("scan --ag", "--again"), ("scan toolt", "tooltest")):
+            words = f"ossira {typed}".split()
+            script = (f"{completion}\nCOMP_WORDS=({' '.join(words)}); COMP_CWORD={len(words) - 1}\n"
+                      "_ossira; echo ${COMPREPLY[@]}")
+            write(os.path.join(WORK, "tooltest"), b"")
+            self.assertEqual(subprocess.run(["bash", "-c", script], capture_output=True, text=True,
+                                            cwd=WORK).stdout, completed + "\n")
         ossira(code=2)
         ossira("no-command", code=2)
 
