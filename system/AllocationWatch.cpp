@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstring>
 #include <limits>
+#include <thread>
 
 namespace Tavrik::tSystem
 {
@@ -15,10 +16,17 @@ namespace
 
 constexpr std::int64_t Unlimited = (std::numeric_limits<std::int64_t>::max)();
 constinit std::atomic<bool> gIsWatching = false;
+constinit std::atomic<bool> gMakesWay = false;
 constinit std::atomic<std::int64_t> gLive = 0;
 constinit thread_local std::int64_t gLeft = Unlimited; // allocations that still succeed
 constinit thread_local bool gFailsLater = false;
 constinit thread_local bool gHasFailed = false;
+
+void MakeWay() noexcept
+{
+    if (gMakesWay.load(std::memory_order_relaxed))
+        std::this_thread::yield();
+}
 
 } // namespace
 
@@ -47,8 +55,14 @@ std::int64_t LiveAllocations() noexcept
     return gLive.load();
 }
 
+void MakeWayAtAllocations(bool doesSo) noexcept
+{
+    gMakesWay = doesSo;
+}
+
 bool IsToFail() noexcept
 {
+    MakeWay();
     if (!gIsWatching.load(std::memory_order_relaxed) || gLeft-- > 0)
         return false;
     gLeft = gFailsLater ? 0 : Unlimited;
@@ -67,6 +81,7 @@ void NoteFreed(void* memory, std::size_t size) noexcept
     gLive.fetch_sub(1, std::memory_order_relaxed);
     if (gIsWatching.load(std::memory_order_relaxed))
         std::memset(memory, 0xDF, size);
+    MakeWay();
 }
 
 } // namespace Tavrik::tSystem

@@ -24,6 +24,10 @@ extern const bool ExceptionsNeedMemory;
 // Ends that; whether one failed.
 bool EndFailing() noexcept;
 
+// From now on a thread makes way for others within its calls of the heap: what is done around them
+// without a lock is then done by two at once, however busy the machine is.
+void MakeWayAtAllocations(bool doesSo) noexcept;
+
 // The blocks that were allocated since watching began and not freed, less those that were freed
 // since and allocated before.
 [[nodiscard]] std::int64_t LiveAllocations() noexcept;

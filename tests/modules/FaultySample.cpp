@@ -68,6 +68,8 @@ public:
         return WithLock(
             [&]() -> Result
             {
+                mName.clear();
+                mName.shrink_to_fit();
                 mName = name == nullptr ? "" : name;
                 return S_OK;
             },

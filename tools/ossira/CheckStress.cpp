@@ -23,12 +23,10 @@ constexpr std::int64_t SweepLimit = 3000; // allocations of one operation that a
 template <class Work>
 void ForAWhile(Work work)
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
-    do
-    {
-        for (int round = 0; round < 100; ++round)
-            work();
-    } while (std::chrono::steady_clock::now() < end);
+    constexpr int leastRounds = 20;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
+    for (int round = 0; round < leastRounds || std::chrono::steady_clock::now() < end; ++round)
+        work();
 }
 
 // A mixture of two of them is none of them.
@@ -80,15 +78,17 @@ void CheckThreads(const CCheckScene& scene)
 {
     const CCheckedModule module(scene.Path());
     (void)tSystem::WatchAllocations(scene.Path().c_str());
+    tSystem::MakeWayAtAllocations(true);
     const CBalance balance(module);
     const std::vector<const Deed*> deeds = DeedsOf(*module.Create(scene.Class()));
     scene.Doing("creating objects in 4 threads");
-    InThreads(
-        [&]
-        {
-            for (int round = 0; round < 2000; ++round)
-                (void)module.Create(scene.Class());
-        });
+    const auto createSome = [&]
+    {
+        std::array<ObjectPtr<IUnknown>, 16> objects;
+        for (ObjectPtr<IUnknown>& object : objects)
+            object = module.Create(scene.Class());
+    };
+    InThreads([&] { ForAWhile(createSome); });
     balance.DemandNone("after 4 threads created objects and gave them back");
     ObjectPtr<IUnknown> object = module.Create(scene.Class());
     scene.Doing("taking and giving back references on one object in 4 threads");
@@ -116,6 +116,7 @@ void CheckThreads(const CCheckScene& scene)
     }
     named.Reset();
     object.Reset();
+    tSystem::MakeWayAtAllocations(false);
     balance.DemandNone("after 4 threads used one object");
 }
 
