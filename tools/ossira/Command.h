@@ -66,6 +66,7 @@ private:
     std::vector<Command> mCommands;
 };
 
+void AddCheck(CCommands& commands);
 void AddExamineChild(CCommands& commands);
 void AddGraph(CCommands& commands);
 void AddGuid(CCommands& commands);

@@ -13,9 +13,9 @@ using namespace Tavrik;
 
 // In the order in which the help lists them.
 constexpr void (*Commands[])(tHost::CCommands&) = {
-    &tHost::AddRun,     &tHost::AddScan,   &tHost::AddLists,
-    &tHost::AddInspect, &tHost::AddGraph,  &tHost::AddNewProjects,
-    &tHost::AddGuid,    &tHost::AddManual, &tHost::AddExamineChild};
+    &tHost::AddRun,     &tHost::AddScan,        &tHost::AddCheck,       &tHost::AddLists,
+    &tHost::AddInspect, &tHost::AddGraph,       &tHost::AddNewProjects, &tHost::AddGuid,
+    &tHost::AddManual,  &tHost::AddExamineChild};
 
 int Main(std::vector<std::string> arguments)
 {
