@@ -1,6 +1,8 @@
 # Installs the build into a folder, moves that folder, builds the project in samples/elsewhere from it
-# and runs what came out. Parameters: BUILD, SOURCE, WORK (an empty folder of its own), TOOLCHAIN and
-# EMULATOR (may be empty), EXECUTABLE_SUFFIX, CXX.
+# and runs what came out. Then makes the packages that are given away, unpacks them, and looks whether
+# all that was installed is in them and the tool works from there. Parameters: BUILD, SOURCE, WORK (an
+# empty folder of its own), TOOLCHAIN and EMULATOR (may be empty), EXECUTABLE_SUFFIX, CXX.
+cmake_minimum_required(VERSION 3.25)
 file(REMOVE_RECURSE ${WORK})
 file(MAKE_DIRECTORY ${WORK})
 
@@ -43,5 +45,55 @@ find_program(PKG_CONFIG pkg-config REQUIRED)
 set(ENV{PKG_CONFIG_LIBDIR} ${WORK}/moved/lib/pkgconfig)
 run("pkg-config" ${PKG_CONFIG} --cflags --libs ossira)
 separate_arguments(flags UNIX_COMMAND "${output}")
+set(link -Wl,-rpath,${WORK}/moved/lib)
+if(EMULATOR) # by the import library that other linkers read
+  list(TRANSFORM flags REPLACE "^-lTavrikOssira$" ${WORK}/moved/lib/TavrikOssira.lib)
+  set(link -static)
+endif()
 run("compile" ${CXX} -std=c++20 ${SOURCE}/samples/elsewhere/host/Host.cpp -o
-    ${WORK}/build/Plain${EXECUTABLE_SUFFIX} ${flags} -static-libgcc -static-libstdc++)
+    ${WORK}/build/Plain${EXECUTABLE_SUFFIX} ${flags} ${link})
+run("plain host" ${EMULATOR} ${WORK}/build/Plain${EXECUTABLE_SUFFIX} ${WORK}/build/modules)
+if(NOT output MATCHES "Hello says hello")
+  message(SEND_ERROR "the host without CMake said: ${output}")
+endif()
+
+# --- The packages ---------------------------------------------------------------------------------
+
+file(MAKE_DIRECTORY ${WORK}/packages ${WORK}/unpacked)
+run("cpack" ${CMAKE_CPACK_COMMAND} --config ${BUILD}/CPackConfig.cmake -B ${WORK}/packages)
+file(GLOB packages ${WORK}/packages/*.deb ${WORK}/packages/*.zip)
+set(top ${WORK}/unpacked/usr)
+foreach(package IN LISTS packages)
+  if(package MATCHES "/([^/]+)\\.zip$")
+    file(ARCHIVE_EXTRACT INPUT ${package} DESTINATION ${WORK}/unpacked)
+    set(top ${WORK}/unpacked/${CMAKE_MATCH_1})
+  else()
+    run("unpack ${package}" dpkg-deb -x ${package} ${WORK}/unpacked)
+    run("fields of ${package}" dpkg-deb -f ${package} Package Depends)
+    string(APPEND fields "${output}")
+  endif()
+endforeach()
+if(NOT EMULATOR)
+  foreach(wanted "Package: ossira\nDepends: ossira-runtime \\(= [0-9.]+\\), libc6 \\(>= "
+                 "Package: ossira-dev\nDepends: ossira-runtime \\(= "
+                 "Package: ossira-runtime\nDepends: libc6 \\(>= [^\n]*libstdc\\+\\+6 \\(>= "
+                 "Package: ossira-runtime-dbgsym\nDepends: ossira-runtime \\(= ")
+    if(NOT fields MATCHES "${wanted}")
+      message(SEND_ERROR "no package has: ${wanted}\n${fields}")
+    endif()
+  endforeach()
+endif()
+
+# Debian keeps what is for the debugger elsewhere.
+file(GLOB_RECURSE installed RELATIVE ${WORK}/moved ${WORK}/moved/*)
+file(GLOB_RECURSE packaged RELATIVE ${top} ${top}/*)
+if(NOT EMULATOR)
+  list(TRANSFORM installed REPLACE "^lib/(.*-gdb.py)$" "share/gdb/auto-load/usr/lib/\\1")
+  list(TRANSFORM installed REPLACE "^lib/.debug/" "lib/debug/usr/lib/")
+endif()
+list(SORT installed)
+list(SORT packaged)
+if(NOT installed STREQUAL packaged)
+  message(SEND_ERROR "installed\n  ${installed}\nand packaged\n  ${packaged}")
+endif()
+run("the packaged tool" ${EMULATOR} ${top}/bin/ossira${EXECUTABLE_SUFFIX} run ${WORK}/build/modules)

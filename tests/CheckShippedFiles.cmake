@@ -50,6 +50,7 @@ function(append_contract_exports kind list)
 endfunction()
 
 function(exports_of file result)
+  set(exports)
   headers_of(${file} -p headers)
   if(headers MATCHES "Ordinal/Name Pointer")
     string(REGEX REPLACE ".*Ordinal/Name Pointer\\] Table" "" headers "${headers}")
