@@ -13,6 +13,7 @@
 #include "OssiraDatatypes.h"
 #include "OssiraDiagnostics.h"
 #include "OssiraFrame.h"
+#include "OssiraHost.h"
 #include "OssiraMemory.h"
 #include "OssiraModified.h"
 #include "OssiraObject.h"

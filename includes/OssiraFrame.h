@@ -30,6 +30,110 @@ namespace Tavrik::Ossira
 class CComServer;
 class COssiraUnknown;
 
+// The interfaces that objects of a class may offer; their headers need not be included here.
+struct IBootstrap;
+struct IClassRegisterService;
+struct IClsidObjectCacheStack;
+struct IClsidRegistry;
+struct ICollection;
+struct ICollectionGUID;
+struct ICommonMemoryAllocator32;
+struct ICommonThreadPoolBox;
+struct ICriticalSection;
+struct IDatatypes;
+struct IDatatypesService;
+struct IDictionaryGUID;
+struct IDirectoryService;
+struct IDisposable;
+struct IEnumerable;
+struct IEnumerator;
+struct IEnumeratorGUID;
+struct IList;
+struct IMasterBootstrap;
+struct IMemorySegment32;
+struct IModifiedService;
+struct IObjectCacheStack;
+struct IObjectFactory;
+struct ISingleton;
+struct ISingletonRegistry;
+struct IStack;
+struct ITouchModifiedChain;
+struct IValue;
+struct IValueSet;
+struct IValueSetGroup;
+
+namespace tDetail
+{
+
+// Whether an interface, or one that it extends, has that identifier.
+template <class Interface>
+[[nodiscard]] constexpr bool Answers(const IID& iid) noexcept
+{
+    if (SameGuid(iid, Interface::Iid))
+        return true;
+    if constexpr (!std::is_same_v<typename Interface::Extends, IUnknown>)
+        return Answers<typename Interface::Extends>(iid);
+    else
+        return false;
+}
+
+// A class that derives from an interface and does not list it has operations that nobody can reach:
+// the query for them fails at use, far from the mistake. The compiler names `Base` and
+// `Implementation` beside the text.
+template <class Implementation, class Base, class... Listed>
+consteval void RequireListed()
+{
+    if constexpr (requires {
+                      typename Base::Extends;
+                      Base::Iid;
+                  })
+    {
+        static_assert((Answers<Listed>(Base::Iid) || ...),
+                      "OSSIRA_INTERFACES leaves out an interface that the class derives from");
+    }
+}
+
+template <class... Bases>
+struct CBases
+{
+    template <class Implementation, class... Listed>
+    static consteval void RequireListed()
+    {
+        const auto require = []<class Base>(CBases<Base>*)
+        {
+            // A base that is not defined here is none of the class's.
+            if constexpr (std::is_base_of_v<Base, Implementation>)
+                tDetail::RequireListed<Implementation, Base, Listed...>();
+        };
+        (require(static_cast<CBases<Bases>*>(nullptr)), ...);
+    }
+};
+
+#if defined(__GNUC__) && !defined(__clang__)
+// This compiler tells all bases of a class, interfaces of the module's own among them.
+template <class Implementation>
+struct CBasesToList
+{
+    using Type = CBases<__bases(Implementation)...>;
+};
+#else
+template <class Implementation>
+struct CBasesToList
+{
+    using Type =
+        CBases<IBootstrap, IClassRegisterService, IClsidObjectCacheStack, IClsidRegistry,
+               ICloneable, ICollection, ICollectionGUID, ICommonMemoryAllocator32,
+               ICommonThreadPoolBox, IComparable, ICriticalSection, IDatatypes, IDatatypesService,
+               IDictionaryGUID, IDirectoryService, IDisposable, IEnumerable, IEnumerator,
+               IEnumeratorGUID, IList, IMasterBootstrap, IMemorySegment32, IModifiedService,
+               IObjectCacheStack, IObjectFactory, IObjectIdentity, IObjectLock, IObjectName,
+               IObserverPrint, ISingleton, ISingletonRegistry, IStack, ITouchModifiedChain, IValue,
+               IValueSet, IValueSetGroup>;
+};
+#endif
+
+} // namespace tDetail
+
 // The object's own unknown. It makes aggregation possible: an outer object owns the inner one by it
 // and receives every other reference on it.
 class CPrivateUnknown final : public IUnknown
@@ -190,6 +294,15 @@ protected:
         return AnswerPrivateUnknown(iid, out);
     }
 
+    // The same for a class that must list every interface among its bases, or does not compile.
+    template <class... Interfaces, class Implementation>
+    Result AnswerEveryInterface(Implementation* object, const IID& iid, void** out)
+    {
+        tDetail::CBasesToList<Implementation>::Type::template RequireListed<Implementation,
+                                                                            Interfaces...>();
+        return AnswerInterfaces<Interfaces...>(object, iid, out);
+    }
+
 private:
     friend CComServer; // which creates objects, with the classes in it
 
@@ -216,21 +329,10 @@ private:
         return 1;
     }
 
-    template <class Interface>
-    [[nodiscard]] static constexpr bool Answers(const IID& iid) noexcept
-    {
-        if (SameGuid(iid, Interface::Iid))
-            return true;
-        if constexpr (!std::is_same_v<typename Interface::Extends, IUnknown>)
-            return Answers<typename Interface::Extends>(iid);
-        else
-            return false;
-    }
-
     template <class Interface, class Implementation>
     [[nodiscard]] static bool TryAnswer(Implementation* object, const IID& iid, void** out) noexcept
     {
-        if (!Answers<Interface>(iid))
+        if (!tDetail::Answers<Interface>(iid))
             return false;
         *out = static_cast<Interface*>(object);
         return true;
@@ -453,18 +555,30 @@ protected:
 } // namespace Tavrik::Ossira
 
 // What the class's `QueryInterface` answers: its interfaces, the first one the primary, and those
-// that they extend.
+// that they extend. A class that derives from an interface and leaves it out does not compile. (GCC
+// knows every interface, other compilers those of the public headers.)
 #define OSSIRA_INTERFACES(...)                                                                     \
     ::Tavrik::Ossira::Result InternalQueryInterface(const ::IID& iid, void** out) override         \
     {                                                                                              \
-        return this->template AnswerInterfaces<__VA_ARGS__>(this, iid, out);                       \
+        return this->template AnswerEveryInterface<__VA_ARGS__>(this, iid, out);                   \
     }
 
 #define OSSIRA_JOIN_NAMES(a, b) a##b
 #define OSSIRA_UNIQUE_NAME(prefix, number) OSSIRA_JOIN_NAMES(prefix, number)
 
-// Enters a class in the module's class table, under its `ClassId` or under another identifier.
+// Whether an identifier is the null one, as far as the compiler can tell.
+#if defined(__GNUC__)
+#define OSSIRA_IS_NULL_GUID(guid)                                                                  \
+    (__builtin_constant_p(::Tavrik::Ossira::SameGuid((guid), ::Tavrik::Ossira::GUID_Null)) &&      \
+     ::Tavrik::Ossira::SameGuid((guid), ::Tavrik::Ossira::GUID_Null))
+#else
+#define OSSIRA_IS_NULL_GUID(guid) false
+#endif
+
+// Enters a class in the module's class table, under its `ClassId` or under another identifier; the
+// null one does not compile.
 #define OSSIRA_CLASS_AS(implementation, clsid, text)                                               \
+    static_assert(!OSSIRA_IS_NULL_GUID(clsid), "A class needs an identifier of its own");          \
     namespace                                                                                      \
     {                                                                                              \
     const ::Tavrik::Ossira::ClassEntry OSSIRA_UNIQUE_NAME(ossiraClass, __COUNTER__)(               \

@@ -5,8 +5,6 @@
 
 #include "Library.h"
 
-#include "Library.h"
-
 #include <mutex>
 
 namespace Tavrik::Ossira
@@ -62,13 +60,14 @@ Result CDynLib::Open(const wchar_t* path)
     if (!mLibrary.Open(path))
         return mLibrary.Failure() == tSystem::ELoadFailure::NoMemory ? E_OUTOFMEMORY : E_FAIL;
 
-    const bool isModule = Resolve("DllGetClassObject", mExports.GetClassObject) &&
-                          Resolve("DllCanUnloadNow", mExports.CanUnloadNow) &&
-                          Resolve("DLLGetOpenObjectCount", mExports.GetOpenObjectCount) &&
-                          Resolve("DLLGetClassCount", mExports.GetClassCount) &&
-                          Resolve("DLLGetClassObjectID", mExports.GetClassObjectID) &&
-                          Resolve("DLLGetClassObjectInfo", mExports.GetClassObjectInfo);
-    if (!isModule || !IsAttached())
+    mMissingCount = 0;
+    Require("DllGetClassObject", mExports.GetClassObject);
+    Require("DllCanUnloadNow", mExports.CanUnloadNow);
+    Require("DLLGetOpenObjectCount", mExports.GetOpenObjectCount);
+    Require("DLLGetClassCount", mExports.GetClassCount);
+    Require("DLLGetClassObjectID", mExports.GetClassObjectID);
+    Require("DLLGetClassObjectInfo", mExports.GetClassObjectInfo);
+    if (mMissingCount != 0 || !IsAttached())
     {
         mLibrary.Close();
         return E_FAIL;
@@ -110,6 +109,31 @@ bool CDynLib::Resolve(const char* name, Export& export_) const noexcept
 {
     export_ = reinterpret_cast<Export>(mLibrary.Find(name));
     return export_ != nullptr;
+}
+
+template <class Export>
+void CDynLib::Require(const char* name, Export& export_) noexcept
+{
+    if (!Resolve(name, export_))
+        mMissing[mMissingCount++] = name;
+}
+
+std::string CDynLib::WhyNot() const
+{
+    if (mLibrary.Failure() != tSystem::ELoadFailure::None)
+        return mLibrary.FailureText();
+    if (mMissingCount == 0)
+        return "its start-up failed, and it refuses every call";
+    std::string text = "no component module: has no ";
+    for (std::size_t index = 0; index < mMissingCount; ++index)
+        text.append(index == 0 ? "" : ", ").append(mMissing[index]);
+    return text;
+}
+
+void CDynLib::ReportFailure(const wchar_t* name) const
+{
+    OSSIRA_PRINT(CurrentLevelMask(), PRINT_WARN, "Library \"%ls\" is not used: %s\n", name,
+                 WhyNot().c_str());
 }
 
 void CDynLib::EnterOpenList() noexcept

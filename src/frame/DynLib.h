@@ -6,6 +6,9 @@
 #include "ComServer.h"
 #include "Platform.h"
 
+#include <array>
+#include <string>
+
 namespace Tavrik::Ossira
 {
 
@@ -26,6 +29,9 @@ public:
     // Whether the last `Open` failed for want of memory or descriptors or because the file could
     // not be read: then nobody knows whether the file is a module.
     [[nodiscard]] bool LacksResources() const noexcept;
+
+    // A warning that says why the last `Open` failed; `name` is what the library is called there.
+    void ReportFailure(const wchar_t* name) const;
 
     // The following answer `E_NOINTERFACE` while nothing is loaded, and otherwise what the module
     // answers. What a module throws is reported and becomes a code here, while the module that owns
@@ -68,12 +74,19 @@ private:
     template <class Export>
     [[nodiscard]] bool Resolve(const char* name, Export& export_) const noexcept;
 
+    template <class Export>
+    void Require(const char* name, Export& export_) noexcept;
+
+    [[nodiscard]] std::string WhyNot() const;
+
     [[nodiscard]] bool IsAttached() const noexcept;
     void EnterOpenList() noexcept;
     void Close() noexcept;
 
     tSystem::CLibrary mLibrary;
     Exports mExports;
+    std::array<const char*, 6> mMissing = {}; // the exports that the last library lacks
+    std::size_t mMissingCount = 0;
 
     // Every open library, linked through its neighbours.
     CDynLib* mNext = nullptr;

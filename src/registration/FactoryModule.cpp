@@ -8,6 +8,25 @@
 namespace Tavrik::Ossira
 {
 
+CFactoryModule::~CFactoryModule()
+try
+{
+    const std::uint32_t mask = CurrentLevelMask();
+    const Result count =
+        mLibrary == nullptr || (mask & PRINT_WARN) == 0 ? 0 : mLibrary->GetOpenObjectCount();
+    if (count > 0)
+    {
+        OSSIRA_PRINT(mask, PRINT_WARN,
+                     "Module \"%ls\" is unloaded while %d of its objects are alive: somebody keeps "
+                     "them still, or forgot to release them\n",
+                     mPath.c_str(), count);
+    }
+}
+catch (...)
+{
+    DiscardCaught(); // a destructor has nobody to tell
+}
+
 CFactoryModule::CUse::CUse(CFactoryModule& module) noexcept : mModule(module)
 {
     const tSystem::CLockGuard guard(mModule.mLock);
@@ -35,7 +54,10 @@ Result CFactoryModule::CUse::Load()
         return S_OK;
     opened = std::make_unique<CDynLib>();
     if (const Result result = opened->Open(path.c_str()); Failed(result))
+    {
+        opened->ReportFailure(path.c_str());
         return result;
+    }
     mLoader = mModule.Install(opened, path);
     return S_OK;
 }

@@ -18,6 +18,9 @@ public:
     {
     }
 
+    // Unloads the module, whether it agrees or not; a warning tells of objects that are left.
+    ~CFactoryModule();
+
     CFactoryModule(const CFactoryModule&) = delete;
     CFactoryModule& operator=(const CFactoryModule&) = delete;
 

@@ -162,6 +162,14 @@ Result InternalRegisterServer(IObjectFactory& factory, OssiraComServer& module,
     OSSIRA_PRINT(mask, PRINT_TRACE, "Register Classes from Library \"%ls\" [#%d] [f:0x%x]:\n",
                  fileName, count, LowAddress(&factory));
 
+    if (count == 0)
+    {
+        OSSIRA_PRINT(mask, PRINT_WARN,
+                     "Library \"%ls\" has no class in its table: is OSSIRA_CLASS missing?\n",
+                     fileName);
+    }
+    CLSID former = GUID_Null;
+    std::string formerInfo;
     for (std::uint32_t index = 0; index < static_cast<std::uint32_t>(count); ++index)
     {
         CLSID clsid = GUID_Null;
@@ -172,6 +180,14 @@ Result InternalRegisterServer(IObjectFactory& factory, OssiraComServer& module,
         OSSIRA_CHECK_CALL_TWICE(answers.Note(server->GetClassObjectInfo(index, info, infoSize)),
                                 "server->GetClassObjectInfo()");
         info[infoSize] = '\0';
+        if (index > 0 && SameGuid(clsid, former)) // the table is in order
+        {
+            OSSIRA_PRINT(mask, PRINT_WARN,
+                         "Class %s stands twice in \"%ls\", as \"%s\" and as \"%s\"\n",
+                         CGuidText(clsid).Text(), fileName, formerInfo.c_str(), info);
+        }
+        former = clsid;
+        formerInfo = info;
         OSSIRA_CHECK_CALL_TWICE(factory.RegisterClass(clsid, fileName, info),
                                 "Factory->RegisterClass()");
     }
@@ -192,6 +208,7 @@ std::unique_ptr<CDynLib> OpenModule(const ModuleFile& file)
         return library;
     }
     OSSIRA_PRINT(mask, PRINT_TRACE, "Cannot open Library \"%ls\"\n", file.Name.c_str());
+    library->ReportFailure(file.Name.c_str());
     OSSIRA_CHECK(!library->LacksResources(), opened, "DynLib.Open()");
     return nullptr;
 }
@@ -275,6 +292,22 @@ try
 }
 OSSIRA_CATCH_RETURN
 
+// Says why a folder could not be scanned.
+void ReportFolder(const wchar_t* path, const std::wstring& folder, const wchar_t* files)
+{
+    const std::uint32_t mask = CurrentLevelMask();
+    if ((mask & PRINT_WARN) == 0)
+        return;
+    tSystem::CFolderSearch search; // each folder has an entry for itself
+    const bool isThere = search.Open(JoinPath(folder, L"*"));
+    OSSIRA_PRINT(mask, PRINT_WARN,
+                 isThere
+                     ? "Module folder \"%ls\" has no file that matches \"%ls\"\n"
+                     : "Module folder \"%ls\", which was searched for \"%ls\", is not there, or "
+                       "cannot be read\n",
+                 path, files);
+}
+
 Result T_ClassRegisterService::RegisterFolder(const wchar_t* path, const wchar_t* pattern,
                                               IUnknown* registry, IUnknown* argument)
 try
@@ -282,9 +315,15 @@ try
     OSSIRA_CHECK_POINTER(path);
     // Before the first module can change the current folder.
     const std::wstring folder = tSystem::AbsolutePath(*path == L'\0' ? L"." : path);
+    const wchar_t* const files = pattern == nullptr ? L"*.dll" : pattern;
     CDirectoryCollection Directory;
-    OSSIRA_CHECK_CALL_TWICE(Directory.ScanDirectory(path, pattern == nullptr ? L"*.dll" : pattern),
-                            "Directory.ScanDirectory()");
+    if (Failed(Directory.ScanDirectory(path, files)))
+    {
+        const Result result = Directory.ScanDirectory(path, files);
+        if (Failed(result) && result != E_OUTOFMEMORY)
+            ReportFolder(path, folder, files);
+        OSSIRA_CHECK_CALL(result, "Directory.ScanDirectory()");
+    }
     const ObjectPtr<IObjectFactory> factory = FactoryToFill();
     Result moved = S_OK;
     while ((moved = Directory.MoveNext()) == S_OK)

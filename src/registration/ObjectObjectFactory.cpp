@@ -75,7 +75,8 @@ public:
 
 private:
     [[nodiscard]] ModuleItems::value_type& AdmitFile(const wchar_t* fileName);
-    [[nodiscard]] bool EnterClass(const CLSID& clsid, ClassItem&& item);
+    [[nodiscard]] bool EnterClass(const CLSID& clsid, ClassItem&& item,
+                                  const ModuleItems::value_type*& owner);
     void LoadNew(ModuleItems::value_type& file);
     [[nodiscard]] bool IsListed(const ModuleItem& item);
     [[nodiscard]] bool FlushOnce();
@@ -199,12 +200,15 @@ try
 }
 OSSIRA_CATCH_RETURN
 
-// Whether the class is new. Its file is listed either way.
-bool T_ObjectFactory::EnterClass(const CLSID& clsid, ClassItem&& item)
+// Whether the class is new, and whose it is now. Its file is listed either way.
+bool T_ObjectFactory::EnterClass(const CLSID& clsid, ClassItem&& item,
+                                 const ModuleItems::value_type*& owner)
 {
     ModuleItems::value_type* const file = item.File;
     const tSystem::CLockGuard guard(mLock);
-    const bool isNew = mTable.Find(clsid) == nullptr;
+    const ClassItem* const former = mTable.Find(clsid);
+    const bool isNew = former == nullptr;
+    owner = isNew ? file : former->File;
     if (isNew)
     {
         mTable.Insert(clsid, std::move(item));
@@ -240,10 +244,20 @@ try
         LoadNew(*admitted);
     }
 
-    if (!EnterClass(clsid, {admitted.get(), text}))
+    const ModuleItems::value_type* owner = nullptr;
+    if (!EnterClass(clsid, {admitted.get(), text}, owner))
     {
         OSSIRA_PRINT(mask, PRINT_WARN, "Class alredy registered: \"%s\" %s from \"%ls\"\n", text,
                      CGuidText(clsid).Text(), file);
+        if (owner != admitted.get())
+        {
+            OSSIRA_PRINT(mask, PRINT_WARN,
+                         "Class %s is in two modules: it is taken from \"%ls\", and not from "
+                         "\"%ls\"\n",
+                         CGuidText(clsid).Text(),
+                         owner == nullptr ? L"TavrikOssira.dll" : owner->first.c_str(),
+                         *file == L'\0' ? L"TavrikOssira.dll" : file);
+        }
         return S_FALSE;
     }
     if ((mask & PRINT_PROGRESS) != 0)

@@ -1,6 +1,7 @@
 // Runs the process's life: reads in the modules, starts the classes of three levels, cleans them up
 // in reverse and clears the singletons. It knows none of the classes; they enrol in categories of
 // the CLSID registry. Start-up stops at the first failure, clean-up goes on to the end.
+#include "Library.h"
 #include "OssiraBullets.h"
 #include "OssiraFrame.h"
 #include "PublicUtil.h"
@@ -283,6 +284,39 @@ Result RunClass(const Phase& phase, const Level& level, const EnrolledClass& enr
     return result;
 }
 
+// Names a class that failed, and its module, to whoever reads warnings.
+void ReportClass(const Phase& phase, const Level& level, const CLSID& clsid, const BT& bt,
+                 Result failure, std::uint32_t mask)
+try
+{
+    if ((mask & PRINT_WARN) == 0)
+        return;
+    std::wstring file;
+    std::string info;
+    // Asked only for what it has, since it reports a class that it does not know as an error.
+    ObjectPtr<IEnumeratorGUID> known;
+    CLSID at = GUID_Null;
+    bool isKnown = false;
+    if (Succeeded(bt.mFactory->GetClasses(IID_IEnumeratorGUID, known.PutVoid())))
+    {
+        while (!isKnown && known->MoveNext() == S_OK && Succeeded(known->GetCurrentGUID(&at)))
+            isKnown = SameGuid(at, clsid);
+    }
+    ObjectPtr<IValueSet> values;
+    if (isKnown && Succeeded(bt.mFactory->GetClassValue(clsid, IID_IValueSet, values.PutVoid())))
+    {
+        GetValueUniString(values.Get(), ObjectFactoryItem_FileName, &file);
+        GetValueCharString(values.Get(), ObjectFactoryItem_InfoText, &info);
+    }
+    OSSIRA_PRINT(mask, PRINT_WARN, "%s %s: class \"%s\" %s of \"%ls\" failed: 0x%x %s\n",
+                 phase.Name, level.Name, info.c_str(), CGuidText(clsid).Text(), file.c_str(),
+                 static_cast<std::uint32_t>(failure), ErrorText(failure));
+}
+catch (...)
+{
+    DiscardCaught(); // the failure itself is answered
+}
+
 // Answers the code of the last class handled.
 Result T_MasterBootstrap::RunLevel(const Phase& phase, const Level& level, const BT& bt,
                                    IUnknown* param)
@@ -311,6 +345,8 @@ try
         if (filed == S_FALSE)
             continue;
         result = filed == E_OUTOFMEMORY ? filed : RunClass(phase, level, enrolled, bt, param, mask);
+        if (Failed(result) && Succeeded(enrolled.Code))
+            ReportClass(phase, level, enrolled.Clsid, bt, result, mask);
         if (Failed(result) && phase.StopsAtFailure)
             break;
     }

@@ -2,6 +2,7 @@
 // them, and a read beyond the end is refused before it is made.
 #include "ElfFile.h"
 
+#include "../ForeignFile.h"
 #include "ElfTables.h"
 
 #include <algorithm>
@@ -73,22 +74,43 @@ bool CElfFile::Open(const char* path) noexcept
 bool CElfFile::ReadHeaders() noexcept
 {
     struct stat status;
-    if (fstat(mFile, &status) != 0 || !S_ISREG(status.st_mode))
+    if (fstat(mFile, &status) != 0)
         return false;
+    if (!S_ISREG(status.st_mode))
+    {
+        mFault = S_ISDIR(status.st_mode) ? "a folder" : "a pipe or a device, and no file";
+        return false;
+    }
     mFileSize = static_cast<std::uint64_t>(status.st_size);
     const std::size_t headSize = std::min<std::uint64_t>(sizeof mHead, mFileSize);
     if (!Read(0, mHead, headSize))
         return false;
     mHeadSize = headSize;
+    return CheckKind() && mHeader.e_phentsize == sizeof(Elf64_Phdr) && mHeader.e_phnum != 0 &&
+           IsInFile(mHeader.e_phoff, std::uint64_t(mHeader.e_phnum) * sizeof(Elf64_Phdr));
+}
+
+bool CElfFile::CheckKind() noexcept
+{
+    const std::string_view head(reinterpret_cast<const char*>(mHead), mHeadSize);
+    const char* const foreign = tDetail::NameForeignFile(head, std::string_view(ELFMAG, SELFMAG));
+    if (foreign != nullptr)
+    {
+        mFault = foreign;
+        return false;
+    }
     if (!Read(0, &mHeader, sizeof mHeader))
         return false;
-
     const unsigned char* ident = mHeader.e_ident;
-    const bool isOurs = std::memcmp(ident, ELFMAG, SELFMAG) == 0 && ident[EI_CLASS] == ELFCLASS64 &&
-                        ident[EI_DATA] == ELFDATA2LSB && ident[EI_VERSION] == EV_CURRENT &&
-                        mHeader.e_machine == EM_X86_64 && mHeader.e_type == ET_DYN;
-    return isOurs && mHeader.e_phentsize == sizeof(Elf64_Phdr) && mHeader.e_phnum != 0 &&
-           IsInFile(mHeader.e_phoff, std::uint64_t(mHeader.e_phnum) * sizeof(Elf64_Phdr));
+    if (ident[EI_CLASS] == ELFCLASS32)
+        mFault = "a 32-bit library";
+    else if (mHeader.e_machine != EM_X86_64 || ident[EI_DATA] != ELFDATA2LSB)
+        mFault = "built for another processor";
+    else if (mHeader.e_type != ET_DYN)
+        mFault = "a program or an object file, and no library";
+    else
+        return ident[EI_CLASS] == ELFCLASS64 && ident[EI_VERSION] == EV_CURRENT;
+    return false;
 }
 
 // The sections are not mapped, but their table is what linkers write at the end: where it is empty

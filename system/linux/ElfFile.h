@@ -37,6 +37,12 @@ public:
         return mError;
     }
 
+    // What is wrong with the content of a file that is not complete, in words.
+    [[nodiscard]] const char* Fault() const noexcept
+    {
+        return mFault;
+    }
+
     // The number of libraries that a complete file depends on, as far as they are known here.
     [[nodiscard]] std::size_t NeededCount() const noexcept
     {
@@ -69,6 +75,7 @@ private:
 
     bool Open(const char* path) noexcept;
     bool ReadHeaders() noexcept;
+    bool CheckKind() noexcept;
     bool CheckSections() noexcept;
     bool CheckSegments() noexcept;
     bool CheckLoaded(const Elf64_Phdr& segment) noexcept;
@@ -84,6 +91,7 @@ private:
 
     int mFile = -1;
     int mError = 0;
+    const char* mFault = "cut short, or damaged";
     bool mIsComplete = false;
     std::uint64_t mFileSize = 0;
     Elf64_Ehdr mHeader = {};

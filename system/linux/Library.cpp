@@ -71,10 +71,17 @@ Reason ReasonOfLoader(int error)
     return {isShortage ? failure : ELoadFailure::Refused, text == nullptr ? "" : text};
 }
 
-Reason ReasonOfFile(const CElfFile& file)
+Reason ReasonOfFile(const CElfFile& file, const char* path)
 {
+    char target[PATH_MAX];
+    const ssize_t size = file.Error() == ENOENT ? readlink(path, target, sizeof target) : -1;
+    if (size > 0)
+    {
+        return {FailureOf(file.Error()),
+                "a broken link to " + std::string(target, static_cast<std::size_t>(size))};
+    }
     return {FailureOf(file.Error()),
-            file.Error() == 0 ? "not a complete library" : std::strerror(file.Error())};
+            file.Error() == 0 ? file.Fault() : std::strerror(file.Error())};
 }
 
 LibraryHandle MapLibrary(const char* path, Reason& reason)
@@ -111,7 +118,9 @@ public:
         CElfFile file(path);
         if (!file.IsComplete())
         {
-            mReason = ReasonOfFile(file);
+            mReason = ReasonOfFile(file, path);
+            if (level > 0)
+                mReason.Text = "needs \"" + std::string(path) + "\": " + mReason.Text;
             return false;
         }
         const std::size_t count = level < levelLimit ? file.NeededCount() : 0;

@@ -3,6 +3,7 @@
 // does.
 #include "../Platform.h"
 #include "../WideText.h"
+#include "PeFile.h"
 
 #include <windows.h>
 
@@ -110,7 +111,7 @@ bool CLibrary::Open(const wchar_t* path)
     const DWORD error = IsOpen() ? 0 : GetLastError();
     mFailure = IsOpen() ? ELoadFailure::None : FailureOf(error);
     if (!IsOpen())
-        mFailureText = TextOf(error);
+        mFailureText = WhyNotLoaded(name, TextOf(error));
     return IsOpen();
 }
 

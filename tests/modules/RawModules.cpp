@@ -111,13 +111,15 @@ OSSIRA_EXPORT Result DLLGetClassObjectID(std::uint32_t index, std::uint32_t, CLS
 {
     if (index == 1 && (Is("SecondIdFails") || Is("SecondIdThrows")))
         return OrThrow(Is("SecondIdThrows"), E_ABORT);
-    *out = index == 0 ? CLSID_RawFirst : CLSID_RawSecond;
+    *out = index == 0 || Is("SameIdTwice") ? CLSID_RawFirst : CLSID_RawSecond;
     return index < 2 ? S_OK : E_INVALIDARG;
 }
 
 OSSIRA_EXPORT Result DLLGetClassObjectInfo(std::uint32_t index, char* buffer, std::uint32_t size)
 {
     std::memset(buffer, Is("EndlessText") ? 'x' : 0, size); // without a zero at its end
+    if (Is("SameIdTwice"))
+        std::strcpy(buffer, index == 0 ? "first" : "second");
     return index == 1 && Is("SecondTextFails") ? E_ABORT : S_OK;
 }
 
