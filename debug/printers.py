@@ -304,4 +304,21 @@ class Printers(gdb.printing.PrettyPrinter):
         return f"{text} {GUID_NAMES[text]}" if text in GUID_NAMES else text
 
 
+class CountFunction(gdb.Function):
+    """$ossira_count(POINTER): the reference count of the object that an interface pointer or an
+    ObjectPtr leads to, for `watch -location`."""
+
+    def __init__(self):
+        super().__init__("ossira_count")
+
+    def invoke(self, pointer):
+        if pointer.type.strip_typedefs().code == gdb.TYPE_CODE_STRUCT:
+            pointer = pointer["mObject"]
+        printer = ObjectPrinter(pointer)
+        if printer.implementation is None:
+            raise gdb.GdbError("The object's class is not known")
+        return base_of(printer.object, "Tavrik::Ossira::COssiraUnknown")["mCount"]["_M_i"]
+
+
+CountFunction()
 gdb.printing.register_pretty_printer(gdb.current_objfile(), Printers(), replace=True)

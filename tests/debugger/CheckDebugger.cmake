@@ -1,12 +1,15 @@
-# Stops a program in GDB and compares what a person reads of its variables with Expected.txt.
-# Parameters: GDB, PROGRAM, FOLDER (which GDB may load printers from), EXPECTED.
+# Stops a program in GDB and compares what a person reads of its variables with
+# what is expected, and with what the documents show. Parameters: GDB, PROGRAM, FOLDER (which GDB may
+# load printers from), EXPECTED and SHOWN (files of lines).
 execute_process(
     COMMAND ${GDB} -nx -q -batch -iex "set auto-load safe-path ${FOLDER}" -ex "set width 0"
             -ex "break LookHere" -ex run -ex up -ex "info locals"
+            -ex "print $ossira_count(text)"
             -ex "set print elements unlimited" -ex "print many" ${PROGRAM}
     OUTPUT_VARIABLE shown ERROR_VARIABLE shown)
-file(STRINGS ${EXPECTED} lines ENCODING UTF-8)
-foreach(line IN LISTS lines)
+file(STRINGS ${EXPECTED} expected ENCODING UTF-8)
+file(STRINGS ${SHOWN} lines ENCODING UTF-8)
+foreach(line IN LISTS lines expected ITEMS "$1 = 2")
   string(FIND "${shown}" "\n${line}\n" position)
   if(position EQUAL -1)
     message(SEND_ERROR "GDB does not show: ${line}")
