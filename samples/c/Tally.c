@@ -35,9 +35,11 @@ static int Same(const OssiraGuid* a, const OssiraGuid* b)
 static OssiraResult Tally_QueryInterface(ITally* self, const OssiraGuid* iid, void** out)
 {
     Tally* const object = (Tally*)self;
-    if (out == NULL || iid == NULL)
+    if (out == NULL)
         return OSSIRA_E_POINTER;
     *out = NULL;
+    if (iid == NULL)
+        return OSSIRA_E_POINTER;
     if (Same(iid, &OSSIRA_IID_IUnknown) || Same(iid, &IID_ITally))
         *out = &object->tally;
     else if (Same(iid, &OSSIRA_IID_IBootstrap))

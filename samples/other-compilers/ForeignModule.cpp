@@ -67,6 +67,8 @@ public:
         if (out == nullptr)
             return E_POINTER;
         *out = nullptr;
+        if (IsNullReference(iid))
+            return E_POINTER;
         if (SameGuid(iid, IUnknown::Iid) || SameGuid(iid, IForeign::Iid))
             *out = static_cast<IForeign*>(this);
         else if (SameGuid(iid, IBootstrap::Iid))

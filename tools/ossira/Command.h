@@ -68,6 +68,7 @@ private:
     std::vector<Command> mCommands;
 };
 
+void AddCheck(CCommands& commands);
 void AddRun(CCommands& commands);
 
 } // namespace Tavrik::tHost

@@ -11,7 +11,7 @@ namespace
 
 using namespace Tavrik;
 
-constexpr void (*Commands[])(tHost::CCommands&) = {&tHost::AddRun};
+constexpr void (*Commands[])(tHost::CCommands&) = {&tHost::AddRun, &tHost::AddCheck};
 
 int Main(std::vector<std::string> arguments)
 {
