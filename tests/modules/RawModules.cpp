@@ -1,6 +1,6 @@
-// Modules without the frame, written against the binary contract alone. This source is compiled
-// once for each fault, of which OSSIRA_FAULT is the name. An export is left out by a definition
-// that gives it another name.
+// Modules without the frame, written against the binary contract alone. They are all made of this
+// source, and each has the name of its fault beside it. An export is left out by a definition that
+// gives it another name.
 #include "TestItem.h"
 #include "TestModules.h"
 
@@ -10,16 +10,19 @@
 using namespace Tavrik::Ossira;
 using namespace Tavrik::Ossira::tTest;
 
+extern "C" const char OssiraTestFault[];
+#ifdef OSSIRA_NEEDS_HELPER
 OSSIRA_IMPORT std::int32_t OssiraTestHelperAnswer();
+#endif
 
 namespace
 {
 
 std::atomic<std::int32_t> gLiveObjects = 0;
 
-constexpr bool Is(std::string_view fault)
+bool Is(std::string_view fault)
 {
-    return fault == OSSIRA_FAULT;
+    return fault == OssiraTestFault;
 }
 
 // What is thrown has a type that only this module knows, and destroying it runs this module's code.
@@ -100,11 +103,13 @@ OSSIRA_EXPORT Result DLLGetOpenObjectCount()
 
 OSSIRA_EXPORT Result DLLGetClassCount()
 {
-    if constexpr (Is("NeedsHelper"))
-        return OssiraTestHelperAnswer();
-    constexpr Result many = Is("HugeCount") ? 0x7FFFFFFF : Is("CountRunsOut") ? E_OUTOFMEMORY : 2;
-    constexpr bool hasNone = Is("NoClasses") || Is("EntersSingleton");
+#ifdef OSSIRA_NEEDS_HELPER
+    return OssiraTestHelperAnswer();
+#else
+    const Result many = Is("HugeCount") ? 0x7FFFFFFF : Is("CountRunsOut") ? E_OUTOFMEMORY : 2;
+    const bool hasNone = Is("NoClasses") || Is("EntersSingleton");
     return OrThrow(Is("CountThrows"), OrDenied(Is("NegativeCount") ? E_ABORT : hasNone ? 0 : many));
+#endif
 }
 
 OSSIRA_EXPORT Result DLLGetClassObjectID(std::uint32_t index, std::uint32_t, CLSID* out)
