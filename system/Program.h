@@ -2,6 +2,7 @@
 // runtime (Platform.h).
 #pragma once
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,21 @@ namespace Tavrik::tSystem
 // Call it once, before anything is written. From then on a console shows what is written as UTF-8,
 // and diagnostics lines appear on standard error also where the platform's debug output would show
 // them to a debugger only.
+// Where standard output was closed, writing fails from then on; it never goes into a file that was
+// opened meanwhile.
 void PrepareOutput();
+
+// Whether a person reads the stream, one whose screen understands control sequences.
+[[nodiscard]] bool IsTerminal(std::FILE* stream) noexcept;
+
+// The value of an environment variable, in UTF-8; empty where there is none.
+[[nodiscard]] std::string EnvironmentText(const char* name);
+
+// The folder for what programs keep for this user and can make again, in UTF-8; empty where the
+// user has none. It may not exist yet.
+[[nodiscard]] std::string UserCacheFolder();
+
+// Whether libraries are ELF files here; else they are PE files.
+extern const bool LibrariesAreElf;
 
 } // namespace Tavrik::tSystem

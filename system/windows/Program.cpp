@@ -8,6 +8,8 @@
 
 #include <shellapi.h>
 
+#include <cstdlib>
+#include <io.h>
 #include <memory>
 
 namespace Tavrik::tSystem
@@ -43,10 +45,37 @@ std::vector<std::string> ProgramArguments(int, char**)
     return texts;
 }
 
+const bool LibrariesAreElf = false;
+
 void PrepareOutput()
 {
     SetConsoleOutputCP(CP_UTF8);
+    for (const DWORD stream : {STD_OUTPUT_HANDLE, STD_ERROR_HANDLE})
+    {
+        DWORD mode = 0;
+        const HANDLE console = GetStdHandle(stream);
+        if (GetConsoleMode(console, &mode))
+            SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
+    }
     AddVectoredExceptionHandler(1, &CopyDebugText);
+}
+
+bool IsTerminal(std::FILE* stream) noexcept
+{
+    DWORD mode = 0;
+    return GetConsoleMode(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream))), &mode) &&
+           (mode & ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
+}
+
+std::string EnvironmentText(const char* name)
+{
+    const wchar_t* const value = _wgetenv(FromUtf8(name).c_str());
+    return value == nullptr ? "" : ToUtf8(value);
+}
+
+std::string UserCacheFolder()
+{
+    return EnvironmentText("LOCALAPPDATA");
 }
 
 } // namespace Tavrik::tSystem

@@ -50,7 +50,10 @@ Answer AskForName(IObjectIdentity& identity)
 
 } // namespace
 
+// Nothing that an object throws takes the others' answers with it. What is thrown belongs to a
+// module that is still loaded here.
 Answer AskNewObject(IObjectFactory& factory, const CLSID& clsid)
+try
 {
     ObjectPtr<IUnknown> object;
     const Result created = factory.GetClassObject(clsid, IID_IUnknown, object.PutVoid());
@@ -63,6 +66,14 @@ Answer AskNewObject(IObjectFactory& factory, const CLSID& clsid)
     if (Succeeded(object.QueryTo(identity)))
         return AskForName(*identity);
     return {"created (it offers neither ISample nor IObjectIdentity)", false};
+}
+catch (const std::exception& exception)
+{
+    return {std::string("let an exception out: ") + exception.what(), true};
+}
+catch (...)
+{
+    return {"let an exception out", true};
 }
 
 } // namespace Tavrik::tHost

@@ -2,6 +2,8 @@
 // stands in the list of Main.cpp, adds it with its options and with what it does.
 #pragma once
 
+#include "ExitCode.h"
+
 #include <CLI/CLI.hpp>
 
 #include <functional>
@@ -10,15 +12,6 @@
 
 namespace Tavrik::tHost
 {
-
-// What the program answers to a script; the manual page has the same table.
-enum EExitCode : int
-{
-    Exit_AllWell = 0,
-    Exit_Found = 1,         // something is wrong with what was looked at
-    Exit_NotUnderstood = 2, // the command line
-    Exit_Broken = 3         // the program could not do its work, as when its output goes nowhere
-};
 
 class CCommands
 {
@@ -45,6 +38,11 @@ public:
         return command;
     }
 
+    [[nodiscard]] const CLI::App& Program() const noexcept
+    {
+        return mProgram;
+    }
+
     // Does what was parsed. Without a command there is nothing to do but help.
     [[nodiscard]] int Execute() const
     {
@@ -69,6 +67,14 @@ private:
 };
 
 void AddCheck(CCommands& commands);
+void AddExamineChild(CCommands& commands);
+void AddGraph(CCommands& commands);
+void AddGuid(CCommands& commands);
+void AddInspect(CCommands& commands);
+void AddLists(CCommands& commands);
+void AddManual(CCommands& commands);
+void AddNewProjects(CCommands& commands);
 void AddRun(CCommands& commands);
+void AddScan(CCommands& commands);
 
 } // namespace Tavrik::tHost

@@ -11,7 +11,11 @@ namespace
 
 using namespace Tavrik;
 
-constexpr void (*Commands[])(tHost::CCommands&) = {&tHost::AddRun, &tHost::AddCheck};
+// In the order in which the help lists them.
+constexpr void (*Commands[])(tHost::CCommands&) = {
+    &tHost::AddRun,     &tHost::AddScan,        &tHost::AddCheck,       &tHost::AddLists,
+    &tHost::AddInspect, &tHost::AddGraph,       &tHost::AddNewProjects, &tHost::AddGuid,
+    &tHost::AddManual,  &tHost::AddExamineChild};
 
 int Main(std::vector<std::string> arguments)
 {

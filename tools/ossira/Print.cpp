@@ -3,6 +3,7 @@
 #include "Print.h"
 
 #include "OssiraDiagnostics.h"
+#include "Program.h"
 
 #include <algorithm>
 #include <array>
@@ -49,9 +50,19 @@ std::size_t Width(std::string_view text)
 
 } // namespace
 
-void PrintLine(std::string_view text)
+void PrintLine(std::string_view text, ETone tone)
 {
-    WriteLine(Visible(text));
+    static const bool isColoured =
+        tSystem::IsTerminal(stdout) && tSystem::EnvironmentText("NO_COLOR").empty();
+    constexpr const char* colours[] = {"", "\x1B[32m", "\x1B[33m", "\x1B[31m"};
+    const char* const colour = colours[static_cast<std::size_t>(tone)];
+    WriteLine(isColoured && tone != ETone::Plain ? colour + Visible(text) + "\x1B[0m"
+                                                 : Visible(text));
+}
+
+void PrintRaw(std::string_view text)
+{
+    WriteLine(std::string(text));
 }
 
 void PrintHeading(std::string_view text)

@@ -12,7 +12,19 @@
 namespace Tavrik::tHost
 {
 
-void PrintLine(std::string_view text);
+// What a line means; a terminal shows it by a colour, unless the user wants none (NO_COLOR).
+enum class ETone : std::uint8_t
+{
+    Plain,
+    Good,
+    Note,
+    Bad
+};
+
+void PrintLine(std::string_view text, ETone tone = ETone::Plain);
+
+// As it stands, for programs to read.
+void PrintRaw(std::string_view text);
 
 // A line that begins a section.
 void PrintHeading(std::string_view text);

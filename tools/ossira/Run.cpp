@@ -3,16 +3,18 @@
 #include "Run.h"
 
 #include "Ask.h"
-#include "BulletDirectoryService.h"
+#include "ExitCode.h"
 #include "OssiraBullets.h"
 #include "OssiraDiagnostics.h"
 #include "Print.h"
+#include "Scan.h"
 #include "Services.h"
 #include "Survey.h"
 #include "WideText.h"
 
 #include <algorithm>
 #include <cstdio>
+#include <map>
 
 namespace Tavrik::tHost
 {
@@ -35,11 +37,6 @@ constexpr Level CleanupLevels[] = {{"level 2", BootstrapRegistryCleanup_Level2},
                                    {"level 1", BootstrapRegistryCleanup_Level1},
                                    {"level 0", BootstrapRegistryCleanup_Level0}};
 
-std::wstring BareName(const std::wstring& fileName)
-{
-    return fileName.substr(fileName.find_last_of(L"/\\") + 1);
-}
-
 ObjectPtr<ISingleton> TheSingletons()
 {
     ObjectPtr<ISingleton> singletons;
@@ -58,12 +55,10 @@ public:
 
     void Execute(const RunOptions& options)
     {
-        Try([&] { ListFiles(options.Folders); });
-        if (mFailures != 0)
+        if (!CheckFiles(options.Folders))
             return;
         PrintLine("Starting up with the modules of " + FolderNames());
-        if (options.DiagnosticsMask)
-            Try([&] { SetDiagnostics(*options.DiagnosticsMask); });
+        Try([&] { SetDiagnostics(options.DiagnosticsMask); });
         Try(
             [&]
             {
@@ -78,7 +73,7 @@ public:
 
     [[nodiscard]] int ExitCode() const
     {
-        return mFailures == 0 ? 0 : 1;
+        return mFailures == 0 ? Exit_AllWell : Exit_Found;
     }
 
 private:
@@ -97,24 +92,42 @@ private:
 
     void Complain(const std::string& text)
     {
-        std::fprintf(stderr, "ossira: %s\n", text.c_str());
+        Say(text);
         ++mFailures;
     }
 
-    void ListFiles(const std::vector<std::string>& folders)
+    static void Say(const std::string& text)
     {
-        for (const std::string& folder : folders)
+        std::fprintf(stderr, "ossira: %s\n", text.c_str());
+    }
+
+    // The runtime passes over what is no module, and over what is wrong with one of many; a person
+    // wants to know of it. False when there is a folder with nothing in it to start.
+    bool CheckFiles(const std::vector<std::string>& folders)
+    {
+        ScanOptions options;
+        options.Places = folders;
+        options.AreFolders = true;
+        const Json found = ScanPlaces(options);
+        for (const Json& problem : found["problems"])
+            Complain(problem.get<std::string>());
+        for (const Json& file : found["files"])
         {
-            mFolders.push_back(tSystem::FromUtf8(folder));
-            mFiles.push_back(ListModuleFiles(*mSingletons, mFolders.back()));
+            const auto name = file["file"].get<std::string>();
+            for (const Json& problem : file.value("problems", Json::array()))
+                Complain('"' + name + "\" " + problem.get<std::string>());
+            for (const Json& note : file.value("notes", Json::array()))
+                Say("note: \"" + name + "\" " + note.get<std::string>());
         }
+        mFolders = folders;
+        return !found.contains("unreadable");
     }
 
     [[nodiscard]] std::string FolderNames() const
     {
         std::string names;
-        for (const std::wstring& folder : mFolders)
-            names += (names.empty() ? "\"" : ", \"") + tSystem::ToUtf8(folder) + '"';
+        for (const std::string& folder : mFolders)
+            names += (names.empty() ? "\"" : ", \"") + folder + '"';
         return names;
     }
 
@@ -134,22 +147,18 @@ private:
         Require(CreateValueSet(mParameters.Put()), "Creating the parameters");
         Require(CreateObject(CLSID_MasterBootstrap, mBootstrap), "Creating the master bootstrap");
 
-        ObjectPtr<IList> folders;
-        Require(mBootstrap->GetModuleFolders(folders.PutVoid()), "Asking for the folder list");
-        Require(folders->Clear(), "Emptying the folder list");
-        for (const std::wstring& folder : mFolders)
-        {
-            ObjectPtr<IValue> value;
-            Require(CreateValue(value.Put()), "Creating a value");
-            Require(SetValueUniString(value.Get(), folder), "Storing a folder's name");
-            Require(folders->Add(value.Get()), "Adding a module folder");
-        }
+        SetModuleFolders(*mBootstrap, mFolders);
     }
 
     void Live()
     {
         const Result started = mBootstrap->Startup(mParameters.Get());
         mModules = ReadModules(*mFactory);
+        for (const KnownModule& module : mModules)
+        {
+            for (const KnownClass& known : module.Classes)
+                mNames.emplace(BracedGuid(known.Id), known.Text);
+        }
         mCategories = ReadCategories(*mRegistry);
         ShowModules();
         ShowCategories();
@@ -178,24 +187,6 @@ private:
             title.Print(2);
             classes.Print(4);
         }
-        for (std::size_t index = 0; index < mFolders.size(); ++index)
-        {
-            for (const std::wstring& file : mFiles[index])
-                CheckWasRead(mFolders[index], file);
-        }
-    }
-
-    // The scan passes over what is no module, as it should; a person wants to know of it.
-    void CheckWasRead(const std::wstring& folder, const std::wstring& file)
-    {
-        const bool isKnown = std::any_of(mModules.begin(), mModules.end(),
-                                         [&](const KnownModule& module) {
-                                             return module.FileName.starts_with(folder) &&
-                                                    BareName(module.FileName) == file;
-                                         });
-        if (!isKnown && !IsRuntimeFile(file.c_str()))
-            Complain("No class could be read from \"" + tSystem::ToUtf8(file) + "\" in \"" +
-                     tSystem::ToUtf8(folder) + "\"; --diagnostics trace shows each step");
     }
 
     void ShowCategories()
@@ -216,30 +207,43 @@ private:
         }
     }
 
-    // What each bootstrap class of each level did: in its own words, if it left some.
+    // What each bootstrap class of each level did: in its own words, if it left some. It has one
+    // place to leave them, so those of a class at several levels are from the last.
     template <std::size_t Count>
     void ShowLevels(const Level (&levels)[Count], const char* otherwise)
     {
+        std::map<std::string, const char*> lastLevels;
+        for (const Level& level : levels)
+        {
+            for (const CLSID& clsid : ClassesOf(level))
+                lastLevels[BracedGuid(clsid)] = level.Name;
+        }
         CTable table;
         for (const Level& level : levels)
         {
-            const auto category = std::find_if(mCategories.begin(), mCategories.end(),
-                                               [&](const KnownCategory& each)
-                                               { return SameGuid(each.Id, level.Category); });
-            if (category == mCategories.end())
-            {
+            const std::vector<CLSID> classes = ClassesOf(level);
+            if (classes.empty())
                 table.AddRow({level.Name, "(no class)"});
-                continue;
-            }
-            for (const CLSID& clsid : category->Classes)
+            for (const CLSID& clsid : classes)
             {
+                const char* const last = lastLevels[BracedGuid(clsid)];
                 std::wstring words;
                 const Result said = GetValueUniString(mParameters.Get(), clsid, &words);
                 table.AddRow({level.Name, ClassName(clsid),
-                              Failed(said) ? otherwise : tSystem::ToUtf8(words)});
+                              Failed(said)         ? otherwise
+                              : last == level.Name ? tSystem::ToUtf8(words)
+                                                   : std::string("(see ") + last + ')'});
             }
         }
         table.Print(2);
+    }
+
+    [[nodiscard]] std::vector<CLSID> ClassesOf(const Level& level) const
+    {
+        const auto category = std::find_if(mCategories.begin(), mCategories.end(),
+                                           [&](const KnownCategory& each)
+                                           { return SameGuid(each.Id, level.Category); });
+        return category == mCategories.end() ? std::vector<CLSID>() : category->Classes;
     }
 
     void ShowObjects()
@@ -288,7 +292,13 @@ private:
         if (!mFactory)
             return;
         for (const KnownModule& module : mModules)
-            mLiveObjects += ReadLiveObjects(*mFactory, module.FileName).value_or(0);
+        {
+            const std::uint32_t count = ReadLiveObjects(*mFactory, module.FileName).value_or(0);
+            if (count != 0)
+                Complain(Counted(count, "object", "objects") + " of \"" +
+                         tSystem::ToUtf8(module.FileName) + "\" outlived the clean-up");
+            mLiveObjects += count;
+        }
         Require(mFactory->FlushModules(), "Unloading the modules");
         for (const KnownModule& module : mModules)
             mLoadedModules += ReadLiveObjects(*mFactory, module.FileName) ? 1u : 0u;
@@ -323,20 +333,13 @@ private:
 
     std::string ClassName(const CLSID& clsid) const
     {
-        for (const KnownModule& module : mModules)
-        {
-            for (const KnownClass& known : module.Classes)
-            {
-                if (SameGuid(known.Id, clsid) && !known.Text.empty())
-                    return known.Text;
-            }
-        }
-        return BracedGuid(clsid);
+        const std::string id = BracedGuid(clsid);
+        const auto name = mNames.find(id);
+        return name == mNames.end() || name->second.empty() ? id : name->second;
     }
 
     int mFailures = 0;
-    std::vector<std::wstring> mFolders;
-    std::vector<std::vector<std::wstring>> mFiles; // for each folder what could be a module
+    std::vector<std::string> mFolders;
     ObjectPtr<ISingleton> mSingletons;
     std::uint32_t mObjectsAtStart;
     ObjectPtr<IObjectFactory> mFactory;
@@ -344,6 +347,7 @@ private:
     ObjectPtr<IValueSet> mParameters;
     ObjectPtr<IMasterBootstrap> mBootstrap;
     std::vector<KnownModule> mModules;
+    std::map<std::string, std::string> mNames; // the classes' texts by their identifiers
     std::vector<KnownCategory> mCategories;
     std::uint32_t mLiveObjects = 0;
     std::uint32_t mLoadedModules = 0;

@@ -1,8 +1,9 @@
 // `ossira run`: the whole life of a process on the runtime, told as it happens.
 #pragma once
 
+#include "OssiraDiagnostics.h"
+
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,8 +12,8 @@ namespace Tavrik::tHost
 
 struct RunOptions
 {
-    std::vector<std::string> Folders;             // in UTF-8
-    std::optional<std::uint32_t> DiagnosticsMask; // the levels to print; else the runtime's own
+    std::vector<std::string> Folders;                                         // in UTF-8
+    std::uint32_t DiagnosticsMask = Ossira::PRINT_WARN | Ossira::PRINT_ERROR; // the levels to print
 };
 
 // Starts the modules of the folders, creates one object of each of their classes, puts the

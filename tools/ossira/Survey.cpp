@@ -9,7 +9,7 @@
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
+#include <map>
 
 namespace Tavrik::tHost
 {
@@ -55,27 +55,6 @@ std::vector<GUID> ReadGuids(IEnumeratorGUID& enumerator)
     return guids;
 }
 
-// Why nothing was found, in a person's words; the service has one code for all of it.
-std::string WhyUnreadable(const std::wstring& folder)
-{
-    const std::string name = tSystem::ToUtf8(folder);
-    std::u8string pathText(name.begin(), name.end());
-    std::replace(pathText.begin(), pathText.end(), u8'\\', u8'/'); // both separate, everywhere
-    const std::filesystem::path path(pathText);
-    std::error_code error;
-    const auto status = std::filesystem::status(path, error);
-    if (status.type() == std::filesystem::file_type::not_found)
-        return "The folder \"" + name + "\" does not exist";
-    if (error)
-        return "The folder \"" + name + "\" cannot be read: " + error.message();
-    if (!std::filesystem::is_directory(status))
-        return '"' + name + "\" is no folder";
-    std::filesystem::directory_iterator entries(path, error);
-    if (error)
-        return "The folder \"" + name + "\" cannot be read: " + error.message();
-    return "There is no module (*.dll) in the folder \"" + name + '"';
-}
-
 } // namespace
 
 void Require(Result code, const std::string& attempt)
@@ -84,36 +63,25 @@ void Require(Result code, const std::string& attempt)
         throw CFailure(attempt + " failed: " + CodeText(code));
 }
 
-std::vector<std::wstring> ListModuleFiles(ISingleton& singletons, const std::wstring& folder)
+void SetModuleFolders(IMasterBootstrap& bootstrap, const std::vector<std::string>& folders)
 {
-    const auto service = GetSingleton<IDirectoryService>(singletons, CLSID_DirectoryService,
-                                                         "the directory service");
-    ObjectPtr<IValueSet> query;
-    Require(CreateValueSet(query.Put()), "Creating a value set");
-    Require(SetValueUniString(query.Get(), DirectoryServiceParam_Path, folder),
-            "Storing a folder's name");
-    Require(SetValueUniString(query.Get(), DirectoryServiceParam_Pattern, L"*.dll"),
-            "Storing a pattern");
-    ObjectPtr<IList> entries;
-    if (Failed(service->GetDirectoryCollection(query.Get(), IList::Iid, entries.PutVoid())))
-        throw CFailure(WhyUnreadable(folder));
-
-    std::vector<std::wstring> names;
-    for (std::int32_t index = 0; index < entries->GetCount(); ++index)
+    ObjectPtr<IList> list;
+    Require(bootstrap.GetModuleFolders(list.PutVoid()), "Asking for the folder list");
+    Require(list->Clear(), "Emptying the folder list");
+    for (const std::string& folder : folders)
     {
-        ObjectPtr<IValueSet> entry;
-        Require(entries->GetItemAt(index, IValueSet::Iid, entry.PutVoid()), "Reading a folder");
-        std::wstring name;
-        Require(GetValueUniString(entry.Get(), DirectoryServiceParam_Path, &name),
-                "Reading a file's name");
-        names.push_back(name);
+        ObjectPtr<IValue> value;
+        Require(CreateValue(value.Put()), "Creating a value");
+        Require(SetValueUniString(value.Get(), tSystem::FromUtf8(folder)),
+                "Storing a folder's name");
+        Require(list->Add(value.Get()), "Adding a module folder");
     }
-    return names;
 }
 
 std::vector<KnownModule> ReadModules(IObjectFactory& factory)
 {
     std::vector<KnownModule> modules;
+    std::map<std::wstring, std::size_t> indices;
     ObjectPtr<IList> files;
     Require(factory.GetModules(IList::Iid, files.PutVoid()), "Listing the modules");
     for (std::int32_t index = 0; index < files->GetCount(); ++index)
@@ -122,6 +90,7 @@ std::vector<KnownModule> ReadModules(IObjectFactory& factory)
         Require(files->GetItemAt(index, IValue::Iid, file.PutVoid()), "Listing the modules");
         KnownModule module;
         Require(GetValueUniString(file.Get(), &module.FileName), "Reading a module's file name");
+        indices[module.FileName] = modules.size();
         modules.push_back(module);
     }
 
@@ -138,11 +107,8 @@ std::vector<KnownModule> ReadModules(IObjectFactory& factory)
         KnownClass known = {clsid, {}};
         Require(GetValueCharString(description.Get(), ObjectFactoryItem_InfoText, &known.Text),
                 "Reading a class's text");
-        const auto module =
-            std::find_if(modules.begin(), modules.end(),
-                         [&](const KnownModule& each) { return each.FileName == fileName; });
-        if (module != modules.end())
-            module->Classes.push_back(known);
+        if (const auto index = indices.find(fileName); index != indices.end())
+            modules[index->second].Classes.push_back(known);
     }
     return modules;
 }
@@ -189,6 +155,13 @@ std::string CategoryName(const GUID& category)
 {
     const auto found = FindRuntimeCategory(category);
     return found != RuntimeCategories.end() ? found->Name : std::string();
+}
+
+std::size_t CategoryRank(const std::string& name)
+{
+    const auto found = std::find_if(RuntimeCategories.begin(), RuntimeCategories.end(),
+                                    [&](const NamedCategory& named) { return named.Name == name; });
+    return static_cast<std::size_t>(found - RuntimeCategories.begin());
 }
 
 } // namespace Tavrik::tHost

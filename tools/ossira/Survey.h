@@ -51,10 +51,8 @@ template <class Interface>
     return object;
 }
 
-// The bare names of the files in a folder that match "*.dll". A folder that cannot be read, or has
-// no such file, throws.
-[[nodiscard]] std::vector<std::wstring> ListModuleFiles(Ossira::ISingleton& singletons,
-                                                        const std::wstring& folder);
+// Makes these (in UTF-8) the folders of which the bootstrap starts the modules.
+void SetModuleFolders(Ossira::IMasterBootstrap& bootstrap, const std::vector<std::string>& folders);
 
 [[nodiscard]] std::vector<KnownModule> ReadModules(Ossira::IObjectFactory& factory);
 
@@ -68,5 +66,8 @@ template <class Interface>
 
 // The name of a category that the runtime itself asks for; empty for any other.
 [[nodiscard]] std::string CategoryName(const GUID& category);
+
+// The place of a category of that name in the order in which a process comes to them.
+[[nodiscard]] std::size_t CategoryRank(const std::string& name);
 
 } // namespace Tavrik::tHost
