@@ -17,8 +17,9 @@ namespace tDetail
 
 [[nodiscard]] inline bool IsModuleName(const std::filesystem::path& name)
 {
+    const std::filesystem::path extension = name.extension();
     std::wstring ending;
-    for (const auto unit : name.extension().native())
+    for (const auto unit : extension.native())
         ending += static_cast<wchar_t>(unit >= 'A' && unit <= 'Z' ? unit - 'A' + 'a' : unit);
     return ending == L".dll" && name.native().front() != '.';
 }
