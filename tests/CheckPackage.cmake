@@ -103,7 +103,7 @@ run("new-module" ${CMAKE_COMMAND} -E chdir ${WORK} ${tool} new-module Fresh)
 run("configure Fresh" ${CMAKE_COMMAND} -S ${WORK}/Fresh -B ${WORK}/Fresh/build -G Ninja
     -DCMAKE_BUILD_TYPE=Release -DOssira_ROOT=${top} -DCMAKE_FIND_ROOT_PATH=${top} ${toolchain})
 run("build Fresh" ${CMAKE_COMMAND} --build ${WORK}/Fresh/build)
-run("run Fresh" ${tool} run ${WORK}/Fresh/build/modules)
+run("run Fresh" ${CMAKE_COMMAND} -E chdir ${WORK} ${tool} run Fresh/build/modules)
 if(NOT output MATCHES "Fresh")
   message(SEND_ERROR "the tool said of the new module: ${output}")
 endif()
