@@ -147,6 +147,7 @@ int main(int argumentCount, char** arguments)
         if (scenario != "unload-with-module" && IsMapped(file))
             return 22;
     }
+    AwaitOtherThreads(); // the workers, which end after the library that they ran
     return 0;
 #endif
 }

@@ -59,6 +59,11 @@ void CancelThisThread(); // at the next point where that may be
 extern const bool ProcessesCanBeCopied;
 [[nodiscard]] int ExitCodeInCopy(const std::function<int()>& work);
 
+// Returns when this process has no other thread, or after ten seconds. For the end of a program:
+// Wine ends the other threads without taking the heap's lock first, and one that is just giving
+// back what was its own may then hold that lock for ever.
+void AwaitOtherThreads();
+
 // Whether the platform keeps a library mapped that defines process-unique symbols.
 extern const bool UniqueSymbolsKeepALibraryMapped;
 

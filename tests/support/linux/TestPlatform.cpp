@@ -113,6 +113,10 @@ int ExitCodeInCopy(const std::function<int()>& work)
     return -1;
 }
 
+void AwaitOtherThreads()
+{
+}
+
 const bool UniqueSymbolsKeepALibraryMapped = true;
 
 MemoryInUse MeasureMemory()

@@ -7,6 +7,7 @@
 #include <windows.h>
 
 #include <psapi.h>
+#include <tlhelp32.h>
 
 namespace Tavrik::Ossira::tTest
 {
@@ -25,6 +26,19 @@ LONG CALLBACK OnException(EXCEPTION_POINTERS* pointers)
         return EXCEPTION_CONTINUE_SEARCH;
     gTapped->append(reinterpret_cast<const char*>(record.ExceptionInformation[1]));
     return EXCEPTION_CONTINUE_EXECUTION;
+}
+
+int CountThreads()
+{
+    const HANDLE threads = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+    int count = 0;
+    THREADENTRY32 thread = {};
+    thread.dwSize = sizeof thread;
+    for (BOOL more = Thread32First(threads, &thread); more != 0;
+         more = Thread32Next(threads, &thread))
+        count += thread.th32OwnerProcessID == GetCurrentProcessId() ? 1 : 0;
+    CloseHandle(threads);
+    return count;
 }
 
 } // namespace
@@ -88,6 +102,12 @@ const bool ProcessesCanBeCopied = false;
 int ExitCodeInCopy(const std::function<int()>&)
 {
     return -1;
+}
+
+void AwaitOtherThreads()
+{
+    for (int look = 0; look < 1000 && CountThreads() > 1; ++look)
+        Sleep(10);
 }
 
 const bool UniqueSymbolsKeepALibraryMapped = false;
