@@ -17,6 +17,10 @@ namespace Tavrik::tSystem
 // every one after it.
 void FailAllocations(std::int64_t which, bool andLater) noexcept;
 
+// Whether a library needs memory for the first exception that it throws, and ends the process when
+// there is none: then a failing allocation must not be followed by others.
+extern const bool ExceptionsNeedMemory;
+
 // Ends that; whether one failed.
 bool EndFailing() noexcept;
 

@@ -22,7 +22,7 @@ set(faults
     "NotUnloadable|unloading: DllCanUnloadNow answers .*the module is never unloaded"
     "CrashOnNull|null arguments: crashed: .*IObjectIdentity::GetObjectClassID with null"
     "UnsafeUnderThreads|threads: .*creating objects in 4 threads"
-    "ForgottenLock|threads: .*IObjectName::[SG]etObjectName of one object in 4 threads"
+    "ForgottenLock|threads: .*(which nobody gave it|SetObjectName of one object in|naming one object in)"
     "ExceptionLeaves|failing memory: an exception leaves IObjectName::SetObjectName"
     "StaticOutlives|unloading: the module leaves [0-9]+ objects of the runtime alive"
     "KeptLock|null arguments: did not end within .*a lock taken")

@@ -16,6 +16,8 @@
 namespace Tavrik::tSystem
 {
 
+const bool ExceptionsNeedMemory = false; // there is a reserve
+
 bool IsLoaded(const wchar_t* path)
 {
     void* const library = dlopen(NativePath(path).c_str(), RTLD_LAZY | RTLD_NOLOAD);

@@ -88,6 +88,7 @@ private:
 int Start(const std::vector<std::string>& arguments, const CPipe& reports, const CPipe& words,
           pid_t& child)
 {
+    std::signal(SIGCHLD, SIG_DFL); // who ignores it does not learn how a child ended
     std::string name = "ossira";
     std::vector<std::string> copies(arguments);
     std::vector<char*> pointers = {name.data()};

@@ -14,6 +14,8 @@
 namespace Tavrik::tSystem
 {
 
+const bool ExceptionsNeedMemory = true; // the reserve has a lock, which is made at its first use
+
 bool IsLoaded(const wchar_t* path)
 {
     return GetModuleHandleW(path) != nullptr;

@@ -155,6 +155,8 @@ Reading Read(const std::string& reports, std::span<const CheckStep> steps)
     std::istringstream stream(reports);
     for (std::string line; std::getline(stream, line);)
     {
+        if (line.ends_with('\r'))
+            line.pop_back();
         const std::size_t space = std::min(line.find(' '), line.size() - 1);
         const std::string kind = line.substr(0, space);
         const std::string text = line.substr(space + 1);

@@ -2,6 +2,7 @@
 #include "CheckModule.h"
 
 #include "Print.h"
+#include "WideText.h"
 
 #include <array>
 
@@ -10,46 +11,28 @@ namespace Tavrik::tHost
 
 using namespace Ossira;
 
-CCheckedModule::CCheckedModule(const std::wstring& path)
+CCheckedModule::CCheckedModule(const std::wstring& path) : mLibrary(tSystem::ToUtf8(path))
 {
-    if (!mLibrary.Open(path.c_str()))
-        throw CFailure(mLibrary.FailureText());
-    std::string missing;
-    Find("DllGetClassObject", mExports.GetClassObject, missing);
-    Find("DllCanUnloadNow", mExports.CanUnloadNow, missing);
-    Find("DLLGetOpenObjectCount", mExports.GetOpenObjectCount, missing);
-    Find("DLLGetClassCount", mExports.GetClassCount, missing);
-    Find("DLLGetClassObjectID", mExports.GetClassObjectID, missing);
-    Find("DLLGetClassObjectInfo", mExports.GetClassObjectInfo, missing);
-    if (!missing.empty())
-        throw CFailure("no component module: has no " + missing);
-    Find("DLLRegisterBootstrap", mExports.RegisterBootstrap, missing);
-}
-
-template <class Export>
-void CCheckedModule::Find(const char* name, Export& found, std::string& missing) const
-{
-    found = reinterpret_cast<Export>(mLibrary.Find(name));
-    if (found == nullptr)
-        missing.append(missing.empty() ? "" : ", ").append(name);
+    if (!mLibrary.Reason().empty())
+        throw CFailure(mLibrary.Reason());
 }
 
 std::vector<KnownClass> CCheckedModule::Classes() const
 {
     std::vector<KnownClass> classes;
-    const Result count = mExports.GetClassCount();
+    const Result count = Calls().GetClassCount();
     if (Failed(count))
         throw CFailure("DLLGetClassCount answers " + CodeText(count));
     for (std::uint32_t index = 0; index < static_cast<std::uint32_t>(count); ++index)
     {
         KnownClass known = {};
-        if (const Result named = mExports.GetClassObjectID(index, 1, &known.Id); Failed(named))
+        if (const Result named = Calls().GetClassObjectID(index, 1, &known.Id); Failed(named))
         {
             throw CFailure("DLLGetClassObjectID answers " + CodeText(named) + " for class " +
                            std::to_string(index) + " of " + std::to_string(count));
         }
         std::array<char, 256> text = {};
-        (void)mExports.GetClassObjectInfo(index, text.data(), 255);
+        (void)Calls().GetClassObjectInfo(index, text.data(), 255);
         text.back() = '\0';
         known.Text = text.data();
         classes.push_back(known);

@@ -2,8 +2,8 @@
 // module answers and throws arrives as it is.
 #pragma once
 
+#include "ModuleLibrary.h"
 #include "OssiraPointer.h"
-#include "Platform.h"
 #include "Survey.h"
 
 #include <string>
@@ -15,23 +15,12 @@ namespace Tavrik::tHost
 class CCheckedModule
 {
 public:
-    struct Exports
-    {
-        Ossira::Result (*GetClassObject)(const CLSID*, const IID*, void**);
-        Ossira::Result (*CanUnloadNow)();
-        Ossira::Result (*GetOpenObjectCount)();
-        Ossira::Result (*GetClassCount)();
-        Ossira::Result (*GetClassObjectID)(std::uint32_t, std::uint32_t, CLSID*);
-        Ossira::Result (*GetClassObjectInfo)(std::uint32_t, char*, std::uint32_t);
-        Ossira::Result (*RegisterBootstrap)(Ossira::IUnknown*, Ossira::IUnknown*); // may be null
-    };
-
     // Throws a `CFailure` that says why, if the file cannot be loaded or is no component module.
     explicit CCheckedModule(const std::wstring& path);
 
-    [[nodiscard]] const Exports& Calls() const noexcept
+    [[nodiscard]] const ModuleExports& Calls() const noexcept
     {
-        return mExports;
+        return mLibrary.Exports();
     }
 
     // Throws a `CFailure` when the module does not say.
@@ -39,7 +28,7 @@ public:
 
     [[nodiscard]] Ossira::Result Create(const CLSID& clsid, const IID& iid, void** out) const
     {
-        return mExports.GetClassObject(&clsid, &iid, out);
+        return Calls().GetClassObject(&clsid, &iid, out);
     }
 
     // A new object; throws a `CFailure` when there is none.
@@ -47,15 +36,11 @@ public:
 
     [[nodiscard]] std::int32_t OpenObjects() const
     {
-        return mExports.GetOpenObjectCount();
+        return Calls().GetOpenObjectCount();
     }
 
 private:
-    template <class Export>
-    void Find(const char* name, Export& found, std::string& missing) const;
-
-    tSystem::CLibrary mLibrary;
-    Exports mExports = {};
+    CModuleLibrary mLibrary;
 };
 
 } // namespace Tavrik::tHost

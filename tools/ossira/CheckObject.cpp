@@ -6,6 +6,7 @@
 #include "Sample.h"
 
 #include <atomic>
+#include <mutex>
 #include <thread>
 
 namespace Tavrik::tHost
@@ -191,18 +192,20 @@ void DoAll(const std::vector<const Deed*>& deeds, IUnknown& object)
 void InThreads(const std::function<void()>& work)
 {
     std::atomic<std::uint32_t> missing = ThreadCount;
-    std::atomic<bool> hasThrown = false;
+    std::mutex lock; // guards the text
+    std::string failure;
     const auto run = [&]
     {
         for (--missing; missing > 0;) // all at once
             std::this_thread::yield();
         try
         {
-            work();
+            Guarded("an operation", work);
         }
-        catch (...)
+        catch (const CFailure& thrown)
         {
-            hasThrown = true;
+            const std::lock_guard guard(lock);
+            failure = thrown.what();
         }
     };
     std::vector<std::thread> threads;
@@ -210,7 +213,7 @@ void InThreads(const std::function<void()>& work)
         threads.emplace_back(run);
     for (std::thread& thread : threads)
         thread.join();
-    Demand(!hasThrown, "in one of several threads it fails or throws, alone it does not");
+    Demand(failure.empty(), "in one of several threads: " + failure);
 }
 
 } // namespace Tavrik::tHost

@@ -66,6 +66,10 @@ struct CheckStep
 [[nodiscard]] std::span<const CheckStep> ModuleSteps();
 [[nodiscard]] std::span<const CheckStep> ClassSteps();
 
+// Of the steps of a class, those that stand in a file of their own.
+void CheckThreads(const CCheckScene& scene);
+void CheckMemory(const CCheckScene& scene);
+
 // To be called by a child before its first step.
 void PrepareSteps();
 

@@ -1,6 +1,7 @@
 // The parent's side: starts the child, and makes of its reports, and of its end, a verdict.
 #include "Examine.h"
 
+#include "ChildCode.h"
 #include "ChildProcess.h"
 #include "ExamineChild.h"
 
@@ -30,7 +31,7 @@ std::string WhatHappened(const tSystem::ChildOutcome& outcome, const std::string
     if (outcome.End == tSystem::EChildEnd::TimedOut)
         return "hung in the step \"" + step + "\": it " + DescribeEnd(outcome);
     if (outcome.End == tSystem::EChildEnd::Crashed)
-        return "failed in the step \"" + step + "\": it " + DescribeEnd(outcome);
+        return "crashed in the step \"" + step + "\": " + tSystem::CrashText(outcome.Code);
     return "could not be looked at: the process " + DescribeEnd(outcome);
 }
 

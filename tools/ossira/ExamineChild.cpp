@@ -12,6 +12,7 @@
 #include "Survey.h"
 
 #include <cstring>
+#include <map>
 #include <memory>
 #include <optional>
 
@@ -170,13 +171,9 @@ private:
         if (SameGuid(clsid, GUID_Null))
             Complain("problems", "has the null identifier for its " + which + ", \"" + text + '"');
         const std::string id = BracedGuid(clsid);
-        for (const Json& other : classes)
-        {
-            if (other["id"] == id)
-                Complain("problems", "has the identifier " + id + " twice: for \"" +
-                                         other["text"].get<std::string>() + "\" and for \"" + text +
-                                         '"');
-        }
+        if (const auto [first, isNew] = mTexts.emplace(id, text); !isNew)
+            Complain("problems", "has the identifier " + id + " twice: for \"" + first->second +
+                                     "\" and for \"" + text + '"');
         classes.push_back({{"id", id}, {"text", text}});
         return true;
     }
@@ -237,6 +234,7 @@ private:
     std::FILE* mReports;
     std::string mPath;
     Json mFindings;
+    std::map<std::string, std::string> mTexts; // of the classes, by their identifiers
     bool mHasProblems = false;
 };
 

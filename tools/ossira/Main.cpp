@@ -20,6 +20,7 @@ constexpr void (*Commands[])(tHost::CCommands&) = {
 int Main(std::vector<std::string> arguments)
 {
     CLI::App program("Runs and examines component modules.", "ossira");
+    program.allow_windows_style_options(false); // what begins with a slash is a path, everywhere
     program.set_version_flag("--version", "ossira " OSSIRA_VERSION_TEXT);
     program.set_help_flag("-h,--help", "Print this help message and exit");
     program.footer("Every command has a --help of its own. Exit codes: 0 all is well, 1 something "

@@ -95,6 +95,7 @@ void CTable::Print(std::size_t indent) const
             if (column + 1 < row.size())
                 line.append(widths[column] - Width(row[column]) + 2, ' ');
         }
+        line.erase(line.find_last_not_of(' ') + 1);
         WriteLine(line);
     }
 }

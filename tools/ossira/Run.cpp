@@ -255,7 +255,8 @@ private:
             for (const KnownClass& known : module.Classes)
             {
                 const Answer answer = AskNewObject(*mFactory, known.Id);
-                mFailures += answer.IsFailure ? 1 : 0;
+                if (answer.IsFailure)
+                    Complain('"' + ClassName(known.Id) + "\" " + answer.Text);
                 table.AddRow({ClassName(known.Id), answer.Text});
             }
         }
