@@ -50,4 +50,8 @@ struct ChildOutcome
 // core file, shows no message box and does not outlive its parent.
 [[nodiscard]] std::FILE* BecomeChild();
 
+// In a child: what would have been the end of the process, had the system not passed over it since
+// the last call, as some do in the start-up and clean-up code of libraries; in words, or empty.
+[[nodiscard]] std::string PassedOverCrash();
+
 } // namespace Tavrik::tSystem

@@ -201,6 +201,12 @@ std::string StartFailureText(std::uint32_t code)
     return std::strerror(static_cast<int>(code));
 }
 
+// Nothing is passed over here.
+std::string PassedOverCrash()
+{
+    return {};
+}
+
 std::FILE* BecomeChild()
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);

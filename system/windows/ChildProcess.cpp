@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdlib>
 #include <fcntl.h>
 #include <io.h>
@@ -206,6 +207,33 @@ const CrashWords* FindCrash(std::uint32_t code)
     return found == std::end(Crashes) ? nullptr : found;
 }
 
+std::atomic<DWORD> gLastCrash = 0;
+
+// Only looks on: it may well be that somebody handles it.
+LONG CALLBACK NoteCrash(EXCEPTION_POINTERS* pointers)
+{
+    switch (const DWORD code = pointers->ExceptionRecord->ExceptionCode)
+    {
+    case EXCEPTION_ACCESS_VIOLATION:
+    case EXCEPTION_STACK_OVERFLOW:
+    case EXCEPTION_ILLEGAL_INSTRUCTION:
+    case EXCEPTION_PRIV_INSTRUCTION:
+    case EXCEPTION_INT_DIVIDE_BY_ZERO:
+        gLastCrash = code;
+        break;
+    default:
+        break;
+    }
+    return EXCEPTION_CONTINUE_SEARCH;
+}
+
+// Without delay: a debugger that the system starts would only find out what the parent is told.
+LONG WINAPI EndAtOnce(EXCEPTION_POINTERS* pointers)
+{
+    TerminateProcess(GetCurrentProcess(), pointers->ExceptionRecord->ExceptionCode);
+    return EXCEPTION_EXECUTE_HANDLER;
+}
+
 // An exception that ends a process leaves its number as the exit code: an error of the system's, or
 // one of those above.
 bool IsCrash(std::uint32_t code)
@@ -266,8 +294,16 @@ std::string StartFailureText(std::uint32_t code)
     return "error " + std::to_string(code);
 }
 
+std::string PassedOverCrash()
+{
+    const DWORD code = gLastCrash.exchange(0);
+    return code == 0 ? std::string() : CrashText(code);
+}
+
 std::FILE* BecomeChild()
 {
+    AddVectoredExceptionHandler(1, &NoteCrash);
+    SetUnhandledExceptionFilter(&EndAtOnce);
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
     _set_error_mode(_OUT_TO_STDERR);
     const int own = _dup(_fileno(stdout));

@@ -47,7 +47,10 @@ public:
         {
             // Another library that is missing now may be there the next time.
             Report({{LastingKey, library.IsOtherLibrary()}});
-            Complain(library.IsOtherLibrary() ? "notes" : "problems", library.Reason());
+            const std::string crash = tSystem::PassedOverCrash();
+            Complain(library.IsOtherLibrary() ? "notes" : "problems",
+                     library.Reason() +
+                         (crash.empty() ? "" : "; its start-up code crashed: " + crash));
             Finish(library.IsOtherLibrary() ? tVerdict::OtherLibrary : tVerdict::Broken);
             return;
         }
@@ -62,7 +65,10 @@ public:
                 static_cast<void>(owner.release()); // it stays loaded, as it would anywhere
         }
         Step("unload");
+        static_cast<void>(tSystem::PassedOverCrash());
         owner.reset();
+        if (const std::string crash = tSystem::PassedOverCrash(); !crash.empty())
+            Complain("problems", "crashed in the step \"unload\": " + crash);
         Finish(mHasProblems ? tVerdict::Broken : tVerdict::Module);
     }
 
