@@ -40,6 +40,17 @@ if(NOT output MATCHES "Hello says hello")
   message(SEND_ERROR "the host said: ${output}")
 endif()
 
+# The project that the README shows.
+run("configure the README's" ${CMAKE_COMMAND} -S ${BUILD}/snippets -B ${WORK}/weather -G Ninja
+    -DCMAKE_BUILD_TYPE=Release -DOssira_ROOT=${WORK}/moved -DCMAKE_FIND_ROOT_PATH=${WORK}/moved
+    ${toolchain})
+run("build the README's" ${CMAKE_COMMAND} --build ${WORK}/weather)
+run("run the README's" ${CMAKE_COMMAND} -E chdir ${WORK}
+    ${EMULATOR} ${WORK}/moved/bin/ossira${EXECUTABLE_SUFFIX} run weather)
+if(NOT output MATCHES "Sunny")
+  message(SEND_ERROR "the README's module said: ${output}")
+endif()
+
 # The same without CMake.
 find_program(PKG_CONFIG pkg-config REQUIRED)
 set(ENV{PKG_CONFIG_LIBDIR} ${WORK}/moved/lib/pkgconfig)

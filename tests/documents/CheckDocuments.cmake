@@ -4,7 +4,8 @@
 cmake_minimum_required(VERSION 3.25)
 
 function(expect document code program)
-  execute_process(COMMAND ${EMULATOR} ./${program}${SUFFIX} ${ARGN}
+  execute_process(COMMAND ${EMULATOR} ${bin}/${program}${SUFFIX} ${ARGN}
+      WORKING_DIRECTORY ${folder}
       RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE err ENCODING UTF-8)
   if(NOT result EQUAL code)
     message(SEND_ERROR "${program} ${ARGN} ended with ${result}\n${out}\n${err}")
@@ -24,9 +25,10 @@ function(expect document code program)
   endif()
 endfunction()
 
-file(REMOVE_RECURSE documents-lonely)
-file(MAKE_DIRECTORY documents-lonely)
-file(COPY modules/Doorman.dll DESTINATION documents-lonely)
+get_filename_component(bin . ABSOLUTE)
+set(folder ${bin})
+file(REMOVE_RECURSE ${bin}/documents-lonely)
+file(COPY ${bin}/modules/Doorman.dll DESTINATION ${bin}/documents-lonely)
 
 expect(DemoOutput.txt 0 ossira run modules)
 expect(DoormanLines.txt 1 ossira run documents-lonely)
@@ -38,3 +40,5 @@ expect(HostOutput.txt 0 documents_host)
 if(NOT EMULATOR) # there it goes to the debug output, which nobody but a debugger reads
   expect(OwnLines.txt 0 documents_host lines)
 endif()
+set(folder ${bin}/modules)
+expect(ReadmeHost.txt 0 readme_host)
