@@ -16,9 +16,9 @@ namespace Tavrik::Ossira
 namespace
 {
 #include "HostLog.inc"
+#include "HostMain.inc"
 #include "HostStart.inc"
 #include "HostUse.inc"
-#include "HostMain.inc"
 #include "Levels.inc"
 #include "OwnLines.inc"
 } // namespace
