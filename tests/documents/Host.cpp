@@ -15,12 +15,15 @@ namespace Tavrik::Ossira
 
 namespace
 {
+// In the order in which they need each other.
+// clang-format off
 #include "HostLog.inc"
-#include "HostMain.inc"
 #include "HostStart.inc"
 #include "HostUse.inc"
+#include "HostMain.inc"
 #include "Levels.inc"
 #include "OwnLines.inc"
+// clang-format on
 } // namespace
 
 int main(int count, char** arguments)
