@@ -2,12 +2,13 @@
 #   FILES      separated by "|"
 #   FORBIDDEN  texts that must not be in them, separated by "|": the folders of this machine
 #   NEEDS      the libraries that they may depend on, a regular expression
-#   EXPORTS    what the first of them exports, separated by "|", and nothing else
+#   CONTRACT   the description of the binary contract: the first file exports what it lists for the
+#              runtime and for modules, every other what it lists for modules, and nothing else
 #   OBJDUMP    the program that lists a file's headers
 cmake_minimum_required(VERSION 3.25)
 string(REPLACE "|" ";" files "${FILES}")
 string(REPLACE "|" ";" forbidden "${FORBIDDEN}")
-string(REPLACE "|" ";" expectedExports "${EXPORTS}")
+file(READ ${CONTRACT} contract)
 
 function(headers_of file option result)
   execute_process(COMMAND ${OBJDUMP} ${option} ${file} OUTPUT_VARIABLE text COMMAND_ERROR_IS_FATAL ANY)
@@ -36,22 +37,44 @@ foreach(file IN LISTS files)
   endforeach()
 endforeach()
 
-list(GET files 0 runtime)
-headers_of(${runtime} -p headers)
-if(headers MATCHES "Ordinal/Name Pointer")
-  string(REGEX REPLACE ".*Ordinal/Name Pointer\\] Table" "" headers "${headers}")
-  string(REGEX MATCHALL "\\[ *[0-9]+\\] [A-Za-z_]+" lines "${headers}")
-else()
-  headers_of(${runtime} -T symbols)
-  string(REGEX MATCHALL "[^\n]*g +D[FO] +\\.[^\n]*" lines "${symbols}")
-endif()
-foreach(line IN LISTS lines)
-  string(REGEX REPLACE ".* " "" name "${line}")
-  list(APPEND exports ${name})
+# What the contract has for a `module`, or for the `runtime` beside that.
+function(append_contract_exports kind list)
+  string(JSON count LENGTH "${contract}" exports ${kind})
+  math(EXPR last "${count} - 1")
+  foreach(at RANGE ${last})
+    string(JSON name GET "${contract}" exports ${kind} ${at} name)
+    list(APPEND ${list} ${name})
+  endforeach()
+  list(SORT ${list})
+  set(${list} ${${list}} PARENT_SCOPE)
+endfunction()
+
+function(exports_of file result)
+  set(exports)
+  headers_of(${file} -p headers)
+  if(headers MATCHES "Ordinal/Name Pointer")
+    string(REGEX REPLACE ".*Ordinal/Name Pointer\\] Table" "" headers "${headers}")
+    string(REGEX MATCHALL "\\[ *[0-9]+\\] [A-Za-z_]+" lines "${headers}")
+  else()
+    headers_of(${file} -T symbols)
+    string(REGEX MATCHALL "[^\n]*g +D[FO] +\\.[^\n]*" lines "${symbols}")
+  endif()
+  foreach(line IN LISTS lines)
+    string(REGEX REPLACE ".* " "" name "${line}")
+    list(APPEND exports ${name})
+  endforeach()
+  list(FILTER exports EXCLUDE REGEX "^(ABSOLUTE|DIR)$") # of the relocation table
+  list(SORT exports)
+  set(${result} ${exports} PARENT_SCOPE)
+endfunction()
+
+append_contract_exports(module modules)
+set(expected ${modules})
+append_contract_exports(runtime expected) # of the first file
+foreach(file IN LISTS files)
+  exports_of(${file} exports)
+  if(NOT exports STREQUAL expected)
+    message(SEND_ERROR "${file} exports\n  ${exports}\nand should export\n  ${expected}")
+  endif()
+  set(expected ${modules})
 endforeach()
-list(FILTER exports EXCLUDE REGEX "^(ABSOLUTE|DIR)$") # of the relocation table
-list(SORT exports)
-list(SORT expectedExports)
-if(NOT exports STREQUAL expectedExports)
-  message(SEND_ERROR "${runtime} exports\n  ${exports}\nand should export\n  ${expectedExports}")
-endif()
