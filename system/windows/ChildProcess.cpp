@@ -1,6 +1,6 @@
 // A child belongs to a job object, which takes along whatever it started, and which the system ends
-// when this process ends in whatever way. It inherits the ends of its own pipes and nothing else:
-// an end that another child holds would never close. Each pipe has a thread that reads it.
+// when this process ends in whatever way. It inherits the ends of its own pipes and nothing else,
+// so that no other child holds them, and it has no console, which would be one more process.
 #include "../ChildProcess.h"
 #include "../ChildCode.h"
 #include "../WideText.h"
@@ -14,7 +14,6 @@
 #include <fcntl.h>
 #include <io.h>
 #include <memory>
-#include <thread>
 
 namespace Tavrik::tSystem
 {
@@ -55,13 +54,14 @@ bool MakePipe(Pipe& pipe)
     return SetHandleInformation(read, HANDLE_FLAG_INHERIT, 0) != 0;
 }
 
-// To the end, so that the writer never waits; what is beyond the limit is dropped.
-void ReadAll(HANDLE pipe, std::string& text)
+// Takes what is there, without waiting for more; what is beyond the limit is dropped. Whether the
+// pipe ends is of no interest: somebody whom the child started may have it too.
+void Drain(HANDLE pipe, std::string& text)
 {
     std::array<char, 16384> bytes; // NOLINT: filled by ReadFile
     DWORD size = 0;
-    while (ReadFile(pipe, bytes.data(), static_cast<DWORD>(bytes.size()), &size, nullptr) &&
-           size > 0)
+    while (PeekNamedPipe(pipe, nullptr, 0, nullptr, &size, nullptr) && size > 0 &&
+           ReadFile(pipe, bytes.data(), std::min<DWORD>(size, bytes.size()), &size, nullptr))
         text.append(bytes.data(),
                     std::min<std::size_t>(size, StreamLimit - std::min(text.size(), StreamLimit)));
 }
@@ -159,7 +159,7 @@ Handle Start(const std::vector<std::string>& arguments, const Pipe& reports, con
     startup.lpAttributeList = inheritance.Get();
     PROCESS_INFORMATION process = {};
     if (!CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE,
-                        CREATE_SUSPENDED | CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT, nullptr,
+                        CREATE_SUSPENDED | DETACHED_PROCESS | EXTENDED_STARTUPINFO_PRESENT, nullptr,
                         nullptr, &startup.StartupInfo, &process))
         return nullptr;
     const Handle thread(process.hThread);
@@ -260,16 +260,26 @@ ChildOutcome RunChild(const std::vector<std::string>& arguments, milliseconds li
     }
     reports.Write.reset();
     words.Write.reset();
-    std::thread reader([&] { ReadAll(words.Read.get(), outcome.Words); });
-    std::thread reporter([&] { ReadAll(reports.Read.get(), outcome.Reports); });
-    const bool inTime =
-        WaitForSingleObject(child.get(), static_cast<DWORD>(limit.count())) == WAIT_OBJECT_0;
+    const auto drain = [&]
+    {
+        Drain(reports.Read.get(), outcome.Reports);
+        Drain(words.Read.get(), outcome.Words);
+    };
+    constexpr milliseconds look(10);
+    bool inTime = false;
+    for (milliseconds rest = limit; !inTime && rest.count() > 0;
+         rest = std::chrono::ceil<milliseconds>(begin + limit - Clock::now()))
+    {
+        inTime =
+            WaitForSingleObject(child.get(), static_cast<DWORD>(std::min(rest, look).count())) ==
+            WAIT_OBJECT_0;
+        drain();
+    }
     DWORD code = 0;
     GetExitCodeProcess(child.get(), &code);
     TerminateJobObject(job.get(), 1);
     TerminateProcess(child.get(), 1); // where it could not be put into the job
-    reader.join();
-    reporter.join();
+    drain();
     outcome.Duration = std::chrono::duration_cast<milliseconds>(Clock::now() - begin);
     outcome.End = IsCrash(code) ? EChildEnd::Crashed : EChildEnd::Exited;
     outcome.Code = code;
