@@ -294,6 +294,10 @@ protected:
 // perhaps: then it stays until the factory is flushed and the module agrees, or until the factory
 // goes. (If the factory is not the runtime's own, this is the business of the global one; and if
 // that is not either, the module stays loaded.)
+//
+// Warnings tell what a scan passes over and why: a file that is no library of this machine or lacks
+// something that it needs, a library without a module's exports, a module without a class, a class
+// that is in two modules; and which folder could not be scanned.
 struct IClassRegisterService : IUnknown
 {
     using Extends = IUnknown;
@@ -378,11 +382,12 @@ struct IMasterBootstrap : IUnknown
     // Registers the modules of every module folder, then starts the classes of levels 0, 1 and 2.
     // A class that was taken out of its level by one before it is not started. The first class that
     // fails ends start-up with its code, as does a level whose classes could not be listed for want
-    // of memory. A second call answers `E_FAIL`.
+    // of memory; a warning names the class and its module. A second call answers `E_FAIL`.
     virtual Result Startup(IUnknown* param) = 0;
 
     // Cleans up levels 2, 1 and 0, each to its end whatever fails, then clears every singleton,
-    // the object factory and its modules included. Answers the first failing level's code. Without
+    // the object factory and its modules included; a warning names a module of which objects are
+    // alive still when it is unloaded. Answers the first failing level's code. Without
     // a `Startup` before, and when called again, it does nothing and answers `S_OK`.
     virtual Result Cleanup(IUnknown* param) = 0;
 
