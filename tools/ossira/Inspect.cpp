@@ -3,7 +3,7 @@
 #include "ChildProcess.h"
 #include "Command.h"
 #include "Guid.h"
-#include "KnownInterfaces.h"
+#include "InterfaceTable.h"
 #include "OssiraBullets.h"
 #include "Print.h"
 #include "Scan.h"
@@ -30,8 +30,7 @@ struct InspectOptions
     double LimitSeconds = 10;
 };
 
-// --- The child
-// ------------------------------------------------------------------------------------
+// --- The child ----------------------------------------------------------------------------------
 
 Json AskForInterfaces(IObjectFactory& factory, const CLSID& clsid)
 {
