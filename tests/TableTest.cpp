@@ -223,8 +223,7 @@ TEST(GuidTable, TakesChosenKeysAsItTakesRandomOnes)
     }
 }
 
-// --- The sequence
-// ---------------------------------------------------------------------------------
+// --- The sequence ------------------------------------------------------------------------------
 
 // Owned by the test; only the counts of its references matter.
 struct CountedItem final : IUnknown

@@ -75,8 +75,7 @@ struct CheckedFile
     }
 };
 
-// --- The child
-// ------------------------------------------------------------------------------------
+// --- The child ---------------------------------------------------------------------------------
 
 struct ChildTask
 {
@@ -136,8 +135,7 @@ int DoInChild(const ChildTask& task)
     return Exit_AllWell;
 }
 
-// --- The parent
-// -----------------------------------------------------------------------------------
+// --- The parent --------------------------------------------------------------------------------
 
 // What the reports of one child say.
 struct Reading
@@ -225,8 +223,7 @@ CheckedFile CheckFile(const std::string& name, std::chrono::milliseconds limit)
     return file;
 }
 
-// --- The report
-// -----------------------------------------------------------------------------------
+// --- The report --------------------------------------------------------------------------------
 
 void PrintVerdicts(const std::string& title, const std::vector<Verdict>& verdicts)
 {

@@ -69,8 +69,7 @@ Json StartAndAsk(const std::string& text, const std::vector<std::string>& places
     return answer;
 }
 
-// --- The parent
-// -----------------------------------------------------------------------------------
+// --- The parent --------------------------------------------------------------------------------
 
 // The last report that is whole is the answer, whatever came after it.
 void AddInterfaces(const InspectOptions& options, Json& described)
