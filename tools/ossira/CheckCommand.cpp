@@ -4,10 +4,9 @@
 #include "CheckSteps.h"
 #include "ChildProcess.h"
 #include "Command.h"
+#include "Json.h"
 #include "Print.h"
 #include "WideText.h"
-
-#include <nlohmann/json.hpp>
 
 #include <memory>
 #include <sstream>
@@ -18,7 +17,7 @@ namespace Tavrik::tHost
 namespace
 {
 
-constexpr const char* ChildCommand = "check-in-child";
+constexpr const char* CheckInChild = "check-in-child";
 
 struct Options
 {
@@ -190,7 +189,7 @@ std::string RunSteps(ChildTask task, std::chrono::milliseconds limit,
     while (verdicts.size() < all.size())
     {
         const auto outcome =
-            tSystem::RunChild({ChildCommand, task.File, "--class=" + std::to_string(task.Class),
+            tSystem::RunChild({CheckInChild, task.File, "--class=" + std::to_string(task.Class),
                                "--first=" + std::to_string(verdicts.size())},
                               limit);
         Reading reading = Read(outcome.Reports, all.subspan(verdicts.size()));
@@ -262,14 +261,14 @@ void Print(const CheckedFile& file)
     }
 }
 
-nlohmann::json Json(const std::vector<Verdict>& verdicts)
+Json ToJson(const std::vector<Verdict>& verdicts)
 {
     static constexpr const char* names[] = {"passed", "failed", "not checked"};
-    auto list = nlohmann::json::array();
+    auto list = Json::array();
     for (const Verdict& verdict : verdicts)
     {
-        nlohmann::json item = {{"step", verdict.Step->Name},
-                               {"verdict", names[static_cast<int>(verdict.Kind)]}};
+        Json item = {{"step", verdict.Step->Name},
+                     {"verdict", names[static_cast<int>(verdict.Kind)]}};
         if (verdict.Kind != EVerdict::Passed)
             item["text"] = verdict.Text;
         if (verdict.Kind == EVerdict::Failed)
@@ -279,16 +278,16 @@ nlohmann::json Json(const std::vector<Verdict>& verdicts)
     return list;
 }
 
-nlohmann::json Json(const CheckedFile& file)
+Json ToJson(const CheckedFile& file)
 {
-    nlohmann::json json = {
-        {"file", file.Name}, {"module", Json(file.Verdicts)}, {"classes", nlohmann::json::array()}};
+    Json json = {
+        {"file", file.Name}, {"module", ToJson(file.Verdicts)}, {"classes", Json::array()}};
     if (!file.Failure.empty())
         json["failure"] = file.Failure;
     for (const CheckedClass& each : file.Classes)
     {
         json["classes"].push_back(
-            {{"class", each.Id}, {"text", each.Text}, {"steps", Json(each.Verdicts)}});
+            {{"class", each.Id}, {"text", each.Text}, {"steps", ToJson(each.Verdicts)}});
     }
     return json;
 }
@@ -296,19 +295,19 @@ nlohmann::json Json(const CheckedFile& file)
 int Check(const Options& options)
 {
     const std::chrono::milliseconds limit(static_cast<std::int64_t>(options.Limit * 1000));
-    auto report = nlohmann::json::array();
+    auto report = Json::array();
     std::size_t faults = 0;
     for (const std::string& name : options.Files)
     {
         const CheckedFile file = CheckFile(name, limit);
         faults += file.Count(EVerdict::Failed) + (file.Failure.empty() ? 0 : 1);
         if (options.IsJson)
-            report.push_back(Json(file));
+            report.push_back(ToJson(file));
         else
             Print(file);
     }
     if (options.IsJson)
-        std::puts(report.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+        std::puts(report.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
     else
         PrintLine(faults == 0 ? "No fault found" : Counted(faults, "fault", "faults") + " found");
     return faults == 0 ? Exit_AllWell : Exit_Found;
@@ -335,7 +334,7 @@ void AddCheck(CCommands& commands)
         ->check(CLI::Range(0.1, 86400.0));
 
     const auto task = std::make_shared<ChildTask>();
-    CLI::App& child = commands.AddHidden(ChildCommand, [task] { return DoInChild(*task); });
+    CLI::App& child = commands.AddHidden(CheckInChild, [task] { return DoInChild(*task); });
     child.add_option("FILE", task->File)->required();
     child.add_option("--class", task->Class);
     child.add_option("--first", task->First);

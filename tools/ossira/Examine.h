@@ -3,15 +3,13 @@
 // crashed, hung or ended the process.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include "Json.h"
 
 #include <chrono>
 #include <string>
 
 namespace Tavrik::tHost
 {
-
-using Json = nlohmann::ordered_json;
 
 // The findings, as they also stand in what `--json` prints:
 //   file               as it was given

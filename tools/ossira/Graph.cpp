@@ -265,13 +265,13 @@ struct GraphFormat
     std::string (*Make)(const Json& found);
 };
 
-constexpr GraphFormat Formats[] = {{"dot", &MakeDot}, {"svg", &MakeSvg}, {"html", &MakePage}};
+constexpr GraphFormat GraphFormats[] = {{"dot", &MakeDot}, {"svg", &MakeSvg}, {"html", &MakePage}};
 
 int Graph(const GraphOptions& options)
 {
     const Json found = ScanPlaces(options.Scan);
     std::string text;
-    for (const GraphFormat& format : Formats)
+    for (const GraphFormat& format : GraphFormats)
     {
         if (options.Format == format.Name)
             text = format.Make(found);

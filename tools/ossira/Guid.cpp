@@ -19,7 +19,7 @@ namespace
 struct GuidOptions
 {
     int Count = 1;
-    std::string Format = "all";
+    std::string GuidFormat = "all";
 };
 
 std::string Plain(const GUID& guid)
@@ -33,23 +33,24 @@ std::string Definition(const GUID& guid)
     return "inline constexpr GUID NAME = " + GuidInitializer(guid) + ';';
 }
 
-struct Format
+struct GuidFormat
 {
     const char* Name;
     std::string (*Text)(const GUID& guid);
 };
 
-constexpr Format Formats[] = {{"braces", &BracedGuid}, {"plain", &Plain}, {"cpp", &Definition}};
+constexpr GuidFormat GuidFormats[] = {
+    {"braces", &BracedGuid}, {"plain", &Plain}, {"cpp", &Definition}};
 
 int PrintGuids(const GuidOptions& options)
 {
     for (int index = 0; index < options.Count; ++index)
     {
         const GUID guid = NewGuid();
-        for (const Format& format : Formats)
+        for (const GuidFormat& format : GuidFormats)
         {
             const bool isUsual = format.Text != &Plain;
-            if (options.Format == format.Name || (options.Format == "all" && isUsual))
+            if (options.GuidFormat == format.Name || (options.GuidFormat == "all" && isUsual))
                 PrintLine(format.Text(guid));
         }
     }
@@ -122,7 +123,7 @@ void AddGuid(CCommands& commands)
         ->check(CLI::Range(1, 10'000))
         ->type_name("NUMBER");
     command
-        .add_option("--format", options->Format,
+        .add_option("--format", options->GuidFormat,
                     "How it is written: braces, plain, cpp (a C++ definition), or all: with "
                     "braces,\nand as C++; so without this option")
         ->check(CLI::IsMember({"all", "braces", "plain", "cpp"}))

@@ -21,7 +21,7 @@ using namespace Ossira;
 namespace
 {
 
-constexpr const char* ChildCommand = "inspect-object";
+constexpr const char* InspectInChild = "inspect-object";
 
 struct InspectOptions
 {
@@ -74,7 +74,7 @@ Json StartAndAsk(const std::string& text, const std::vector<std::string>& places
 // The last report that is whole is the answer, whatever came after it.
 void AddInterfaces(const InspectOptions& options, Json& described)
 {
-    std::vector<std::string> arguments = {ChildCommand, options.Class};
+    std::vector<std::string> arguments = {InspectInChild, options.Class};
     arguments.insert(arguments.end(), options.Scan.Places.begin(), options.Scan.Places.end());
     const tSystem::ChildOutcome outcome = tSystem::RunChild(
         arguments, std::chrono::milliseconds(static_cast<long long>(options.LimitSeconds * 1000)));
@@ -155,7 +155,7 @@ void AddInspect(CCommands& commands)
 
     const auto child = std::make_shared<InspectOptions>();
     CLI::App& hidden =
-        commands.AddHidden(ChildCommand,
+        commands.AddHidden(InspectInChild,
                            [child]
                            {
                                std::FILE* const reports = tSystem::BecomeChild();
