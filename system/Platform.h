@@ -162,7 +162,7 @@ public:
         return mFailure;
     }
 
-    // The same in the system's own words; empty where it has none.
+    // The same as the rest of a sentence about the file: "is a text file, no library".
     [[nodiscard]] const std::string& FailureText() const noexcept
     {
         return mFailureText;

@@ -30,7 +30,9 @@ void PrepareOutput();
 // user has none. It may not exist yet.
 [[nodiscard]] std::string UserCacheFolder();
 
-// Whether libraries are ELF files here; else they are PE files.
-extern const bool LibrariesAreElf;
+// What is wrong with a library file that the system may load all the same, as the rest of a
+// sentence about it; takes a full path. Empty where `CLibrary::Open` refuses such files itself.
+// What the library needs is loaded meanwhile.
+[[nodiscard]] std::string HiddenLibraryFault(const std::wstring& path);
 
 } // namespace Tavrik::tSystem

@@ -57,7 +57,7 @@ TEST(Library, AFileThatIsNotWrittenToItsEndIsRefusedAndSaysWhy)
         EXPECT_FALSE(library.Open(file.wstring().c_str())) << cut;
         EXPECT_EQ(library.Failure(), ELoadFailure::NotALibrary);
         EXPECT_EQ(library.FailureText(),
-                  cut == 0 ? "no library of any kind" : "cut short, or damaged");
+                  cut == 0 ? "is no library: it begins like none" : "is cut short or damaged");
     }
     EXPECT_TRUE(library.Open(folder.Write("whole.dll", image).wstring().c_str()));
     EXPECT_FALSE(library.Open((folder.Path() / "absent.dll").wstring().c_str()));

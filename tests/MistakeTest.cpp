@@ -65,37 +65,38 @@ TEST(Mistakes, AFileThatIsNoModuleIsNamedWithTheReason)
     std::error_code noLinks;
     create_symlink("nowhere", folder.Path() / "link.dll", noLinks);
     const std::tuple<const char*, std::string, const char*> files[] = {
-        {"text.dll", "This is no module.", "text, and no library"},
-        {"empty.dll", "", "empty"},
-        {"short.dll", image.substr(0, image.size() / 2), "cut short, or damaged"},
-        {"noise.dll", std::string(1000, '\x01'), "no library of any kind"},
-        {"old.dll", For(3, 0x14C, 1), "a 32-bit library"},
-        {"arm.dll", For(183, 0xAA64), "built for another processor"},
+        {"text.dll", "This is no module.", "it is a text file, no library"},
+        {"empty.dll", "", "it is empty"},
+        {"short.dll", image.substr(0, image.size() / 2), "it is cut short or damaged: it has "},
+        {"noise.dll", std::string(1000, '\x01'), "it is no library: it begins like none"},
+        {"old.dll", For(3, 0x14C, 1), "it is a 32-bit library"},
+        {"arm.dll", For(183, 0xAA64), "it is built for another processor: ARM, 64 bits"},
         {"foreign.dll",
          (gIsWindows ? "\x7F"
                        "ELF"
                      : "MZ") +
              image,
-         "a file for "},
+         "it is a library or program for "},
         {"alone.dll", Changed("Helper.dll", "Hxlper.dll"), "Hxlper.dll"},
         {"unlike.dll", Changed("HelperAnswer", "HelperAnswXr"), "HelperAnswXr"},
-        {"library.dll", helper, "no component module: has no DllGetClassObject, DllCanUnloadNow"},
+        {"library.dll", helper,
+         "it is no component module: it has no DllGetClassObject, DllCanUnloadNow"},
         {"lacking.dll", ReadFile(ModuleFile("raw", "WithoutDLLGetClassCount")),
-         ": no component module: has no DLLGetClassCount"},
+         ": it is no component module: it has no DLLGetClassCount"},
         {"refusing.dll", ReadFile(ModuleFile("raw", "NeverAttached")), "its start-up failed"},
         {"classless.dll", ReadFile(ModuleFile("raw", "NoClasses")), "is OSSIRA_CLASS missing?"},
         {"double.dll", ReadFile(ModuleFile("raw", "SameIdTwice")),
          "as \"first\" and as \"second\""},
-        {"folder.dll", "", "a folder"},
-        {"link.dll", "", "a broken link to nowhere"},
-        {"absent.dll", "", gIsWindows ? "" : "No such file"}};
+        {"folder.dll", "", "it is a folder"},
+        {"link.dll", "", "it is a broken link: it leads to \"nowhere\""},
+        {"absent.dll", "", "it does not exist"}};
     for (const auto& [name, content, cause] : files)
     {
         // Wine puts a stub in the place of a function that is not there, and makes no links.
         const std::string_view text = cause;
-        if (gIsWindows && (text == "HelperAnswXr" || text.starts_with("a broken link")))
+        if (gIsWindows && (text == "HelperAnswXr" || text.starts_with("it is a broken link")))
             continue;
-        if (!content.empty() || text == "empty")
+        if (!content.empty() || text == "it is empty")
             folder.Write(name, content);
         const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
         const auto read = [&, file = folder.Path() / name]

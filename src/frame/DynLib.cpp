@@ -121,10 +121,10 @@ void CDynLib::Require(const char* name, Export& export_) noexcept
 std::string CDynLib::WhyNot() const
 {
     if (mLibrary.Failure() != tSystem::ELoadFailure::None)
-        return mLibrary.FailureText();
+        return "it " + mLibrary.FailureText();
     if (mMissingCount == 0)
         return "its start-up failed, and it refuses every call";
-    std::string text = "no component module: has no ";
+    std::string text = "it is no component module: it has no ";
     for (std::size_t index = 0; index < mMissingCount; ++index)
         text.append(index == 0 ? "" : ", ").append(mMissing[index]);
     return text;

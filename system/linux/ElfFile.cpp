@@ -16,6 +16,24 @@
 namespace Tavrik::tSystem
 {
 
+namespace
+{
+
+constexpr tDetail::Processor Processors[] = {
+    {EM_AARCH64, "ARM, 64 bits"}, {EM_ARM, "ARM, 32 bits"}, {EM_RISCV, "RISC-V"}};
+
+// Null for a file.
+const char* NameNoFile(mode_t mode) noexcept
+{
+    return S_ISREG(mode)    ? nullptr
+           : S_ISDIR(mode)  ? "is a folder"
+           : S_ISFIFO(mode) ? "is a named pipe"
+           : S_ISSOCK(mode) ? "is a socket"
+                            : "is a device";
+}
+
+} // namespace
+
 CElfFile::CElfFile(const char* path) noexcept
 {
     mIsComplete = Open(path) && ReadHeaders() && CheckSections() && CheckSegments() &&
@@ -26,6 +44,16 @@ CElfFile::~CElfFile()
 {
     if (mFile >= 0)
         close(mFile);
+}
+
+std::string CElfFile::Fault() const
+{
+    if (mFault != nullptr)
+        return mFault;
+    const bool isOurs = mHeader.e_machine == EM_X86_64 && mHeader.e_ident[EI_DATA] == ELFDATA2LSB;
+    return isOurs || mHeader.e_ident[EI_CLASS] == ELFCLASSNONE
+               ? tDetail::CutShort(mFileSize, mWantedSize)
+               : tDetail::ForOtherProcessor(mHeader.e_machine, Processors);
 }
 
 bool CElfFile::ReadNeeded(std::size_t index, char (&name)[NameLimit]) noexcept
@@ -68,20 +96,18 @@ bool CElfFile::Open(const char* path) noexcept
         mFile = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     } while (mFile < 0 && errno == EINTR);
     mError = mFile < 0 ? errno : 0;
-    return mFile >= 0;
+    struct stat status;
+    if ((mFile < 0 ? stat(path, &status) : fstat(mFile, &status)) != 0)
+        return false;
+    mFault = NameNoFile(status.st_mode);
+    if (mFault != nullptr)
+        mError = 0;
+    mFileSize = static_cast<std::uint64_t>(status.st_size);
+    return mFile >= 0 && mFault == nullptr;
 }
 
 bool CElfFile::ReadHeaders() noexcept
 {
-    struct stat status;
-    if (fstat(mFile, &status) != 0)
-        return false;
-    if (!S_ISREG(status.st_mode))
-    {
-        mFault = S_ISDIR(status.st_mode) ? "a folder" : "a pipe or a device, and no file";
-        return false;
-    }
-    mFileSize = static_cast<std::uint64_t>(status.st_size);
     const std::size_t headSize = std::min<std::uint64_t>(sizeof mHead, mFileSize);
     if (!Read(0, mHead, headSize))
         return false;
@@ -93,24 +119,16 @@ bool CElfFile::ReadHeaders() noexcept
 bool CElfFile::CheckKind() noexcept
 {
     const std::string_view head(reinterpret_cast<const char*>(mHead), mHeadSize);
-    const char* const foreign = tDetail::NameForeignFile(head, std::string_view(ELFMAG, SELFMAG));
-    if (foreign != nullptr)
-    {
-        mFault = foreign;
-        return false;
-    }
-    if (!Read(0, &mHeader, sizeof mHeader))
+    mFault = tDetail::NameForeignFile(head, std::string_view(ELFMAG, SELFMAG));
+    if (mFault != nullptr || !Read(0, &mHeader, sizeof mHeader))
         return false;
     const unsigned char* ident = mHeader.e_ident;
     if (ident[EI_CLASS] == ELFCLASS32)
-        mFault = "a 32-bit library";
-    else if (mHeader.e_machine != EM_X86_64 || ident[EI_DATA] != ELFDATA2LSB)
-        mFault = "built for another processor";
-    else if (mHeader.e_type != ET_DYN)
-        mFault = "a program or an object file, and no library";
-    else
-        return ident[EI_CLASS] == ELFCLASS64 && ident[EI_VERSION] == EV_CURRENT;
-    return false;
+        mFault = tDetail::ThirtyTwoBits;
+    else if (mHeader.e_machine == EM_X86_64 && mHeader.e_type != ET_DYN)
+        mFault = "is a program or an object file, no library";
+    return mFault == nullptr && mHeader.e_machine == EM_X86_64 && ident[EI_DATA] == ELFDATA2LSB &&
+           ident[EI_CLASS] == ELFCLASS64 && ident[EI_VERSION] == EV_CURRENT;
 }
 
 // The sections are not mapped, but their table is what linkers write at the end: where it is empty
@@ -215,6 +233,14 @@ const Elf64_Phdr* CElfFile::SegmentOf(std::uint64_t address) const noexcept
             return &segment;
     }
     return nullptr;
+}
+
+bool CElfFile::IsInFile(std::uint64_t offset, std::uint64_t size) noexcept
+{
+    if (offset <= mFileSize && size <= mFileSize - offset)
+        return true;
+    mWantedSize = size <= UINT64_MAX - offset ? offset + size : 0;
+    return false;
 }
 
 bool CElfFile::Read(std::uint64_t offset, void* to, std::size_t size) noexcept

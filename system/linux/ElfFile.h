@@ -5,13 +5,15 @@
 #include <cstdint>
 #include <elf.h>
 #include <span>
+#include <string>
 
 namespace Tavrik::tSystem
 {
 
 // The system's loader maps a file that is not all there all the same, and the process dies later,
 // when it touches a page that does not exist, or follows a table that is not written yet. This
-// class and `CElfTables` see it beforehand. It keeps one descriptor and takes no memory.
+// class and `CElfTables` see it beforehand. It keeps one descriptor and, but for the words about a
+// fault, takes no memory.
 class CElfFile
 {
 public:
@@ -37,11 +39,8 @@ public:
         return mError;
     }
 
-    // What is wrong with the content of a file that is not complete, in words.
-    [[nodiscard]] const char* Fault() const noexcept
-    {
-        return mFault;
-    }
+    // What is wrong with the content of a file that is not complete, as the rest of a sentence.
+    [[nodiscard]] std::string Fault() const;
 
     // The number of libraries that a complete file depends on, as far as they are known here.
     [[nodiscard]] std::size_t NeededCount() const noexcept
@@ -84,16 +83,14 @@ private:
     bool Read(std::uint64_t offset, void* to, std::size_t size) noexcept;
     [[nodiscard]] const Elf64_Phdr* SegmentOf(std::uint64_t address) const noexcept;
 
-    [[nodiscard]] bool IsInFile(std::uint64_t offset, std::uint64_t size) const noexcept
-    {
-        return offset <= mFileSize && size <= mFileSize - offset;
-    }
+    [[nodiscard]] bool IsInFile(std::uint64_t offset, std::uint64_t size) noexcept;
 
     int mFile = -1;
     int mError = 0;
-    const char* mFault = "cut short, or damaged";
+    const char* mFault = nullptr; // null: of another processor, or cut short
     bool mIsComplete = false;
     std::uint64_t mFileSize = 0;
+    std::uint64_t mWantedSize = 0; // as far as what was looked for behind the end tells
     Elf64_Ehdr mHeader = {};
     std::uint64_t mNames = 0; // their address; 0: not known
     std::size_t mNeededCount = 0;

@@ -68,20 +68,24 @@ Reason ReasonOfLoader(int error)
     const ELoadFailure failure = FailureOf(error);
     const bool isShortage = failure == ELoadFailure::NoMemory ||
                             failure == ELoadFailure::NoResources || failure == ELoadFailure::Io;
-    return {isShortage ? failure : ELoadFailure::Refused, text == nullptr ? "" : text};
+    return {isShortage ? failure : ELoadFailure::Refused,
+            std::string("cannot be loaded: ") + (text == nullptr ? "for no reason given" : text)};
 }
 
 Reason ReasonOfFile(const CElfFile& file, const char* path)
 {
+    const ELoadFailure failure = FailureOf(file.Error());
+    if (file.Error() == 0)
+        return {failure, file.Fault()};
+    if (file.Error() != ENOENT)
+        return {failure, std::string("cannot be read: ") + std::strerror(file.Error())};
     char target[PATH_MAX];
-    const ssize_t size = file.Error() == ENOENT ? readlink(path, target, sizeof target) : -1;
-    if (size > 0)
-    {
-        return {FailureOf(file.Error()),
-                "a broken link to " + std::string(target, static_cast<std::size_t>(size))};
-    }
-    return {FailureOf(file.Error()),
-            file.Error() == 0 ? file.Fault() : std::strerror(file.Error())};
+    const ssize_t size = readlink(path, target, sizeof target);
+    if (size <= 0)
+        return {failure, "does not exist"};
+    return {failure, "is a broken link: it leads to \"" +
+                         std::string(target, static_cast<std::size_t>(size)) +
+                         "\", which does not exist"};
 }
 
 LibraryHandle MapLibrary(const char* path, Reason& reason)
@@ -120,7 +124,7 @@ public:
         {
             mReason = ReasonOfFile(file, path);
             if (level > 0)
-                mReason.Text = "needs \"" + std::string(path) + "\": " + mReason.Text;
+                mReason.Text = "needs \"" + std::string(path) + "\", which " + mReason.Text;
             return false;
         }
         const std::size_t count = level < levelLimit ? file.NeededCount() : 0;
@@ -203,7 +207,7 @@ bool CLibrary::Open(const wchar_t* path)
 {
     Close();
     mFailure = ELoadFailure::NotFound;
-    mFailureText.clear();
+    mFailureText = "has no name";
     if (path == nullptr)
         return false;
     const std::string native = NativePath(path);

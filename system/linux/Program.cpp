@@ -15,7 +15,10 @@ std::vector<std::string> ProgramArguments(int argc, char** argv)
     return {argv + (argc > 0 ? 1 : 0), argv + argc};
 }
 
-const bool LibrariesAreElf = true;
+std::string HiddenLibraryFault(const std::wstring& /*path*/)
+{
+    return {};
+}
 
 // A stream that was closed would be the next file's number.
 void PrepareOutput()

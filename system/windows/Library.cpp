@@ -8,7 +8,6 @@
 #include <windows.h>
 
 #include <cwchar>
-#include <iterator>
 
 namespace Tavrik::tSystem
 {
@@ -62,17 +61,6 @@ private:
     }
 }
 
-// The system's words, on one line.
-std::string TextOf(DWORD error)
-{
-    wchar_t text[512];
-    DWORD size = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-                                error, 0, text, static_cast<DWORD>(std::size(text)), nullptr);
-    while (size > 0 && (text[size - 1] == L'\n' || text[size - 1] == L'\r'))
-        --size;
-    return ToUtf8(std::wstring_view(text, size));
-}
-
 // Empty when there is no such path.
 std::wstring FullPath(const wchar_t* path)
 {
@@ -99,7 +87,7 @@ bool CLibrary::Open(const wchar_t* path)
 {
     Close();
     mFailure = ELoadFailure::NotFound;
-    mFailureText.clear();
+    mFailureText = "has no name";
     if (path == nullptr || *path == L'\0')
         return false;
     const CNoErrorBoxes noErrorBoxes;
@@ -111,7 +99,7 @@ bool CLibrary::Open(const wchar_t* path)
     const DWORD error = IsOpen() ? 0 : GetLastError();
     mFailure = IsOpen() ? ELoadFailure::None : FailureOf(error);
     if (!IsOpen())
-        mFailureText = WhyNotLoaded(name, TextOf(error));
+        mFailureText = WhyNotLoaded(name, error);
     return IsOpen();
 }
 

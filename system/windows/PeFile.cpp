@@ -2,11 +2,14 @@
 #include "PeFile.h"
 
 #include "../ForeignFile.h"
+#include "../Program.h"
 #include "../WideText.h"
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <vector>
 
 namespace Tavrik::tSystem
@@ -15,7 +18,6 @@ namespace Tavrik::tSystem
 namespace
 {
 
-// Null where the file cannot be opened, or is no file.
 class CFileContent
 {
 public:
@@ -24,16 +26,20 @@ public:
         const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ,
                                         FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                         nullptr, OPEN_EXISTING, 0, nullptr);
-        LARGE_INTEGER size = {};
-        if (file == INVALID_HANDLE_VALUE)
+        mError = file == INVALID_HANDLE_VALUE ? GetLastError() : 0;
+        if (mError != 0)
             return;
-        mIsOpen = GetFileSizeEx(file, &size) != 0;
-        const HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
-        if (mapping != nullptr)
+        LARGE_INTEGER size = {};
+        mIsFile = GetFileType(file) == FILE_TYPE_DISK;
+        if (mIsFile && GetFileSizeEx(file, &size) != 0 && size.QuadPart != 0)
         {
-            mView = static_cast<const char*>(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0));
+            const HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
+            if (mapping != nullptr)
+                mView = static_cast<const char*>(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0));
+            mError = mView == nullptr ? GetLastError() : 0;
             mSize = mView == nullptr ? 0 : static_cast<std::size_t>(size.QuadPart);
-            CloseHandle(mapping);
+            if (mapping != nullptr)
+                CloseHandle(mapping);
         }
         CloseHandle(file);
     }
@@ -47,9 +53,15 @@ public:
     CFileContent(const CFileContent&) = delete;
     CFileContent& operator=(const CFileContent&) = delete;
 
-    [[nodiscard]] bool IsOpen() const noexcept
+    // The number of what keeps it from being read, or 0.
+    [[nodiscard]] DWORD Error() const noexcept
     {
-        return mIsOpen;
+        return mError;
+    }
+
+    [[nodiscard]] bool IsFile() const noexcept
+    {
+        return mIsFile;
     }
 
     [[nodiscard]] std::string_view All() const noexcept
@@ -69,7 +81,18 @@ public:
 private:
     const char* mView = nullptr;
     std::size_t mSize = 0;
-    bool mIsOpen = false;
+    DWORD mError = 0;
+    bool mIsFile = false;
+};
+
+constexpr tDetail::Processor Processors[] = {{IMAGE_FILE_MACHINE_ARM64, "ARM, 64 bits"},
+                                             {IMAGE_FILE_MACHINE_ARMNT, "ARM, 32 bits"},
+                                             {0x5064, "RISC-V"}};
+
+struct NeededLibrary
+{
+    std::string Name;
+    std::uint64_t Functions; // the address of what is left of the table
 };
 
 class CPeFile
@@ -79,60 +102,88 @@ public:
     {
     }
 
-    // What keeps it from being a library of this machine; empty when nothing does.
+    // What keeps it from being a library of this machine, as the rest of a sentence; empty when
+    // nothing does.
     [[nodiscard]] std::string Fault()
     {
-        if (!mContent.IsOpen())
-            return "cannot be read";
-        if (const char* const foreign = tDetail::NameForeignFile(mContent.All(), "MZ"))
+        if (mContent.Error() != 0)
+            return "cannot be read: " + TextOfError(mContent.Error());
+        if (!mContent.IsFile())
+            return "is a pipe or a device";
+        const std::string_view all = mContent.All();
+        if (const char* const foreign = tDetail::NameForeignFile(all, "MZ"))
             return foreign;
         IMAGE_DOS_HEADER dos;
-        const char* const cutShort = "cut short, or damaged";
-        if (!mContent.Read(0, dos) ||
-            !mContent.Read(static_cast<std::uint32_t>(dos.e_lfanew), mHeaders) ||
-            mHeaders.Signature != IMAGE_NT_SIGNATURE)
-            return cutShort;
-        if (mHeaders.FileHeader.Machine == IMAGE_FILE_MACHINE_I386)
-            return "a 32-bit library";
-        if (mHeaders.FileHeader.Machine != IMAGE_FILE_MACHINE_AMD64)
-            return "built for another processor";
-        if ((mHeaders.FileHeader.Characteristics & IMAGE_FILE_DLL) == 0)
-            return "a program, and no library";
-        return ReadSections(static_cast<std::uint32_t>(dos.e_lfanew)) ? "" : cutShort;
+        if (!mContent.Read(0, dos))
+            return tDetail::CutShort(all.size(), sizeof dos);
+        const auto headers = static_cast<std::uint32_t>(dos.e_lfanew);
+        if (!mContent.Read(headers, mHeaders))
+            return tDetail::CutShort(all.size(), headers + sizeof mHeaders);
+        if (mHeaders.Signature != IMAGE_NT_SIGNATURE)
+            return "is a program for DOS, or damaged";
+        const IMAGE_FILE_HEADER& header = mHeaders.FileHeader;
+        if (header.Machine == IMAGE_FILE_MACHINE_I386)
+            return tDetail::ThirtyTwoBits;
+        if (header.Machine != IMAGE_FILE_MACHINE_AMD64)
+            return tDetail::ForOtherProcessor(header.Machine, Processors);
+        if ((header.Characteristics & IMAGE_FILE_DLL) == 0)
+            return "is a program, no library";
+        const std::uint64_t end = ReadSections(headers);
+        return end > all.size() ? tDetail::CutShort(all.size(), end) : "";
     }
 
     // The libraries that it needs.
-    [[nodiscard]] std::vector<std::string> Needed() const
+    [[nodiscard]] std::vector<NeededLibrary> Needed() const
     {
-        std::vector<std::string> names;
+        std::vector<NeededLibrary> libraries;
         std::uint64_t at =
             mHeaders.OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
         IMAGE_IMPORT_DESCRIPTOR import = {};
         for (; at != 0 && mContent.Read(OffsetOf(at), import) && import.Name != 0;
              at += sizeof import)
+            libraries.push_back({TextAt(import.Name), import.OriginalFirstThunk});
+        return libraries;
+    }
+
+    // The next function that it needs of one by name; empty at the end.
+    [[nodiscard]] std::string NextFunction(NeededLibrary& library) const
+    {
+        std::uint64_t function = 0;
+        while (library.Functions != 0 && mContent.Read(OffsetOf(library.Functions), function) &&
+               function != 0)
         {
-            const std::string_view all = mContent.All();
-            const std::uint64_t name = OffsetOf(import.Name);
-            if (name < all.size())
-                names.emplace_back(all.substr(name, all.find('\0', name) - name));
+            library.Functions += sizeof function;
+            if ((function & IMAGE_ORDINAL_FLAG64) == 0)
+                return TextAt(function + sizeof IMAGE_IMPORT_BY_NAME::Hint);
         }
-        return names;
+        return {};
     }
 
 private:
-    [[nodiscard]] bool ReadSections(std::uint64_t headers)
+    // Where the last of them ends in the file, or the headers of those that it does not reach.
+    [[nodiscard]] std::uint64_t ReadSections(std::uint64_t headers)
     {
         std::uint64_t at = headers + offsetof(IMAGE_NT_HEADERS64, OptionalHeader) +
                            mHeaders.FileHeader.SizeOfOptionalHeader;
+        std::uint64_t end = 0;
         mSections.resize(mHeaders.FileHeader.NumberOfSections);
         for (IMAGE_SECTION_HEADER& section : mSections)
         {
-            if (!mContent.Read(at, section) || section.PointerToRawData > mContent.All().size() ||
-                section.SizeOfRawData > mContent.All().size() - section.PointerToRawData)
-                return false;
+            if (!mContent.Read(at, section))
+                return at + sizeof section;
+            end = std::max(end, std::uint64_t{section.PointerToRawData} + section.SizeOfRawData);
             at += sizeof section;
         }
-        return true;
+        return end;
+    }
+
+    // Empty for what does not come from the file.
+    [[nodiscard]] std::string TextAt(std::uint64_t address) const
+    {
+        const std::string_view all = mContent.All();
+        const std::uint64_t begin = OffsetOf(address);
+        return begin < all.size() ? std::string(all.substr(begin, all.find('\0', begin) - begin))
+                                  : "";
     }
 
     // Behind the file for an address that does not come from it.
@@ -157,50 +208,110 @@ private:
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
+[[nodiscard]] std::wstring FolderOf(const std::wstring& path)
+{
+    return path.substr(0, path.find_last_of(L"\\/") + 1);
+}
+
 // What is missing for a library of that folder; empty when nothing is known to be.
-[[nodiscard]] std::string MissingOf(const CPeFile& file, const std::wstring& folder, int level)
+[[nodiscard]] std::string MissingLibrary(const CPeFile& file, const std::wstring& folder, int level)
 {
     constexpr int levelLimit = 4;
-    for (const std::string& needed : file.Needed())
+    for (const NeededLibrary& needed : file.Needed())
     {
-        const std::wstring name = FromUtf8(needed);
+        const std::wstring name = FromUtf8(needed.Name);
         // Names of this form stand for whatever library of the system has the functions.
-        if (needed.starts_with("api-ms-") || needed.starts_with("ext-ms-") ||
+        if (needed.Name.starts_with("api-ms-") || needed.Name.starts_with("ext-ms-") ||
             GetModuleHandleW(name.c_str()) != nullptr)
             continue;
+        std::string fault;
         if (IsFile(folder + name))
         {
             CPeFile neighbour(folder + name);
-            std::string fault = neighbour.Fault();
+            fault = neighbour.Fault();
             if (fault.empty() && level < levelLimit)
-                fault = MissingOf(neighbour, folder, level + 1);
-            if (!fault.empty())
-                return "needs \"" + needed + "\": " + fault;
+                fault = MissingLibrary(neighbour, folder, level + 1);
         }
         else if (SearchPathW(nullptr, name.c_str(), nullptr, 0, nullptr, nullptr) == 0)
         {
-            return "needs \"" + needed + "\", which is not found";
+            fault = "is not found";
         }
+        if (!fault.empty())
+            return "needs \"" + needed.Name + "\", which " + fault;
     }
     return {};
 }
 
+// The same of a library whose own libraries are all there. Loading them does nothing that its own
+// load would not do.
+[[nodiscard]] std::string MissingFunction(const CPeFile& file, const std::wstring& folder)
+{
+    for (NeededLibrary& needed : file.Needed())
+    {
+        const std::wstring name = FromUtf8(needed.Name);
+        const bool isNeighbour = IsFile(folder + name);
+        const HMODULE library =
+            LoadLibraryExW((isNeighbour ? folder + name : name).c_str(), nullptr,
+                           isNeighbour ? LOAD_WITH_ALTERED_SEARCH_PATH : 0);
+        if (library == nullptr)
+            return "needs \"" + needed.Name + "\", which " + CannotBeLoaded(GetLastError());
+        std::string function = file.NextFunction(needed);
+        while (!function.empty() && GetProcAddress(library, function.c_str()) != nullptr)
+            function = file.NextFunction(needed);
+        FreeLibrary(library);
+        if (!function.empty())
+            return "needs \"" + function + "\" of \"" + needed.Name +
+                   "\", which does not have it (undefined symbol)";
+    }
+    return {};
+}
+
+[[nodiscard]] std::string FaultOf(const std::wstring& path, bool withFunctions)
+{
+    CPeFile file(path);
+    std::string fault = file.Fault();
+    if (fault.empty())
+        fault = MissingLibrary(file, FolderOf(path), 0);
+    return fault.empty() && withFunctions ? MissingFunction(file, FolderOf(path)) : fault;
+}
+
 } // namespace
 
-std::string WhyNotLoaded(const std::wstring& path, const std::string& systemsWords)
+std::string TextOfError(unsigned long error)
+{
+    wchar_t text[512];
+    DWORD size = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                                error, 0, text, static_cast<DWORD>(std::size(text)), nullptr);
+    while (size > 0 && (text[size - 1] == L'\n' || text[size - 1] == L'\r'))
+        --size;
+    return ToUtf8(std::wstring_view(text, size));
+}
+
+std::string CannotBeLoaded(unsigned long error)
+{
+    return "cannot be loaded: " + TextOfError(error);
+}
+
+std::string WhyNotLoaded(const std::wstring& path, unsigned long error)
 {
     const DWORD attributes = GetFileAttributesW(path.c_str());
+    std::string fault;
     if (attributes == INVALID_FILE_ATTRIBUTES)
-        return systemsWords;
-    std::string fault = "a folder";
-    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
-    {
-        CPeFile file(path);
-        fault = file.Fault();
-        if (fault.empty())
-            fault = MissingOf(file, path.substr(0, path.find_last_of(L"\\/") + 1), 0);
-    }
-    return fault.empty() ? systemsWords : fault + " (" + systemsWords + ")";
+        fault =
+            error == ERROR_MOD_NOT_FOUND || error == ERROR_FILE_NOT_FOUND ? "does not exist" : "";
+    else if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+        fault = "is a folder";
+    else
+        fault = FaultOf(path, error == ERROR_PROC_NOT_FOUND);
+    return fault.empty() ? CannotBeLoaded(error) : fault;
+}
+
+std::string HiddenLibraryFault(const std::wstring& path)
+{
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    const bool isFile =
+        attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+    return isFile ? FaultOf(path, true) : std::string();
 }
 
 } // namespace Tavrik::tSystem

@@ -7,7 +7,12 @@
 namespace Tavrik::tSystem
 {
 
-// The fault of the file as far as it can be seen in it, with the system's own words behind it.
-[[nodiscard]] std::string WhyNotLoaded(const std::wstring& path, const std::string& systemsWords);
+// Both as the rest of a sentence about the file, whose path is a full one or a bare name, and the
+// number of the system's error.
+[[nodiscard]] std::string WhyNotLoaded(const std::wstring& path, unsigned long error);
+[[nodiscard]] std::string CannotBeLoaded(unsigned long error);
+
+// The system's words, on one line.
+[[nodiscard]] std::string TextOfError(unsigned long error);
 
 } // namespace Tavrik::tSystem

@@ -45,8 +45,6 @@ std::vector<std::string> ProgramArguments(int, char**)
     return texts;
 }
 
-const bool LibrariesAreElf = false;
-
 void PrepareOutput()
 {
     SetConsoleOutputCP(CP_UTF8);

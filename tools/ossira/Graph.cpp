@@ -3,7 +3,7 @@
 // leads from a class to where it is filed. The picture is drawn here, so that it is there also
 // where Graphviz is not; whoever has Graphviz may prefer the DOT text.
 #include "Command.h"
-#include "FileKind.h"
+#include "FilePath.h"
 #include "Print.h"
 #include "Scan.h"
 #include "Survey.h"

@@ -1,8 +1,7 @@
-// What is missing is looked for before the library is loaded where the system's loader would not
-// say what it was; loading what it needs first does nothing that its own load would not do.
+// The platform says why a file is no library; what is told here is why a library is no module.
 #include "ModuleLibrary.h"
 
-#include "FileKind.h"
+#include "Program.h"
 #include "WideText.h"
 
 #include <chrono>
@@ -24,30 +23,6 @@ constexpr ExportName Required[] = {
     {"DllGetClassObject", false}, {"DllCanUnloadNow", false},    {"DLLGetOpenObjectCount", true},
     {"DLLGetClassCount", true},   {"DLLGetClassObjectID", true}, {"DLLGetClassObjectInfo", true}};
 
-std::string MissingImport(const std::string& path)
-{
-    const std::string folder = path.substr(0, path.find_last_of("/\\") + 1);
-    std::string opened;
-    tSystem::CLibrary library;
-    for (const Import& import : ReadImports(FilePath(path)))
-    {
-        if (import.Function.empty())
-        {
-            opened = import.Library;
-            if (!library.Open(tSystem::FromUtf8(folder + opened).c_str()) &&
-                !library.Open(tSystem::FromUtf8(opened).c_str()))
-                return "needs the library \"" + opened +
-                       "\", which cannot be loaded: " + library.FailureText();
-        }
-        else if (library.Find(import.Function.c_str()) == nullptr)
-        {
-            return "needs \"" + import.Function + "\" of the library \"" + opened +
-                   "\", which does not have it (undefined symbol)";
-        }
-    }
-    return "";
-}
-
 template <class Function>
 void Set(Function& function, void* address)
 {
@@ -56,19 +31,16 @@ void Set(Function& function, void* address)
 
 } // namespace
 
-CModuleLibrary::CModuleLibrary(const std::string& path) : mReason(WhyNoLibrary(FilePath(path)))
+CModuleLibrary::CModuleLibrary(const std::string& path)
 {
     const std::wstring file = tSystem::AbsolutePath(tSystem::FromUtf8(path));
-    if (mReason.empty())
-        mReason = MissingImport(tSystem::ToUtf8(file));
+    mReason = tSystem::HiddenLibraryFault(file);
     if (!mReason.empty())
         return;
     const auto begin = std::chrono::steady_clock::now();
     if (!mLibrary.Open(file.c_str()))
     {
-        mReason = "cannot be loaded: " + mLibrary.FailureText();
-        if (mLibrary.Failure() == tSystem::ELoadFailure::NotALibrary)
-            mReason += "; it is cut short or damaged";
+        mReason = mLibrary.FailureText();
         return;
     }
     mLoadMilliseconds =

@@ -1,7 +1,7 @@
 // `ossira new-module` and `ossira new-host`: a project that builds as it stands, from templates in
 // which a word between percent signs stands for what is different in each.
 #include "Command.h"
-#include "FileKind.h"
+#include "FilePath.h"
 #include "Guid.h"
 #include "Print.h"
 #include "Templates.h"

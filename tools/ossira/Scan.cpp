@@ -3,7 +3,7 @@
 
 #include "BulletDirectoryService.h"
 #include "ExitCode.h"
-#include "FileKind.h"
+#include "FilePath.h"
 #include "Platform.h"
 #include "Print.h"
 #include "Program.h"

@@ -2,7 +2,7 @@
 // a file of another name first, so that two programs at once do not spoil it.
 #include "VerdictCache.h"
 
-#include "FileKind.h"
+#include "FilePath.h"
 #include "OssiraVersion.h"
 #include "Platform.h"
 #include "Program.h"
