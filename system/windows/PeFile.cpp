@@ -18,6 +18,22 @@ namespace Tavrik::tSystem
 namespace
 {
 
+// The system's words, on one line.
+std::string TextOfError(DWORD error)
+{
+    wchar_t text[512];
+    DWORD size = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                                error, 0, text, static_cast<DWORD>(std::size(text)), nullptr);
+    while (size > 0 && (text[size - 1] == L'\n' || text[size - 1] == L'\r'))
+        --size;
+    return ToUtf8(std::wstring_view(text, size));
+}
+
+std::string CannotBeLoaded(DWORD error)
+{
+    return "cannot be loaded: " + TextOfError(error);
+}
+
 class CFileContent
 {
 public:
@@ -208,11 +224,6 @@ private:
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-[[nodiscard]] std::wstring FolderOf(const std::wstring& path)
-{
-    return path.substr(0, path.find_last_of(L"\\/") + 1);
-}
-
 // What is missing for a library of that folder; empty when nothing is known to be.
 [[nodiscard]] std::string MissingLibrary(const CPeFile& file, const std::wstring& folder, int level)
 {
@@ -266,52 +277,37 @@ private:
     return {};
 }
 
+// Empty where nothing is seen in the file, or a bare name does not tell which one it is.
 [[nodiscard]] std::string FaultOf(const std::wstring& path, bool withFunctions)
 {
+    const std::wstring folder = path.substr(0, path.find_last_of(L"\\/") + 1);
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES)
+    {
+        const DWORD error = GetLastError();
+        const bool isMissing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+        return isMissing && !folder.empty() ? "does not exist" : "";
+    }
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+        return "is a folder";
     CPeFile file(path);
     std::string fault = file.Fault();
     if (fault.empty())
-        fault = MissingLibrary(file, FolderOf(path), 0);
-    return fault.empty() && withFunctions ? MissingFunction(file, FolderOf(path)) : fault;
+        fault = MissingLibrary(file, folder, 0);
+    return fault.empty() && withFunctions ? MissingFunction(file, folder) : fault;
 }
 
 } // namespace
 
-std::string TextOfError(unsigned long error)
-{
-    wchar_t text[512];
-    DWORD size = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-                                error, 0, text, static_cast<DWORD>(std::size(text)), nullptr);
-    while (size > 0 && (text[size - 1] == L'\n' || text[size - 1] == L'\r'))
-        --size;
-    return ToUtf8(std::wstring_view(text, size));
-}
-
-std::string CannotBeLoaded(unsigned long error)
-{
-    return "cannot be loaded: " + TextOfError(error);
-}
-
 std::string WhyNotLoaded(const std::wstring& path, unsigned long error)
 {
-    const DWORD attributes = GetFileAttributesW(path.c_str());
-    std::string fault;
-    if (attributes == INVALID_FILE_ATTRIBUTES)
-        fault =
-            error == ERROR_MOD_NOT_FOUND || error == ERROR_FILE_NOT_FOUND ? "does not exist" : "";
-    else if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
-        fault = "is a folder";
-    else
-        fault = FaultOf(path, error == ERROR_PROC_NOT_FOUND);
+    const std::string fault = FaultOf(path, error == ERROR_PROC_NOT_FOUND);
     return fault.empty() ? CannotBeLoaded(error) : fault;
 }
 
 std::string HiddenLibraryFault(const std::wstring& path)
 {
-    const DWORD attributes = GetFileAttributesW(path.c_str());
-    const bool isFile =
-        attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
-    return isFile ? FaultOf(path, true) : std::string();
+    return FaultOf(path, true);
 }
 
 } // namespace Tavrik::tSystem

@@ -7,12 +7,7 @@
 namespace Tavrik::tSystem
 {
 
-// Both as the rest of a sentence about the file, whose path is a full one or a bare name, and the
-// number of the system's error.
+// As the rest of a sentence about the file, whose path is a full one or a bare name.
 [[nodiscard]] std::string WhyNotLoaded(const std::wstring& path, unsigned long error);
-[[nodiscard]] std::string CannotBeLoaded(unsigned long error);
-
-// The system's words, on one line.
-[[nodiscard]] std::string TextOfError(unsigned long error);
 
 } // namespace Tavrik::tSystem

@@ -7,6 +7,7 @@ import json
 import os
 import re
 import shutil
+import socket
 import subprocess
 import tempfile
 import unittest
@@ -127,7 +128,9 @@ def make_folder():
     if not WINDOWS:
         os.mkfifo(os.path.join(folder, "Pipe.dll"))
         os.symlink("nowhere", os.path.join(folder, "Link.dll"))
-        special |= {"Pipe": "is a named pipe", "Link": 'is a broken link: it leads to "nowhere"'}
+        with socket.socket(socket.AF_UNIX) as plug:
+            plug.bind(os.path.join(folder, "Plug.dll"))
+        special |= {"Pipe": "is a named pipe", "Plug": "is a socket", "Link": 'is a broken link: it leads to "nowhere"'}
     return folder, special
 
 
