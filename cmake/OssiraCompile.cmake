@@ -26,15 +26,6 @@ function(ossira_compile_options target)
   ossira_sanitize(${target})
 endfunction()
 
-# Compiles the headers that nearly every source of a target includes once. The sanitizers' builds do
-# so; the others show where an include is missing (and with optimisation GCC 12 warns of faults in
-# system headers that are precompiled).
-function(ossira_precompile target)
-  if(OSSIRA_PRECOMPILE)
-    target_precompile_headers(${target} PRIVATE ${ARGN})
-  endif()
-endfunction()
-
 # Lean libraries load fast: no lazy binding tables, few symbols to look up.
 function(ossira_link_options target)
   if(WIN32)

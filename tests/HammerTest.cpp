@@ -27,7 +27,7 @@ using namespace tTest;
 namespace
 {
 
-constexpr std::uint32_t ThreadCount = 6;
+constexpr std::uint32_t HammerThreads = 6;
 
 [[nodiscard]] std::uint32_t Setting(const char* name, std::uint32_t standard)
 {
@@ -397,7 +397,7 @@ TEST(ConcurrentHammer, MixedStepsOnSharedObjectsLoseNothing)
 {
     const std::uint32_t seconds = Setting("OSSIRA_HAMMER_SECONDS", 4);
     const std::uint32_t seed = Setting("OSSIRA_HAMMER_SEED", 20261121);
-    std::printf("seed %u, %u threads, %u seconds\n", seed, ThreadCount, seconds);
+    std::printf("seed %u, %u threads, %u seconds\n", seed, HammerThreads, seconds);
     std::vector<void (Hammer::*)(Step)> draw;
     for (const auto& job : Jobs)
         draw.insert(draw.end(), job.Share, job.Work);
@@ -409,7 +409,7 @@ TEST(ConcurrentHammer, MixedStepsOnSharedObjectsLoseNothing)
     {
         Hammer hammer;
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-        InThreads(ThreadCount,
+        InThreads(HammerThreads,
                   [&](std::uint32_t thread)
                   {
                       std::mt19937 random(seed + thread);

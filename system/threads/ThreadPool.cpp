@@ -14,7 +14,7 @@ namespace
 
 using Ossira::DebugOutputF;
 
-constinit std::atomic<std::int32_t> gLiveCount = 0;
+constinit std::atomic<std::int32_t> gLivePools = 0;
 constinit std::atomic<std::uint8_t> gStatistics = 0;
 
 constexpr Result RunFailed = -1;
@@ -40,7 +40,7 @@ Result Complain(int number, Result code) noexcept
 
 CThreadPool::CThreadPool(std::int32_t threadCount) noexcept : mThreadCount(threadCount)
 {
-    gLiveCount.fetch_add(1);
+    gLivePools.fetch_add(1);
     const CLockGuard guard(gPoolsLock);
     mNextPool = gFirstPool;
     if (mNextPool != nullptr)
@@ -57,7 +57,7 @@ CThreadPool::~CThreadPool()
             mNextPool->mFormerPool = mFormerPool;
     }
     EndWorkers();
-    gLiveCount.fetch_sub(1);
+    gLivePools.fetch_sub(1);
 }
 
 void CThreadPool::EndWorkers() noexcept
@@ -224,7 +224,7 @@ CWorkerSlot* CThreadPool::OwnSlot() noexcept
 
 std::int32_t CThreadPool::LiveCount() noexcept
 {
-    return gLiveCount;
+    return gLivePools;
 }
 
 void CThreadPool::SwitchStatistics(bool on) noexcept

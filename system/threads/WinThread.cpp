@@ -13,7 +13,7 @@ namespace Tavrik::tSystem::tThreads
 namespace
 {
 
-constinit std::atomic<std::int32_t> gLiveCount = 0;
+constinit std::atomic<std::int32_t> gLiveThreads = 0;
 
 } // namespace
 
@@ -62,7 +62,7 @@ WinThread* WinThread::Create() noexcept
 
 WinThread::WinThread() noexcept
 {
-    gLiveCount.fetch_add(1);
+    gLiveThreads.fetch_add(1);
 }
 
 WinThread::~WinThread()
@@ -71,12 +71,12 @@ WinThread::~WinThread()
     if (!WaitFor(patience))
         WaitFor(patience);
     mThread.Close(IsFinishedOrGone());
-    gLiveCount.fetch_sub(1);
+    gLiveThreads.fetch_sub(1);
 }
 
 std::int32_t WinThread::LiveCount() noexcept
 {
-    return gLiveCount;
+    return gLiveThreads;
 }
 
 void* WinThread::DeletingDestructor(std::uint32_t flags)
