@@ -337,7 +337,7 @@ class Help(unittest.TestCase):
             page = ossira(command, "--help")[0]
             self.assertIn(f".SS ossira {command}", manual)
             words = re.search(rf"^ *{command}\) words='(.*)'", completion, re.M).group(1).split()
-            options = re.findall(r"(--[a-z]+)", "\n".join(
+            options = re.findall(r"(--[a-z-]+)", "\n".join(
                 line for line in page.splitlines() if line.startswith("  -")))
             self.assertEqual(sorted(words), sorted(options))
             for option in options:
