@@ -6,11 +6,15 @@ it works on a core file and while a lock is held. What an object holds is read b
 information of the library that has its class. Without that the library is named and no more.
 """
 import json
+import locale
 import struct
 
 import gdb
 import gdb.printing
 
+# In a plain C locale GDB cannot show more than ASCII, and would show an error instead.
+CAN_SHOW_ALL = not hasattr(locale, "nl_langinfo") or \
+    "utf" in locale.nl_langinfo(locale.CODESET).lower()
 TEXT_LIMIT = 400 # bytes of a datum
 DESTROYED = 0xC0000001 - (1 << 32)
 SCALARS = {"SINT8": "<b", "SINT16": "<h", "SINT32": "<i", "SINT64": "<q", "FLOAT32": "<f",
@@ -57,7 +61,7 @@ def datum_text(type_data, size, address):
         content = guid_name(shown)
     elif name in ("UniString", "CharString"):
         encoding = "utf-16-le" if name == "UniString" else "utf-8"
-        content = json.dumps(shown.decode(encoding, "replace"), ensure_ascii=False) + more
+        content = json.dumps(shown.decode(encoding, "replace"), ensure_ascii=not CAN_SHOW_ALL) + more
     else:
         content = f"{size} bytes {shown[:32].hex(' ')}{more or ('...' if size > 32 else '')}"
     return f"{name} {content}"

@@ -2,7 +2,7 @@
 # what is expected, and with what the documents show. Parameters: GDB, PROGRAM, FOLDER (which GDB may
 # load printers from), EXPECTED and SHOWN (files of lines).
 execute_process(
-    COMMAND ${GDB} -nx -q -batch -iex "set auto-load safe-path ${FOLDER}" -ex "set width 0"
+    COMMAND ${CMAKE_COMMAND} -E env LC_ALL=C.UTF-8 ${GDB} -nx -q -batch -iex "set auto-load safe-path ${FOLDER}" -ex "set width 0"
             -ex "break LookHere" -ex run -ex up -ex "info locals"
             -ex "print $ossira_count(text)"
             -ex "set print elements unlimited" -ex "print many" ${PROGRAM}

@@ -38,7 +38,7 @@ Json AskForInterfaces(IObjectFactory& factory, const CLSID& clsid)
     const Result created = factory.GetClassObject(clsid, IID_IUnknown, object.PutVoid());
     if (Failed(created))
         return {{"problem", "cannot be created: " + CodeText(created)}};
-    Json names = Json::array();
+    Json names = {"IUnknown"};
     for (const KnownInterface& known : KnownInterfaces)
     {
         ObjectPtr<IUnknown> answer;
