@@ -1,4 +1,4 @@
-// A sample with a fault, of which OSSIRA_FAULT is the name; the empty name is that of none.
+// A sample with a fault, whose name stands beside it in each module that is made of this.
 #include "Ossira.h"
 #include "Sample.h"
 
@@ -8,12 +8,14 @@
 using namespace Tavrik::Ossira;
 using namespace Tavrik::Samples;
 
+extern "C" const char OssiraTestFault[];
+
 namespace
 {
 
-constexpr bool Is(std::string_view fault)
+bool Is(std::string_view fault)
 {
-    return fault == OSSIRA_FAULT;
+    return fault == OssiraTestFault;
 }
 
 std::set<const void*> gKnown; // which nobody guards
@@ -135,6 +137,5 @@ private:
 
 OSSIRA_CLASS(T_Faulty, "Faulty")
 
-constexpr CLSID FiledClass =
-    Is("MissingInterface") ? T_Faulty::ClassId : CLSID{0x7E57FA18, 0, 0, {}};
+const CLSID FiledClass = Is("MissingInterface") ? T_Faulty::ClassId : CLSID{0x7E57FA18, 0, 0, {}};
 OSSIRA_BOOTSTRAP(FiledClass, BootstrapRegistryStartup_Level1, GUID_Null, "Faulty")
