@@ -27,8 +27,6 @@ namespace
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr std::size_t StreamLimit = 4U << 20U;
-
 // One stream of the child's. The write end is closed here as soon as the child has it.
 class CPipe
 {

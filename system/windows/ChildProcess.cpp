@@ -24,8 +24,6 @@ namespace
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr std::size_t StreamLimit = 4U << 20U;
-
 struct CloseIt
 {
     void operator()(HANDLE handle) const noexcept
