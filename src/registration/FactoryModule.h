@@ -61,8 +61,7 @@ public:
         void End() noexcept
         {
             if (mModule != nullptr)
-                std::exchange(mModule, nullptr)
-                    ->mUsesEnded.fetch_add(1, std::memory_order_release);
+                std::exchange(mModule, nullptr)->mUsesEnded.fetch_add(1, std::memory_order_release);
         }
 
         // Null while the module is not loaded.
