@@ -79,6 +79,28 @@ TEST(Concurrency, OneFactoryAndOneRegistryServeThreadsThatReadLoadAndUnloadModul
     }
 }
 
+// A module that said that it may go is wanted before it is gone. Its last object is not given back
+// beside a flush.
+TEST(Concurrency, AModuleThatIsBeingFlushedServesWhoeverComesInTime)
+{
+    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
+    ASSERT_EQ(RegisterModule(ModuleFile("good", "Counter"), nullptr, factory.Get()), S_OK);
+    for (int round = 0; round < 1500; ++round)
+    {
+        ObjectPtr<ICounter> counter;
+        InThreads(2,
+                  [&](std::uint32_t number)
+                  {
+                      const Result result =
+                          number == 0 ? factory->FlushModules()
+                                      : factory->GetClassObject(CLSID_Counter, IID_ICounter,
+                                                                counter.PutVoid());
+                      EXPECT_EQ(result, S_OK);
+                  });
+        ASSERT_EQ(counter->Count(), 1);
+    }
+}
+
 TEST(Concurrency, LinesStayWholeWhileTheObserverIsSwapped)
 {
     ObjectPtr<IObserverPrint> former;

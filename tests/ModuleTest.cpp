@@ -48,6 +48,79 @@ Result CreateFirst(IObjectFactory& factory)
     return created;
 }
 
+// A host's own observer, which outlives its use.
+class HostObserver final : public IObserverPrint
+{
+public:
+    Result QueryInterface(const IID&, void**) override
+    {
+        return E_NOINTERFACE;
+    }
+
+    std::uint32_t AddRef() override
+    {
+        return 2;
+    }
+
+    std::uint32_t Release() override
+    {
+        return 1;
+    }
+
+    std::uint32_t GetLevelMask() override
+    {
+        return mMask;
+    }
+
+    Result SetLevelMask(std::uint32_t set, std::uint32_t clear) override
+    {
+        mMask = (mMask & ~clear) | set;
+        return S_OK;
+    }
+
+    Result Print(std::uint32_t, const SourceLocation*, const char*, std::va_list) override
+    {
+        ++Lines;
+        return S_OK;
+    }
+
+    std::size_t Lines = 0;
+
+private:
+    std::uint32_t mMask = 0;
+};
+
+// The first observer that a module meets, and the one that is in place then.
+TEST(Modules, FollowTheLevelsOfWhicheverObserverIsInPlace)
+{
+    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
+    ASSERT_EQ(RegisterModule(ModuleFile("good", "Counter"), nullptr, factory.Get()), S_OK);
+    ObjectPtr<IObserverPrint> former;
+    ASSERT_EQ(GetGlobalObserver(former.Put()), S_OK);
+    HostObserver host;
+    IObserverPrint* const own = &host;
+    for (IObserverPrint* const met : {former.Get(), own})
+    {
+        EXPECT_EQ(factory->FlushModules(), S_OK);
+        for (IObserverPrint* const inPlace : {met, former.Get(), met, own, met})
+        {
+            ASSERT_EQ(SetGlobalObserver(inPlace), S_OK);
+            for (const std::uint32_t mask : {0u, PRINT_TRACE, 0u})
+            {
+                const ObserverMaskScope scope(mask);
+                const DiagnosticsCapture capture;
+                host.Lines = 0;
+                ObjectPtr<ICounter> counter;
+                EXPECT_EQ(factory->GetClassObject(CLSID_Counter, IID_ICounter, counter.PutVoid()),
+                          S_OK);
+                const std::size_t lines = capture.CountLinesWith(" created; ");
+                EXPECT_EQ(inPlace == own ? host.Lines : lines, mask == 0 ? 0u : 1u);
+            }
+        }
+    }
+    EXPECT_EQ(SetGlobalObserver(former.Get()), S_OK);
+}
+
 TEST(Modules, EveryFaultEndsAsItsCodeAndItsLine)
 {
     const auto registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <functional>
 #include <regex>
+#include <span>
 #include <thread>
 
 namespace Tavrik::Ossira
@@ -108,6 +109,37 @@ TEST(ConcurrentThreadPool, WorkersThatWaitRunWhatIsQueuedToThem)
         EXPECT_EQ(RunJob(*pool, false, [&](CAbortFlag) { ++copies; }), S_OK);
         EXPECT_GE(copies, 2);
         isServed = true;
+    }
+}
+
+// Three callers want the pool at once, of whom one has its record. A worker's copies that nobody
+// has begun are taken back. Where the run was left too early, a copy counts in a frame that is
+// gone.
+TEST(ConcurrentThreadPool, AnAsymmetricCallerIsThereForEveryCopyWhetherItLooksOrSleeps)
+{
+    const PoolPtr pool(CreateThreadPool(3)), other(CreateThreadPool(2));
+    for (const int microseconds : {0, 1, 30, 200})
+    {
+        const auto run = [&](bool fromWorker)
+        {
+            int copies[4] = {}; // of the caller and of each worker
+            const auto work = [&](CAbortFlag)
+            {
+                const int own = pool->CurrentWorker() + 1;
+                if (own * microseconds != 0)
+                    std::this_thread::sleep_for(std::chrono::microseconds(own * microseconds));
+                ++copies[own];
+            };
+            EXPECT_EQ(RunJob(*pool, false, work), S_OK);
+            for (const int count : std::span(copies).subspan(1))
+                EXPECT_TRUE(count == 1 || (fromWorker && count == 0)) << count;
+        };
+        for (int round = 0; round < 20; ++round)
+        {
+            InThreads(3, [&](std::uint32_t) { run(false); });
+            run(false);
+            RunJob(*other, false, [&](CAbortFlag) { run(other->CurrentWorker() >= 0); });
+        }
     }
 }
 

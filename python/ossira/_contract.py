@@ -363,7 +363,8 @@ class IThreadPool(Interface):
          A symmetric run (`symmetric` not 0) is for short jobs: the calling thread keeps its processor
          while it waits, no further copies are handed out once one has ended, and copies that no
          worker has begun when the calling thread has done its share are taken back. An asymmetric run
-         hands a copy to every worker, and the calling thread sleeps until they have ended.
+         hands a copy to every worker, and the calling thread sleeps until they have ended, unless
+         that is within about 100 microseconds.
 
          Answers 0, or -1 when the abort flag was raised. `abortFlag` is lowered first; raised by
          anybody it keeps further copies from starting. It may be null, then the run has a flag of its

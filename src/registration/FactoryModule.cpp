@@ -27,29 +27,13 @@ catch (...)
     DiscardCaught(); // a destructor has nobody to tell
 }
 
-CFactoryModule::CUse::CUse(CFactoryModule& module) noexcept : mModule(module)
-{
-    const tSystem::CLockGuard guard(mModule.mLock);
-    ++mModule.mUses;
-    ++mModule.mUsesBegun;
-    mLoader = mModule.mLibrary.get();
-}
-
-CFactoryModule::CUse::~CUse()
-{
-    const tSystem::CLockGuard guard(mModule.mLock);
-    --mModule.mUses;
-}
-
 // The module's start-up code runs in here and may come here itself; whoever is through first wins.
-Result CFactoryModule::CUse::Load()
+Result CFactoryModule::CUse::LoadNow()
 {
-    if (mLoader != nullptr)
-        return S_OK;
     const tSystem::CLockGuard section(GlobalCriticalSection());
     std::unique_ptr<CDynLib> opened;
-    std::wstring path = mModule.mPath;
-    mLoader = mModule.Install(opened, path);
+    std::wstring path = mModule->mPath;
+    mLoader = mModule->Install(opened, path);
     if (mLoader != nullptr)
         return S_OK;
     opened = std::make_unique<CDynLib>();
@@ -58,7 +42,7 @@ Result CFactoryModule::CUse::Load()
         opened->ReportFailure(path.c_str());
         return result;
     }
-    mLoader = mModule.Install(opened, path);
+    mLoader = mModule->Install(opened, path);
     return S_OK;
 }
 
@@ -66,7 +50,7 @@ void CFactoryModule::CUse::Adopt(std::unique_ptr<CDynLib>& opened, const std::ws
 {
     const tSystem::CLockGuard section(GlobalCriticalSection());
     std::wstring newPath = path;
-    mLoader = mModule.Install(opened, newPath);
+    mLoader = mModule->Install(opened, newPath);
 }
 
 CDynLib* CFactoryModule::Install(std::unique_ptr<CDynLib>& opened, std::wstring& path) noexcept
@@ -82,27 +66,22 @@ CDynLib* CFactoryModule::Install(std::unique_ptr<CDynLib>& opened, std::wstring&
 
 bool CFactoryModule::UnloadIfIdle()
 {
-    CDynLib* library = nullptr;
+    CUse use;
     std::uint64_t begun = 0;
     {
         const tSystem::CLockGuard guard(mLock);
-        if (mLibrary == nullptr || mUses != 0)
+        if (mLibrary == nullptr || IsInUse())
             return false;
-        ++mUses;
+        use.Begin(*this);
         begun = mUsesBegun;
-        library = mLibrary.get();
     }
-    const bool agrees = library->CanUnloadNow() == S_OK;
-    if (!agrees)
-    {
-        const tSystem::CLockGuard guard(mLock);
-        --mUses;
+    if (use.Loader()->CanUnloadNow() != S_OK)
         return false;
-    }
     const tSystem::CLockGuard section(GlobalCriticalSection());
     std::unique_ptr<CDynLib> unloaded; // outside the word: the module's clean-up code runs then
     const tSystem::CLockGuard guard(mLock);
-    if (--mUses == 0 && mUsesBegun == begun)
+    use.End();
+    if (mUsesBegun == begun && !IsInUse())
         unloaded = std::move(mLibrary);
     return unloaded != nullptr;
 }

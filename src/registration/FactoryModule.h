@@ -1,12 +1,16 @@
 // One module file as an object factory has it: its loader, who is at work in it, and when it may be
-// unloaded. Modules come and go under the process-wide section; the word guards only the fields.
+// unloaded. Modules come and go under the process-wide section; what guards the fields is the
+// factory's own word, so that a class is found and its module kept in one step. Who has done with a
+// module only counts, on a line that belongs to that module.
 #pragma once
 
 #include "DynLib.h"
 #include "FastCriticalSection.h"
 
+#include <atomic>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace Tavrik::Ossira
 {
@@ -14,7 +18,8 @@ namespace Tavrik::Ossira
 class CFactoryModule
 {
 public:
-    explicit CFactoryModule(std::wstring path) : mPath(std::move(path))
+    CFactoryModule(std::wstring path, tSystem::CFastCriticalSection& word)
+        : mLock(word), mPath(std::move(path))
     {
     }
 
@@ -28,10 +33,36 @@ public:
     class CUse
     {
     public:
-        explicit CUse(CFactoryModule& module) noexcept;
-        ~CUse();
+        CUse() noexcept = default; // of none yet
+
+        explicit CUse(CFactoryModule& module) noexcept
+        {
+            const tSystem::CLockGuard guard(module.mLock);
+            Begin(module);
+        }
+
+        ~CUse()
+        {
+            End();
+        }
+
         CUse(const CUse&) = delete;
         CUse& operator=(const CUse&) = delete;
+
+        // Begins the use of a module, with the factory's word held.
+        void Begin(CFactoryModule& module) noexcept
+        {
+            mModule = &module;
+            ++module.mUsesBegun;
+            mLoader = module.mLibrary.get();
+        }
+
+        // With or without it, and once at most.
+        void End() noexcept
+        {
+            if (mModule != nullptr)
+                std::exchange(mModule, nullptr)->mUsesEnded.fetch_add(1, std::memory_order_release);
+        }
 
         // Null while the module is not loaded.
         [[nodiscard]] CDynLib* Loader() const noexcept
@@ -40,15 +71,20 @@ public:
         }
 
         // Loads the module unless it is loaded; answers as `CDynLib::Open`, and throws as it does.
-        [[nodiscard]] Result Load();
+        [[nodiscard]] Result Load()
+        {
+            return mLoader != nullptr ? S_OK : LoadNow();
+        }
 
         // Takes over a loader that was opened with `path`, by which the module is loaded from now
         // on, unless the module is loaded. Throws `std::bad_alloc`; the loader is then not taken.
         void Adopt(std::unique_ptr<CDynLib>& opened, const std::wstring& path);
 
     private:
-        CFactoryModule& mModule;
-        CDynLib* mLoader;
+        [[nodiscard]] Result LoadNow();
+
+        CFactoryModule* mModule = nullptr;
+        CDynLib* mLoader = nullptr;
     };
 
     // Asks the module and unloads it if it agrees, and no use lasts or began since it was asked.
@@ -59,11 +95,17 @@ private:
     // Puts the loader in place unless there is one; answers the one in place.
     CDynLib* Install(std::unique_ptr<CDynLib>& opened, std::wstring& path) noexcept;
 
-    tSystem::CFastCriticalSection mLock; // guards what follows
-    std::wstring mPath;                  // changes under the process-wide section only
-    std::unique_ptr<CDynLib> mLibrary;   // goes only under the process-wide section, out of use
-    std::uint32_t mUses = 0;
+    // With the word held.
+    [[nodiscard]] bool IsInUse() const noexcept
+    {
+        return mUsesEnded.load(std::memory_order_acquire) != mUsesBegun;
+    }
+
+    tSystem::CFastCriticalSection& mLock; // the factory's; guards what follows
+    std::wstring mPath;                   // changes under the process-wide section only
+    std::unique_ptr<CDynLib> mLibrary;    // goes only under the process-wide section, out of use
     std::uint64_t mUsesBegun = 0;
+    std::atomic<std::uint64_t> mUsesEnded = 0; // without the word
 };
 
 // What the runtime's own factory offers the class register service beyond `IObjectFactory`. It is

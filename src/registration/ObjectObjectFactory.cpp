@@ -95,7 +95,7 @@ ModuleItems::value_type& T_ObjectFactory::AdmitFile(const wchar_t* fileName)
 {
     ModuleItems made;
     const std::wstring key = fileName;
-    made.try_emplace(key, key);
+    made.try_emplace(key, key, mLock);
     const tSystem::CLockGuard guard(mLock);
     mModules.merge(made);
     return *mModules.find(key);
@@ -166,15 +166,20 @@ try
     OSSIRA_CHECK_REFERENCE(iid);
     OSSIRA_CHECK(!SameGuid(clsid, CLSID_GlobalSingleton), E_INVALIDARG,
                  "CLSID_GlobalSingleton - cannot create singleton from singleton");
+    const ModuleItems::value_type* file = nullptr;
+    CFactoryModule::CUse module;
     bool isKnown = false;
-    ModuleItems::value_type* file = nullptr;
     {
         const tSystem::CLockGuard guard(mLock);
-        const ClassItem* const item = mTable.Find(clsid);
-        isKnown = item != nullptr;
-        file = isKnown ? item->File : nullptr;
+        if (const ClassItem* const item = mTable.Find(clsid))
+        {
+            isKnown = true;
+            file = item->File;
+            if (file != nullptr)
+                module.Begin(item->File->second);
+        }
     }
-    if (!isKnown)
+    if (!isKnown) [[unlikely]]
     {
         OSSIRA_PRINT(CurrentLevelMask(), PRINT_ERROR, "Unknwon class-id %s - Cannot create class\n",
                      CGuidText(clsid).Text());
@@ -188,7 +193,6 @@ try
     }
     else
     {
-        CFactoryModule::CUse module(file->second);
         OSSIRA_CHECK_CALL_TWICE(module.Load(), "DynLib.Open()");
         OSSIRA_CHECK_CALL_TWICE(module.Loader()->GetClassObject(clsid, iid, &object),
                                 "DynLib.GetClassObject()");

@@ -30,10 +30,8 @@ constinit Tavrik::tSystem::CFastCriticalSection gObserverLock;
 constinit Holder gHolders[16]; // one is in place, others are still in use by slow observers
 constinit Holder* gInPlace = nullptr;
 
-// The mask of the observer in place, if that one tells it; else `Untold`. Written with the lock
-// held, read without it.
-constexpr std::uint64_t Untold = std::uint64_t{1} << 32;
-constinit std::atomic<std::uint64_t> gToldMask = 0;
+// Written with the lock held, read without it.
+constinit ToldMask gToldMask = 0;
 
 void Drop(Holder* holder)
 {
@@ -94,6 +92,11 @@ void TellLevelMask(const IObserverPrint& observer, const std::atomic<std::uint32
     const CLockGuard guard(gObserverLock);
     if (gInPlace != nullptr && gInPlace->Observer == &observer)
         gToldMask.store(mask.load(), std::memory_order_relaxed);
+}
+
+const ToldMask* GlobalToldMask() noexcept
+{
+    return &gToldMask;
 }
 
 bool IsGlobalObserver(const IObserverPrint* observer) noexcept

@@ -16,13 +16,14 @@ namespace
 
 class T_DebugOutputObserverPrint : public IObserverPrint,
                                    public CObjectIdentity<T_DebugOutputObserverPrint>,
+                                   public IToldMask,
                                    public COssiraUnknown
 {
 public:
     static constexpr CLSID ClassId = CLSID_DebugOutputObserverPrint;
     static constexpr std::string_view ClassName = "DebugOutputObserverPrint";
 
-    OSSIRA_INTERFACES(IObserverPrint, IObjectIdentity)
+    OSSIRA_INTERFACES(IObserverPrint, IObjectIdentity, IToldMask)
 
     std::uint32_t GetLevelMask() override
     {
@@ -38,6 +39,11 @@ public:
 
     Result Print(std::uint32_t level, const SourceLocation* location, const char* format,
                  std::va_list arguments) override;
+
+    const ToldMask* Told() noexcept override
+    {
+        return GlobalToldMask();
+    }
 
 private:
     std::atomic<std::uint32_t> mMask = PRINT_ERROR;

@@ -227,10 +227,18 @@ bool CElfFile::Keep(const Elf64_Dyn& entry) noexcept
 
 const Elf64_Phdr* CElfFile::SegmentOf(std::uint64_t address) const noexcept
 {
-    for (const Elf64_Phdr& segment : std::span(mLoaded, mLoadedCount))
+    const auto holds = [address](const Elf64_Phdr& segment)
     {
-        if (address >= segment.p_vaddr && address - segment.p_vaddr < segment.p_memsz)
-            return &segment;
+        return address >= segment.p_vaddr && address - segment.p_vaddr < segment.p_memsz;
+    };
+    if (mLastLoaded < mLoadedCount && holds(mLoaded[mLastLoaded]))
+        return &mLoaded[mLastLoaded];
+    for (std::size_t index = 0; index < mLoadedCount; ++index)
+    {
+        if (!holds(mLoaded[index]))
+            continue;
+        mLastLoaded = index;
+        return &mLoaded[index];
     }
     return nullptr;
 }

@@ -95,12 +95,13 @@ private:
     std::uint64_t mNames = 0; // their address; 0: not known
     std::size_t mNeededCount = 0;
     std::size_t mLoadedCount = 0;
+    mutable std::size_t mLastLoaded = 0; // where an address was found last: the next is near it
     std::size_t mDynamicCount = 0;
     std::uint64_t mNeeded[NeededLimit];
     Elf64_Phdr mLoaded[SegmentLimit]; // by ascending address
     Elf64_Dyn mDynamic[DynamicLimit];
     std::size_t mHeadSize = 0;
-    unsigned char mHead[8192]; // the file's first bytes: headers, and mostly the names
+    unsigned char mHead[16384]; // the file's first bytes: headers, and mostly the tables
 };
 
 } // namespace Tavrik::tSystem

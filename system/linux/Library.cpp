@@ -16,6 +16,14 @@
 #include <utility>
 #include <vector>
 
+extern "C"
+{
+    // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names for this library's own parts
+    [[gnu::visibility("hidden")]] extern const Elf64_Dyn _DYNAMIC[];
+    [[gnu::visibility("hidden")]] extern const unsigned char __ehdr_start[];
+    // NOLINTEND(bugprone-reserved-identifier)
+}
+
 namespace Tavrik::tSystem
 {
 
@@ -101,6 +109,25 @@ bool Exists(const std::string& path)
     return access(path.c_str(), F_OK) == 0;
 }
 
+// Whether this library needs that one too, or is it: then it is loaded, and the folder need not be
+// asked. Most modules need nothing else.
+bool IsLoadedWithThisLibrary(const char* name) noexcept
+{
+    const Elf64_Dyn* table = _DYNAMIC;
+    while (table->d_tag != DT_STRTAB) // none is without
+        ++table;
+    // Some loaders leave there what stands in the file.
+    const auto begin = reinterpret_cast<std::uintptr_t>(__ehdr_start);
+    const std::uint64_t names = table->d_un.d_ptr + (table->d_un.d_ptr < begin ? begin : 0);
+    for (const Elf64_Dyn* entry = _DYNAMIC; entry->d_tag != DT_NULL; ++entry)
+    {
+        if ((entry->d_tag == DT_NEEDED || entry->d_tag == DT_SONAME) &&
+            std::strcmp(reinterpret_cast<const char*>(names + entry->d_un.d_val), name) == 0)
+            return true;
+    }
+    return false;
+}
+
 bool IsLoaded(const char* name)
 {
     return LibraryHandle(dlopen(name, RTLD_LAZY | RTLD_NOLOAD)) != nullptr;
@@ -145,7 +172,7 @@ public:
 private:
     bool LoadNeighbour(const char* name, int level)
     {
-        if (std::strchr(name, '/') != nullptr)
+        if (std::strchr(name, '/') != nullptr || IsLoadedWithThisLibrary(name))
             return true;
         const std::string path = std::string(mFolder) + name;
         if (!Exists(path) || IsLoaded(name) ||

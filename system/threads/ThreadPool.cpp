@@ -38,7 +38,8 @@ Result Complain(int number, Result code) noexcept
 
 } // namespace
 
-CThreadPool::CThreadPool(std::int32_t threadCount) noexcept : mThreadCount(threadCount)
+CThreadPool::CThreadPool(std::int32_t threadCount) noexcept
+    : mThreadCount(threadCount), mIsCrowded(threadCount >= CountProcessors())
 {
     gLivePools.fetch_add(1);
     const CLockGuard guard(gPoolsLock);
@@ -112,6 +113,7 @@ Result CThreadPool::CreateSlots() noexcept
             return Complain(11, Ossira::E_FAIL);
         if (!slot.Wake.Create())
             return Complain(12, Ossira::E_FAIL);
+        slot.Record = &mRecord;
         slot.Thread.reset(WinThread::Create());
         if (slot.Thread == nullptr)
             return Complain(13, Ossira::E_OUTOFMEMORY);
@@ -150,13 +152,16 @@ bool CThreadPool::HasWorkers() const noexcept
 
 CThreadPool::Use CThreadPool::Enter() noexcept
 {
-    mUses.fetch_add(1);
-    return Use(this);
+    std::int32_t uses = mUses.load();
+    while (!mUses.compare_exchange_weak(uses, (uses + 1) | RecordTaken))
+    {
+    }
+    return {this, {(uses & RecordTaken) == 0}};
 }
 
-void CThreadPool::Leave() noexcept
+void CThreadPool::Leave(std::int32_t uses) noexcept
 {
-    if (mUses.fetch_sub(1) == 1)
+    if (mUses.fetch_sub(uses) == uses)
         delete this;
 }
 
@@ -166,13 +171,13 @@ void* CThreadPool::DeletingDestructor(std::uint32_t flags)
     if ((flags & freeMemory) == 0)
         return DestroyAsFlagged(this, flags);
     void* const address = this;
-    Leave();
+    Leave(1);
     return address;
 }
 
 Result CThreadPool::Release()
 {
-    Leave();
+    Leave(1);
     return Ossira::S_OK;
 }
 
@@ -238,8 +243,7 @@ try
 {
     OSSIRA_CHECK_POINTER(function);
     const Use use = Enter(); // the answer is found before it is left
-    std::uint8_t ownFlag = 0;
-    CMessage message(*this, *function, abortFlag == nullptr ? &ownFlag : abortFlag, name);
+    CMessage message(*this, use.get_deleter().OwnsRecord, *function, abortFlag, name);
     const std::int64_t start = gStatistics != 0 ? PerformanceCounter() : NoStatistics;
 
     if (mThreadCount <= 1 || !HasWorkers())
@@ -264,6 +268,7 @@ void CThreadPool::RunAlone(CMessage& message, std::int64_t start) noexcept
 
 void CThreadPool::RunSymmetric(CMessage& message, std::int64_t start) noexcept
 {
+    message.SetDoneEvent(nullptr);
     const bool all = message.QueueCopies(true);
     if (!all && start != NoStatistics)
     {
@@ -290,7 +295,7 @@ bool CThreadPool::RunAsymmetric(CMessage& message, std::int64_t start) noexcept
         (void)Complain(15, RunFailed);
         return false;
     }
-    message.SetDoneEvent(own != nullptr ? own->Wake : doneEvent);
+    message.SetDoneEvent(own != nullptr ? &own->Wake : &doneEvent);
     message.QueueCopies(false);
     message.RunOnCaller();
     // A job that calls `Run` itself must not wait for workers that may be waiting for it.

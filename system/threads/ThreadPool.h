@@ -68,7 +68,9 @@ private:
     // Not after they were ended, and not in a process that is a copy of theirs.
     [[nodiscard]] bool HasWorkers() const noexcept;
 
-    void Leave() noexcept;
+    // The record goes to whoever enters while nobody has it.
+    static constexpr std::int32_t RecordTaken = 1 << 30;
+    void Leave(std::int32_t uses) noexcept;
 
     // Keeps the pool. Whoever leaves last destroys it: its owner, or, when the owner gave it up
     // while jobs ran and maybe by a job itself, the thread that asked for the last run. That is
@@ -77,20 +79,24 @@ private:
     {
         void operator()(CThreadPool* pool) const noexcept
         {
-            pool->Leave();
+            pool->Leave(OwnsRecord ? 1 + RecordTaken : 1);
         }
+
+        bool OwnsRecord = false;
     };
     using Use = std::unique_ptr<CThreadPool, LeavePool>;
     [[nodiscard]] Use Enter() noexcept;
 
-    std::atomic<std::int32_t> mUses = 1;
+    std::atomic<std::int32_t> mUses = 1; // and whether the record is taken
     std::atomic<bool> mHasWorkers = false;
     std::uint32_t mForks = 0; // when they were started
     CThreadPool* mNextPool = nullptr;
     CThreadPool* mFormerPool = nullptr;
 
     std::int32_t mThreadCount;
+    bool mIsCrowded; // there are more threads than processors
     std::array<std::atomic<std::uintptr_t>, MaxThreads> mWorkers = {}; // their marks
+    alignas(64) CRunRecord mRecord;                                    // of one run at a time
     std::array<CWorkerSlot, MaxThreads> mSlots; // the first mThreadCount are used
 };
 

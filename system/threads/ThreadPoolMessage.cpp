@@ -1,11 +1,15 @@
-// The life of a run: copies are queued, the caller does a share of its own, and the record may go
-// when the last worker has let go of it. A symmetric run's worker does so by counting its copy as
-// done; an asymmetric one's still has to set the event then and is counted as busy meanwhile.
+// The life of a run: copies are handed out, the caller does a share of its own, and leaves when all
+// of them are done or taken back. Between a caller and a worker that are both awake one cache line
+// moves to and fro, that of the copy's state: the record is the same one run after the other, and
+// what is written into it anew as a rule is what stands there.
 #include "ThreadPoolMessage.h"
 
 #include "OssiraDiagnostics.h"
 
+#include <bit>
+#include <memory>
 #include <new>
+#include <type_traits>
 
 namespace Tavrik::tSystem::tThreads
 {
@@ -40,71 +44,111 @@ Result CodeOfCaught() noexcept
 
 } // namespace
 
-CThreadPool::CMessage::CMessage(CThreadPool& pool, IThreadFunction& function,
-                                std::uint8_t* abortFlag, const char* name) noexcept
-    : mPool(pool), mFunction(function), mAbortFlag(abortFlag), mName(name == nullptr ? "?" : name),
-      mExpected(pool.mThreadCount)
+namespace
 {
-    CAbortFlag(mAbortFlag).Lower();
+
+// A line that is not written stays in the caches of those who read it.
+template <class Field>
+void Put(Field& field, std::type_identity_t<Field> value) noexcept
+{
+    if (field != value)
+        field = value;
 }
 
-void CThreadPool::CMessage::Run() noexcept
+} // namespace
+
+CThreadPool::CMessage::CMessage(CThreadPool& pool, bool ownsRecord, IThreadFunction& function,
+                                std::uint8_t* abortFlag, const char* name) noexcept
+    : mPool(pool), mOwnsRecord(ownsRecord), mRecord(ownsRecord ? pool.mRecord : mOwnRecord)
+{
+    Put(mRecord.Pool, &pool);
+    Put(mRecord.Function, &function);
+    Put(mRecord.AbortFlag, abortFlag == nullptr ? &mRecord.OwnFlag : abortFlag);
+    Put(mRecord.Name, name == nullptr ? "?" : name);
+    if (IsAborted())
+        CAbortFlag(mRecord.AbortFlag).Lower();
+}
+
+// What the job throws ends here, raises the flag and is told in a line.
+void CThreadPool::CMessage::CallJob(const CRunRecord& run) noexcept
 {
     try
     {
-        mFunction.Run(mAbortFlag);
+        run.Function->Run(run.AbortFlag);
     }
     catch (...)
     {
         const Result code = CodeOfCaught();
-        CAbortFlag(mAbortFlag).Raise();
+        CAbortFlag(run.AbortFlag).Raise();
         Ossira::DebugOutputF(
             "\aCThreadPool::CMessage::Run Thread:(%d) - Exception for %s: Code: 0x%X\n",
-            mPool.CurrentWorker(), mName, static_cast<std::uint32_t>(code));
+            run.Pool->CurrentWorker(), run.Name, static_cast<std::uint32_t>(code));
     }
+}
+
+void CThreadPool::CMessage::Run() noexcept
+{
+    CallJob(mRecord);
 }
 
 bool CThreadPool::CMessage::RunNext(CWorkerSlot& slot) noexcept
 {
-    const CQueuedCopy* const copy = slot.Pop();
-    if (copy == nullptr)
+    if (slot.First.Take())
+    {
+        RunCopy(*slot.Record, slot.First);
+        return true;
+    }
+    CQueuedCopy* const copy = slot.Pop();
+    if (copy == nullptr || !copy->State.Take())
         return false;
-    static_cast<CMessage*>(copy->Message)->RunOnWorker();
+    RunCopy(*copy->Run, copy->State);
     return true;
 }
 
-void CThreadPool::CMessage::RunOnWorker() noexcept
+// A caller that sleeps stays until this leaves; one that is awake is gone as soon as it sees the
+// copy done, and the record and the event may be gone with it.
+void CThreadPool::CMessage::RunCopy(const CRunRecord& run, CCopyState& state) noexcept
 {
-    CEvent* const doneEvent = mDoneEvent; // without one the record is gone once the copy counts
-    if (doneEvent != nullptr)
-        mBusy.fetch_add(1);
-    if (!IsAborted())
-        Run();
-    const std::int32_t done = mDone.fetch_add(1) + 1;
-    if (doneEvent == nullptr)
-        return;
-    if (done == mExpected)
-        doneEvent->Set();
-    mBusy.fetch_sub(1);
+    // The copies of the other workers are waited for too, and those may wait for this processor.
+    const bool givesWay = run.DoneEvent != nullptr && run.Pool->mIsCrowded;
+    if (!CAbortFlag(run.AbortFlag).IsRaised())
+        CallJob(run);
+    if (!state.Finish())
+    {
+        run.DoneEvent->Set();
+        state.Leave();
+    }
+    if (givesWay)
+        GiveWay();
 }
 
-void CThreadPool::CMessage::SetDoneEvent(CEvent& event) noexcept
+void CThreadPool::CMessage::SetDoneEvent(CEvent* event) noexcept
 {
-    mDoneEvent = &event;
+    Put(mRecord.DoneEvent, event);
+}
+
+CCopyState& CThreadPool::CMessage::FirstUndone() noexcept
+{
+    const auto worker = static_cast<std::size_t>(std::countr_zero(mUndone));
+    return mOwnsRecord ? mPool.mSlots[worker].First : mCopies[worker].State;
 }
 
 bool CThreadPool::CMessage::QueueCopies(bool breakEarly) noexcept
 {
-    for (std::int32_t worker = 0; worker < mPool.mThreadCount; ++worker)
+    const auto count = static_cast<std::size_t>(mPool.mThreadCount);
+    for (std::size_t worker = 0; worker < count; ++worker)
     {
         if (breakEarly && worker > 0 && IsDone())
             return false;
         if (IsAborted())
             return true;
-        const auto index = static_cast<std::size_t>(worker);
-        mCopies[index].Message = this;
-        mPool.mSlots[index].Push(mCopies[index]);
-        ++mQueued;
+        mUndone |= std::uint64_t{1} << worker;
+        ++mHandedOut;
+        CWorkerSlot& slot = mPool.mSlots[worker];
+        if (mOwnsRecord)
+            slot.Offer();
+        else
+            slot.Push(*std::construct_at(&mCopies[worker], &mRecord));
     }
     return true;
 }
@@ -112,18 +156,20 @@ bool CThreadPool::CMessage::QueueCopies(bool breakEarly) noexcept
 void CThreadPool::CMessage::RunOnCaller() noexcept
 {
     if (!IsDone() && !IsAborted())
-        Run();
+        CallJob(mRecord);
 }
 
 void CThreadPool::CMessage::TakeBackCopies() noexcept
 {
-    std::int32_t takenBack = 0;
-    for (std::size_t index = 0; index < static_cast<std::size_t>(mQueued); ++index)
+    for (std::uint64_t left = mUndone; left != 0; left &= left - 1)
     {
-        if (mPool.mSlots[index].TakeBack(mCopies[index]))
-            ++takenBack;
+        const auto worker = static_cast<std::size_t>(std::countr_zero(left));
+        CWorkerSlot& slot = mPool.mSlots[worker];
+        if (mOwnsRecord ? !slot.First.TakeBack() : !slot.TakeBack(mCopies[worker]))
+            continue;
+        mUndone &= ~(std::uint64_t{1} << worker);
+        --mHandedOut;
     }
-    mQueued -= takenBack;
 }
 
 // Deep enough for jobs that call each other, and far from the end of the stack. Whoever is deeper
@@ -163,43 +209,54 @@ std::int32_t CThreadPool::CMessage::AwaitSpinning() noexcept
     return spins;
 }
 
+// It looks for a while as workers do, because waking it would cost more than many a job, and then
+// sleeps until the first of the copies that are left is done.
 std::int32_t CThreadPool::CMessage::AwaitSleeping(CWorkerSlot* own) noexcept
 {
-    // Fewer than were expected may have been queued. Whoever is done after this sees it, and what
-    // was done before this the loop sees.
-    mExpected = mQueued;
+    const auto canHelp = [own]
+    {
+        return own != nullptr && own->HasCopies() && Helps(*own);
+    };
+    std::int32_t sleeps = 0;
     while (!IsDone())
     {
-        if (own == nullptr)
-            mDoneEvent->Wait();
-        else if (!HelpOut(*own))
-            own->Await([&] { return IsDone() || (own->HasCopies() && Helps(*own)); });
+        if (own != nullptr && HelpOut(*own))
+            continue;
+        if (LookWhether([&] { return IsDone() || canHelp(); }))
+            continue;
+        CCopyState& first = FirstUndone();
+        if (own != nullptr)
+            own->Sleep([&] { return canHelp() || !first.Await(); });
+        else if (first.Await())
+            mRecord.DoneEvent->Wait();
+        ++sleeps;
     }
-
-    std::int32_t unlockSpins = 0;
-    for (; mBusy != 0; ++unlockSpins)
-        GiveWay();
-    return unlockSpins;
+    return sleeps;
 }
 
-bool CThreadPool::CMessage::IsDone() const noexcept
+bool CThreadPool::CMessage::IsDone() noexcept
 {
-    return mDone == mQueued;
+    for (; mUndone != 0; mUndone &= mUndone - 1)
+    {
+        if (!FirstUndone().IsDone())
+            return false;
+    }
+    return true;
 }
 
-std::int32_t CThreadPool::CMessage::CountDone() const noexcept
+int CThreadPool::CMessage::CountDone() const noexcept
 {
-    return mDone;
+    return mHandedOut - std::popcount(mUndone);
 }
 
 bool CThreadPool::CMessage::IsAborted() const noexcept
 {
-    return CAbortFlag(mAbortFlag).IsRaised();
+    return CAbortFlag(mRecord.AbortFlag).IsRaised();
 }
 
 const char* CThreadPool::CMessage::Name() const noexcept
 {
-    return mName;
+    return mRecord.Name;
 }
 
 const char* CThreadPool::CMessage::Outcome() const noexcept

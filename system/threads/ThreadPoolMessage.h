@@ -8,27 +8,26 @@
 namespace Tavrik::tSystem::tThreads
 {
 
-// The record of the run. It lives on the stack of the thread that called `Run` and only as long as
-// that call: what a worker tells the caller last, it tells without touching the record afterwards.
+// The caller's view of the run. It lives on the stack of the thread that called `Run` and only as
+// long as that call, which ends when all copies are done.
 class CThreadPool::CMessage
 {
 public:
-    // `name` may be null.
-    CMessage(CThreadPool& pool, IThreadFunction& function, std::uint8_t* abortFlag,
+    // `ownsRecord`: this run has the pool's record. `name` may be null.
+    CMessage(CThreadPool& pool, bool ownsRecord, IThreadFunction& function, std::uint8_t* abortFlag,
              const char* name) noexcept;
     CMessage(const CMessage&) = delete;
     CMessage& operator=(const CMessage&) = delete;
 
-    // Calls the job once. What it throws ends here, raises the flag and is told in a line.
-    void Run() noexcept;
-
-    // Runs the copy at the front of a worker's queue; false when there is none.
+    // Runs what was handed out to a worker; false when there is nothing.
     static bool RunNext(CWorkerSlot& slot) noexcept;
 
-    // --- For the caller of the run
+    // Calls the job once, whatever the flag says.
+    void Run() noexcept;
 
-    // The event to be set when the last copy was done; before any copy is queued.
-    void SetDoneEvent(CEvent& event) noexcept;
+    // The event to be set when the caller sleeps and a copy is done, null for a caller that never
+    // sleeps; before any copy is handed out.
+    void SetDoneEvent(CEvent* event) noexcept;
 
     // Hands copies to the workers, one after the other, until the flag is raised. With `breakEarly`
     // also until those handed out so far are done: there is no work left. False after such a break.
@@ -45,27 +44,29 @@ public:
     std::int32_t AwaitSpinning() noexcept;
     std::int32_t AwaitSleeping(CWorkerSlot* own) noexcept;
 
-    [[nodiscard]] std::int32_t CountDone() const noexcept;
+    [[nodiscard]] int CountDone() const noexcept;
     [[nodiscard]] bool IsAborted() const noexcept;
     [[nodiscard]] const char* Name() const noexcept;
     [[nodiscard]] const char* Outcome() const noexcept;
 
 private:
-    void RunOnWorker() noexcept;
-    [[nodiscard]] bool IsDone() const noexcept;
+    static void CallJob(const CRunRecord& run) noexcept;
+    static void RunCopy(const CRunRecord& run, CCopyState& state) noexcept;
+    [[nodiscard]] CCopyState& FirstUndone() noexcept;
+    [[nodiscard]] bool IsDone() noexcept;
     [[nodiscard]] static bool Helps(const CWorkerSlot& own) noexcept;
     static bool HelpOut(CWorkerSlot& own) noexcept;
 
     CThreadPool& mPool;
-    IThreadFunction& mFunction;
-    std::uint8_t* mAbortFlag;
-    const char* mName;
-    CEvent* mDoneEvent = nullptr;
-    std::int32_t mQueued = 0;            // the caller's; workers read mExpected
-    std::atomic<std::int32_t> mExpected; // whose copy is this one sets the event
-    std::atomic<std::int32_t> mDone = 0;
-    std::atomic<std::int32_t> mBusy = 0; // workers that will still touch the event or this record
-    std::array<CQueuedCopy, MaxThreads> mCopies;
+    bool mOwnsRecord;
+    CRunRecord mOwnRecord;
+    CRunRecord& mRecord;       // the pool's, or that one
+    int mHandedOut = 0;        // and not taken back
+    std::uint64_t mUndone = 0; // the workers that have a copy which was not seen done, bit by bit
+    union                      // so that nothing of it is made before it is queued
+    {
+        std::array<CQueuedCopy, MaxThreads> mCopies; // of a run without the pool's record
+    };
 };
 
 } // namespace Tavrik::tSystem::tThreads

@@ -8,16 +8,17 @@ void CWorkerSlot::Push(CQueuedCopy& copy) noexcept
 {
     {
         const CLockGuard guard(mLock);
-        copy.Next = nullptr;
         (mFirst == nullptr ? mFirst : mLast->Next) = &copy;
         mLast = &copy;
         mCount.fetch_add(1);
     }
-    Wake.Set();
+    Rouse();
 }
 
 CQueuedCopy* CWorkerSlot::Pop() noexcept
 {
+    if (mCount.load() == 0)
+        return nullptr;
     const CLockGuard guard(mLock);
     CQueuedCopy* const copy = mFirst;
     if (copy == nullptr)
@@ -27,7 +28,7 @@ CQueuedCopy* CWorkerSlot::Pop() noexcept
     return copy;
 }
 
-bool CWorkerSlot::TakeBack(const CQueuedCopy& copy) noexcept
+bool CWorkerSlot::TakeBack(CQueuedCopy& copy) noexcept
 {
     const CLockGuard guard(mLock);
     CQueuedCopy* before = nullptr;
@@ -39,7 +40,7 @@ bool CWorkerSlot::TakeBack(const CQueuedCopy& copy) noexcept
         if (mLast == at)
             mLast = before;
         mCount.fetch_sub(1);
-        return true;
+        return copy.State.TakeBack();
     }
     return false;
 }
