@@ -53,8 +53,8 @@ struct ListPeer
     [[nodiscard]] static std::shared_ptr<List> MakeList(std::size_t size)
     {
         const auto list = std::make_shared<List>();
-        for (const Pointer& item : *MakeItems(size))
-            list->push_back(item);
+        for (std::size_t count = 0; count < size; ++count)
+            list->push_back(Trait::Make());
         return list;
     }
 

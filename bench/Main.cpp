@@ -8,6 +8,7 @@
 // and one that writes down what the table shows, for the report:
 //
 //     --json=FILE
+#include "Peers.h"
 #include "Table.h"
 
 #include <charconv>
@@ -149,6 +150,8 @@ try
 {
     const Options options = TakeOptions(argc, argv);
     const CSleepingThread sleeping;
+    if (options.Only && *options.Only < 2)
+        LeaveOutPeers();
     CTable table;
     bool failed = false;
     if (!options.Only)

@@ -37,15 +37,26 @@ struct CopyPointer
     }
 };
 
+// An object with six bases to be asked for.
+template <int Number>
+struct Base : virtual Poco::RefCountedObject
+{
+    int Content = Number;
+};
+
+struct SixBases : Base<1>, Base<2>, Base<3>, Base<4>, Base<5>, Base<6>
+{
+};
+
 struct CastPointer
 {
     static constexpr const char* Name = "AutoPtr::cast";
-    Poco::AutoPtr<Poco::RefCountedObject> Object = new CCounted;
+    Poco::AutoPtr<Base<1>> Object = new SixBases;
 
     void operator()()
     {
         benchmark::DoNotOptimize(Object);
-        CPocoPointer answer = Object.cast<CCounted>();
+        auto answer = Object.cast<Base<6>>();
         benchmark::DoNotOptimize(answer);
     }
 };

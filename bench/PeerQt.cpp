@@ -93,7 +93,7 @@ struct CopyExplicitlyShared : CopyPointer<CQtPointer>
 
 struct CastObject
 {
-    static constexpr const char* Name = "qobject_cast to an interface";
+    static constexpr const char* Name = "qobject_cast to the last of two interfaces";
     CQtObject Object;
 
     void operator()()

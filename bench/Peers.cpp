@@ -44,6 +44,11 @@ void AddPeers(std::vector<Contender>& contenders, Topic topic, std::size_t size)
     }
 }
 
+void LeaveOutPeers()
+{
+    Entries().clear();
+}
+
 std::string PeerLibraries()
 {
     return OSSIRA_BENCH_PEERS;

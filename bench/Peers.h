@@ -39,6 +39,9 @@ public:
 
 void AddPeers(std::vector<Contender>& contenders, Topic topic, std::size_t size = 0);
 
+// Where instructions are counted, so that no peer has to be made for the runtime or the limit.
+void LeaveOutPeers();
+
 // With their versions, and without those that were not found.
 [[nodiscard]] std::string PeerLibraries();
 [[nodiscard]] std::string MissingPeerLibraries();

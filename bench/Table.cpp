@@ -8,9 +8,12 @@
 #include "Peers.h"
 
 #include <algorithm>
+#include <array>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <fstream>
+#include <numeric>
 #include <stdexcept>
 #include <thread>
 
@@ -59,6 +62,25 @@ using Numbers = std::vector<double>;
     for (std::size_t at = 0; at < std::min(runtime.size(), limit.size()); ++at)
         ratios.push_back(runtime[at] / limit[at]);
     return ratios;
+}
+
+// The part of all processors that is at work while this program rests for a second.
+[[nodiscard]] double PercentOfOthers()
+{
+    const auto read = []
+    {
+        std::ifstream file("/proc/stat");
+        std::string name;
+        std::array<double, 8> ticks = {}; // user, nice, system, idle, waiting, ...
+        file >> name;
+        for (double& tick : ticks)
+            file >> tick;
+        return std::pair{ticks[3] + ticks[4], std::accumulate(ticks.begin(), ticks.end(), 0.0)};
+    };
+    const auto [idleBefore, allBefore] = read();
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    const auto [idle, all] = read();
+    return all > allBefore ? 100 - 100 * (idle - idleBefore) / (all - allBefore) : 0;
 }
 
 // One of a job's contenders with its times.
@@ -227,16 +249,15 @@ const CRunCollector::Measured& CRunCollector::Of(const std::string& contender) c
 
 void CTable::PrintHead()
 {
-    std::string load = "unknown";
-    std::ifstream("/proc/loadavg") >> load;
+    const double others = PercentOfOthers();
     mReport = {{"processors", std::thread::hardware_concurrency()},
-               {"load", load},
+               {"others_before", others},
                {"peers", PeerLibraries()},
                {"missing", MissingPeerLibraries()},
                {"jobs", Json::array()}};
-    std::printf("Median (least-greatest) of repetitions in the order of chance; %u processors, "
-                "load %s.\nPeers: %s.%s%s\n\n",
-                std::thread::hardware_concurrency(), load.c_str(), PeerLibraries().c_str(),
+    std::printf("Median (least-greatest) of repetitions in the order of chance; %u processors, of "
+                "which others take %.0f %%.\nPeers: %s.%s%s\n\n",
+                std::thread::hardware_concurrency(), others, PeerLibraries().c_str(),
                 MissingPeerLibraries().empty() ? "" : " Not found, and left out: ",
                 MissingPeerLibraries().c_str());
     std::printf("%-54s %-25s %-25s %-17s %-5s %-16s %s\n", "job", "runtime", "limit", "ratio",
@@ -280,6 +301,7 @@ void CTable::PrintHeap()
 
 void CTable::PrintFoot()
 {
+    mReport["others_after"] = PercentOfOthers();
     std::printf("\n= what the limit is   - for comparison   ~ what somebody might use instead\n");
 }
 
