@@ -34,6 +34,15 @@ namespace Tavrik::Ossira::tBench
         size);
 }
 
+template <class PointerType, class ListType = std::vector<PointerType>,
+          class IndexType = std::size_t>
+struct ListTrait
+{
+    using Pointer = PointerType;
+    using List = ListType;
+    using Index = IndexType;
+};
+
 // A `Trait` has a name, a `Pointer` that counts references, `Make` for an object of its own, and a
 // `List` like a vector of such pointers.
 template <class Trait>

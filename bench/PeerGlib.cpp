@@ -335,12 +335,9 @@ private:
     GPtrArray* mArray;
 };
 
-struct PointerArray
+struct PointerArray : ListTrait<CGlibPointer, CPointerArray, guint>
 {
     static constexpr const char* Name = "GPtrArray under a GMutex";
-    using Pointer = CGlibPointer;
-    using List = CPointerArray;
-    using Index = guint;
 
     [[nodiscard]] static Pointer Make()
     {

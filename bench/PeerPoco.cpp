@@ -168,12 +168,9 @@ private:
     Poco::HashMap<Key, CPocoPointer, Hash> mMap;
 };
 
-struct VectorOfPointers
+struct VectorOfPointers : ListTrait<CPocoPointer>
 {
     static constexpr const char* Name = "std::vector of AutoPtr, without a lock";
-    using Pointer = CPocoPointer;
-    using List = std::vector<Pointer>;
-    using Index = std::size_t;
 
     [[nodiscard]] static Pointer Make()
     {

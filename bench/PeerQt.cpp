@@ -205,12 +205,9 @@ struct HashUnderMutex : CGuardedHash<QMutex, QMutexLocker<QMutex>>
     using CGuardedHash::CGuardedHash;
 };
 
-struct ListOfPointers
+struct ListOfPointers : ListTrait<CQtPointer, QList<CQtPointer>, qsizetype>
 {
     static constexpr const char* Name = "QList of explicitly shared pointers, without a lock";
-    using Pointer = CQtPointer;
-    using List = QList<Pointer>;
-    using Index = qsizetype;
 
     [[nodiscard]] static Pointer Make()
     {

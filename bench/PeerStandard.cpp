@@ -200,12 +200,9 @@ struct TreeUnderMutex : CGuardedMap<OrderedMap, std::mutex, std::unique_lock<std
     using CGuardedMap::CGuardedMap;
 };
 
-struct IntrusiveVector
+struct IntrusiveVector : ListTrait<CPeerPointer>
 {
     static constexpr const char* Name = "std::vector of intrusive pointers, without a lock";
-    using Pointer = CPeerPointer;
-    using List = std::vector<Pointer>;
-    using Index = std::size_t;
 
     [[nodiscard]] static Pointer Make()
     {
@@ -213,12 +210,9 @@ struct IntrusiveVector
     }
 };
 
-struct SharedVector
+struct SharedVector : ListTrait<std::shared_ptr<CPeerObject>>
 {
     static constexpr const char* Name = "std::vector of std::shared_ptr, without a lock";
-    using Pointer = std::shared_ptr<CPeerObject>;
-    using List = std::vector<Pointer>;
-    using Index = std::size_t;
 
     [[nodiscard]] static Pointer Make()
     {
