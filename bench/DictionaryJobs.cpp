@@ -1,19 +1,10 @@
-// Dictionary reads in an order without pattern. Every key has an object of its own, a value of the
-// runtime, and all tables hold the same ones: what is compared is the tables, and neither how large
-// the objects are nor where in memory they lie.
-#include "Job.h"
+// Dictionary reads in an order without pattern, by one thread and by two. Every key has an object
+// of its own. The limit's objects are as small as objects can be; one more limit holds the same
+// values as the runtime's dictionary, so that it shows what the table alone costs.
 #include "Limits.h"
-#include "Objects.h"
 #include "OssiraClasses.h"
 #include "OssiraCollections.h"
-
-#include <algorithm>
-#include <array>
-#include <bit>
-#include <cstring>
-#include <mutex>
-#include <random>
-#include <unordered_map>
+#include "Readers.h"
 
 namespace Tavrik::Ossira::tBench
 {
@@ -21,131 +12,107 @@ namespace Tavrik::Ossira::tBench
 namespace
 {
 
-[[nodiscard]] Keys Shuffled(Keys keys)
+class CRuntimeTable
 {
-    std::shuffle(keys.begin(), keys.end(), std::mt19937_64(keys.size()));
-    return keys;
-}
-
-// Reads key after key and gives each reference back.
-template <class Read>
-void ReadKeys(benchmark::State& state, const Keys& keys, Read read)
-{
-    const CRoundReport report(state);
-    std::size_t at = 0;
-    for (auto _ : state)
+public:
+    CRuntimeTable(const Keys& keys, const Objects& objects)
     {
-        read(keys[at]);
-        if (++at == keys.size())
-            at = 0;
+        Require(CreateObject(CLSID_DictionaryGUID, mDictionary), "CreateObject");
+        for (std::size_t at = 0; at < keys.size(); ++at)
+            Require(mDictionary->SetValueGUID(keys[at], objects[at].Get()), "SetValueGUID");
     }
-}
 
-void ReadAndRelease(benchmark::State& state, const Keys& keys, auto get)
-{
-    ReadKeys(state, keys,
-             [&get](const GUID& key)
-             {
-                 void* item;
-                 get(key, &item);
-                 static_cast<IUnknown*>(item)->Release();
-             });
-}
-
-[[nodiscard]] Contender RuntimeContender(const Keys& keys, const Objects& objects)
-{
-    ObjectPtr<IDictionaryGUID> dictionary;
-    Require(CreateObject(CLSID_DictionaryGUID, dictionary), "CreateObject");
-    for (std::size_t at = 0; at < keys.size(); ++at)
-        Require(dictionary->SetValueGUID(keys[at], objects[at].Get()), "SetValueGUID");
-    return {"runtime", [dictionary, order = Shuffled(keys)](benchmark::State& state)
-            {
-                ReadAndRelease(state, order,
-                               [&dictionary](const GUID& key, void** out)
-                               { dictionary->GetValueGUID(key, IID_IValue, out); });
-            }};
-}
-
-[[nodiscard]] Contender LimitContender(const char* name, const Keys& keys, const Objects& objects,
-                                       std::shared_ptr<LimitDictionary> dictionary)
-{
-    for (std::size_t at = 0; at < keys.size(); ++at)
-        dictionary->Insert(keys[at], objects[at].Get());
-    return {name, [dictionary, order = Shuffled(keys)](benchmark::State& state)
-            {
-                ReadAndRelease(state, order,
-                               [&dictionary](const GUID& key, void** out)
-                               { dictionary->Get(key, out); });
-            }};
-}
-
-struct GuidHash
-{
-    std::size_t operator()(const GUID& key) const noexcept
+    void Read(const GUID& key)
     {
-        const auto halves = std::bit_cast<std::array<std::uint64_t, 2>>(key);
-        return halves[0] ^ halves[1];
+        void* item;
+        mDictionary->GetValueGUID(key, IID_IValue, &item);
+        static_cast<IUnknown*>(item)->Release();
     }
+
+private:
+    ObjectPtr<IDictionaryGUID> mDictionary;
 };
 
-struct GuidEqual
+class CLimitTable
 {
-    bool operator()(const GUID& a, const GUID& b) const noexcept
+public:
+    CLimitTable(const Keys& keys, const Objects& objects,
+                std::unique_ptr<LimitDictionary> dictionary)
+        : mDictionary(std::move(dictionary))
     {
-        return SameGuid(a, b);
+        for (std::size_t at = 0; at < keys.size(); ++at)
+            mDictionary->Insert(keys[at], objects[at].Get());
     }
+
+    void Read(const GUID& key)
+    {
+        void* item;
+        mDictionary->Get(key, &item);
+        static_cast<IUnknown*>(item)->Release();
+    }
+
+private:
+    std::unique_ptr<LimitDictionary> mDictionary;
 };
 
-// Objects as large as the runtime's, though not the same.
-[[nodiscard]] Contender UnorderedMapContender(const Keys& keys)
+[[nodiscard]] auto MakeRuntimeTable(const Keys& keys)
 {
-    struct Guarded
-    {
-        std::mutex Mutex;
-        std::unordered_map<GUID, StandardObject, GuidHash, GuidEqual> Map;
-    };
-    const auto guarded = std::make_shared<Guarded>();
-    for (const GUID& key : keys)
-        guarded->Map.emplace(key, MakeStandardObject());
-    return {"std::unordered_map of shared_ptr under std::mutex",
-            [guarded, order = Shuffled(keys)](benchmark::State& state)
-            {
-                ReadKeys(state, order,
-                         [&guarded](const GUID& key)
-                         {
-                             std::unique_lock guard(guarded->Mutex);
-                             auto item = guarded->Map.find(key)->second;
-                             guard.unlock();
-                             benchmark::DoNotOptimize(item);
-                         });
-            }};
+    return std::make_shared<CRuntimeTable>(keys, MakeObjects(keys.size()));
 }
 
-[[nodiscard]] Job ReadJob(const std::string& count, std::size_t keyCount)
+[[nodiscard]] auto MakeLimitTable(const Keys& keys)
 {
-    return {
-        "dictionary of " + count + " keys read", 1.5,
-        [keyCount]
-        {
-            const Keys keys = MakeKeys(keyCount);
-            const Objects objects = MakeObjects(keyCount);
-            const Objects small = MakeSmallObjects(keyCount);
-            const char* const flat = "flat table under a spin word";
-            return std::vector{
-                RuntimeContender(keys, objects),
-                LimitContender(flat, keys, objects, MakeFlatDictionary(keyCount)),
-                LimitContender("the same, holding objects of half the size", keys, small,
-                               MakeFlatDictionary(keyCount)),
-                LimitContender("std::map under a spin word", keys, objects, MakeTreeDictionary()),
-                UnorderedMapContender(keys)};
-        }};
+    return std::make_shared<CLimitTable>(keys, MakeSmallObjects(keys.size()),
+                                         MakeFlatDictionary(keys.size()));
+}
+
+[[nodiscard]] std::vector<Contender> ReadContenders(std::size_t size)
+{
+    const Keys keys = MakeKeys(size);
+    const Objects objects = MakeObjects(size);
+    const auto order = std::make_shared<const Keys>(Shuffled(keys));
+    std::vector<Contender> contenders = {
+        {"runtime", ReadKeys(std::make_shared<CRuntimeTable>(keys, objects), order)},
+        {"flat table of small objects under a spin word", ReadKeys(MakeLimitTable(keys), order)},
+        {"the same, holding the runtime's values",
+         ReadKeys(std::make_shared<CLimitTable>(keys, objects, MakeFlatDictionary(size)), order)}};
+    AddPeers(contenders, Topic::DictionaryRead, size);
+    return contenders;
+}
+
+[[nodiscard]] std::vector<Contender> ReaderContenders()
+{
+    const Keys keys = MakeKeys(1000);
+    std::vector<Contender> contenders = ReaderPair("runtime", MakeRuntimeTable(keys), keys);
+    for (Contender& contender :
+         ReaderPair("flat table of small objects under a spin word", MakeLimitTable(keys), keys))
+        contenders.push_back(std::move(contender));
+    AddPeers(contenders, Topic::DictionaryReaders, keys.size());
+    return contenders;
+}
+
+[[nodiscard]] Job ReadJob(std::size_t size, double reach)
+{
+    return {"dictionary of " + Text(size) + " keys read", reach,
+            [size]
+            {
+                return ReadContenders(size);
+            }};
 }
 
 } // namespace
 
-std::vector<Job> DictionaryJobs()
+Body ReadDictionary(std::size_t size)
 {
-    return {ReadJob("10", 10), ReadJob("1,000", 1000), ReadJob("100,000", 100000)};
+    const Keys keys = MakeKeys(size);
+    return ReadKeys(MakeRuntimeTable(keys), std::make_shared<const Keys>(Shuffled(keys)));
+}
+
+Jobs DictionaryJobs()
+{
+    return {ReadJob(10, 1.3), ReadJob(1000, 1.3), ReadJob(100000, 2),
+            Job{"readers side by side, dictionary of 1,000 keys", 1.7, ReaderContenders, NoReach,
+                Kind::Readers}};
 }
 
 } // namespace Tavrik::Ossira::tBench

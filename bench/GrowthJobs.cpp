@@ -20,38 +20,7 @@ namespace Tavrik::Ossira::tBench
 namespace
 {
 
-using Body = std::function<void(benchmark::State&)>;
 using Prepare = Body (*)(std::size_t);
-
-[[nodiscard]] Body Repeat(auto work, std::size_t items = 1)
-{
-    return [work, items](benchmark::State& state)
-    {
-        const CRoundReport report(state, items);
-        for (auto _ : state)
-            work();
-    };
-}
-
-// Each round works on something new. Making and destroying it are not part of the time.
-[[nodiscard]] Body RepeatWithNew(auto make, auto work, std::size_t items)
-{
-    return [make, work, items](benchmark::State& state)
-    {
-        const CRoundReport report(state, items);
-        for (auto _ : state)
-        {
-            state.PauseTiming();
-            {
-                auto made = make();
-                state.ResumeTiming();
-                work(made);
-                state.PauseTiming();
-            }
-            state.ResumeTiming();
-        }
-    };
-}
 
 [[nodiscard]] ObjectPtr<IUnknown> AnyItem()
 {
@@ -222,11 +191,6 @@ void EmptyByFirstKey(auto& collection, auto remove)
         });
 }
 
-[[nodiscard]] Body StepOnInView(std::size_t size)
-{
-    return StepOn(FilledView(size));
-}
-
 [[nodiscard]] Body TouchDependants(std::size_t size)
 {
     ObjectPtr<IModifiedService> source;
@@ -264,7 +228,7 @@ void EmptyByFirstKey(auto& collection, auto remove)
                 longest = std::max(longest, ThreadNanoseconds() - before);
             }
         }
-        state.counters[CRoundReport::Longest] = longest;
+        state.counters[CRoundReport::Own] = longest;
     };
 }
 
@@ -309,14 +273,6 @@ void EmptyByFirstKey(auto& collection, auto remove)
         make, [](auto& outermost) { outermost.Reset(); }, depth);
 }
 
-[[nodiscard]] std::string Text(std::size_t number)
-{
-    std::string text = std::to_string(number);
-    for (auto at = static_cast<std::ptrdiff_t>(text.size()) - 3; at > 0; at -= 3)
-        text.insert(static_cast<std::size_t>(at), 1, ',');
-    return text;
-}
-
 struct Growth
 {
     const char* Title;
@@ -358,12 +314,17 @@ constexpr Growth Growths[] = {
 
 } // namespace
 
-std::vector<Job> GrowthJobs()
+Body StepOnInView(std::size_t size)
 {
-    std::vector<Job> jobs = {
-        {"merged view: further step, against a value set's", 5, ViewAndSet},
-        {"dictionary: 50,000 chosen keys, against random", 1.5, ChosenAndRandom}};
-    jobs.push_back(FactoryGrowthJob());
+    return StepOn(FilledView(size));
+}
+
+Jobs GrowthJobs()
+{
+    Jobs jobs = {
+        {"merged view: further step, against a value set's", 5, ViewAndSet, NoReach, Kind::Growth},
+        {"dictionary: 50,000 chosen keys, against random", 1.5, ChosenAndRandom, NoReach,
+         Kind::Growth}};
     for (const Growth& growth : Growths)
     {
         jobs.push_back({growth.Title + (", " + Text(growth.Large)), growth.Reach,
@@ -372,7 +333,8 @@ std::vector<Job> GrowthJobs()
                             return std::vector<Contender>{
                                 {Text(growth.Large), growth.Make(growth.Large)},
                                 {Text(growth.Small), growth.Make(growth.Small)}};
-                        }});
+                        },
+                        NoReach, Kind::Growth});
     }
     return jobs;
 }

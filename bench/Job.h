@@ -13,31 +13,64 @@
 namespace Tavrik::Ossira::tBench
 {
 
+using Body = std::function<void(benchmark::State&)>;
+
+enum class Role
+{
+    Comparison, // the same with other objects or another lock, to show what those bring
+    Peer        // what somebody might use instead; the best of them is named
+};
+
 // One way to do the job. The body keeps alive what it works on.
 struct Contender
 {
     std::string Name;
-    std::function<void(benchmark::State&)> Body;
+    tBench::Body Body;
+    tBench::Role Role = Role::Comparison;
+    bool ByTheClock = false; // not by the processor's time of the measuring thread
 };
 
 inline constexpr double NoReach = 0; // only for comparison
 
-// The first contender is the runtime, the second one the limit; further ones are what somebody
-// might use instead, and are printed for comparison. They exist only while their job is run.
+// How the contenders of a job belong together.
+enum class Kind
+{
+    Limit,   // the runtime, its limit, and further ones
+    Growth,  // the larger size, the smaller one
+    Readers, // pairs: one thread alone, and one beside another; the rates are compared
+    Curve,   // named by sizes, for the plot
+    Times    // a fact of the machine each
+};
+
+// They exist only while their job is run.
 struct Job
 {
     std::string Title;
     double Reach; // times the limit, or `NoReach`
     std::function<std::vector<Contender>()> Prepare;
+    double PeerReach = NoReach; // times the best peer, or `NoReach`
+    tBench::Kind Kind = Kind::Limit;
 };
 
-[[nodiscard]] std::vector<Job> ObjectJobs();
-[[nodiscard]] std::vector<Job> ValueJobs();
-[[nodiscard]] std::vector<Job> DictionaryJobs();
-[[nodiscard]] std::vector<Job> ListJobs();
-[[nodiscard]] std::vector<Job> ModuleJobs();
-[[nodiscard]] std::vector<Job> GrowthJobs();
-[[nodiscard]] Job FactoryGrowthJob();
+using Jobs = std::vector<Job>;
+
+[[nodiscard]] Jobs MachineJobs();
+[[nodiscard]] Jobs ObjectJobs();
+[[nodiscard]] Jobs ValueJobs();
+[[nodiscard]] Jobs DictionaryJobs();
+[[nodiscard]] Jobs ListJobs();
+[[nodiscard]] Jobs ForkJoinJobs();
+[[nodiscard]] Jobs ModuleJobs();
+[[nodiscard]] Jobs GrowthJobs();
+[[nodiscard]] Jobs CurveJobs();
+
+// The bodies that also serve at sizes of which curves are drawn.
+[[nodiscard]] Body ReadDictionary(std::size_t size);
+[[nodiscard]] Body IndexList(std::size_t size);
+[[nodiscard]] Body StepOnInView(std::size_t size);
+[[nodiscard]] Body RegisterClasses(std::size_t size);
+[[nodiscard]] Body CreateAmongClasses(std::size_t size);
+[[nodiscard]] Body RegisterModules(std::size_t count);
 
 // What a body tells of itself beside its time. Both counts are of the timed work alone: declare it
 // right before the loop, and say how many items one round of the loop handles, if not one.
@@ -46,7 +79,7 @@ class CRoundReport
 public:
     static constexpr const char* Allocations = "allocations";
     static constexpr const char* Items = "items";
-    static constexpr const char* Longest = "longest"; // nanoseconds, where not the mean counts
+    static constexpr const char* Own = "own"; // nanoseconds, where the body takes the time itself
 
     explicit CRoundReport(benchmark::State& state, std::size_t items = 1)
         : mState(state), mItems(items), mAllocationsBefore(AllocationCount())
@@ -70,7 +103,40 @@ private:
     std::uint64_t mAllocationsBefore;
 };
 
+[[nodiscard]] Body Repeat(auto work, std::size_t items = 1)
+{
+    return [work, items](benchmark::State& state)
+    {
+        const CRoundReport report(state, items);
+        for (auto _ : state)
+            work();
+    };
+}
+
+// Each round works on something new. Making and destroying it are not part of the time.
+[[nodiscard]] Body RepeatWithNew(auto make, auto work, std::size_t items)
+{
+    return [make, work, items](benchmark::State& state)
+    {
+        const CRoundReport report(state, items);
+        for (auto _ : state)
+        {
+            state.PauseTiming();
+            {
+                auto made = make();
+                state.ResumeTiming();
+                work(made);
+                state.PauseTiming();
+            }
+            state.ResumeTiming();
+        }
+    };
+}
+
 // For preparations, where a failure ends the job.
 void Require(Result result, const char* what);
+
+// 1,000 for 1000.
+[[nodiscard]] std::string Text(std::size_t number);
 
 } // namespace Tavrik::Ossira::tBench

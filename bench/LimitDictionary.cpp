@@ -1,12 +1,10 @@
 // The limit of dictionaries, a flat table at most half full whose slots hold key and item side by
-// side, and what it replaces, a balanced tree ordered by the bytes of its keys.
+// side.
 #include "Limits.h"
 #include "SpinWord.h"
 
 #include <array>
 #include <bit>
-#include <cstring>
-#include <map>
 #include <mutex>
 
 namespace Tavrik::Ossira::tBench
@@ -58,38 +56,10 @@ private:
     std::size_t mMask;
 };
 
-class TreeTable
-{
-public:
-    void Insert(const GUID& key, IUnknown* item)
-    {
-        mMap.emplace(key, item);
-    }
-
-    [[nodiscard]] IUnknown* Find(const GUID& key) const noexcept
-    {
-        const auto found = mMap.find(key);
-        return found != mMap.end() ? found->second.Get() : nullptr;
-    }
-
-private:
-    struct ByBytes
-    {
-        bool operator()(const GUID& a, const GUID& b) const noexcept
-        {
-            return std::memcmp(&a, &b, sizeof(GUID)) < 0;
-        }
-    };
-
-    std::map<GUID, ObjectPtr<IUnknown>, ByBytes> mMap;
-};
-
-template <class Table>
 class GuardedTable final : public LimitDictionary
 {
 public:
-    template <class... Arguments>
-    explicit GuardedTable(Arguments... arguments) : mTable(arguments...)
+    explicit GuardedTable(std::size_t capacity) : mTable(capacity)
     {
     }
 
@@ -112,19 +82,14 @@ public:
 
 private:
     SpinWord mLock;
-    Table mTable;
+    FlatTable mTable;
 };
 
 } // namespace
 
 std::unique_ptr<LimitDictionary> MakeFlatDictionary(std::size_t capacity)
 {
-    return std::make_unique<GuardedTable<FlatTable>>(capacity);
-}
-
-std::unique_ptr<LimitDictionary> MakeTreeDictionary()
-{
-    return std::make_unique<GuardedTable<TreeTable>>();
+    return std::make_unique<GuardedTable>(capacity);
 }
 
 } // namespace Tavrik::Ossira::tBench

@@ -10,6 +10,7 @@
 #include "OssiraServices.h"
 #include "OssiraValue.h"
 
+#include <benchmark/benchmark.h>
 #include <memory>
 #include <span>
 #include <string>
@@ -21,6 +22,10 @@ namespace Tavrik::Ossira::tBench
 // A counted object that finds its interfaces in a constant table of six identifiers: those of a
 // value, the unknown interface last.
 [[nodiscard]] ObjectPtr<IUnknown> MakeLimitObject();
+
+// The least that creating and releasing an object can cost: its memory, of a size that holds much.
+inline constexpr const char* LimitOfCreation = "new and delete of 96 bytes";
+void AllocateAndFree(benchmark::State& state);
 
 // A new object of `size` bytes that is counted as open while it lives: takes the arguments of
 // `CreateClassObject` and the place of it.
@@ -41,7 +46,6 @@ struct LimitDictionary
 };
 
 [[nodiscard]] std::unique_ptr<LimitDictionary> MakeFlatDictionary(std::size_t capacity);
-[[nodiscard]] std::unique_ptr<LimitDictionary> MakeTreeDictionary();
 
 // A vector of counted pointers.
 struct LimitList

@@ -1,14 +1,9 @@
-// A list of a million objects, all of them different values of the runtime, and the same in every
-// list. The times are per item.
-#include "Job.h"
+// A list of a million different objects. The limit's are as small as objects can be; one more limit
+// holds the same values as the runtime's list.
 #include "Limits.h"
-#include "Objects.h"
+#include "Lists.h"
 #include "OssiraClasses.h"
 #include "OssiraCollections.h"
-
-#include <algorithm>
-#include <numeric>
-#include <random>
 
 namespace Tavrik::Ossira::tBench
 {
@@ -19,37 +14,6 @@ namespace
 constexpr std::size_t ItemCount = 1'000'000;
 
 using SharedObjects = std::shared_ptr<const Objects>;
-
-constexpr const char* Limit = "vector of counted pointers";
-constexpr const char* LimitOfSmall = "the same, holding objects of half the size";
-constexpr const char* Unlocked = "the runtime's list without a lock";
-constexpr const char* Standard = "std::vector of std::shared_ptr";
-
-[[nodiscard]] SharedObjects MakeSharedObjects()
-{
-    return std::make_shared<const Objects>(MakeObjects(ItemCount));
-}
-
-[[nodiscard]] SharedObjects MakeSharedSmallObjects()
-{
-    return std::make_shared<const Objects>(MakeSmallObjects(ItemCount));
-}
-
-[[nodiscard]] std::vector<StandardObject> MakeStandardObjects()
-{
-    std::vector<StandardObject> objects(ItemCount);
-    for (StandardObject& object : objects)
-        object = MakeStandardObject();
-    return objects;
-}
-
-[[nodiscard]] std::vector<std::int32_t> ShuffledIndices()
-{
-    std::vector<std::int32_t> indices(ItemCount);
-    std::iota(indices.begin(), indices.end(), 0);
-    std::shuffle(indices.begin(), indices.end(), std::mt19937_64(ItemCount));
-    return indices;
-}
 
 [[nodiscard]] ObjectPtr<IList> MakeList(const CLSID& clsid)
 {
@@ -74,205 +38,117 @@ constexpr const char* Standard = "std::vector of std::shared_ptr";
     return list;
 }
 
-// Making the list and giving its references back are not part of the time.
-template <class Make, class Items, class Append>
-void AppendAll(benchmark::State& state, Make make, const Items& items, Append append)
+[[nodiscard]] Body Append(const CLSID& clsid, const SharedObjects& objects)
 {
-    const CRoundReport report(state, items.size());
-    for (auto _ : state)
-    {
-        state.PauseTiming();
+    return AppendAll([clsid] { return MakeList(clsid); }, objects,
+                     [](const ObjectPtr<IList>& list, const ObjectPtr<IUnknown>& item)
+                     { list->Add(item.Get()); });
+}
+
+[[nodiscard]] Body AppendLimit(const SharedObjects& objects)
+{
+    return AppendAll([] { return MakeLimitList(); }, objects,
+                     [](const std::unique_ptr<LimitList>& list, const ObjectPtr<IUnknown>& item)
+                     { list->Append(item.Get()); });
+}
+
+[[nodiscard]] Body Walk(const CLSID& clsid, const SharedObjects& objects)
+{
+    return Repeat(
+        [list = MakeList(clsid, *objects)]
         {
-            auto list = make();
-            state.ResumeTiming();
-            for (const auto& item : items)
-                append(list, item);
-            state.PauseTiming();
-        }
-        state.ResumeTiming();
-    }
-}
-
-[[nodiscard]] Contender RuntimeAppend(const char* name, const CLSID& clsid,
-                                      const SharedObjects& objects)
-{
-    return {name, [clsid, objects](benchmark::State& state)
+            ObjectPtr<IEnumerator> enumerator;
+            list->GetEnumerator(IID_IEnumerator, enumerator.PutVoid());
+            while (enumerator->MoveNext() == S_OK)
             {
-                AppendAll(
-                    state, [&clsid] { return MakeList(clsid); }, *objects,
-                    [](const ObjectPtr<IList>& list, const ObjectPtr<IUnknown>& item)
-                    { list->Add(item.Get()); });
-            }};
+                void* item;
+                enumerator->GetCurrent(IID_IValue, &item);
+                static_cast<IUnknown*>(item)->Release();
+            }
+        },
+        objects->size());
 }
 
-[[nodiscard]] Contender LimitAppend(const char* name, const SharedObjects& objects)
+[[nodiscard]] Body WalkLimit(const SharedObjects& objects)
 {
-    return {name, [objects](benchmark::State& state)
-            {
-                AppendAll(
-                    state, [] { return MakeLimitList(); }, *objects,
-                    [](const std::unique_ptr<LimitList>& list, const ObjectPtr<IUnknown>& item)
-                    { list->Append(item.Get()); });
-            }};
-}
-
-void AppendStandard(benchmark::State& state, const std::vector<StandardObject>& objects)
-{
-    AppendAll(
-        state, [] { return std::vector<StandardObject>(); }, objects,
-        [](std::vector<StandardObject>& list, const StandardObject& item)
-        { list.push_back(item); });
-}
-
-[[nodiscard]] std::vector<Contender> AppendContenders()
-{
-    const SharedObjects objects = MakeSharedObjects();
-    return {RuntimeAppend("runtime", CLSID_NodeList, objects),
-            LimitAppend(Limit, objects),
-            LimitAppend(LimitOfSmall, MakeSharedSmallObjects()),
-            RuntimeAppend(Unlocked, CLSID_UnsafeNodeList, objects),
-            {Standard, [items = MakeStandardObjects()](benchmark::State& state)
-             {
-                 AppendStandard(state, items);
-             }}};
-}
-
-void Walk(benchmark::State& state, IList* list)
-{
-    const CRoundReport report(state, ItemCount);
-    for (auto _ : state)
-    {
-        ObjectPtr<IEnumerator> enumerator;
-        list->GetEnumerator(IID_IEnumerator, enumerator.PutVoid());
-        while (enumerator->MoveNext() == S_OK)
+    return Repeat(
+        [list = FillLimitList(*objects)]
         {
-            void* item;
-            enumerator->GetCurrent(IID_IValue, &item);
-            static_cast<IUnknown*>(item)->Release();
-        }
-    }
+            list->Rewind();
+            for (void* item; list->Next(&item) == S_OK;)
+                static_cast<IUnknown*>(item)->Release();
+        },
+        objects->size());
 }
 
-void WalkLimit(benchmark::State& state, LimitList& list)
+[[nodiscard]] Body Index(const CLSID& clsid, const SharedObjects& objects)
 {
-    const CRoundReport report(state, ItemCount);
-    for (auto _ : state)
-    {
-        list.Rewind();
-        for (void* item; list.Next(&item) == S_OK;)
-            static_cast<IUnknown*>(item)->Release();
-    }
+    return IndexAll(objects->size(),
+                    [list = MakeList(clsid, *objects)](std::int32_t index)
+                    {
+                        void* item;
+                        list->GetItemAt(index, IID_IValue, &item);
+                        static_cast<IUnknown*>(item)->Release();
+                    });
 }
 
-void WalkStandard(benchmark::State& state, const std::vector<StandardObject>& list)
+[[nodiscard]] Body IndexLimit(const SharedObjects& objects)
 {
-    const CRoundReport report(state, ItemCount);
-    for (auto _ : state)
-    {
-        for (StandardObject item : list) // a reference for each, as the others hand out
-            benchmark::DoNotOptimize(item);
-    }
+    return IndexAll(objects->size(),
+                    [list = FillLimitList(*objects)](std::int32_t index)
+                    {
+                        void* item;
+                        list->Get(static_cast<std::size_t>(index), &item);
+                        static_cast<IUnknown*>(item)->Release();
+                    });
 }
 
-[[nodiscard]] Contender RuntimeWalk(const char* name, const CLSID& clsid, const Objects& objects)
+struct ListJob
 {
-    return {name, [list = MakeList(clsid, objects)](benchmark::State& state)
-            {
-                Walk(state, list.Get());
-            }};
-}
+    const char* Title;
+    Body (*Runtime)(const CLSID& clsid, const SharedObjects& objects);
+    Body (*Limit)(const SharedObjects& objects);
+    Topic PeersOf;
+};
 
-[[nodiscard]] Contender LimitWalk(const char* name, const Objects& objects)
-{
-    return {name, [list = FillLimitList(objects)](benchmark::State& state)
-            {
-                WalkLimit(state, *list);
-            }};
-}
+constexpr ListJob ListJobTable[] = {
+    {"append", Append, AppendLimit, Topic::ListAppend},
+    {"walk by enumerator", Walk, WalkLimit, Topic::ListWalk},
+    {"random index", Index, IndexLimit, Topic::ListIndex},
+};
 
-[[nodiscard]] std::vector<Contender> WalkContenders()
+[[nodiscard]] std::vector<Contender> Contenders(const ListJob& job)
 {
-    const SharedObjects objects = MakeSharedObjects();
-    return {RuntimeWalk("runtime", CLSID_NodeList, *objects),
-            LimitWalk(Limit, *objects),
-            LimitWalk(LimitOfSmall, *MakeSharedSmallObjects()),
-            RuntimeWalk(Unlocked, CLSID_UnsafeNodeList, *objects),
-            {Standard, [list = MakeStandardObjects()](benchmark::State& state)
-             {
-                 WalkStandard(state, list);
-             }}};
-}
-
-template <class Get>
-void IndexAll(benchmark::State& state, const std::vector<std::int32_t>& indices, Get get)
-{
-    const CRoundReport report(state, indices.size());
-    for (auto _ : state)
-    {
-        for (const std::int32_t index : indices)
-            get(index);
-    }
-}
-
-[[nodiscard]] Contender RuntimeIndex(const char* name, const CLSID& clsid, const Objects& objects)
-{
-    return {name,
-            [list = MakeList(clsid, objects), indices = ShuffledIndices()](benchmark::State& state)
-            {
-                IndexAll(state, indices,
-                         [&list](std::int32_t index)
-                         {
-                             void* item;
-                             list->GetItemAt(index, IID_IValue, &item);
-                             static_cast<IUnknown*>(item)->Release();
-                         });
-            }};
-}
-
-[[nodiscard]] Contender LimitIndex(const char* name, const Objects& objects)
-{
-    return {name,
-            [list = FillLimitList(objects), indices = ShuffledIndices()](benchmark::State& state)
-            {
-                IndexAll(state, indices,
-                         [&list](std::int32_t index)
-                         {
-                             void* item;
-                             list->Get(static_cast<std::size_t>(index), &item);
-                             static_cast<IUnknown*>(item)->Release();
-                         });
-            }};
-}
-
-[[nodiscard]] Contender StandardIndex()
-{
-    return {Standard,
-            [list = MakeStandardObjects(), indices = ShuffledIndices()](benchmark::State& state)
-            {
-                IndexAll(state, indices,
-                         [&list](std::int32_t index)
-                         {
-                             StandardObject item(list[static_cast<std::size_t>(index)]);
-                             benchmark::DoNotOptimize(item);
-                         });
-            }};
-}
-
-[[nodiscard]] std::vector<Contender> IndexContenders()
-{
-    const SharedObjects objects = MakeSharedObjects();
-    return {RuntimeIndex("runtime", CLSID_NodeList, *objects), LimitIndex(Limit, *objects),
-            LimitIndex(LimitOfSmall, *MakeSharedSmallObjects()),
-            RuntimeIndex(Unlocked, CLSID_UnsafeNodeList, *objects), StandardIndex()};
+    const auto objects = std::make_shared<const Objects>(MakeObjects(ItemCount));
+    const auto small = std::make_shared<const Objects>(MakeSmallObjects(ItemCount));
+    std::vector<Contender> contenders = {
+        {"runtime", job.Runtime(CLSID_NodeList, objects)},
+        {"vector of small counted objects", job.Limit(small)},
+        {"the same, holding the runtime's values", job.Limit(objects)},
+        {"the runtime's list without a lock", job.Runtime(CLSID_UnsafeNodeList, objects)}};
+    AddPeers(contenders, job.PeersOf, ItemCount);
+    return contenders;
 }
 
 } // namespace
 
-std::vector<Job> ListJobs()
+Body IndexList(std::size_t size)
 {
-    return {{"list of a million: append", 2.0, AppendContenders},
-            {"list of a million: walk by enumerator", 2.0, WalkContenders},
-            {"list of a million: random index", 2.0, IndexContenders}};
+    return Index(CLSID_NodeList, std::make_shared<const Objects>(MakeObjects(size)));
+}
+
+Jobs ListJobs()
+{
+    Jobs jobs;
+    for (const ListJob& job : ListJobTable)
+    {
+        jobs.push_back({std::string("list of a million: ") + job.Title, 1.5,
+                        [&job]
+                        {
+                            return Contenders(job);
+                        }});
+    }
+    return jobs;
 }
 
 } // namespace Tavrik::Ossira::tBench

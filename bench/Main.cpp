@@ -1,9 +1,14 @@
 // Runs the jobs one after the other, each with its limit and what else it is compared with in turns
 // chosen by chance, and prints the table. Options are those of the benchmark library, whose filter
-// selects jobs by their titles, and two that serve to count instead of to measure:
+// selects jobs by their titles, two that serve to count instead of to measure:
 //
 //     --rounds=N          run each loop N times and once, however long that takes
 //     --contender=N       run only the runtime (0), the limit (1) or a further contender
+//
+// and one that writes down what the table shows, for the report:
+//
+//     --json=FILE
+#include "Peers.h"
 #include "Table.h"
 
 #include <charconv>
@@ -25,33 +30,42 @@ struct Options
 {
     std::optional<std::int64_t> Rounds;
     std::optional<std::size_t> Only;
+    std::optional<std::string> Json;
     std::regex Filter;
 };
 
-// Takes "--name=number" out of the arguments.
-template <class Number>
-[[nodiscard]] std::optional<Number> TakeNumber(std::vector<char*>& arguments, std::string_view name)
+// Takes "--name=text" out of the arguments.
+[[nodiscard]] std::optional<std::string> TakeText(std::vector<char*>& arguments,
+                                                  std::string_view name)
 {
-    std::optional<Number> number;
+    std::optional<std::string> text;
     std::erase_if(arguments,
                   [&](std::string_view argument)
                   {
                       if (!argument.starts_with(name))
                           return false;
-                      argument.remove_prefix(name.size());
-                      Number value = 0;
-                      const char* const end = argument.data() + argument.size();
-                      if (std::from_chars(argument.data(), end, value).ptr != end)
-                          throw std::runtime_error(std::string(name) + " takes a number");
-                      number = value;
+                      text = argument.substr(name.size());
                       return true;
                   });
+    return text;
+}
+
+template <class Number>
+[[nodiscard]] std::optional<Number> TakeNumber(std::vector<char*>& arguments, std::string_view name)
+{
+    const std::optional<std::string> text = TakeText(arguments, name);
+    if (!text)
+        return {};
+    Number number = 0;
+    const char* const end = text->data() + text->size();
+    if (std::from_chars(text->data(), end, number).ptr != end)
+        throw std::runtime_error(std::string(name) + " takes a number");
     return number;
 }
 
 [[nodiscard]] Options TakeOptions(int argc, char** argv)
 {
-    static std::string defaults[] = {"--benchmark_repetitions=15", "--benchmark_min_time=0.05",
+    static std::string defaults[] = {"--benchmark_repetitions=9", "--benchmark_min_time=0.05",
                                      "--benchmark_enable_random_interleaving=true"};
     std::vector<char*> arguments = {argv[0]};
     for (std::string& text : defaults)
@@ -61,6 +75,7 @@ template <class Number>
     Options options;
     options.Rounds = TakeNumber<std::int64_t>(arguments, "--rounds=");
     options.Only = TakeNumber<std::size_t>(arguments, "--contender=");
+    options.Json = TakeText(arguments, "--json=");
     int count = static_cast<int>(arguments.size());
     benchmark::Initialize(&count, arguments.data());
     if (benchmark::ReportUnrecognizedArguments(count, arguments.data()))
@@ -92,27 +107,26 @@ private:
     std::thread mThread;
 };
 
-void Run(const Job& job, const Options& options)
+void Run(const Job& job, const Options& options, CTable& table)
 {
-    std::vector<std::string> names;
+    std::vector<Contender> contenders = job.Prepare();
     CRunCollector runs;
+    for (std::size_t at = 0; at < contenders.size(); ++at)
     {
-        const std::vector<Contender> contenders = job.Prepare();
-        for (std::size_t at = 0; at < contenders.size(); ++at)
-        {
-            names.push_back(contenders[at].Name);
-            if (options.Only.value_or(at) != at)
-                continue;
-            auto* const registered =
-                benchmark::RegisterBenchmark(names.back().c_str(), contenders[at].Body);
-            if (options.Rounds)
-                registered->Iterations(*options.Rounds)->Repetitions(1);
-        }
+        Contender& contender = contenders[at];
+        if (options.Only.value_or(at) != at)
+            continue;
+        auto* const registered =
+            benchmark::RegisterBenchmark(contender.Name.c_str(), std::move(contender.Body));
+        if (contender.ByTheClock)
+            registered->UseRealTime();
+        if (options.Rounds)
+            registered->Iterations(*options.Rounds)->Repetitions(1);
     }
     benchmark::RunSpecifiedBenchmarks(&runs, ".");
     benchmark::ClearRegisteredBenchmarks();
     if (!options.Only)
-        PrintJob(job, names, runs);
+        table.PrintJob(job, contenders, runs);
 }
 
 } // namespace
@@ -123,16 +137,27 @@ void Tavrik::Ossira::tBench::Require(Result result, const char* what)
         throw std::runtime_error(std::string(what) + " failed");
 }
 
+std::string Tavrik::Ossira::tBench::Text(std::size_t number)
+{
+    std::string text = std::to_string(number);
+    for (auto at = static_cast<std::ptrdiff_t>(text.size()) - 3; at > 0; at -= 3)
+        text.insert(static_cast<std::size_t>(at), 1, ',');
+    return text;
+}
+
 int main(int argc, char** argv)
 try
 {
     const Options options = TakeOptions(argc, argv);
     const CSleepingThread sleeping;
+    if (options.Only && *options.Only < 2)
+        LeaveOutPeers();
+    CTable table;
     bool failed = false;
     if (!options.Only)
-        PrintTableHead();
-    for (const auto jobs :
-         {ObjectJobs, ValueJobs, DictionaryJobs, ListJobs, ModuleJobs, GrowthJobs})
+        table.PrintHead();
+    for (const auto jobs : {MachineJobs, ObjectJobs, ValueJobs, DictionaryJobs, ListJobs,
+                            ForkJoinJobs, ModuleJobs, GrowthJobs, CurveJobs})
     {
         for (const Job& job : jobs())
         {
@@ -140,17 +165,23 @@ try
                 continue;
             try
             {
-                Run(job, options);
+                Run(job, options, table);
             }
             catch (const std::exception& error)
             {
-                PrintFailedJob(job, error.what());
+                table.PrintFailedJob(job, error.what());
                 failed = true;
             }
         }
     }
     if (!options.Only)
-        PrintTableFoot();
+    {
+        if (std::regex_search("bytes of heap", options.Filter))
+            table.PrintHeap();
+        table.PrintFoot();
+    }
+    if (options.Json)
+        table.Write(*options.Json);
     return failed ? 1 : 0;
 }
 catch (const std::exception& error)

@@ -1,9 +1,12 @@
-// Folders of modules registered. The modules are copies of one built file, each with identifiers of
-// its own for its classes, so that every class is entered in the tables. The times are per module:
-// if the runtime's exceed the limit's by the same in folders of every size, its part is linear.
-#include "Job.h"
+// Folders of modules registered, and objects of modules created. The modules of the folders are
+// copies of one built file, each with identifiers of its own for its classes, so that every class
+// is entered in the tables. The times are per module: if the runtime's exceed the limit's by the
+// same in folders of every size, its part is linear.
+#include "Greeter.h"
 #include "Limits.h"
+#include "Objects.h"
 #include "OssiraClasses.h"
+#include "Peers.h"
 #include "modules/BenchModule.h"
 
 #include <cstring>
@@ -34,6 +37,11 @@ void Renumber(std::string& file, const GUID& guid, std::uint32_t number)
         throw std::runtime_error("the module's class identifier is not in its file");
 }
 
+[[nodiscard]] fs::path ProgramFolder()
+{
+    return fs::read_symlink("/proc/self/exe").parent_path();
+}
+
 [[nodiscard]] std::string Content(const fs::path& path)
 {
     std::ifstream file(path, std::ios::binary);
@@ -51,8 +59,7 @@ public:
         if (mkdtemp(name.data()) == nullptr)
             throw std::runtime_error("cannot make " + name);
         mPath = name;
-        const std::string original = Content(fs::read_symlink("/proc/self/exe").parent_path() /
-                                             "bench-modules" / "BenchModule.dll");
+        const std::string original = Content(ProgramFolder() / "bench-modules" / "BenchModule.dll");
         for (std::uint32_t number = 1; number <= count; ++number)
         {
             std::string file = original;
@@ -92,10 +99,9 @@ struct Tables
         Require(Service->SetFactory(Factory.Get()), "SetFactory");
     }
 
-    [[nodiscard]] Result Register(const CModuleFolder& folder) const
+    [[nodiscard]] Result Register(const fs::path& folder) const
     {
-        return Service->RegisterFolder(folder.Path().wstring().c_str(), nullptr, Registry.Get(),
-                                       nullptr);
+        return Service->RegisterFolder(folder.wstring().c_str(), nullptr, Registry.Get(), nullptr);
     }
 
     [[nodiscard]] std::size_t ClassCount() const
@@ -114,21 +120,23 @@ struct Tables
 };
 
 // Making the tables and unloading the modules again are not part of the time.
-template <class Work>
-void RegisterModules(benchmark::State& state, std::uint32_t count, Work work)
+[[nodiscard]] Body RepeatWithTables(auto work, std::size_t items)
 {
-    const CRoundReport report(state, count);
-    for (auto _ : state)
+    struct Made
     {
-        state.PauseTiming();
-        {
-            const Tables tables;
-            state.ResumeTiming();
-            [[maybe_unused]] const auto loaded = work(tables);
-            state.PauseTiming();
-        }
-        state.ResumeTiming();
-    }
+        Tables Into;
+        decltype(work(Into)) Loaded = {};
+    };
+    return RepeatWithNew([] { return std::make_unique<Made>(); },
+                         [work](const auto& made) { made->Loaded = work(made->Into); }, items);
+}
+
+[[nodiscard]] auto RegisterInto(const std::shared_ptr<CModuleFolder>& folder)
+{
+    return [folder](const Tables& tables)
+    {
+        return tables.Register(folder->Path());
+    };
 }
 
 [[nodiscard]] std::vector<Contender> RegisterContenders(std::uint32_t count)
@@ -138,25 +146,29 @@ void RegisterModules(benchmark::State& state, std::uint32_t count, Work work)
     {
         return std::make_unique<LimitModules>(folder->Path().string(), tables.Registry.Get());
     };
-    const auto registerFolder = [folder](const Tables& tables)
-    {
-        return tables.Register(*folder);
-    };
+    const auto registerFolder = RegisterInto(folder);
     {
         const Tables tables;
         Require(registerFolder(tables), "RegisterFolder");
         if (tables.ClassCount() != 2 * count || loadBare(tables)->ClassCount() != 2 * count)
             throw std::runtime_error("not every class was registered");
     }
-    return {{"runtime",
-             [=](benchmark::State& state)
-             {
-                 RegisterModules(state, count, registerFolder);
-             }},
-            {"the loader's calls", [=](benchmark::State& state)
-             {
-                 RegisterModules(state, count, loadBare);
-             }}};
+    return {{"runtime", RepeatWithTables(registerFolder, count)},
+            {"the loader's calls", RepeatWithTables(loadBare, count)}};
+}
+
+[[nodiscard]] Body CreateBy(const std::shared_ptr<const Tables>& tables, const CLSID& clsid)
+{
+    return [tables, clsid](benchmark::State& state)
+    {
+        const CRoundReport report(state);
+        for (auto _ : state)
+        {
+            ObjectPtr<IUnknown> object;
+            if (Failed(tables->Factory->GetClassObject(clsid, IID_IUnknown, object.PutVoid())))
+                state.SkipWithError("GetClassObject");
+        }
+    };
 }
 
 // An object of the middle one of so many modules.
@@ -164,37 +176,77 @@ void RegisterModules(benchmark::State& state, std::uint32_t count, Work work)
 {
     const CModuleFolder folder(count);
     const auto tables = std::make_shared<Tables>();
-    Require(tables->Register(folder), "RegisterFolder");
+    Require(tables->Register(folder.Path()), "RegisterFolder");
     CLSID clsid = CLSID_BenchFirst;
     clsid.Data1 = 2 * (count / 2 + 1);
-    return {
-        std::to_string(count), [tables, clsid](benchmark::State& state)
-        {
-            const CRoundReport report(state);
-            for (auto _ : state)
-            {
-                ObjectPtr<IUnknown> object;
-                if (Failed(tables->Factory->GetClassObject(clsid, IID_IUnknown, object.PutVoid())))
-                    state.SkipWithError("GetClassObject");
-            }
-        }};
+    return {std::to_string(count), CreateBy(tables, clsid)};
+}
+
+[[nodiscard]] std::shared_ptr<Tables> TablesWithSamples()
+{
+    const auto tables = std::make_shared<Tables>();
+    Require(tables->Register(ProgramFolder() / "modules"), "RegisterFolder");
+    return tables;
+}
+
+[[nodiscard]] std::vector<Contender> SampleContenders()
+{
+    std::vector<Contender> contenders = {
+        {"runtime", CreateBy(TablesWithSamples(), Samples::CLSID_Greeter)},
+        {LimitOfCreation, AllocateAndFree}};
+    AddPeers(contenders, Topic::ModuleClass);
+    return contenders;
+}
+
+void RegisterAll(IObjectFactory& factory, const Keys& keys)
+{
+    for (const GUID& key : keys)
+        Require(factory.RegisterClass(key, nullptr, nullptr), "RegisterClass");
 }
 
 } // namespace
 
-Job FactoryGrowthJob()
+Body RegisterClasses(std::size_t size)
 {
-    return {"factory: object of one of its modules, 200", 1.3,
-            []
-            {
-                return std::vector{CreateContender(200), CreateContender(1), CreateContender(100)};
-            }};
+    return RepeatWithNew(
+        [] { return std::make_unique<Tables>(); },
+        [keys = MakeKeys(size)](const auto& tables) { RegisterAll(*tables->Factory, keys); }, size);
 }
 
-std::vector<Job> ModuleJobs()
+Body CreateAmongClasses(std::size_t size)
 {
-    std::vector<Job> jobs;
-    for (const auto& [count, reach] : {std::pair{50u, NoReach}, {100u, NoReach}, {200u, 1.3}})
+    const auto tables = TablesWithSamples();
+    RegisterAll(*tables->Factory, MakeKeys(size));
+    return CreateBy(tables, Samples::CLSID_Greeter);
+}
+
+Body RegisterModules(std::size_t count)
+{
+    const auto folder = std::make_shared<CModuleFolder>(static_cast<std::uint32_t>(count));
+    return RepeatWithTables(RegisterInto(folder), count);
+}
+
+Objects MakeSampleObjects(std::size_t count)
+{
+    static const auto tables = TablesWithSamples();
+    Objects objects(count);
+    for (ObjectPtr<IUnknown>& object : objects)
+        Require(
+            tables->Factory->GetClassObject(Samples::CLSID_Greeter, IID_IUnknown, object.PutVoid()),
+            "GetClassObject");
+    return objects;
+}
+
+Jobs ModuleJobs()
+{
+    Jobs jobs = {
+        {"module's class created by the factory and released", NoReach, SampleContenders, 1.0},
+        {"factory: object of one of its modules, 200", 1.3,
+         [] {
+             return std::vector{CreateContender(200), CreateContender(1), CreateContender(100)};
+         },
+         NoReach, Kind::Growth}};
+    for (const auto& [count, reach] : {std::pair{50u, NoReach}, {100u, NoReach}, {200u, 1.15}})
     {
         jobs.push_back({"one of " + std::to_string(count) + " modules registered from a folder",
                         reach,

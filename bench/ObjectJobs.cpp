@@ -1,9 +1,10 @@
 // References, interface requests and creation. Runtime and limit go through the same loop, compiled
 // once, so that its own cost and its place in memory are the same for both.
-#include "Job.h"
 #include "Limits.h"
 #include "OssiraClasses.h"
 #include "OssiraObject.h"
+#include "Peers.h"
+#include "SpinWord.h"
 
 #include <malloc.h>
 
@@ -34,16 +35,15 @@ namespace
     }
 }
 
-template <class Create>
-void CreateAndRelease(benchmark::State& state, Create create)
+[[nodiscard]] Body CreateAndRelease(auto create)
 {
-    const CRoundReport report(state);
-    for (auto _ : state)
-    {
-        void* object;
-        create(&object);
-        static_cast<IUnknown*>(object)->Release();
-    }
+    return Repeat(
+        [create]
+        {
+            void* object;
+            create(&object);
+            static_cast<IUnknown*>(object)->Release();
+        });
 }
 
 [[nodiscard]] ObjectPtr<IUnknown> MakeRuntimeValue()
@@ -51,51 +51,6 @@ void CreateAndRelease(benchmark::State& state, Create create)
     ObjectPtr<IUnknown> value;
     Require(CreateClassObject(&CLSID_Value, &IID_IUnknown, value.PutVoid()), "CreateClassObject");
     return value;
-}
-
-// A counted object of the standard library with six bases to be asked for.
-template <int Number>
-struct Base
-{
-    virtual ~Base() = default;
-    int Content = Number;
-};
-
-struct SharedObject : Base<1>, Base<2>, Base<3>, Base<4>, Base<5>, Base<6>
-{
-};
-
-void CopyShared(benchmark::State& state)
-{
-    const auto object = std::make_shared<SharedObject>();
-    const CRoundReport report(state);
-    for (auto _ : state)
-    {
-        std::shared_ptr<SharedObject> copy(object);
-        benchmark::DoNotOptimize(copy);
-    }
-}
-
-void CastShared(benchmark::State& state)
-{
-    std::shared_ptr<Base<1>> object = std::make_shared<SharedObject>();
-    benchmark::DoNotOptimize(object);
-    const CRoundReport report(state);
-    for (auto _ : state)
-    {
-        auto answer = std::dynamic_pointer_cast<Base<6>>(object);
-        benchmark::DoNotOptimize(answer);
-    }
-}
-
-void MakeShared(benchmark::State& state)
-{
-    const CRoundReport report(state);
-    for (auto _ : state)
-    {
-        auto object = std::make_shared<SharedObject>();
-        benchmark::DoNotOptimize(object);
-    }
 }
 
 [[nodiscard]] std::vector<Contender> ReferenceContenders()
@@ -107,9 +62,11 @@ void MakeShared(benchmark::State& state)
             TakeAndDrop(state, object.Get());
         };
     };
-    return {{"runtime", takeAndDrop(MakeRuntimeValue())},
-            {"atomic increment and decrement", takeAndDrop(MakeLimitObject())},
-            {"std::shared_ptr", CopyShared}};
+    std::vector<Contender> contenders = {
+        {"runtime", takeAndDrop(MakeRuntimeValue())},
+        {"atomic increment and decrement by virtual calls", takeAndDrop(MakeLimitObject())}};
+    AddPeers(contenders, Topic::Reference);
+    return contenders;
 }
 
 // The limit's table is searched from its front, so that its last entry is its dearest one.
@@ -122,9 +79,11 @@ void MakeShared(benchmark::State& state)
             AskAndRelease(state, object.Get(), iid);
         };
     };
-    return {{"runtime", askAndRelease(MakeRuntimeValue(), runtimeIid)},
-            {"comparison over a constant table", askAndRelease(MakeLimitObject(), IID_IUnknown)},
-            {"std::dynamic_pointer_cast", CastShared}};
+    std::vector<Contender> contenders = {
+        {"runtime", askAndRelease(MakeRuntimeValue(), runtimeIid)},
+        {"comparison over a constant table", askAndRelease(MakeLimitObject(), IID_IUnknown)}};
+    AddPeers(contenders, Topic::Interface);
+    return contenders;
 }
 
 [[nodiscard]] std::vector<Contender> CreationContenders()
@@ -139,35 +98,65 @@ void MakeShared(benchmark::State& state)
     {
         CreateLimitObject(size, out);
     };
-    return {{"runtime",
-             [create](benchmark::State& state)
-             {
-                 CreateAndRelease(state, create);
-             }},
-            {"allocate, count and free " + std::to_string(size) + " bytes",
-             [createLimit](benchmark::State& state)
-             {
-                 CreateAndRelease(state, createLimit);
-             }},
-            {"std::make_shared", MakeShared}};
+    std::vector<Contender> contenders = {
+        {"runtime", CreateAndRelease(create)},
+        {LimitOfCreation, AllocateAndFree},
+        {"allocate, count and free " + std::to_string(size) + " bytes",
+         CreateAndRelease(createLimit)}};
+    AddPeers(contenders, Topic::Creation);
+    return contenders;
 }
 
 } // namespace
 
-std::vector<Job> ObjectJobs()
+void AllocateAndFree(benchmark::State& state)
 {
-    return {{"reference taken and dropped", 1.1, ReferenceContenders},
-            {"interface asked (unknown, last of six) and released", 1.3,
+    const CRoundReport report(state);
+    for (auto _ : state)
+    {
+        void* memory = ::operator new(96);
+        benchmark::DoNotOptimize(memory);
+        ::operator delete(memory);
+    }
+}
+
+Jobs ObjectJobs()
+{
+    return {{"reference taken and dropped", 1.05, ReferenceContenders},
+            {"interface asked (unknown, last of six) and released", 1.1,
              []
              {
                  return InterfaceContenders(IID_IUnknown);
              }},
-            {"interface asked (cloneable, fifth of six) and released", 1.3,
+            {"interface asked (cloneable, fifth of six) and released", 1.1,
              []
              {
                  return InterfaceContenders(IID_ICloneable);
              }},
-            {"value created and released", 2.0, CreationContenders}};
+            {"value created and released", 1.3, CreationContenders, 1.0}};
+}
+
+// What all other times are made of: no job of the runtime that is safe for threads does without.
+Jobs MachineJobs()
+{
+    const auto locked = [word = std::make_shared<std::atomic<std::uint32_t>>()]
+    {
+        word->fetch_add(1, std::memory_order_relaxed);
+    };
+    const auto spinPair = [word = std::make_shared<SpinWord>()]
+    {
+        word->lock();
+        benchmark::ClobberMemory();
+        word->unlock();
+    };
+    return {{"this processor's", NoReach,
+             [=]
+             {
+                 return std::vector<Contender>{
+                     {"locked instruction", Repeat(locked)},
+                     {"spin word taken and given back", Repeat(spinPair)}};
+             },
+             NoReach, Kind::Times}};
 }
 
 } // namespace Tavrik::Ossira::tBench

@@ -5,8 +5,8 @@
 #include "Job.h"
 #include "OssiraClasses.h"
 
-#include <array>
-#include <bit>
+#include <algorithm>
+#include <numeric>
 #include <random>
 
 namespace Tavrik::Ossira::tBench
@@ -21,6 +21,20 @@ Keys MakeKeys(std::size_t count)
     return keys;
 }
 
+Keys Shuffled(Keys keys)
+{
+    std::shuffle(keys.begin(), keys.end(), std::mt19937_64(keys.size()));
+    return keys;
+}
+
+std::vector<std::int32_t> ShuffledIndices(std::size_t count)
+{
+    std::vector<std::int32_t> indices(count);
+    std::iota(indices.begin(), indices.end(), 0);
+    std::shuffle(indices.begin(), indices.end(), std::mt19937_64(count));
+    return indices;
+}
+
 Objects MakeObjects(std::size_t count)
 {
     Objects objects(count);
@@ -33,7 +47,7 @@ Objects MakeSmallObjects(std::size_t count)
 {
     Objects objects(count);
     for (ObjectPtr<IUnknown>& object : objects)
-        object = ObjectPtr<IUnknown>(MakeLimitValue().Get());
+        object = MakeLimitObject();
     return objects;
 }
 

@@ -1,10 +1,12 @@
-// The table of jobs: collects the repetitions that the benchmark library measures and prints each
-// job's medians beside its limit's, with the ratio that was reached and the ratio to reach.
+// The table of jobs: collects the repetitions that the benchmark library measures, prints each
+// job's medians beside its limit's and its best peer's, with the ratio that was reached and the
+// ratio to reach, and keeps all of it for the report.
 #pragma once
 
 #include "Job.h"
 
 #include <map>
+#include <nlohmann/json.hpp>
 
 namespace Tavrik::Ossira::tBench
 {
@@ -30,10 +32,21 @@ private:
     std::map<std::string, std::string> mFailures;
 };
 
-void PrintTableHead();
-void PrintJob(const Job& job, const std::vector<std::string>& contenders,
-              const CRunCollector& runs);
-void PrintFailedJob(const Job& job, const char* why);
-void PrintTableFoot();
+class CTable
+{
+public:
+    void PrintHead();
+    void PrintJob(const Job& job, const std::vector<Contender>& contenders,
+                  const CRunCollector& runs);
+    void PrintFailedJob(const Job& job, const char* why);
+    void PrintHeap();
+    void PrintFoot();
+
+    // Everything that was printed.
+    void Write(const std::string& file) const;
+
+private:
+    nlohmann::ordered_json mReport;
+};
 
 } // namespace Tavrik::Ossira::tBench

@@ -1,10 +1,12 @@
-// Values set and read again. Runtime and limit are both values and go through the same loop.
-#include "Job.h"
+// Values set and read again. The runtime's value and the limit that is a value too go through the
+// same loop.
 #include "Limits.h"
 #include "OssiraClasses.h"
+#include "Peers.h"
+#include "SpinWord.h"
 
-#include <any>
 #include <array>
+#include <cstring>
 #include <mutex>
 
 namespace Tavrik::Ossira::tBench
@@ -30,22 +32,27 @@ constexpr std::size_t LargeSize = 100;
     }
 }
 
+// Bytes of known size and their lock, without a type and without a call.
 template <std::size_t Size>
-void SetAndReadAny(benchmark::State& state)
+void SetAndReadBytes(benchmark::State& state)
 {
-    std::mutex mutex;
-    std::any value;
+    SpinWord lock;
     std::array<unsigned char, Size> in = {};
+    std::array<unsigned char, Size> value = {};
+    std::array<unsigned char, Size> out = {};
     const CRoundReport report(state);
     for (auto _ : state)
     {
         benchmark::DoNotOptimize(in);
         {
-            const std::lock_guard guard(mutex);
+            const std::lock_guard guard(lock);
             value = in;
+            benchmark::DoNotOptimize(value);
         }
-        const std::lock_guard guard(mutex);
-        auto out = std::any_cast<std::array<unsigned char, Size>>(value);
+        {
+            const std::lock_guard guard(lock);
+            out = value;
+        }
         benchmark::DoNotOptimize(out);
     }
 }
@@ -62,17 +69,20 @@ template <std::size_t Size>
             SetAndRead(state, object.Get(), static_cast<std::int32_t>(Size));
         };
     };
-    return {{"runtime", setAndRead(value)},
-            {"tagged copy under a spin word", setAndRead(MakeLimitValue())},
-            {"std::any under a std::mutex", SetAndReadAny<Size>}};
+    std::vector<Contender> contenders = {
+        {"runtime", setAndRead(value)},
+        {"two spin pairs and the copies", SetAndReadBytes<Size>},
+        {"the same with a type, by virtual calls", setAndRead(MakeLimitValue())}};
+    AddPeers(contenders, Size == LargeSize ? Topic::LargeValue : Topic::SmallValue);
+    return contenders;
 }
 
 } // namespace
 
-std::vector<Job> ValueJobs()
+Jobs ValueJobs()
 {
-    return {{"value of 4 bytes set and read", 1.5, Contenders<4>},
-            {"value of 100 bytes set and read", 1.5, Contenders<LargeSize>}};
+    return {{"value of 4 bytes set and read", 1.3, Contenders<4>},
+            {"value of 100 bytes set and read", 1.4, Contenders<LargeSize>}};
 }
 
 } // namespace Tavrik::Ossira::tBench
