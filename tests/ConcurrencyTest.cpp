@@ -86,29 +86,37 @@ TEST(Concurrency, OneFactoryAndOneRegistryServeThreadsThatReadLoadAndUnloadModul
 TEST(Concurrency, AnAllocatorCountsWhatManyThreadsTakeAndGiveBack)
 {
     const auto allocator = Make<ICommonMemoryAllocator32>(CLSID_CommonMemoryAllocator32);
-    InThreads(ThreadCount,
-              [&](std::uint32_t number)
-              {
-                  for (std::uint32_t round = 0; round < 1000; ++round)
-                  {
-                      ObjectPtr<IMemorySegment32> segments[3];
-                      for (auto& segment : segments)
-                      {
-                          EXPECT_EQ(allocator->AllocMemorySegment32(10 + round % 50, 4, 0,
-                                                                    IID_IMemorySegment32,
-                                                                    segment.PutVoid()),
-                                    S_OK);
-                          std::memset(segment->GetAddress(), static_cast<int>(number),
-                                      segment->GetSize());
-                      }
-                      for (auto& segment : segments)
-                          EXPECT_EQ(std::count(static_cast<char*>(segment->GetAddress()),
-                                               static_cast<char*>(segment->GetAddress()) +
-                                                   segment->GetSize(),
-                                               static_cast<char>(number)),
-                                    segment->GetSize());
-                  }
-              });
+    InThreads(
+        ThreadCount,
+        [&](std::uint32_t number)
+        {
+            for (std::uint32_t round = 0; round < 1000; ++round)
+            {
+                ObjectPtr<IMemorySegment32> segments[3];
+                for (auto& segment : segments)
+                {
+                    EXPECT_EQ(allocator->AllocMemorySegment32(
+                                  10 + round % 50, 4, 0, IID_IMemorySegment32, segment.PutVoid()),
+                              S_OK);
+                    std::memset(segment->GetAddress(), static_cast<int>(number),
+                                segment->GetSize());
+                }
+                for (auto& segment : segments)
+                    EXPECT_EQ(
+                        std::count(static_cast<char*>(segment->GetAddress()),
+                                   static_cast<char*>(segment->GetAddress()) + segment->GetSize(),
+                                   static_cast<char>(number)),
+                        segment->GetSize());
+            }
+            for (std::uint32_t round = 0; round < 10000; ++round)
+            {
+                void *raw = nullptr, *address = nullptr;
+                std::uint32_t rawSize = 0, size = 0;
+                EXPECT_EQ(allocator->AllocMemoryBlock(16, 1, 0, &raw, &rawSize, &address, &size),
+                          S_OK);
+                EXPECT_EQ(allocator->FreeBlock(raw, rawSize), S_OK);
+            }
+        });
     std::uint64_t bytes = 1;
     std::int32_t count = 1, peak = 0;
     std::uint32_t least = 0, greatest = 0;

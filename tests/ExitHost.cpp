@@ -38,7 +38,8 @@ public:
     }
 
     bool IsOver = false;
-} gHostObject;
+};
+HostObject& gHostObject = *new HostObject; // outlives the host's static objects
 
 template <class Interface>
 [[nodiscard]] ObjectPtr<Interface> New(const CLSID& clsid)
