@@ -1,21 +1,12 @@
 // What all classes of the runtime have in common, by one driver: what they offer, say of themselves
 // and answer for; and tables of the refusals that every operation has.
-#include "CallSlot.h"
 #include "ComServer.h"
+#include "EveryOperation.h"
 #include "Library.h"
-#include "OssiraCacheStack.h"
-#include "OssiraDatatypes.h"
-#include "OssiraMemory.h"
-#include "OssiraModified.h"
-#include "OssiraThreads.h"
-#include "OssiraValueSetGroup.h"
 #include "SampleObject.h"
-#include "ServiceTools.h"
 #include "TestItem.h"
 
-#include <array>
 #include <climits>
-#include <future>
 
 namespace Tavrik::Ossira::tTest
 {
@@ -312,187 +303,11 @@ TEST(EveryClass, ConcurrentCreationLosesNothing)
 
 // --- Refusals ------------------------------------------------------------------------------------
 
-// What a call is made with, by the letters of a row: g a GUID, i the unknown's, o where an object
-// or a number goes, v a value, l a layer, d a provider of datatypes, c a dependant, a an allocator,
-// t an array of targets, s a text, b data, m the mask of an error line, digits themselves.
-struct Arguments
-{
-    std::array<std::uintptr_t, 7> Of(std::string_view letters)
-    {
-        std::array<std::uintptr_t, 7> values = {};
-        std::transform(letters.begin(), letters.end(), values.begin(),
-                       [this](char letter) { return ValueOf(letter); });
-        return values;
-    }
-
-private:
-    [[nodiscard]] std::uintptr_t ValueOf(char letter)
-    {
-        const auto address = [](const auto* object)
-        {
-            return reinterpret_cast<std::uintptr_t>(object);
-        };
-        switch (letter)
-        {
-        case 'g':
-            return address(&Key);
-        case 'i':
-            return address(&IID_IUnknown);
-        case 'o':
-            return address(&Out);
-        case 'v':
-            return address(Value.Get());
-        case 'l':
-            return address(Set.Get());
-        case 'd':
-            return address(Provider.Get());
-        case 'c':
-            return address(Dependant.Get());
-        case 'a':
-            return address(Allocator.Get());
-        case 't':
-            return address(&Target);
-        case 's':
-            return address(L"text");
-        case 'b':
-            return address(&Data);
-        case 'm':
-            return PRINT_ERROR;
-        default:
-            return static_cast<std::uintptr_t>(letter - '0');
-        }
-    }
-
-    const GUID Key = Numbered(1);
-    void* Out[8] = {};
-    void** Target = Out;
-    char Data[64] = {};
-    const ObjectPtr<IValue> Value = Make<IValue>(CLSID_Value);
-    const ObjectPtr<IValueSet> Set = Make<IValueSet>(CLSID_ValueSet);
-    const ObjectPtr<IDatatypes> Provider = Make<IDatatypes>(CLSID_IntrinsicDatatypes);
-    const ObjectPtr<ITouchModifiedChain> Dependant =
-        Make<ITouchModifiedChain>(CLSID_ModifiedService);
-    const ObjectPtr<ICommonMemoryAllocator32> Allocator =
-        Make<ICommonMemoryAllocator32>(CLSID_CommonMemoryAllocator32);
-};
-
-struct Row
-{
-    std::size_t Slot;
-    std::string_view Letters;
-    std::string_view Texts; // of null in the place of each argument in turn; "-": it is allowed
-};
-
-const std::tuple<std::vector<CLSID>, IID, std::vector<Row>> NullRows[] = {
-    {{CLSID_NodeList, CLSID_LockableNodeList, CLSID_UnsafeNodeList},
-     IID_IList,
-     {{3, "io", "riid ppv"},
-      {7, "v", "_item"},
-      {8, "v", "_item"},
-      {9, "v", "_item"},
-      {10, "00it", "- - riid pppv"},
-      {11, "v", "_item"},
-      {12, "0v", "- _item"},
-      {14, "0io", "- riid ppv"},
-      {15, "0v", "- _item"}}},
-    {{CLSID_NodeList, CLSID_LockableNodeList, CLSID_ValueSet, CLSID_UnsafeValueSet},
-     IID_IValue,
-     {{5, "o", "type"}}},
-    {{CLSID_DictionaryGUID, CLSID_LockableDictionaryGUID, CLSID_UnsafeDictionaryGUID,
-      CLSID_ValueSet, CLSID_LockableValueSet, CLSID_UnsafeValueSet, CLSID_ValueSetGroup},
-     IID_IDictionaryGUID,
-     {{3, "io", "riid ppv"},
-      {8, "g", "key"},
-      {9, "g", "key"},
-      {10, "gio", "key riid ppv"},
-      {11, "gv", "key value"}}},
-    {{CLSID_DictionaryGUID, CLSID_LockableDictionaryGUID, CLSID_UnsafeDictionaryGUID,
-      CLSID_ValueSetGroup},
-     IID_IDictionaryGUID,
-     {{12, "o", "ppv"}, {13, "o", "ppv"}}},
-    {{CLSID_ValueSet, CLSID_LockableValueSet, CLSID_UnsafeValueSet},
-     IID_IValueSet,
-     {{14, "ggb0", "key type - -"}, {15, "ggb4", "key type data -"}, {16, "go", "key -"}}},
-    {{CLSID_ValueSetGroup},
-     IID_IValueSetGroup,
-     {{14, "o", "pValueSet"},
-      {15, "0lg0", "- valueSet - -"},
-      {17, "0io", "- riid pValueSet"},
-      {18, "0o", "- pID"},
-      {19, "0o", "- pAccessFlags"},
-      {20, "l", "valueSet"}}},
-    {{CLSID_Value, CLSID_ReadOnlyValue},
-     IID_IValue,
-     {{3, "gb4", "type - -"}, {4, "gb4", "type data -"}, {5, "o", "type"}}},
-    {{CLSID_Value, CLSID_ReadOnlyValue}, IID_ICloneable, {{3, "io", "riid ppv"}}},
-    {{CLSID_Value, CLSID_ReadOnlyValue}, IID_IComparable, {{3, "vo", "pv result"}}},
-    {{CLSID_DebugSingleton}, IID_ISingleton, {{3, "gio", "clsid iid ppv"}, {4, "gv", "clsid obj"}}},
-    {{CLSID_DebugSingleton, CLSID_ObjectFactory}, IID_IEnumerable, {{3, "io", "riid ppv"}}},
-    {{CLSID_ObjectFactory},
-     IID_IObjectFactory,
-     {{3, "gio", "clsid iid ppv"},
-      {4, "g00", "clsid - -"},
-      {5, "g", "clsid"},
-      {6, "gio", "clsid iid ppv"},
-      {8, "sio", "fileName iid ppv"},
-      {9, "io", "riid ppv"},
-      {10, "io", "iid ppv"}}},
-    {{CLSID_ClsidRegistry},
-     IID_IClsidRegistry,
-     {{3, "gg", "category clsid"},
-      {4, "ggg", "category group clsid"},
-      {5, "gg", "category clsid"},
-      {6, "ggg", "category group clsid"},
-      {7, "g", "category"},
-      {8, "gg", "category group"},
-      {9, "gg", "category clsid"},
-      {10, "ggg", "category group clsid"},
-      {11, "gio", "category riid ppv"},
-      {12, "ggio", "category group riid ppv"},
-      {13, "io", "riid ppv"}}},
-    {{CLSID_ClassRegisterService},
-     IID_IClassRegisterService,
-     {{4, "o", "ppv"}, {5, "s", "fileName"}, {6, "s", "path"}}},
-    {{CLSID_DirectoryService}, IID_IDirectoryService, {{3, "lio", "param riid ppv"}}},
-    {{CLSID_MasterBootstrap},
-     IID_IMasterBootstrap,
-     {{6, "o", "ppv"}, {8, "o", "ppv"}, {9, "o", "ppv"}}},
-    {{CLSID_DatatypesService, CLSID_IntrinsicDatatypes},
-     IID_IDatatypes,
-     {{3, "io", "riid ppv"}, {4, "g", "dataType"}, {5, "go", "dataType pInfo"}}},
-    {{CLSID_DatatypesService},
-     IID_IDatatypesService,
-     {{6, "gb0b0o", "dataType - - - - -"},
-      {8, "gd", "dataType pType"},
-      {9, "d", "pTypes"},
-      {10, "g", "dataType"},
-      {11, "d", "pTypes"},
-      {13, "go", "dataType ppType"}}},
-    {{CLSID_IntrinsicDatatypes},
-     IID_IDatatypes,
-     {{6, "gb4b4o",
-       "dataType result,_dataA,_dataB - result,_dataA,_dataB - result,_dataA,_dataB"}}},
-    {{CLSID_ModifiedService},
-     IID_IModifiedService,
-     {{3, "o", "pCounter"}, {5, "c", "pTouch"}, {6, "c", "pTouch"}}},
-    {{CLSID_CommonMemoryAllocator32},
-     IID_ICommonMemoryAllocator32,
-     {{6, "110io", "- - - riid ppv"}}},
-    {{CLSID_CommonMemorySegment32},
-     IID_IMemorySegment32,
-     {{3, "a00", "pAllocator - -"}, {4, "o", "ppAllocator"}}},
-    {{CLSID_ClsidObjectCacheStack},
-     IID_IClsidObjectCacheStack,
-     {{5, "io", "iid out"}, {6, "v", "value"}, {7, "gi", "clsid iid"}}},
-    {{CLSID_CommonThreadPoolBox}, IID_ICommonThreadPoolBox, {{4, "o", "ppThreadPool"}}},
-    {{CLSID_DebugOutputObserverPrint}, IID_IObserverPrint, {{5, "mbb", "- location format"}}},
-};
-
 // Null in the place of one argument after the other, all others being right.
 TEST(EveryClass, RefusesNullInThePlaceOfEveryArgument)
 {
     Arguments with;
-    for (const auto& [classes, iid, rows] : NullRows)
+    for (const auto& [classes, iid, rows] : EveryOperation)
         for (const CLSID& clsid : classes)
             for (const auto& [slot, letters, texts] : rows)
             {
@@ -509,8 +324,7 @@ TEST(EveryClass, RefusesNullInThePlaceOfEveryArgument)
                     std::replace(text.begin(), text.end(), '_', text.front() == '_' ? '_' : ' ');
                     auto a = with.Of(letters);
                     a[at] = 0;
-                    FAILS(CallSlot<Result>(object.Get(), slot, a[0], a[1], a[2], a[3], a[4], a[5]),
-                          E_POINTER, text);
+                    FAILS(Call(object.Get(), slot, a), E_POINTER, text);
                 }
                 EXPECT_EQ(ReferencesOn(*object), 1u);
                 EXPECT_EQ(GetObjectOpenCount(), before);
@@ -550,8 +364,7 @@ TEST(EveryClass, RefusesEveryOperationAfterItsDisposal)
         const auto disposable = As<IDisposable>(*object);
         const auto call = [&](const Row& row)
         {
-            const auto a = with.Of(row.Letters);
-            return CallSlot<Result>(object.Get(), row.Slot, a[0], a[1], a[2], a[3]);
+            return Call(object.Get(), row.Slot, with.Of(row.Letters));
         };
         for (const Row& row : rows)
         {
