@@ -16,42 +16,20 @@ namespace
 
 #define KNOWN(name) std::pair(I##name::Iid, #name)
 
-constexpr std::pair<IID, const char*> Interfaces[] = {KNOWN(Bootstrap),
-                                                      KNOWN(ClassRegisterService),
-                                                      KNOWN(Cloneable),
-                                                      KNOWN(ClsidObjectCacheStack),
-                                                      KNOWN(ClsidRegistry),
-                                                      KNOWN(Collection),
-                                                      KNOWN(CollectionGUID),
-                                                      KNOWN(CommonMemoryAllocator32),
-                                                      KNOWN(CommonThreadPoolBox),
-                                                      KNOWN(Comparable),
-                                                      KNOWN(CriticalSection),
-                                                      KNOWN(Datatypes),
-                                                      KNOWN(DatatypesService),
-                                                      KNOWN(DictionaryGUID),
-                                                      KNOWN(DirectoryService),
-                                                      KNOWN(Disposable),
-                                                      KNOWN(Enumerable),
-                                                      KNOWN(Enumerator),
-                                                      KNOWN(EnumeratorGUID),
-                                                      KNOWN(List),
-                                                      KNOWN(MasterBootstrap),
-                                                      KNOWN(MemorySegment32),
-                                                      KNOWN(ModifiedService),
-                                                      KNOWN(ObjectCacheStack),
-                                                      KNOWN(ObjectFactory),
-                                                      KNOWN(ObjectIdentity),
-                                                      KNOWN(ObjectLock),
-                                                      KNOWN(ObjectName),
-                                                      KNOWN(ObserverPrint),
-                                                      KNOWN(Singleton),
-                                                      KNOWN(SingletonRegistry),
-                                                      KNOWN(Stack),
-                                                      KNOWN(TouchModifiedChain),
-                                                      KNOWN(Value),
-                                                      KNOWN(ValueSet),
-                                                      KNOWN(ValueSetGroup)};
+// clang-format off
+constexpr std::pair<IID, const char*> Interfaces[] = {
+    KNOWN(Bootstrap), KNOWN(ClassRegisterService), KNOWN(Cloneable), KNOWN(ClsidObjectCacheStack),
+    KNOWN(ClsidRegistry), KNOWN(Collection), KNOWN(CollectionGUID),
+    KNOWN(CommonMemoryAllocator32), KNOWN(CommonThreadPoolBox), KNOWN(Comparable),
+    KNOWN(CriticalSection), KNOWN(Datatypes), KNOWN(DatatypesService), KNOWN(DictionaryGUID),
+    KNOWN(DirectoryService), KNOWN(Disposable), KNOWN(Enumerable), KNOWN(Enumerator),
+    KNOWN(EnumeratorGUID), KNOWN(List), KNOWN(MasterBootstrap), KNOWN(MemorySegment32),
+    KNOWN(ModifiedService), KNOWN(ObjectCacheStack), KNOWN(ObjectFactory), KNOWN(ObjectIdentity),
+    KNOWN(ObjectLock), KNOWN(ObjectName), KNOWN(ObserverPrint), KNOWN(Singleton),
+    KNOWN(SingletonRegistry), KNOWN(Stack), KNOWN(TouchModifiedChain), KNOWN(Value),
+    KNOWN(ValueSet), KNOWN(ValueSetGroup)
+};
+// clang-format on
 
 // What else a class offers besides the unknown.
 std::string OfferedBy(IUnknown& object)
