@@ -92,8 +92,9 @@ public:
         return reinterpret_cast<void**>(Put());
     }
 
-    // Asks the held object for another interface; null answers `E_POINTER`. What `other` held is
-    // released afterwards, so that it may be this pointer itself.
+    // Asks the held object for another interface; null answers `E_POINTER`, and an object that says
+    // it has the interface and hands out none `E_NOINTERFACE`. What `other` held is released
+    // afterwards, so that it may be this pointer itself.
     template <class Other>
     [[nodiscard]] Result QueryTo(ObjectPtr<Other>& other) const
     {
@@ -102,7 +103,7 @@ public:
         ObjectPtr<Other> answer;
         const Result result = mObject->QueryInterface(Other::Iid, answer.PutVoid());
         other = std::move(answer);
-        return result;
+        return Succeeded(result) && !other ? E_NOINTERFACE : result;
     }
 
 private:

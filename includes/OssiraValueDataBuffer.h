@@ -175,6 +175,7 @@ public:
         ObjectPtr<IValue> other;
         OSSIRA_CHECK_CALL_TWICE(pv->QueryInterface(IID_IValue, other.PutVoid()),
                                 "pv->QueryInterface(IID_IValue, (void**)&BValue)");
+        OSSIRA_CHECK(other, E_NOINTERFACE, "pv->QueryInterface(IID_IValue, (void**)&BValue)");
         CStackBuffer bytes;
         for (int retries = RetryLimit;; --retries)
         {

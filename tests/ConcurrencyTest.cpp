@@ -1,8 +1,12 @@
 // What any thread may call at any time, called by many at once. A sanitizer watches for races; the
 // assertions, for what a race would break.
-#include "OssiraValueSetGroup.h"
+#include "OssiraMemory.h"
+#include "OssiraModified.h"
 #include "ServiceTools.h"
+#include "TestItem.h"
 
+#include <algorithm>
+#include <cstring>
 #include <set>
 
 namespace Tavrik::Ossira
@@ -98,6 +102,135 @@ TEST(Concurrency, AModuleThatIsBeingFlushedServesWhoeverComesInTime)
                       EXPECT_EQ(result, S_OK);
                   });
         ASSERT_EQ(counter->Count(), 1);
+    }
+}
+
+TEST(Concurrency, AnAllocatorCountsWhatManyThreadsTakeAndGiveBack)
+{
+    const auto allocator = Make<ICommonMemoryAllocator32>(CLSID_CommonMemoryAllocator32);
+    InThreads(
+        ThreadCount,
+        [&](std::uint32_t number)
+        {
+            for (std::uint32_t round = 0; round < 1000; ++round)
+            {
+                ObjectPtr<IMemorySegment32> segments[3];
+                for (auto& segment : segments)
+                {
+                    EXPECT_EQ(allocator->AllocMemorySegment32(
+                                  10 + round % 50, 4, 0, IID_IMemorySegment32, segment.PutVoid()),
+                              S_OK);
+                    std::memset(segment->GetAddress(), static_cast<int>(number),
+                                segment->GetSize());
+                }
+                for (auto& segment : segments)
+                    EXPECT_EQ(
+                        std::count(static_cast<char*>(segment->GetAddress()),
+                                   static_cast<char*>(segment->GetAddress()) + segment->GetSize(),
+                                   static_cast<char>(number)),
+                        segment->GetSize());
+            }
+            for (std::uint32_t round = 0; round < 10000; ++round)
+            {
+                void *raw = nullptr, *address = nullptr;
+                std::uint32_t rawSize = 0, size = 0;
+                EXPECT_EQ(allocator->AllocMemoryBlock(16, 1, 0, &raw, &rawSize, &address, &size),
+                          S_OK);
+                EXPECT_EQ(allocator->FreeBlock(raw, rawSize), S_OK);
+            }
+        });
+    std::uint64_t bytes = 1;
+    std::int32_t count = 1, peak = 0;
+    std::uint32_t least = 0, greatest = 0;
+    EXPECT_EQ(allocator->GetStatistics(&bytes, &count, &peak, &least, &greatest), S_OK);
+    EXPECT_TRUE(bytes == 0 && count == 0 && least == 15 && greatest == 63);
+    EXPECT_TRUE(peak >= 3 && peak <= static_cast<std::int32_t>(3 * ThreadCount)) << peak;
+}
+
+TEST(Concurrency, TouchesOfOneServiceDoNotOverlapAndEachCountsOnce)
+{
+    const ObserverMaskScope silence(0); // most are refused
+    const auto service = Make<IModifiedService>(CLSID_ModifiedService);
+    const auto dependant = TestItem::New();
+    std::atomic<bool> isTouched = false;
+    std::atomic<std::uint32_t> touches = 0, answers = 0;
+    dependant->OnTouch = [&]
+    {
+        EXPECT_FALSE(isTouched.exchange(true));
+        ++touches;
+        isTouched = false;
+        return S_OK;
+    };
+    EXPECT_EQ(service->AddTouchModified(dependant.Get()), S_OK);
+    InThreads(ThreadCount,
+              [&](std::uint32_t)
+              {
+                  for (int round = 0; round < 2000; ++round)
+                      answers += service->TouchModified() == S_OK ? 1 : 0;
+              });
+    std::uint32_t counter = 0;
+    EXPECT_EQ(service->GetModifiedCounter(&counter), S_OK);
+    EXPECT_TRUE(counter == answers && counter == touches && counter > 0);
+}
+
+TEST(Concurrency, AFactoryTellsItsModulesWhileOthersAreEntered)
+{
+    const ObserverMaskScope silence(0);
+    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
+    constexpr std::uint32_t files = 60;
+    InThreads(ThreadCount,
+              [&](std::uint32_t number)
+              {
+                  std::size_t known = 0;
+                  for (std::uint32_t round = 0; round < files; ++round)
+                  {
+                      const auto file = L"no file " + std::to_wstring(number * files + round);
+                      if (number % 2 == 0)
+                      {
+                          EXPECT_EQ(factory->RegisterClass(Numbered(number * files + round),
+                                                           file.c_str(), "of no file"),
+                                    S_OK);
+                      }
+                      const std::size_t now = ModulesOf(*factory).size();
+                      EXPECT_GE(now, known);
+                      known = now;
+                      EXPECT_EQ(factory->FlushModules(), S_OK);
+                  }
+              });
+    EXPECT_EQ(ModulesOf(*factory).size(), files * ThreadCount / 2);
+}
+
+// What a thread leaves behind in a module, the state of an exception for one, goes with either.
+TEST(Concurrency, ThreadsThatUsedAModuleEndWhileItIsUnloaded)
+{
+    const ObserverMaskScope silence(0);
+    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
+    const std::filesystem::path files[] = {ModuleFile("good", "Counter"),
+                                           ModuleFile("raw", "CreatorThrows")};
+    for (const auto& file : files)
+        ASSERT_EQ(RegisterModule(file, nullptr, factory.Get()), S_OK);
+    for (int round = 0; round < 60; ++round)
+    {
+        std::atomic<int> missing = ThreadCount;
+        InThreads(
+            ThreadCount,
+            [&](std::uint32_t number)
+            {
+                ObjectPtr<ICounter> counter;
+                ObjectPtr<IUnknown> none;
+                EXPECT_EQ(factory->GetClassObject(CLSID_Counter, IID_ICounter, counter.PutVoid()),
+                          S_OK);
+                EXPECT_EQ(factory->GetClassObject(CLSID_RawFirst, IID_IUnknown, none.PutVoid()),
+                          E_UNEXPECTED);
+                EXPECT_EQ(counter->Count(), 1);
+                counter.Reset();
+                Meet(missing);
+                if (number == 0)
+                {
+                    EXPECT_EQ(factory->FlushModules(), S_OK);
+                }
+            });
+        EXPECT_FALSE(IsMapped(files[0]) || IsMapped(files[1]));
     }
 }
 

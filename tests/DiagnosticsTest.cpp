@@ -289,6 +289,38 @@ TEST(Checks, AFailingCallIsMadeTwiceAndTheRepeatCounts)
     EXPECT_TRUE(calls.empty());
 }
 
+#define HERE(...)                                                                                  \
+    (__VA_ARGS__)                                                                                  \
+    {                                                                                              \
+        OSSIRA_LOCATION(here);                                                                     \
+        return here.Function;                                                                      \
+    }
+
+template <class First>
+struct T_Named
+{
+    const char* Plain HERE(const First&, void (*)(int), std::pair<int, First>*) static const
+        char* Other HERE(std::vector<First>&)
+};
+
+struct T_Standing
+{
+    static constexpr std::string_view OssiraReportedClass = "Tavrik::Elsewhere::T_Else";
+    const char* Stands HERE(int, char**)
+};
+
+const char* Free HERE(const std::string&, int)
+
+    TEST(Exceptions, NameTheFunctionWithoutItsParameters)
+{
+    std::vector<long> numbers;
+    const std::string here = "Tavrik::Ossira::tTest::`anonymous-namespace'::";
+    EXPECT_EQ(T_Named<int>().Plain(1, nullptr, nullptr), here + "T_Named::Plain");
+    EXPECT_EQ(T_Named<long>::Other(numbers), here + "T_Named::Other");
+    EXPECT_EQ(Free(here, 1), here + "Free");
+    EXPECT_STREQ(T_Standing().Stands(1, nullptr), "Tavrik::Elsewhere::T_Else::Stands");
+}
+
 TEST(Exceptions, TellTheirPlaceAlikeOnEveryCompiler)
 {
     OSSIRA_LOCATION(here);

@@ -3,9 +3,11 @@
 // loading it while it runs. Everything here leaks on purpose.
 #include "Ossira.h"
 #include "Platform.h"
+#include "TestItem.h"
 #include "TestModules.h"
 #include "TestPlatform.h"
 
+#include <cstdlib>
 #include <future>
 #include <thread>
 
@@ -23,6 +25,21 @@ namespace
 
 decltype(&CreateClassObject) gCreate = nullptr;
 ObjectPtr<ICounter> gStaticReference;
+
+// What the host entered as a singleton: it is not to be called any more when the process ends.
+class HostObject final : public Uncounted<IUnknown>
+{
+public:
+    std::uint32_t Release() override
+    {
+        if (IsOver)
+            std::_Exit(12);
+        return 1;
+    }
+
+    bool IsOver = false;
+};
+HostObject& gHostObject = *new HostObject; // outlives the host's static objects
 
 template <class Interface>
 [[nodiscard]] ObjectPtr<Interface> New(const CLSID& clsid)
@@ -94,6 +111,12 @@ void WorkForEver(bool creates, std::promise<void>& isRunning)
 
 int Run(const std::string& scenario)
 {
+    if (scenario == "host-object") // without a module: one that was torn down keeps everything
+    {
+        const auto singletons = New<ISingleton>(CLSID_GlobalSingleton);
+        gHostObject.IsOver = singletons->RegisterObject(Numbered(1), &gHostObject) == S_OK;
+        return gHostObject.IsOver ? 0 : 13;
+    }
     if (!Populate(true))
         return 10;
     if (scenario.ends_with("-threads"))

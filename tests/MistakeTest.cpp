@@ -105,6 +105,14 @@ TEST(Mistakes, AFileThatIsNoModuleIsNamedWithTheReason)
         };
         ExpectWarning(name, read, std::string(name) + '"', cause);
     }
+    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
+    const auto scan = [&]
+    {
+        EXPECT_EQ(RegisterService(factory.Get())
+                      ->RegisterFolder(folder.Path().wstring().c_str(), nullptr, nullptr, nullptr),
+                  S_OK);
+    };
+    ExpectWarning("scan", scan, "arm.dll\"", "it is built for another processor: ARM, 64 bits");
 }
 
 TEST(Mistakes, AClassThatTwoModulesHaveIsNamedWithBoth)

@@ -3,7 +3,10 @@
 #include "ServiceTools.h"
 #include "TestItem.h"
 
+#include <algorithm>
 #include <future>
+#include <map>
+#include <set>
 
 namespace Tavrik::Ossira
 {
@@ -86,22 +89,126 @@ TEST(ClassEnumerators, DieAtAnAdditionAndOutliveARemoval)
     }
 }
 
-TEST(ClsidRegistry, FilesAClassOnceInAGroupAndLeavesNothingEmptyBehind)
+// The group of number 0 is that of no group.
+TEST(ClsidRegistry, FilesAndTakesOutLikeAMapOfMaps)
 {
+    const ObserverMaskScope silence(0);
     const auto registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
-    const GUID category = Numbered(100);
-    const ObserverMaskScope mask(PRINT_TRACE | PRINT_WARN);
-    const DiagnosticsCapture capture;
-    EXPECT_EQ(registry->RegisterClass(category, Numbered(1)), S_OK);
-    EXPECT_EQ(registry->RegisterGroupClass(category, GUID_Null, Numbered(1)), S_FALSE);
-    EXPECT_EQ(registry->UnregisterGroupClass(category, category, Numbered(1)), S_FALSE);
-    EXPECT_EQ(registry->UnregisterClass(category, Numbered(1)), S_OK);
-    EXPECT_EQ(registry->UnregisterClass(category, Numbered(1)), S_FALSE);
-    EXPECT_EQ(registry->ContainsCategory(category), S_FALSE);
-    for (const char* line : {"New Category created: ", "New Class created: ", " - already exists",
-                             "Category has no such group", "Remove classes-object from group",
-                             "Remove groups-object from category", "Unknown category"})
-        EXPECT_EQ(capture.CountLinesWith(line), 1u) << line;
+    std::map<std::uint32_t, std::map<std::uint32_t, std::set<std::uint32_t>>> model;
+    const auto textsOf = [](const auto& numbers, auto numberOf)
+    {
+        std::vector<std::string> texts;
+        for (const auto& each : numbers)
+            texts.push_back(Text(numberOf(each) == 0 ? GUID_Null : Numbered(numberOf(each))));
+        return texts;
+    };
+    std::mt19937 random(77);
+    for (int round = 0; round < 4000; ++round)
+    {
+        const std::uint32_t c = 1 + Below(random, 3), g = Below(random, 3),
+                            k = 1 + Below(random, 4);
+        const GUID category = Numbered(c), clsid = Numbered(k);
+        const GUID group = g == 0 ? GUID_Null : Numbered(g);
+        const bool brief = g == 0 && round % 2 == 0;
+        if (Below(random, 16) < 9)
+        {
+            const bool isNew = model[c][g].insert(k).second;
+            ASSERT_EQ(brief ? registry->RegisterClass(category, clsid)
+                            : registry->RegisterGroupClass(category, group, clsid),
+                      isNew ? S_OK : S_FALSE);
+        }
+        else
+        {
+            const bool wasThere = model[c][g].erase(k) != 0;
+            if (model[c][g].empty())
+                model[c].erase(g);
+            if (model[c].empty())
+                model.erase(c);
+            ASSERT_EQ(brief ? registry->UnregisterClass(category, clsid)
+                            : registry->UnregisterGroupClass(category, group, clsid),
+                      wasThere ? S_OK : S_FALSE);
+        }
+        const bool hasCategory = model.contains(c), hasGroup = hasCategory && model[c].contains(g);
+        const bool hasClass = hasGroup && model[c][g].contains(k);
+        ASSERT_EQ(registry->ContainsCategory(category), hasCategory ? S_OK : S_FALSE);
+        ASSERT_EQ(registry->ContainsGroup(category, group), hasGroup ? S_OK : S_FALSE);
+        ASSERT_EQ(brief ? registry->ContainsClass(category, clsid)
+                        : registry->ContainsGroupClass(category, group, clsid),
+                  hasClass ? S_OK : S_FALSE);
+        ObjectPtr<IEnumeratorGUID> keys;
+        ASSERT_EQ(
+            brief ? registry->GetClasses(category, IID_IEnumeratorGUID, keys.PutVoid())
+                  : registry->GetGroupClasses(category, group, IID_IEnumeratorGUID, keys.PutVoid()),
+            hasGroup ? S_OK : E_NOT_FOUND);
+        if (hasGroup)
+        {
+            ASSERT_EQ(KeysIn(*keys), textsOf(model[c][g], [](std::uint32_t each) { return each; }));
+        }
+        ASSERT_EQ(registry->GetCategories(IID_IEnumeratorGUID, keys.PutVoid()), S_OK);
+        ASSERT_EQ(KeysIn(*keys), textsOf(model, [](const auto& each) { return each.first; }));
+    }
+}
+
+// Classes of a module, of a file that is none and of no file, by the numbers of the files.
+TEST(ObjectFactory, TellsOfItsClassesAndFilesLikeAMap)
+{
+    const ObserverMaskScope silence(0);
+    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
+    const std::wstring files[] = {ModuleFile("raw", "Decent").wstring(), L"no file", L""};
+    std::map<std::uint32_t, std::pair<std::size_t, std::string>> model;
+    std::int32_t counts[3] = {-1, -1, -1}; // of the classes ever registered; -1: unknown
+    std::mt19937 random(78);
+    for (int round = 0; round < 400; ++round)
+    {
+        const std::uint32_t number = 1 + Below(random, 8);
+        const CLSID clsid = Numbered(number);
+        const std::size_t at = Below(random, 3);
+        const std::string info = round % 7 == 0 ? "" : "class " + std::to_string(round);
+        if (Below(random, 2) == 0)
+        {
+            const bool isNew = model.try_emplace(number, at, info).second;
+            counts[at] = std::max(counts[at], 0) + (isNew ? 1 : 0);
+            ASSERT_EQ(factory->RegisterClass(clsid, files[at].c_str(), info.c_str()),
+                      isNew ? S_OK : S_FALSE);
+        }
+        else
+        {
+            ASSERT_EQ(factory->UnregisterClass(clsid), model.erase(number) != 0 ? S_OK : S_FALSE);
+        }
+        ObjectPtr<IValueSet> values;
+        std::wstring file;
+        std::int32_t count = -1;
+        const bool isKnown = model.contains(number);
+        ASSERT_EQ(CountClasses(*factory), model.size());
+        ASSERT_EQ(factory->GetClassValue(clsid, IID_IValueSet, values.PutVoid()),
+                  isKnown ? S_OK : E_FAIL);
+        if (isKnown)
+        {
+            ASSERT_EQ(GetValueUniString(values.Get(), ObjectFactoryItem_FileName, &file), S_OK);
+            ASSERT_EQ(file, files[model[number].first]);
+            ASSERT_EQ(TextOf(*values, ObjectFactoryItem_InfoText), model[number].second);
+        }
+        const bool isListed = at < 2 && counts[at] >= 0;
+        ASSERT_EQ(factory->GetModuleValue(files[at].c_str(), IID_IValueSet, values.PutVoid()),
+                  isListed ? S_OK : E_FAIL);
+        if (isListed)
+        {
+            ASSERT_EQ(GetValueUniString(values.Get(), ObjectFactoryItem_FileName, &file), S_OK);
+            ASSERT_EQ(file, files[at]);
+            ASSERT_EQ(GetValueSINT32(values.Get(), ObjectFactoryItem_ClassCount, &count), S_OK);
+            ASSERT_EQ(count, counts[at]);
+            ASSERT_EQ(GetValueSINT32(values.Get(), ObjectFactoryItem_OpenObjectCount, &count),
+                      at == 0 ? S_OK : E_NOT_FOUND);
+        }
+        std::vector<std::wstring> listed;
+        for (std::size_t each = 0; each < 2; ++each)
+        {
+            if (counts[each] >= 0)
+                listed.push_back(files[each]);
+        }
+        std::sort(listed.begin(), listed.end());
+        ASSERT_EQ(ModulesOf(*factory), listed);
+    }
 }
 
 TEST(SingletonRegistry, RefusesWhatCannotBeASingletonAndKeepsWhatItCreated)
@@ -138,7 +245,6 @@ TEST(Registration, NullInThePlaceOfAReferenceIsRefusedAndNothingHandedOut)
 {
     const auto singletons = SingletonRegistry();
     const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
-    const auto registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
     const GUID* const null = nullptr;
     const GUID* const some = &CLSID_Value;
     void* out = &out;
@@ -154,13 +260,8 @@ TEST(Registration, NullInThePlaceOfAReferenceIsRefusedAndNothingHandedOut)
         EXPECT_EQ(refuses(*object, 3, "clsid", null, some, &out), nullptr);
         EXPECT_EQ(refuses(*object, 3, "iid", some, null, &out), nullptr);
     }
-    refuses(*singletons, 4, "clsid", null, static_cast<IUnknown*>(factory.Get()));
-    refuses(*factory, 4, "clsid", null, L"", "");
-    refuses(*factory, 5, "clsid", null);
     EXPECT_EQ(refuses(*factory, 6, "clsid", null, some, &out), nullptr);
     EXPECT_EQ(refuses(*factory, 10, "iid", null, &out), nullptr);
-    for (std::size_t slot = 3; slot <= 10; ++slot) // takes two or three identifiers
-        refuses(*registry, slot, "category", null, null, null);
     const ObserverMaskScope mask(PRINT_WARN);
     REPORTS(CallSlot(*singletons, 5, null), S_FALSE, "Singleton unregister  not found");
 }

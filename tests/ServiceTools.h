@@ -70,14 +70,18 @@ inline void ExpectDead(IEnumerator& enumerator)
     FAILS(enumerator.GetCurrent(IID_IUnknown, nullptr), E_ACCESSDENIED, text);
 }
 
-[[nodiscard]] std::vector<std::string> KeysOf(auto& collection)
+[[nodiscard]] inline std::vector<std::string> KeysIn(IEnumeratorGUID& keys)
 {
     std::vector<std::string> texts;
     GUID key = GUID_Null;
-    const auto keys = Walk<IEnumeratorGUID>(collection);
-    while (keys->MoveNext() == S_OK && keys->GetCurrentGUID(&key) == S_OK)
+    while (keys.MoveNext() == S_OK && keys.GetCurrentGUID(&key) == S_OK)
         texts.push_back(Text(key));
     return texts;
+}
+
+[[nodiscard]] std::vector<std::string> KeysOf(auto& collection)
+{
+    return KeysIn(*Walk<IEnumeratorGUID>(collection));
 }
 
 // The wide strings of a list of values or, with a key, of a list of value sets.

@@ -49,6 +49,9 @@ TEST(TextFormat, WideTextIsUtf8WhateverTheLocale)
     // A precision counts bytes, and what does not fit as a whole is left out.
     EXPECT_EQ(Format(Room, "%.3ls|%.5ls|%.0ls", L"\u00e9\u00e9", L"\U0001F600\u20ac", L"a"),
               "\u00e9|\U0001F600|");
+    // The first and the last of each half, and such as have no other half.
+    EXPECT_EQ(Format(Room, "%ls|%ls|%ls", L"\xD800\xDC00", L"\xDBFF\xDFFF", L"\xDBFFx\xDFFF"),
+              "\U00010000|\U0010FFFF|\xED\xAF\xBFx\xED\xBF\xBF");
     // Nothing is read behind the precision.
     const std::vector<wchar_t> wide = {L'a', L'b', L'\xD83D'};
     EXPECT_EQ(Format(Room, "%.3ls|%.*ls", wide.data(), 1, wide.data()), "ab|a");
@@ -80,9 +83,10 @@ TEST(WideText, EveryCharacterSurvivesBothWays)
 TEST(WideText, InvalidBytesAreEscapedOneByOne)
 {
     // Cut off, overlong, a surrogate, above the last code.
-    const std::string bytes = "a\x80z\xE2\xC3\xA9\xC0\xAF\xE0\x9F\xBF\xED\xA0\x80\xF4\x90\xE2\x82";
+    const std::string bytes =
+        "a\x80z\xE2\xC3\xA9\xC0\xAF\xE0\x9F\xBF\xED\xA0\x80\xED\xBF\xBF\xF4\x90\xE2\x82";
     const std::wstring wide = L"a\xDC80z\xDCE2\u00e9\xDCC0\xDCAF\xDCE0\xDC9F\xDCBF\xDCED\xDCA0"
-                              L"\xDC80\xDCF4\xDC90\xDCE2\xDC82";
+                              L"\xDC80\xDCED\xDCBF\xDCBF\xDCF4\xDC90\xDCE2\xDC82";
     EXPECT_EQ(FromUtf8(bytes), wide);
     EXPECT_TRUE(!FileNamesAreBytes || ToUtf8(wide) == bytes);
 }

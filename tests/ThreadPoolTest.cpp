@@ -225,6 +225,22 @@ TEST(ThreadPool, StatisticsAreOneLineForEachRun)
               "CThreadPool single thread job job finished: calls/s\n"
               "CThreadPool 2 threads sym job job finished: calls/s; Wait-Spins\n"
               "CThreadPool 2 threads asym job job aborted: calls/s; Unlock-Spins\n");
+
+    // There is no work left before all workers were told of it.
+    const PoolPtr many(CreateThreadPool(64));
+    std::string text;
+    std::smatch told; // within that text
+    EXPECT_EQ(box->SetStatistics(1), S_OK);
+    for (int round = 0; round < 1000 && told.empty(); ++round)
+    {
+        const DiagnosticsCapture lines;
+        RunJob(*many, true, [](CAbortFlag) {});
+        text = lines.Text();
+        (void)std::regex_search(text, told, std::regex("RunSymmetric early break: (.*) / (.*)\n"));
+        EXPECT_TRUE(told.empty() || (told[1] == "64" && told[2] >= "1" && told[2] != "64"));
+    }
+    EXPECT_EQ(box->SetStatistics(0), S_OK);
+    EXPECT_FALSE(told.empty());
 }
 
 // --- Pools ---------------------------------------------------------------------------------------
@@ -349,6 +365,89 @@ TEST(ThreadPoolBox, KeepsItsPoolFromBeingDestroyedByItsSlots)
 }
 
 // --- Threads -------------------------------------------------------------------------------------
+
+using Clock = std::chrono::steady_clock;
+constexpr auto Patience = std::chrono::seconds(10);
+
+TEST(ConcurrentThread, EndsByItselfAndIsHeldWhereThePlatformCan)
+{
+    const std::unique_ptr<WinThread> thread(WinThread::Create());
+    CThreadJob nothing([](CAbortFlag) {});
+    EXPECT_EQ(thread->GetState(), ThreadNotStarted);
+    EXPECT_EQ(thread->GetThreadId() + thread->Stop(), 0u);
+    EXPECT_TRUE(thread->WaitFor(0)) << "there is nothing to wait for";
+    EXPECT_EQ(thread->Start(&nothing, nullptr), 1);
+    const auto end = Clock::now() + Patience;
+    while (thread->GetState() != ThreadFinished && Clock::now() < end) // nobody waits for it
+        std::this_thread::yield();
+    EXPECT_EQ(thread->GetState(), ThreadFinished);
+    EXPECT_EQ(thread->Stop(), 1);
+
+    std::atomic<std::uint32_t> count = 0;
+    std::atomic<bool> isOver = false;
+    CThreadJob counting(
+        [&](CAbortFlag)
+        {
+            while (!isOver)
+                ++count;
+        });
+    const auto advances = [&]
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        const std::uint32_t before = count;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        return count != before;
+    };
+    EXPECT_EQ(thread->Start(&counting, nullptr), 1);
+    while (count == 0)
+        std::this_thread::yield();
+    const auto begin = Clock::now();
+    EXPECT_FALSE(thread->WaitFor(20));
+    EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds(19));
+    EXPECT_EQ(thread->Resume(), 1);
+    EXPECT_EQ(thread->GetState(), ThreadRunning);
+    const bool canBeHeld = !tSystem::FileNamesAreBytes; // Windows
+    EXPECT_EQ(thread->Suspend(), canBeHeld);
+    EXPECT_EQ(thread->GetState(), canBeHeld ? ThreadSuspended : ThreadRunning);
+    EXPECT_EQ(advances(), !canBeHeld);
+    EXPECT_EQ(thread->Resume(), 1);
+    EXPECT_EQ(thread->GetState(), ThreadRunning);
+    EXPECT_TRUE(advances());
+    EXPECT_EQ(thread->Stop(), 0);
+    EXPECT_EQ(thread->Resume(), 1);
+    EXPECT_EQ(thread->GetState(), ThreadStopRequested) << "it was not held";
+    EXPECT_FALSE(thread->WaitFor(0));
+    isOver = true;
+    EXPECT_TRUE(thread->WaitFor(60000));
+    EXPECT_EQ(thread->GetState(), ThreadFinished);
+}
+
+TEST(ConcurrentEvent, IsAwaitedOnceForEachTimeItIsSetOrNotInTime)
+{
+    CEvent event;
+    ASSERT_TRUE(event.Create());
+    for (const std::uint32_t milliseconds : {0u, 1u, 20u})
+    {
+        const auto begin = Clock::now();
+        EXPECT_FALSE(event.WaitFor(milliseconds));
+        EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds(milliseconds));
+        event.Set();
+        event.Set();
+        EXPECT_TRUE(event.WaitFor(milliseconds));
+        EXPECT_FALSE(event.WaitFor(milliseconds));
+        event.Set();
+        event.Reset();
+    }
+    const auto begin = Clock::now();
+    std::jthread setter(
+        [&]
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            event.Set();
+        });
+    EXPECT_TRUE(event.WaitFor(20000));
+    EXPECT_LT(Clock::now() - begin, Patience);
+}
 
 TEST(ConcurrentThread, GoesThroughItsStatesWhoeverCallsItsSlots)
 {

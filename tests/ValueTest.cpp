@@ -126,6 +126,23 @@ TEST(Value, ComparesByTypeThenSizeThenBytes)
               failures < 1000 ? "" : "BValue->GetValue(BType, NULL, 0)");
         EXPECT_EQ(result <=> 0, failures < 1000 ? 5 <=> failures : 1 <=> 0);
     }
+    // Emptied values keep their place; one that is empty cannot be what another is compared with,
+    // unless the datatypes tell.
+    const auto blank = Make<IValue>(CLSID_Value);
+    const auto emptied = Make<IValue>(CLSID_Value);
+    EXPECT_EQ(SetValueSINT32(emptied.Get(), 1) + emptied->SetValue(GUID_Null, nullptr, 0), S_OK);
+    const std::tuple<IValue*, IValue*, int> orders[] = {{left.Get(), blank.Get(), 1},
+                                                        {left.Get(), emptied.Get(), 1},
+                                                        {blank.Get(), left.Get(), -1},
+                                                        {emptied.Get(), left.Get(), -1},
+                                                        {emptied.Get(), blank.Get(), 1}};
+    for (const auto& [a, b, order] : orders)
+    {
+        EXPECT_EQ(As<IComparable>(*a)->Compare(b, &result), S_OK);
+        EXPECT_EQ(result <=> 0, order <=> 0);
+    }
+    FAILS(As<IComparable>(*blank)->Compare(emptied.Get(), &result), E_FAIL,
+          "BValue->GetValue(BType, NULL, 0)");
     const auto empty = Make<IComparable>(CLSID_Value);
     FAILS(empty->Compare(Make<IValue>(CLSID_Value).Get(), &result), E_FAIL,
           "BValue->GetValue(BType, NULL, 0)");

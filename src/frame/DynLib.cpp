@@ -57,9 +57,26 @@ Result CDynLib::Open(const wchar_t* path)
     Close();
     if (path == nullptr)
         return E_FAIL;
-    if (!mLibrary.Open(path))
-        return mLibrary.Failure() == tSystem::ELoadFailure::NoMemory ? E_OUTOFMEMORY : E_FAIL;
+    // A module may have failed to attach for want of memory, which does not show: once more then.
+    for (int chance = 0; chance < 2; ++chance)
+    {
+        if (!mLibrary.Open(path))
+            return mLibrary.Failure() == tSystem::ELoadFailure::NoMemory ? E_OUTOFMEMORY : E_FAIL;
+        ResolveExports();
+        if (mMissingCount == 0 && IsAttached())
+        {
+            EnterOpenList();
+            return S_OK;
+        }
+        mLibrary.Close();
+        if (mMissingCount != 0)
+            break;
+    }
+    return E_FAIL;
+}
 
+void CDynLib::ResolveExports() noexcept
+{
     mMissingCount = 0;
     Require("DllGetClassObject", mExports.GetClassObject);
     Require("DllCanUnloadNow", mExports.CanUnloadNow);
@@ -67,13 +84,6 @@ Result CDynLib::Open(const wchar_t* path)
     Require("DLLGetClassCount", mExports.GetClassCount);
     Require("DLLGetClassObjectID", mExports.GetClassObjectID);
     Require("DLLGetClassObjectInfo", mExports.GetClassObjectInfo);
-    if (mMissingCount != 0 || !IsAttached())
-    {
-        mLibrary.Close();
-        return E_FAIL;
-    }
-    EnterOpenList();
-    return S_OK;
 }
 
 bool CDynLib::LacksResources() const noexcept

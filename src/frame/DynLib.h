@@ -80,6 +80,7 @@ private:
     [[nodiscard]] std::string WhyNot() const;
 
     [[nodiscard]] bool IsAttached() const noexcept;
+    void ResolveExports() noexcept;
     void EnterOpenList() noexcept;
     void Close() noexcept;
 

@@ -153,6 +153,7 @@ try
                      "clsidRegistry->QueryInterface(IID_IClsidRegistry, ) failed\n");
         return result;
     }
+    OSSIRA_CHECK(clsidRegistry, E_NOINTERFACE, "clsidRegistry->QueryInterface()");
 
     for (const BootstrapRecord* record = gBootstrapChain; record != nullptr; record = record->Next)
     {

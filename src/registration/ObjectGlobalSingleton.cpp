@@ -121,6 +121,7 @@ try
         object = Create(clsid, mask);
     void* answered = nullptr;
     OSSIRA_CHECK_CALL_TWICE(object->QueryInterface(iid, &answered), "QueryInterface()");
+    OSSIRA_CHECK(answered != nullptr, E_NOINTERFACE, "QueryInterface()");
     *ppv = answered;
     return S_OK;
 }

@@ -257,6 +257,7 @@ ObjectPtr<IDatatypes> T_DatatypesService::InternalGetDatatype(const GUID& dataTy
     ObjectPtr<IDatatypes> provider;
     OSSIRA_CHECK_CALL_TWICE(mTable->GetValueGUID(dataType, IID_IDatatypes, provider.PutVoid()),
                             "GetValueGUID( dataType )");
+    OSSIRA_CHECK(provider, E_NOINTERFACE, "GetValueGUID( dataType )");
     return provider;
 }
 

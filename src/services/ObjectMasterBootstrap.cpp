@@ -297,7 +297,7 @@ try
     ObjectPtr<IEnumeratorGUID> known;
     CLSID at = GUID_Null;
     bool isKnown = false;
-    if (Succeeded(bt.mFactory->GetClasses(IID_IEnumeratorGUID, known.PutVoid())))
+    if (Succeeded(bt.mFactory->GetClasses(IID_IEnumeratorGUID, known.PutVoid())) && known)
     {
         while (!isKnown && known->MoveNext() == S_OK && Succeeded(known->GetCurrentGUID(&at)))
             isKnown = SameGuid(at, clsid);
@@ -333,6 +333,7 @@ try
         OSSIRA_PRINT(mask, PRINT_TRACE, "%s-Category %s is empty\n", phase.Name, level.Name);
         return S_FALSE;
     }
+    OSSIRA_CHECK(enumerator, E_NOINTERFACE, "mClsidRegistry->GetClasses()");
 
     OSSIRA_PRINT(mask, PRINT_TRACE, "%s %s:\n", phase.Name, level.Name);
     Result result = S_OK;

@@ -19,14 +19,14 @@ public:
 
     Result Startup(IUnknown* param) override
     {
-        LeaveTrace(*param, {Letter, '+'});
-        return Answer;
+        const Result left = LeaveTrace(*param, {Letter, '+'});
+        return Failed(left) ? left : Answer;
     }
 
     Result Cleanup(IUnknown* param) override
     {
-        LeaveTrace(*param, {Letter, '-'});
-        return Answer;
+        const Result left = LeaveTrace(*param, {Letter, '-'});
+        return Failed(left) ? left : Answer;
     }
 };
 

@@ -50,13 +50,14 @@ inline constexpr GUID BootstrapTrace = Numbered(0, 1);
 // A and B are at level 0, C at level 1 and D at level 2, for both phases; A, C and D live in the
 // outer module, B in the inner one. In the failing one, at level 0, X succeeds, Y and Z fail. In
 // the taking one, at level 0, T takes out U before U is started.
-inline void LeaveTrace(IUnknown& param, const std::string& step)
+inline Result LeaveTrace(IUnknown& param, const std::string& step)
 {
     ObjectPtr<IValueSet> set;
     std::string trace;
     param.QueryInterface(IID_IValueSet, set.PutVoid());
-    (void)GetValueCharString(set.Get(), BootstrapTrace, &trace);
-    (void)SetValueCharString(set.Get(), BootstrapTrace, trace + step);
+    const Result read = GetValueCharString(set.Get(), BootstrapTrace, &trace);
+    return read == E_OUTOFMEMORY ? read
+                                 : SetValueCharString(set.Get(), BootstrapTrace, trace + step);
 }
 
 // --- "callback": Callback.dll

@@ -1,0 +1,478 @@
+// What all classes of the runtime have in common, by one driver: what they offer, say of themselves
+// and answer for; and tables of the refusals that every operation has.
+#include "ComServer.h"
+#include "EveryOperation.h"
+#include "Library.h"
+#include "SampleObject.h"
+#include "TestItem.h"
+
+#include <climits>
+
+namespace Tavrik::Ossira::tTest
+{
+
+namespace
+{
+
+#define KNOWN(name) std::pair(I##name::Iid, #name)
+
+// clang-format off
+constexpr std::pair<IID, const char*> Interfaces[] = {
+    KNOWN(Bootstrap), KNOWN(ClassRegisterService), KNOWN(Cloneable), KNOWN(ClsidObjectCacheStack),
+    KNOWN(ClsidRegistry), KNOWN(Collection), KNOWN(CollectionGUID),
+    KNOWN(CommonMemoryAllocator32), KNOWN(CommonThreadPoolBox), KNOWN(Comparable),
+    KNOWN(CriticalSection), KNOWN(Datatypes), KNOWN(DatatypesService), KNOWN(DictionaryGUID),
+    KNOWN(DirectoryService), KNOWN(Disposable), KNOWN(Enumerable), KNOWN(Enumerator),
+    KNOWN(EnumeratorGUID), KNOWN(List), KNOWN(MasterBootstrap), KNOWN(MemorySegment32),
+    KNOWN(ModifiedService), KNOWN(ObjectCacheStack), KNOWN(ObjectFactory), KNOWN(ObjectIdentity),
+    KNOWN(ObjectLock), KNOWN(ObjectName), KNOWN(ObserverPrint), KNOWN(Singleton),
+    KNOWN(SingletonRegistry), KNOWN(Stack), KNOWN(TouchModifiedChain), KNOWN(Value),
+    KNOWN(ValueSet), KNOWN(ValueSetGroup)
+};
+// clang-format on
+
+// What else a class offers besides the unknown.
+std::string OfferedBy(IUnknown& object)
+{
+    std::string names;
+    for (const auto& [iid, name] : Interfaces)
+    {
+        ObjectPtr<IUnknown> answer;
+        if (object.QueryInterface(iid, answer.PutVoid()) == S_OK && answer)
+            names += std::string(names.empty() ? "" : " ") + name;
+    }
+    return names;
+}
+
+struct ClassCase
+{
+    CLSID Clsid;
+    std::string_view Name; // what its objects say; empty where they say nothing
+    const char* Offers;
+    CLSID Identity = Clsid; // what its objects say
+};
+
+constexpr ClassCase Classes[] = {
+    {CLSID_ClassRegisterService, "ClassRegisterService", "ClassRegisterService ObjectIdentity"},
+    {CLSID_ClsidObjectCacheStack, "ClsidObjectCacheStack",
+     "ClsidObjectCacheStack Disposable ObjectCacheStack ObjectIdentity ObjectLock ObjectName "
+     "Stack"},
+    {CLSID_ClsidRegistry, "ClsidRegistry", "ClsidRegistry ObjectIdentity"},
+    {CLSID_CommonMemoryAllocator32, "CommonMemoryAllocator32",
+     "CommonMemoryAllocator32 ObjectIdentity ObjectName"},
+    {CLSID_CommonMemorySegment32, "CommonMemorySegment32",
+     "MemorySegment32 ObjectIdentity ObjectName"},
+    {CLSID_CommonThreadPoolBox, "CommonThreadPoolBox",
+     "CommonThreadPoolBox ObjectIdentity ObjectName"},
+    {CLSID_DatatypesService, "DatatypesService", "Datatypes DatatypesService ObjectIdentity"},
+    {CLSID_DebugOutputObserverPrint, "DebugOutputObserverPrint", "ObjectIdentity ObserverPrint"},
+    {CLSID_DebugSingleton, "GlobalSingleton",
+     "Enumerable ObjectIdentity Singleton SingletonRegistry", CLSID_GlobalSingleton},
+    {CLSID_DictionaryGUID, "DictionaryGUID",
+     "CollectionGUID DictionaryGUID Enumerable ObjectIdentity ObjectName"},
+    {CLSID_DirectoryService, "DirectoryService", "DirectoryService ObjectIdentity"},
+    {CLSID_GlobalCriticalSection, "", "CriticalSection"},
+    {CLSID_GlobalSingleton, "GlobalSingleton",
+     "Enumerable ObjectIdentity Singleton SingletonRegistry"},
+    {CLSID_IntrinsicDatatypes, "IntrinsicDatatypes", "Datatypes ObjectIdentity"},
+    {CLSID_LockableDictionaryGUID, "LockableDictionaryGUID",
+     "CollectionGUID DictionaryGUID Enumerable ObjectIdentity ObjectLock ObjectName"},
+    {CLSID_LockableNodeList, "LockableNodeList",
+     "Collection Enumerable List ObjectIdentity ObjectLock ObjectName Value"},
+    {CLSID_LockableValueSet, "LockableValueSet",
+     "CollectionGUID DictionaryGUID Enumerable ObjectIdentity ObjectLock ObjectName Value "
+     "ValueSet"},
+    {CLSID_MasterBootstrap, "MasterBootstrap",
+     "Bootstrap MasterBootstrap ObjectIdentity ObjectName"},
+    {CLSID_ModifiedService, "ModifiedService",
+     "Disposable ModifiedService ObjectIdentity ObjectName TouchModifiedChain"},
+    {CLSID_NodeList, "NodeList", "Collection Enumerable List ObjectIdentity ObjectName Value"},
+    {CLSID_ObjectFactory, "ObjectFactory", "Enumerable ObjectFactory ObjectIdentity"},
+    {CLSID_ReadOnlyValue, "ReadOnlyValue", "Cloneable Comparable ObjectIdentity ObjectName Value"},
+    {CLSID_UnsafeDictionaryGUID, "UnsafeDictionaryGUID",
+     "CollectionGUID DictionaryGUID Enumerable ObjectIdentity ObjectName"},
+    {CLSID_UnsafeNodeList, "UnsafeNodeList",
+     "Collection Enumerable List ObjectIdentity ObjectName Value"},
+    {CLSID_UnsafeValueSet, "UnsafeValueSet",
+     "CollectionGUID DictionaryGUID Enumerable ObjectIdentity ObjectName Value ValueSet"},
+    {CLSID_Value, "Value", "Cloneable Comparable ObjectIdentity ObjectName Value"},
+    {CLSID_ValueSet, "ValueSet",
+     "CollectionGUID DictionaryGUID Enumerable ObjectIdentity ObjectName Value ValueSet"},
+    {CLSID_ValueSetGroup, "ValueSetGroup",
+     "CollectionGUID DictionaryGUID Enumerable ObjectIdentity ObjectName ValueSetGroup"},
+};
+
+ObjectPtr<IUnknown> New(const CLSID& clsid, const IID& iid = IID_IUnknown)
+{
+    ObjectPtr<IUnknown> object; // past the front door, which has but one registry of singletons
+    EXPECT_EQ(ModuleServer()->GetClassObject(clsid, iid, object.PutVoid()), S_OK);
+    return object;
+}
+
+// Any of its interfaces leads to any other, and to the one identity, and is refused what is not.
+void ExpectOneIdentity(const CLSID& clsid)
+{
+    const auto object = New(clsid);
+    for (const auto& [iid, text] : Interfaces)
+    {
+        ObjectPtr<IUnknown> one;
+        if (object->QueryInterface(iid, one.PutVoid()) != S_OK)
+        {
+            void* none = &none;
+            EXPECT_EQ(ModuleServer()->GetClassObject(clsid, iid, &none), E_NOINTERFACE);
+            EXPECT_EQ(none, nullptr);
+            continue;
+        }
+        EXPECT_EQ(OfferedBy(*one), OfferedBy(*object));
+        EXPECT_EQ(As<IUnknown>(*one).Get(), object.Get());
+        EXPECT_EQ(OfferedBy(*New(clsid, iid)), OfferedBy(*object));
+        void* none = &none;
+        EXPECT_EQ(one->QueryInterface(Numbered(1), &none), E_NOINTERFACE);
+        EXPECT_EQ(none, nullptr);
+        EXPECT_EQ(one->QueryInterface(iid, nullptr), E_POINTER);
+        none = &none;
+        EXPECT_EQ(CallSlot<Result>(one.Get(), 0, nullptr, &none), E_POINTER);
+        EXPECT_EQ(none, nullptr);
+        EXPECT_EQ(ReferencesOn(*one), 2u);
+    }
+    EXPECT_EQ(ReferencesOn(*object), 1u);
+}
+
+void ExpectNames(const CLSID& clsid, const CLSID& identity, std::string_view name)
+{
+    const auto object = New(clsid);
+    ObjectPtr<IObjectIdentity> told;
+    EXPECT_EQ(object.QueryTo(told), name.empty() ? E_NOINTERFACE : S_OK);
+    const auto length = static_cast<Result>(name.size());
+    std::string buffer(name.size() + 2, '#');
+    CLSID own = {};
+    if (told)
+    {
+        EXPECT_EQ(told->GetObjectClassID(&own), S_OK);
+        EXPECT_TRUE(SameGuid(own, identity));
+        EXPECT_EQ(told->GetObjectClassID(nullptr), E_POINTER);
+        EXPECT_EQ(told->GetObjectClassName(nullptr, 0), length);
+        EXPECT_EQ(told->GetObjectClassName(buffer.data(), length - 1), E_INVALIDARG);
+        EXPECT_EQ(told->GetObjectClassName(buffer.data(), length), length);
+        EXPECT_EQ(buffer, std::string(name) + "##");
+        EXPECT_EQ(told->GetObjectClassName(buffer.data(), length + 1), length);
+        EXPECT_EQ(buffer, std::string(name) + '\0' + '#');
+    }
+    ObjectPtr<IObjectName> named;
+    if (object.QueryTo(named) != S_OK)
+        return;
+    for (const char* const each : {"thing", "", "a name that is longer than most of them", "x"})
+    {
+        char text[50] = "";
+        EXPECT_EQ(named->SetObjectName(each), S_OK);
+        EXPECT_EQ(named->GetObjectName(text, sizeof text), named->GetObjectName(nullptr, 0));
+        EXPECT_STREQ(text, each);
+    }
+    EXPECT_EQ(named->SetObjectName(nullptr), S_OK);
+    EXPECT_EQ(named->GetObjectName(nullptr, 0), 0);
+}
+
+// Owns an object inside, and counts what comes through its interfaces.
+class Owner final : public Uncounted<IUnknown>
+{
+public:
+    Result QueryInterface(const IID& iid, void** out) override
+    {
+        const Result answer = Uncounted::QueryInterface(iid, out);
+        Count += answer == S_OK ? 1 : 0;
+        return answer;
+    }
+
+    std::uint32_t AddRef() override
+    {
+        return static_cast<std::uint32_t>(++Count);
+    }
+
+    std::uint32_t Release() override
+    {
+        return static_cast<std::uint32_t>(--Count);
+    }
+
+    int Count = 1;
+};
+
+void ExpectAggregation(const CLSID& clsid)
+{
+    Owner owner;
+    COssiraUnknown* made = nullptr;
+    ASSERT_EQ(ModuleServer()->FindClass(clsid)->Creator(&owner, &made), S_OK);
+    const ObjectPtr<IUnknown> inner(made->PrivateUnknown());
+    EXPECT_EQ(As<IUnknown>(*inner).Get(), inner.Get());
+    EXPECT_EQ(OfferedBy(*inner), OfferedBy(*New(clsid)));
+    for (const auto& [iid, text] : Interfaces)
+    {
+        ObjectPtr<IUnknown> one;
+        if (inner->QueryInterface(iid, one.PutVoid()) != S_OK)
+            continue;
+        EXPECT_EQ(owner.Count, 2) << "a reference on the owner";
+        EXPECT_EQ(As<IUnknown>(*one).Get(), &owner);
+        EXPECT_EQ(one->AddRef(), 3u);
+        EXPECT_EQ(one->Release(), 2u);
+    }
+    EXPECT_EQ(owner.Count, 1);
+    EXPECT_EQ(ReferencesOn(*inner), 1u);
+}
+
+// Twice by this thread, and another has to wait until it is left twice.
+void ExpectLock(const CLSID& clsid)
+{
+    ObjectPtr<IObjectLock> lock;
+    const auto object = New(clsid);
+    if (object.QueryTo(lock) != S_OK)
+        return;
+    ObjectPtr<IClsidObjectCacheStack> cache;
+    EXPECT_EQ(object.QueryTo(cache) == S_OK ? cache->Create(clsid, IID_IUnknown, 0, 0) : S_OK,
+              S_OK);
+    EXPECT_EQ(lock->Lock(0) + lock->Lock(7), S_OK);
+    std::atomic<bool> isIn = false;
+    std::jthread other(
+        [&]
+        {
+            EXPECT_EQ(lock->Lock(0), S_OK);
+            isIn = true;
+            EXPECT_EQ(lock->Unlock(), S_OK);
+        });
+    for (int time = 0; time < 2; ++time)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        EXPECT_FALSE(isIn);
+        EXPECT_EQ(lock->Unlock(), S_OK);
+    }
+    other.join();
+    EXPECT_TRUE(isIn);
+}
+
+TEST(EveryClass, IsOneObjectWithItsNamesThatCanBeAggregatedAndLeavesNothing)
+{
+    const ObserverMaskScope silence(0);
+    (void)GlobalFactory();
+    for (const ClassCase& each : Classes)
+    {
+        SCOPED_TRACE(ModuleServer()->FindClass(each.Clsid)->Text);
+        const std::uint32_t before = GetObjectOpenCount();
+        EXPECT_EQ(OfferedBy(*New(each.Clsid)), each.Offers);
+        ExpectOneIdentity(each.Clsid);
+        ExpectNames(each.Clsid, each.Identity, each.Name);
+        ExpectAggregation(each.Clsid);
+        ExpectLock(each.Clsid);
+        EXPECT_EQ(GetObjectOpenCount(), before);
+    }
+}
+
+TEST(EveryClass, ConcurrentCreationLosesNothing)
+{
+    for (const ClassCase& each : Classes)
+    {
+        const std::uint32_t before = GetObjectOpenCount();
+        InThreads(4,
+                  [&](std::uint32_t)
+                  {
+                      for (int round = 0; round < 100; ++round)
+                          EXPECT_EQ(ReferencesOn(*New(each.Clsid)), 1u);
+                  });
+        EXPECT_EQ(GetObjectOpenCount(), before) << ModuleServer()->FindClass(each.Clsid)->Text;
+    }
+}
+
+// --- Refusals ------------------------------------------------------------------------------------
+
+// Null in the place of one argument after the other, all others being right.
+TEST(EveryClass, RefusesNullInThePlaceOfEveryArgument)
+{
+    Arguments with;
+    for (const auto& [classes, iid, rows] : EveryOperation)
+        for (const CLSID& clsid : classes)
+            for (const auto& [slot, letters, texts] : rows)
+            {
+                const auto object = New(clsid, iid);
+                const std::uint32_t before = GetObjectOpenCount();
+                std::istringstream stream{std::string(texts)};
+                std::string text;
+                for (std::size_t at = 0; stream >> text; ++at)
+                {
+                    if (text == "-")
+                        continue;
+                    SCOPED_TRACE(testing::Message() << ModuleServer()->FindClass(clsid)->Text
+                                                    << ", slot " << slot << ", argument " << at);
+                    std::replace(text.begin(), text.end(), '_', text.front() == '_' ? '_' : ' ');
+                    auto a = with.Of(letters);
+                    a[at] = 0;
+                    FAILS(Call(object.Get(), slot, a), E_POINTER, text);
+                }
+                EXPECT_EQ(ReferencesOn(*object), 1u);
+                EXPECT_EQ(GetObjectOpenCount(), before);
+            }
+}
+
+// Before a cache was created, and once an object was disposed of.
+TEST(EveryClass, RefusesEveryOperationAfterItsDisposal)
+{
+    struct
+    {
+        CLSID Clsid;
+        IID Iid;
+        std::vector<Row> Rows;
+    } const cases[] = {{CLSID_ModifiedService,
+                        IID_IModifiedService,
+                        {{3, "o", "GetModifiedCounter"},
+                         {4, "", "TouchModified"},
+                         {5, "c", "AddTouchModified"},
+                         {6, "c", "RemoveTouchModified"}}},
+                       {CLSID_ModifiedService, IID_ITouchModifiedChain, {{3, "", "TouchModified"}}},
+                       {CLSID_ClsidObjectCacheStack,
+                        IID_IClsidObjectCacheStack,
+                        {{3, "", "IsEmpty"},
+                         {4, "", "Clear"},
+                         {5, "io", "Pop"},
+                         {6, "v", "Push"},
+                         {7, "gi", "Create"}}},
+                       {CLSID_ClsidObjectCacheStack,
+                        IID_IObjectLock,
+                        {{3, "0", "LockObject"}, {4, "", "UnlockObject"}}},
+                       {CLSID_ClsidObjectCacheStack, IID_IDisposable, {{3, "", "Dispose"}}}};
+    Arguments with;
+    for (const auto& [clsid, iid, rows] : cases)
+    {
+        const auto object = New(clsid, iid);
+        const auto disposable = As<IDisposable>(*object);
+        const auto call = [&](const Row& row)
+        {
+            return Call(object.Get(), row.Slot, with.Of(row.Letters));
+        };
+        for (const Row& row : rows)
+        {
+            if (SameGuid(clsid, CLSID_ClsidObjectCacheStack) && row.Slot != 7 &&
+                !SameGuid(iid, IID_IDisposable))
+                FAILS(call(row), E_ACCESSDENIED,
+                      "ClsidObjectCacheStack-Object not created - see Create()");
+        }
+        EXPECT_EQ(disposable->IsDisposed(), S_FALSE);
+        EXPECT_EQ(disposable->Dispose(), S_OK);
+        EXPECT_EQ(disposable->IsDisposed(), S_OK);
+        for (const Row& row : rows)
+            FAILS(call(row), E_DISPOSED, std::string(row.Texts));
+    }
+}
+
+TEST(EveryClass, AValueSetGroupRefusesAnIndexWithoutALayer)
+{
+    for (const std::int32_t count : {0, 3})
+    {
+        const auto group = Make<IValueSetGroup>(CLSID_ValueSetGroup);
+        const auto layer = Make<IValueSet>(CLSID_ValueSet);
+        for (std::int32_t at = 0; at < count; ++at)
+            EXPECT_EQ(group->InsertValueSet(at, layer.Get(), nullptr, LAYER_HIDDEN), S_OK);
+        GUID id = Numbered(9);
+        std::uint32_t flags = 77;
+        ObjectPtr<IValueSet> out;
+        for (const std::int32_t index : {-1, count, count + 1, 8, INT_MIN, INT_MAX})
+        {
+            const char* const text = "Index out of Range";
+            FAILS(group->SetValueSetAccessFlagsAt(index, 0), E_INVALIDARG, text);
+            FAILS(group->GetValueSetAt(index, IID_IValueSet, out.PutVoid()), E_INVALIDARG, text);
+            FAILS(group->GetValueSetIDAt(index, &id), E_INVALIDARG, text);
+            FAILS(group->GetValueSetAccessFlagsAt(index, &flags), E_INVALIDARG, text);
+        }
+        EXPECT_TRUE(SameGuid(id, Numbered(9)) && flags == 77 && !out);
+        for (std::int32_t at = 0; at < count; ++at)
+        {
+            EXPECT_EQ(group->GetValueSetAccessFlagsAt(at, &flags), S_OK);
+            EXPECT_EQ(flags, LAYER_HIDDEN);
+            EXPECT_EQ(group->GetValueSetAt(at, IID_IValueSet, out.PutVoid()), S_OK);
+            EXPECT_EQ(out.Get(), layer.Get());
+            EXPECT_EQ(group->GetValueSetIDAt(at, &id), S_OK);
+            EXPECT_EQ(group->ContainsGUID(id), S_OK);
+        }
+    }
+}
+
+// Says that it has every interface, and has nothing to show for it.
+class Hollow final : public Uncounted<IDatatypes>
+{
+public:
+    Result QueryInterface(const IID&, void** out) override
+    {
+        *out = nullptr;
+        return S_OK;
+    }
+
+    // clang-format off
+    Result GetEnumerator(const IID&, void**) override { return E_NOTIMPL; }
+    Result Contains(const GUID&) override { return S_OK; }
+    Result GetCharacteristics(const GUID&, DatatypeCharacteristics*) override { return S_OK; }
+    Result ValueCompare(const GUID&, const void*, std::uint32_t, const void*, std::uint32_t,
+                        std::int32_t*) override { return E_NOTIMPL; }
+    Result ValueLerp(const GUID&, const void*, std::uint32_t, const void*, std::uint32_t, double,
+                     void*, std::uint32_t) override { return E_NOTIMPL; }
+    // clang-format on
+};
+
+// Can be created, and is hollow then.
+class T_Shell : public IMark<IUnknown, 9>, public COssiraUnknown
+{
+public:
+    static constexpr CLSID ClassId = Numbered(9, 4);
+
+    Result InternalQueryInterface(const IID& iid, void** out) override
+    {
+        *out = nullptr;
+        return SameGuid(iid, IID_IUnknown) ? AnswerInterfaces<IMark>(this, iid, out) : S_OK;
+    }
+};
+
+OSSIRA_CLASS(T_Shell, "Shell")
+
+TEST(EveryClass, AnObjectThatAnswersSuccessAndNothingIsRefusedWhereItIsAsked)
+{
+    Hollow hollow;
+    std::int32_t order = 0;
+    ObjectPtr<IUnknown> out;
+    for (const CLSID& clsid : {CLSID_NodeList, CLSID_LockableNodeList, CLSID_UnsafeNodeList})
+    {
+        const auto list = Make<IList>(clsid);
+        FAILS(list->Remove(&hollow), E_POINTER, "item");
+        EXPECT_EQ(list->Contains(&hollow), S_FALSE);
+        EXPECT_EQ(list->IndexOf(&hollow), E_NOT_FOUND);
+    }
+    for (const CLSID& clsid : {CLSID_ValueSet, CLSID_LockableValueSet, CLSID_UnsafeValueSet})
+        FAILS(Make<IValueSet>(clsid)->SetValueGUID(Numbered(1), &hollow), E_NOINTERFACE,
+              "item-object must be IValue");
+    FAILS(Make<IValueSetGroup>(CLSID_ValueSetGroup)->SetValueGUID(Numbered(1), &hollow),
+          E_NOINTERFACE, "value must be IValueSet");
+    const auto cache = Make<IClsidObjectCacheStack>(CLSID_ClsidObjectCacheStack);
+    EXPECT_EQ(cache->Create(CLSID_Value, IID_IValue, 0, 0), S_OK);
+    FAILS(cache->Push(&hollow), E_POINTER, "Add");
+    FAILS(Library_BootstrapRegisterChain(&hollow), E_NOINTERFACE,
+          "clsidRegistry->QueryInterface()");
+    FAILS(Make<IComparable>(CLSID_Value)->Compare(&hollow, &order), E_NOINTERFACE,
+          "pv->QueryInterface(IID_IValue, (void**)&BValue)");
+    const auto singletons = Make<ISingleton>(CLSID_DebugSingleton);
+    EXPECT_EQ(singletons->RegisterObject(Numbered(1), &hollow), S_OK);
+    FAILS(singletons->GetClassObject(Numbered(1), IID_IUnknown, out.PutVoid()), E_NOINTERFACE,
+          "QueryInterface()");
+    const auto types = Make<IDatatypesService>(CLSID_DatatypesService);
+    EXPECT_EQ(types->RegisterDatatype(Numbered(1), &hollow), S_OK);
+    FAILS(types->ValueCompare(Numbered(1), &order, 4, &order, 4, &order), E_NOINTERFACE,
+          "GetValueGUID( dataType )");
+
+    const auto bootstrap = Make<IMasterBootstrap>(CLSID_MasterBootstrap);
+    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
+    const auto registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
+    ObjectPtr<IList> folders;
+    EXPECT_EQ(bootstrap->GetModuleFolders(folders.PutVoid()), S_OK);
+    EXPECT_EQ(folders->Clear() + bootstrap->SetFactory(factory.Get()) +
+                  bootstrap->SetClsidRegistry(registry.Get()),
+              S_OK);
+    EXPECT_EQ(factory->RegisterClass(T_Shell::ClassId, nullptr, ""), S_OK);
+    EXPECT_EQ(registry->RegisterClass(BootstrapRegistryStartup_Level0, T_Shell::ClassId), S_OK);
+    FAILS(bootstrap->Startup(nullptr), E_NOINTERFACE, "BootstrapRegistryStartup_Level0");
+}
+
+} // namespace
+
+} // namespace Tavrik::Ossira::tTest
