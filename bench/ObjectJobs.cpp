@@ -6,8 +6,6 @@
 #include "Peers.h"
 #include "SpinWord.h"
 
-#include <malloc.h>
-
 namespace Tavrik::Ossira::tBench
 {
 
@@ -88,8 +86,8 @@ namespace
 
 [[nodiscard]] std::vector<Contender> CreationContenders()
 {
-    // A value's address is that of its memory, which tells how much there is of it.
-    const std::size_t size = malloc_usable_size(MakeRuntimeValue().Get());
+    // What a value would take without the tables that are seldom used.
+    constexpr std::size_t size = 96;
     const auto create = [](void** out)
     {
         CreateClassObject(&CLSID_Value, &IID_IValue, out);

@@ -16,6 +16,8 @@ import gdb.printing
 CAN_SHOW_ALL = not hasattr(locale, "nl_langinfo") or \
     "utf" in locale.nl_langinfo(locale.CODESET).lower()
 TEXT_LIMIT = 400 # bytes of a datum
+CONCRETE = ("CComInstanceNoLock", "CComAggregated")
+AGGREGATED, NEW = 0x10000000, 0x20000000 # marks in a count
 DESTROYED = 0xC0000001 - (1 << 32)
 SCALARS = {"SINT8": "<b", "SINT16": "<h", "SINT32": "<i", "SINT64": "<q", "FLOAT32": "<f",
            "FLOAT64": "<d", "PointSINT32": "<2i", "PointFLOAT32": "<2f"}
@@ -188,7 +190,7 @@ class ObjectPrinter:
             return
         instance = pointer.dynamic_type.target()
         self.class_text = plain(instance.name) if instance != pointer.type.target() else ""
-        if plain(instance.name or "") == "CComInstanceNoLock":
+        if plain(instance.name or "") in CONCRETE:
             self.implementation = instance.template_argument(0)
             self.object = pointer.cast(instance.pointer()).dereference()
 
@@ -225,10 +227,12 @@ class ObjectPrinter:
     def count_text(self):
         base = base_of(self.object, "Tavrik::Ossira::COssiraUnknown")
         count = int(base["mCount"]["_M_i"])
-        if count == DESTROYED:
+        if count | AGGREGATED == DESTROYED | AGGREGATED:
             return "destroyed"
-        outer, own = int(base["mOuter"]), int(base["mPrivateUnknown"].address)
-        return f"count {count}" + ("" if outer == own else f", part of the object at 0x{outer:x}")
+        if plain(self.object.type.name) == "CComAggregated":
+            outer = int(self.object["mOuter"])
+            return f"count {count & ~AGGREGATED}, part of the object at 0x{outer:x}"
+        return f"count {count & ~NEW}"
 
     def foreign_text(self):
         """Not made with the frame, or nothing is known of its library but the name."""
@@ -298,7 +302,7 @@ class Printers(gdb.printing.PrettyPrinter):
             return Safely(lambda: ObjectPrinter(value["mObject"]))
         if short == "CValueDataBuffer":
             return Safely(lambda: TextPrinter(buffer_text(value)))
-        if (short in INTERFACES or short == "CComInstanceNoLock") and value.address is not None:
+        if (short in INTERFACES or short in CONCRETE) and value.address is not None:
             return Safely(lambda: ObjectPrinter(value.address))
         return None
 

@@ -156,6 +156,40 @@ public:
         return S_OK;
     }
 
+    // What most calls of a value come to, for a value that wants to do them without a call: a datum
+    // of 1 to 128 bytes, of the asked datatype and size, or written where there is room for it.
+    // False, and nothing is done, for everything else; the bodies above do it in full. Call them
+    // with data for which `IsShort` holds.
+
+    [[nodiscard]] static bool IsShort(const void* data, std::int32_t size) noexcept
+    {
+        return static_cast<std::uint32_t>(size) - 1 < ShortSize && data != nullptr;
+    }
+
+    [[nodiscard]] bool TryGetValue(const GUID& type, void* data, std::int32_t size) const noexcept
+    {
+        if (IsNullReference(type) || size != Size || !SameGuid(type, Type)) [[unlikely]]
+            return false;
+        CopyShort(data, Data, static_cast<std::uint32_t>(size));
+        return true;
+    }
+
+    [[nodiscard]] bool TrySetValue(const GUID& type, const void* data, std::int32_t size) noexcept
+    {
+        if (IsNullReference(type) || SameGuid(type, GUID_Null)) [[unlikely]]
+            return false;
+        if (size != Size) [[unlikely]]
+        {
+            if (size > InlineSize || (!IsEmpty() && Data != Inline))
+                return false;
+            Data = Inline;
+            Size = size;
+        }
+        Type = type;
+        CopyShort(Data, data, static_cast<std::uint32_t>(size));
+        return true;
+    }
+
     // The body of `IComparable::Compare`: by datatype, byte for byte, then by size, then by the
     // bytes. For a buffer that nobody else writes to; see `CValueSnapshot`.
     Result Compare(IUnknown* pv, std::int32_t* result) const
@@ -233,25 +267,48 @@ private:
         return Failed(answer) ? value.GetValue(type, data, size) : answer;
     }
 
-    // The sizes of the scalar types are worth more than a call.
+    static constexpr std::uint32_t ShortSize = 128;
+
+    template <class Unit>
+    static void CopyEnds(unsigned char* to, const unsigned char* from, std::size_t size) noexcept
+    {
+        std::memcpy(to, from, sizeof(Unit));
+        std::memcpy(to + size - sizeof(Unit), from + size - sizeof(Unit), sizeof(Unit));
+    }
+
+    // Copies both ends in units of a size that the compiler knows; where the two meet, bytes are
+    // copied twice. A call would take longer, and its caller would have to save registers.
+    static void CopyShort(void* target, const void* source, std::size_t size) noexcept
+    {
+        struct Sixteen
+        {
+            std::uint64_t Halves[2];
+        };
+        auto* const to = static_cast<unsigned char*>(target);
+        const auto* const from = static_cast<const unsigned char*>(source);
+        if (size > sizeof(Sixteen))
+        {
+            const std::size_t last = size - sizeof(Sixteen);
+            for (std::size_t at = 0; at < last; at += sizeof(Sixteen))
+                std::memcpy(to + at, from + at, sizeof(Sixteen));
+            std::memcpy(to + last, from + last, sizeof(Sixteen));
+        }
+        else if (size >= sizeof(std::uint64_t))
+            CopyEnds<std::uint64_t>(to, from, size);
+        else if (size >= sizeof(std::uint32_t))
+            CopyEnds<std::uint32_t>(to, from, size);
+        else if (size >= sizeof(std::uint16_t))
+            CopyEnds<std::uint16_t>(to, from, size);
+        else if (size == 1)
+            *to = *from;
+    }
+
     static void Copy(void* to, const void* from, std::int32_t size) noexcept
     {
-        switch (size)
-        {
-        case 0:
-            break;
-        case 4:
-            std::memcpy(to, from, 4);
-            break;
-        case 8:
-            std::memcpy(to, from, 8);
-            break;
-        case 16:
-            std::memcpy(to, from, 16);
-            break;
-        default:
-            std::memcpy(to, from, static_cast<std::size_t>(size));
-        }
+        if (const auto bytes = static_cast<std::uint32_t>(size); bytes <= ShortSize)
+            CopyShort(to, from, bytes);
+        else
+            std::memcpy(to, from, bytes);
     }
 };
 

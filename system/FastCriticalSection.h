@@ -40,14 +40,23 @@ public:
 
     [[gnu::always_inline]] void unlock() noexcept
     {
+        if (Leave()) [[unlikely]]
+            WakeWaiter();
+    }
+
+    // The two steps of `unlock`, for who has something to keep meanwhile. Whether somebody waits;
+    // then `WakeWaiter` is to be called.
+    [[gnu::always_inline]] [[nodiscard]] bool Leave() noexcept
+    {
         LeaveLock(this);
         // A store, not an exchange, which would double the cost of the pair. A thread that begins
         // to sleep between the two lines is missed; it looks again by itself a moment later.
         const bool isAwaited = mWord.load(std::memory_order_relaxed) == Awaited;
         mWord.store(Free, std::memory_order_release);
-        if (isAwaited) [[unlikely]]
-            WakeWaiter();
+        return isAwaited;
     }
+
+    void WakeWaiter() noexcept;
 
 private:
     static constexpr std::uint32_t Free = 0;
@@ -55,7 +64,6 @@ private:
     static constexpr std::uint32_t Awaited = 2; // taken, and threads may sleep
 
     void LockContended() noexcept;
-    void WakeWaiter() noexcept;
 
     std::atomic<std::uint32_t> mWord = Free;
 };

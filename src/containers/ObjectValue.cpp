@@ -9,6 +9,8 @@
 #include "OssiraValueDataBuffer.h"
 #include "TryMakeObject.h"
 
+#include <mutex>
+
 namespace Tavrik::Ossira
 {
 
@@ -33,11 +35,34 @@ struct ReadonlyValueTraits
 constexpr IID IID_GuardedDatum = {
     0x6D1B0F35, 0x4C53, 0x4A53, {0x9C, 0x1D, 0x0E, 0x52, 0x7E, 0x3B, 0xA4, 0x18}};
 
-// What a value consists of. Values answer a pointer to it to each other, borrowed, under this very
-// identifier: it is known by where it lies, which costs other queries a single comparison.
-class CGuardedDatum
+// The lock comes next to the base's count, in the four bytes that the base leaves.
+class CValueLock
+{
+protected:
+    CValueLock() noexcept = default;
+    ~CValueLock() = default;
+
+    mutable CSpinLock mLock;
+};
+
+// What a value consists of. Its count, its lock, the table of `IValue`, the datum's type, its size
+// and a short datum itself fill one cache line; what is seldom used lies in front of the line and
+// behind it. Values answer a pointer to this to each other, borrowed, under this very identifier:
+// it is known by where it lies, and asked for last, so that it costs other queries nothing.
+class CGuardedDatum : public COssiraUnknown, protected CValueLock, public IValue
 {
 public:
+    static constexpr std::size_t SeldomUsed = 2 * sizeof(void*); // the base's two tables
+
+    // Called for what is none of the listed interfaces.
+    Result AnswerPrivateUnknown(const IID& iid, void** out) noexcept
+    {
+        if (std::addressof(iid) != &IID_GuardedDatum) [[likely]]
+            return COssiraUnknown::AnswerPrivateUnknown(iid, out);
+        *out = this;
+        return S_OK;
+    }
+
     void Take(CValueSnapshot& snapshot) const
     {
         while (!TryTake(snapshot))
@@ -46,9 +71,8 @@ public:
 
 protected:
     CGuardedDatum() noexcept = default;
-    ~CGuardedDatum() = default;
+    ~CGuardedDatum() override = default;
 
-    mutable CSpinLock mLock;
     CValueDataBuffer mData;
 
 private:
@@ -58,6 +82,8 @@ private:
         return snapshot.TryTake(mData);
     }
 };
+static_assert(sizeof(CGuardedDatum) == CGuardedDatum::SeldomUsed + 64,
+              "Something has come between the count and the datum");
 
 // Null for an object that is none of this file's.
 [[nodiscard]] const CGuardedDatum* DatumOf(IUnknown* object)
@@ -69,13 +95,11 @@ private:
 }
 
 template <class Traits>
-class CValueObject : public IValue,
+class CValueObject : public CGuardedDatum,
                      public CObjectName,
                      public CObjectIdentity<Traits>,
                      public IComparable,
-                     public ICloneable,
-                     public COssiraUnknown,
-                     private CGuardedDatum
+                     public ICloneable
 {
 public:
     static constexpr CLSID ClassId = Traits::ClassId;
@@ -83,32 +107,35 @@ public:
 
     Result InternalQueryInterface(const IID& iid, void** out) override
     {
-        if (std::addressof(iid) == &IID_GuardedDatum) [[unlikely]]
-        {
-            *out = static_cast<CGuardedDatum*>(this);
-            return S_OK;
-        }
         return this->template AnswerInterfaces<IValue, IObjectName, IObjectIdentity, IComparable,
                                                ICloneable>(this, iid, out);
     }
 
+    // What most calls come to is done here, without a call that registers had to be saved for.
     Result GetValue(const GUID& type, void* data, std::int32_t size) override
-    try
     {
-        const tSystem::CLockGuard guard(mLock);
-        return mData.GetValue(type, data, size);
+        if (CValueDataBuffer::IsShort(data, size) && mLock.try_lock()) [[likely]]
+        {
+            if (!mData.TryGetValue(type, data, size)) [[unlikely]]
+                return GetValue<true>(type, data, size);
+            return mLock.Leave() ? WakeAndAnswer(size) : size;
+        }
+        return GetValue<false>(type, data, size);
     }
-    OSSIRA_CATCH_RETURN
 
     Result SetValue(const GUID& type, const void* data, std::int32_t size) override
-    try
     {
-        const tSystem::CLockGuard guard(mLock);
-        if constexpr (Traits::IsWriteOnce)
-            OSSIRA_CHECK(mData.IsEmpty(), E_ACCESSDENIED, "Value is Readonly");
-        return mData.SetValue(type, data, size);
+        if constexpr (!Traits::IsWriteOnce)
+        {
+            if (CValueDataBuffer::IsShort(data, size) && mLock.try_lock()) [[likely]]
+            {
+                if (!mData.TrySetValue(type, data, size)) [[unlikely]]
+                    return SetValue<true>(type, data, size);
+                return mLock.Leave() ? WakeAndAnswer(S_OK) : S_OK;
+            }
+        }
+        return SetValue<false>(type, data, size);
     }
-    OSSIRA_CATCH_RETURN
 
     Result GetType(GUID* type) override
     try
@@ -150,6 +177,42 @@ public:
             OSSIRA_CHECK_CALL_TWICE(clone->mData.Assign(mData), "CloneObject->mData.Assign(mData)");
         }
         return clone->QueryInterface(riid, ppv);
+    }
+    OSSIRA_CATCH_RETURN
+
+private:
+    using COneHold = std::unique_lock<CSpinLock>;
+
+    [[nodiscard]] COneHold Hold(bool isHeld)
+    {
+        return isHeld ? COneHold(mLock, std::adopt_lock) : COneHold(mLock);
+    }
+
+    [[gnu::noinline, gnu::cold]] Result WakeAndAnswer(Result answer) noexcept
+    {
+        mLock.WakeWaiter();
+        return answer;
+    }
+
+    // The operations in full. They have the operations' names because a boundary reports its own.
+
+    template <bool IsHeld>
+    [[gnu::noinline]] Result GetValue(const GUID& type, void* data, std::int32_t size)
+    try
+    {
+        const COneHold hold = Hold(IsHeld);
+        return mData.GetValue(type, data, size);
+    }
+    OSSIRA_CATCH_RETURN
+
+    template <bool IsHeld>
+    [[gnu::noinline]] Result SetValue(const GUID& type, const void* data, std::int32_t size)
+    try
+    {
+        const COneHold hold = Hold(IsHeld);
+        if constexpr (Traits::IsWriteOnce)
+            OSSIRA_CHECK(mData.IsEmpty(), E_ACCESSDENIED, "Value is Readonly");
+        return mData.SetValue(type, data, size);
     }
     OSSIRA_CATCH_RETURN
 };

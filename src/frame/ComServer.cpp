@@ -5,9 +5,9 @@
 
 #include "Library.h"
 #include "ObjectAddress.h"
+#include "ObjectMemory.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cstring>
 #include <mutex>
@@ -17,16 +17,6 @@ namespace Tavrik::Ossira
 
 namespace
 {
-
-// Entries link themselves while the module's static objects are built, in an order that nobody
-// knows; this head needs no construction itself.
-constinit const ClassEntry* gClassListHead = nullptr;
-
-[[nodiscard]] std::size_t HashOf(const GUID& guid) noexcept
-{
-    const auto halves = std::bit_cast<std::array<std::uint64_t, 2>>(guid);
-    return static_cast<std::size_t>(((halves[0] ^ halves[1]) * 0x9E3779B97F4A7C15u) >> 32);
-}
 
 // Leaves the name empty when the object has none, or throws.
 template <std::size_t Size>
@@ -44,9 +34,9 @@ catch (const std::exception&)
 } // namespace
 
 ClassEntry::ClassEntry(const CLSID& clsid, ClassCreator creator, const char* text) noexcept
-    : ClassId(clsid), Next(gClassListHead), Creator(creator), Text(text)
+    : ClassId(clsid), Next(CComServer::sClassListHead), Creator(creator), Text(text)
 {
-    gClassListHead = this;
+    CComServer::sClassListHead = this;
 }
 
 CComServer* CComServer::Create() noexcept
@@ -55,15 +45,10 @@ CComServer* CComServer::Create() noexcept
     return server != nullptr && server->BuildClassTable() ? server.release() : nullptr;
 }
 
-const ClassEntry* CComServer::ClassListHead() noexcept
-{
-    return gClassListHead;
-}
-
 bool CComServer::BuildClassTable() noexcept
 {
     std::uint32_t count = 0;
-    for (const ClassEntry* entry = gClassListHead; entry != nullptr; entry = entry->Next)
+    for (const ClassEntry* entry = sClassListHead; entry != nullptr; entry = entry->Next)
         ++count;
 
     const std::size_t slots = std::bit_ceil(std::size_t{2} * count + 1);
@@ -73,7 +58,7 @@ bool CComServer::BuildClassTable() noexcept
         return false;
 
     std::uint32_t filled = 0;
-    for (const ClassEntry* entry = gClassListHead; entry != nullptr; entry = entry->Next)
+    for (const ClassEntry* entry = sClassListHead; entry != nullptr; entry = entry->Next)
     {
         sorted[filled++] = entry;
         std::size_t slot = HashOf(entry->ClassId) & (slots - 1);
@@ -89,21 +74,8 @@ bool CComServer::BuildClassTable() noexcept
     mClassIndex = std::move(index);
     mClassIndexMask = slots - 1;
     mClassCount = count;
-    mListHeadSeen = gClassListHead;
+    mListHeadSeen = sClassListHead;
     return true;
-}
-
-const ClassEntry* CComServer::FindClass(const CLSID& clsid) noexcept
-{
-    BuildClassTableIfStale();
-    if (mClassCount == 0)
-        return nullptr;
-    for (std::size_t slot = HashOf(clsid);; ++slot)
-    {
-        const ClassEntry* const entry = mClassIndex[slot & mClassIndexMask];
-        if (entry == nullptr || SameGuid(entry->ClassId, clsid))
-            return entry;
-    }
 }
 
 Result CComServer::GetClassObject(const CLSID& clsid, const IID& iid, void** out)
@@ -126,7 +98,7 @@ public:
     ~CNewObject()
     {
         if (mObject.DropFirstReference(mIsAnswered) == 0)
-            delete &mObject;
+            COssiraUnknown::Destroy(&mObject);
     }
 
     // The answer is the class's own code, and it may be wrong: success comes with an interface.
@@ -154,50 +126,54 @@ private:
 
 Result CComServer::CreateObject(const ClassEntry* entry, const CLSID& clsid, const IID& iid,
                                 void** out)
+try
 {
     tSystem::CheckForeignCall();
-    const std::uint32_t mask = CurrentLevelMask();
     if (entry == nullptr)
     {
-        OSSIRA_PRINT(mask, PRINT_ERROR, "No such class available: CLSID %s\n",
+        OSSIRA_PRINT(CurrentLevelMask(), PRINT_ERROR, "No such class available: CLSID %s\n",
                      CGuidText(clsid).Text());
         return E_NOINTERFACE;
     }
 
     COssiraUnknown* object = nullptr;
     Result result = entry->Creator(nullptr, &object);
-    if (Failed(result))
+    if (Failed(result)) [[unlikely]]
     {
-        OSSIRA_PRINT(mask, PRINT_ERROR, "Create Object failed: %s - CLSID %s\n", entry->Text,
-                     CGuidText(clsid).Text());
+        OSSIRA_PRINT(CurrentLevelMask(), PRINT_ERROR, "Create Object failed: %s - CLSID %s\n",
+                     entry->Text, CGuidText(clsid).Text());
         return result;
     }
 
     {
         CNewObject newObject(*object);
         result = newObject.Ask(iid, out);
-        if (Failed(result))
+        if (Failed(result)) [[unlikely]]
         {
-            OSSIRA_PRINT(mask, PRINT_WARN, "No such interface available: %s - CLSID %s, IID %s\n",
-                         entry->Text, CGuidText(clsid).Text(), CGuidText(iid).Text());
+            OSSIRA_PRINT(CurrentLevelMask(), PRINT_WARN,
+                         "No such interface available: %s - CLSID %s, IID %s\n", entry->Text,
+                         CGuidText(clsid).Text(), CGuidText(iid).Text());
         }
     }
     if (Succeeded(result))
     {
-        OSSIRA_PRINT(mask, PRINT_TRACE, "Object 0x%x created; %s - CLSID: %s IID: %s\n",
-                     LowAddress(*out), entry->Text, CGuidText(clsid).Text(), CGuidText(iid).Text());
+        OSSIRA_PRINT(CurrentLevelMask(), PRINT_TRACE,
+                     "Object 0x%x created; %s - CLSID: %s IID: %s\n", LowAddress(*out), entry->Text,
+                     CGuidText(clsid).Text(), CGuidText(iid).Text());
     }
     return result;
 }
+OSSIRA_CATCH_RETURN
 
 Result CComServer::CanUnloadNow()
 {
-    return sOpenObjectCount.load() != 0 ? S_FALSE : S_OK;
+    GiveBackObjectMemory();
+    return OpenObjectCount() != 0 ? S_FALSE : S_OK;
 }
 
 Result CComServer::GetOpenObjectCount()
 {
-    return static_cast<Result>(sOpenObjectCount.load());
+    return static_cast<Result>(OpenObjectCount());
 }
 
 Result CComServer::GetClassCount()
@@ -233,17 +209,13 @@ Result CComServer::GetClassObjectInfo(std::uint32_t index, char* buffer, std::ui
 
 Result CComServer::AddObject(IUnknown* privateUnknown, const CLSID& clsid)
 {
-    CountObject();
-    if constexpr (TracksObjects)
-        Track(privateUnknown, clsid);
+    Track(privateUnknown, clsid);
     return S_OK;
 }
 
 Result CComServer::RemoveObject(IUnknown* privateUnknown)
 {
-    if constexpr (TracksObjects)
-        Untrack(privateUnknown);
-    UncountObject();
+    Untrack(privateUnknown);
     return S_OK;
 }
 
@@ -299,7 +271,8 @@ IUnknown* CComServer::NextLiveObject(IUnknown* behind, bool processEnds, CLSID& 
 }
 
 // No spin word is held while an object is asked for its name: it may make other objects and end
-// some. Each is looked up anew, and no more of them than there were.
+// some. Each is looked up anew, and at most twice as many as there were, so that it comes to an
+// end.
 void CComServer::DumpLiveObjects(bool processEnds) noexcept
 {
     // Objects ask for their names under this lock; without it the names stay out.
@@ -309,7 +282,7 @@ void CComServer::DumpLiveObjects(bool processEnds) noexcept
     std::int32_t count = 0;
     bool isFirst = true;
     IUnknown* object = nullptr;
-    for (std::uint32_t left = sOpenObjectCount; left > 0; --left)
+    for (std::uint64_t left = std::uint64_t{2} * OpenObjectCount(); left > 0; --left)
     {
         object = NextLiveObject(object, processEnds, clsid, count);
         if (object == nullptr)

@@ -5,7 +5,9 @@
 #include "FastCriticalSection.h"
 #include "OssiraFrame.h"
 
+#include <array>
 #include <atomic>
+#include <bit>
 #include <map>
 #include <memory>
 
@@ -40,6 +42,7 @@ public:
     // index outside the table or a size below 1 answers `E_INVALIDARG`.
     virtual Result GetClassObjectInfo(std::uint32_t index, char* buffer, std::uint32_t size) = 0;
 
+    // An object's birth and death, for the list of live objects.
     virtual Result RemoveObject(IUnknown* privateUnknown) = 0;
     virtual Result AddObject(IUnknown* privateUnknown, const CLSID& clsid) = 0;
 
@@ -64,19 +67,28 @@ public:
     Result AddObject(IUnknown* privateUnknown, const CLSID& clsid) override;
     Result IsForeignClass(const CLSID& clsid) override;
 
-    // What `AddObject` and `RemoveObject` do while there is no server.
-    static void CountObject() noexcept
+    // This module's server; null before attach and after detach.
+    [[nodiscard]] static CComServer* OfModule() noexcept
     {
-        sOpenObjectCount.fetch_add(1, std::memory_order_relaxed);
+        return sOfModule.load(std::memory_order_acquire);
     }
 
-    static void UncountObject() noexcept
+    static void SetOfModule(CComServer* server) noexcept
     {
-        sOpenObjectCount.fetch_sub(1, std::memory_order_release);
+        sOfModule.store(server, std::memory_order_release);
     }
 
     // The class's entry, or null.
-    [[nodiscard]] const ClassEntry* FindClass(const CLSID& clsid) noexcept;
+    [[nodiscard]] const ClassEntry* FindClass(const CLSID& clsid) noexcept
+    {
+        BuildClassTableIfStale();
+        for (std::size_t slot = HashOf(clsid);; ++slot)
+        {
+            const ClassEntry* const entry = mClassIndex[slot & mClassIndexMask];
+            if (entry == nullptr || SameGuid(entry->ClassId, clsid))
+                return entry;
+        }
+    }
 
     // As `GetClassObject`, for a class that was looked up already; a null entry is an unknown one.
     Result CreateObject(const ClassEntry* entry, const CLSID& clsid, const IID& iid, void** out);
@@ -95,37 +107,43 @@ private:
 
     void BuildClassTableIfStale() noexcept
     {
-        if (mListHeadSeen != ClassListHead()) [[unlikely]]
+        if (mListHeadSeen != sClassListHead) [[unlikely]]
             static_cast<void>(BuildClassTable());
     }
 
-    [[nodiscard]] static const ClassEntry* ClassListHead() noexcept;
+    [[nodiscard]] static std::size_t HashOf(const GUID& guid) noexcept
+    {
+        const auto halves = std::bit_cast<std::array<std::uint64_t, 2>>(guid);
+        return static_cast<std::size_t>(((halves[0] ^ halves[1]) * 0x9E3779B97F4A7C15u) >> 32);
+    }
 
-    // Not inline: they would burden every birth and death.
-    [[gnu::noinline]] void Track(IUnknown* privateUnknown, const CLSID& clsid) noexcept;
-    [[gnu::noinline]] void Untrack(IUnknown* privateUnknown) noexcept;
+    void Track(IUnknown* privateUnknown, const CLSID& clsid) noexcept;
+    void Untrack(IUnknown* privateUnknown) noexcept;
 
     // The next live object behind one, with a reference added to it; null at the end. How many it
     // had before is told.
     [[nodiscard]] IUnknown* NextLiveObject(IUnknown* behind, bool processEnds, CLSID& clsid,
                                            std::int32_t& count) noexcept;
 
-    // Of the module rather than of its server, because static objects are made before it and die
-    // after it.
-    static constinit inline std::atomic<std::uint32_t> sOpenObjectCount = 0;
+    friend ClassEntry;
+
+    // Entries link themselves while the module's static objects are built, in an order that nobody
+    // knows; these need no construction themselves.
+    static constinit inline const ClassEntry* sClassListHead = nullptr;
+    static constinit inline std::atomic<CComServer*> sOfModule = nullptr;
 
     tSystem::CFastCriticalSection mLock; // guards mLiveObjects
     std::uint32_t mClassCount = 0;
     std::unique_ptr<const ClassEntry*[]> mSortedClasses; // by the bytes of the identifier
-    std::unique_ptr<const ClassEntry*[]> mClassIndex;    // open-addressed, for look-ups
+    std::unique_ptr<const ClassEntry*[]> mClassIndex;    // open-addressed, with a null at least
     std::size_t mClassIndexMask = 0;
     const ClassEntry* mListHeadSeen = nullptr;
     std::map<IUnknown*, CLSID> mLiveObjects;
-    // A build option, on in debug builds: every birth and death then takes the lock.
-    static constexpr bool TracksObjects = OSSIRA_TRACK_OBJECTS != 0;
 };
 
-// This module's server; null before attach and after detach.
-[[nodiscard]] CComServer* ModuleServer() noexcept;
+[[nodiscard]] inline CComServer* ModuleServer() noexcept
+{
+    return CComServer::OfModule();
+}
 
 } // namespace Tavrik::Ossira

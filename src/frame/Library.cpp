@@ -4,6 +4,7 @@
 #include "Library.h"
 
 #include "ComServer.h"
+#include "ObjectMemory.h"
 #include "PublicUtil.h"
 
 #include <atomic>
@@ -15,7 +16,6 @@ namespace Tavrik::Ossira
 namespace
 {
 
-constinit std::atomic<CComServer*> gServer = nullptr;
 constinit std::atomic<ISingleton*> gSingleton = nullptr;
 constinit const BootstrapRecord* gBootstrapChain = nullptr;
 
@@ -27,27 +27,6 @@ BootstrapRecord::BootstrapRecord(tDetail::CLastingGuid clsid, tDetail::CLastingG
       Text(text)
 {
     gBootstrapChain = this;
-}
-
-CComServer* ModuleServer() noexcept
-{
-    return gServer.load(std::memory_order_acquire);
-}
-
-void tDetail::AnnounceBirth(IUnknown* privateUnknown, const CLSID& clsid) noexcept
-{
-    if (CComServer* const server = ModuleServer(); server != nullptr)
-        server->AddObject(privateUnknown, clsid);
-    else
-        CComServer::CountObject();
-}
-
-void tDetail::AnnounceDeath(IUnknown* privateUnknown) noexcept
-{
-    if (CComServer* const server = ModuleServer(); server != nullptr)
-        server->RemoveObject(privateUnknown);
-    else
-        CComServer::UncountObject();
 }
 
 tSystem::CCriticalSection& GlobalCriticalSection() noexcept
@@ -65,7 +44,8 @@ bool AttachLibrary() noexcept
     static_cast<void>(GlobalCriticalSection()); // made now, while no other thread can be here
     if (ModuleServer() != nullptr)
         return true;
-    gServer = CComServer::Create();
+    AttachObjectMemory(true);
+    CComServer::SetOfModule(CComServer::Create());
     if (ModuleServer() == nullptr)
     {
         DebugOutputF("\aOssira: CreateComServer failed - fatal [Build-DynLib]\n");
@@ -91,11 +71,13 @@ void DetachLibrary(bool processEnds) noexcept
         ObjectPtr<ISingleton>::Adopt(gSingleton.exchange(nullptr)).Reset();
         OnDetaching();
     }
-    if (server == nullptr)
-        return;
-    server->DumpLiveObjects(false); // still in place: an object that dies meanwhile leaves its list
-    gServer = nullptr;
-    server->Destroy();
+    if (server != nullptr)
+    {
+        server->DumpLiveObjects(false); // in place: an object that dies meanwhile leaves its list
+        CComServer::SetOfModule(nullptr);
+        server->Destroy();
+    }
+    AttachObjectMemory(false);
 }
 
 ISingleton* ExistingSingleton() noexcept

@@ -1,9 +1,11 @@
 // The parts of the object base that need not be inline: the private unknown, and the name and
 // identity that most classes offer in the same way.
+#include "ComServer.h"
 #include "FastCriticalSection.h"
 #include "OssiraFrame.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 namespace Tavrik::Ossira
@@ -15,24 +17,72 @@ namespace
 // Of all objects of the module: names are rarely asked for, and an object has no room to spare.
 constinit tSystem::CFastCriticalSection gNameLock;
 
+// A build option, on in debug builds: every birth and death then takes a lock.
+constexpr bool IsTracking = OSSIRA_TRACK_OBJECTS != 0;
+
+void AnnounceDeath(IUnknown* privateUnknown) noexcept
+{
+    if (CComServer* const server = ModuleServer(); server != nullptr)
+        server->RemoveObject(privateUnknown);
+}
+
 } // namespace
+
+const bool tDetail::TracksObjects = IsTracking;
+
+void tDetail::AnnounceBirth(IUnknown* privateUnknown, const CLSID& clsid) noexcept
+{
+    if (CComServer* const server = ModuleServer(); server != nullptr)
+        server->AddObject(privateUnknown, clsid);
+}
+
+COssiraUnknown& CPrivateUnknown::Owner() noexcept
+{
+// Every class of the base's kind has one layout in the compilers of this system, whatever the
+// language leaves open.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+    constexpr std::size_t distance = offsetof(COssiraUnknown, mPrivateUnknown);
+    // What makes the layout what it is said to be: nothing between the tables and the count, and
+    // the base's last four bytes free for a lock.
+    static_assert(distance == sizeof(void*) &&
+                  offsetof(COssiraUnknown, mCount) == 2 * sizeof(void*) &&
+                  sizeof(COssiraUnknown) == 3 * sizeof(void*));
+#pragma GCC diagnostic pop
+    return *reinterpret_cast<COssiraUnknown*>(reinterpret_cast<unsigned char*>(this) - distance);
+}
 
 Result CPrivateUnknown::QueryInterface(const IID& iid, void** out)
 {
-    return mOwner->NonDelegatingQueryInterface(iid, out);
+    return Owner().NonDelegatingQueryInterface(iid, out);
 }
 
 std::uint32_t CPrivateUnknown::AddRef()
 {
-    return static_cast<std::uint32_t>(mOwner->InternalAddRef());
+    return static_cast<std::uint32_t>(Owner().InternalAddRef());
 }
 
 std::uint32_t CPrivateUnknown::Release()
 {
-    const std::int32_t count = mOwner->InternalRelease();
-    if (count == 0)
-        delete mOwner;
-    return static_cast<std::uint32_t>(count);
+    COssiraUnknown& owner = Owner();
+    const std::int32_t count = owner.InternalRelease();
+    return count == 0 ? COssiraUnknown::Destroy(&owner) : static_cast<std::uint32_t>(count);
+}
+
+void COssiraUnknown::BeginDestruction() noexcept
+{
+    const std::int32_t kept = mCount.load(std::memory_order_relaxed) & AggregatedMark;
+    mCount.store(DestroyedCount | kept, std::memory_order_relaxed);
+    if constexpr (IsTracking)
+        AnnounceDeath(&mPrivateUnknown);
+}
+
+// Here rather than in each class's `Release`, which for its other calls is the shorter for it.
+std::uint32_t COssiraUnknown::Destroy(COssiraUnknown* object) noexcept
+{
+    object->BeginDestruction();
+    delete object;
+    return 0;
 }
 
 Result COssiraUnknown::AnswerPrivateUnknown(const IID& iid, void** out) noexcept

@@ -5,6 +5,7 @@
 #include "FactoryModule.h"
 #include "GuidEnumerable.h"
 #include "Library.h"
+#include "ObjectMemory.h"
 #include "OssiraBullets.h"
 #include "PublicUtil.h"
 
@@ -344,6 +345,7 @@ try
     while (rounds-- > 0 && FlushOnce())
     {
     }
+    GiveBackObjectMemory(); // the runtime's own, as each module has done that was asked
     return S_OK;
 }
 OSSIRA_CATCH_RETURN

@@ -50,10 +50,10 @@ Result CreateByFactory(ISingleton& singleton, const CLSID& clsid, const IID& iid
 
 using namespace Tavrik::Ossira;
 
-Result CreateClassObject(const CLSID* clsid, const IID* iid, void** out)
+// What is refused, and what is not created by a class of the runtime's own.
+static Result CreateClassObject(CComServer* server, const CLSID* clsid, const IID* iid, void** out)
 try
 {
-    CComServer* const server = ModuleServer();
     if (server == nullptr)
     {
         DebugOutputF("\aOssira: CreateClassObject: gbComServer not available: Access Denied "
@@ -89,6 +89,21 @@ try
     return server->CreateObject(entry, *clsid, *iid, out);
 }
 OSSIRA_CATCH_RETURN
+
+Result CreateClassObject(const CLSID* clsid, const IID* iid, void** out)
+{
+    CComServer* const server = ModuleServer();
+    if (server != nullptr && out != nullptr && clsid != nullptr && iid != nullptr &&
+        !SameGuid(*clsid, CLSID_GlobalSingleton)) [[likely]]
+    {
+        if (const ClassEntry* const entry = server->FindClass(*clsid); entry != nullptr) [[likely]]
+        {
+            *out = nullptr;
+            return server->CreateObject(entry, *clsid, *iid, out);
+        }
+    }
+    return CreateClassObject(server, clsid, iid, out);
+}
 
 std::uint32_t GetObjectOpenCount()
 {

@@ -1,0 +1,402 @@
+// Nothing here is constructed or destroyed: static objects are made before everything else and die
+// after it. No lock is taken, and no memory asked for, while a spin word is held.
+#include "ObjectMemory.h"
+
+#include "FastCriticalSection.h"
+#include "OssiraObjectBase.h"
+#include "ThreadMark.h"
+
+#include <array>
+#include <new>
+
+namespace Tavrik::Ossira
+{
+
+namespace
+{
+
+using tDetail::BlockHeader;
+using tDetail::BlockShift;
+using tDetail::BlockStep;
+using tSystem::CLockGuard;
+
+constexpr std::size_t Kinds = 2 * tDetail::BlockSizes;
+constexpr std::size_t SlabSize = 4080; // a page, with what the C library puts in front of it
+constexpr std::uint32_t BatchSize = 32;
+constexpr std::uint32_t MostKept = 2 * BatchSize; // by one stripe, of one kind
+
+constinit std::atomic<bool> gIsKept = KeepsByDefault;
+constinit std::atomic<bool> gIsAttached = true; // or about to be
+constinit std::atomic<bool> gIsKeeping = KeepsByDefault;
+
+class CSlab;
+
+// The object follows its slab's address. As long as there is none its place links the blocks.
+struct Block
+{
+    CSlab* Home;
+    Block* Next;
+};
+static_assert(offsetof(Block, Next) == BlockHeader);
+
+struct BlockList
+{
+    Block* First = nullptr;
+    std::uint32_t Count = 0;
+
+    void Push(Block* block) noexcept
+    {
+        block->Next = First;
+        First = block;
+        ++Count;
+    }
+
+    [[nodiscard]] Block* Pop() noexcept
+    {
+        Block* const block = First;
+        First = block->Next;
+        --Count;
+        return block;
+    }
+
+    // Moves blocks until `to` has so many, or there are no more.
+    void MoveTo(BlockList& to, std::uint32_t count) noexcept
+    {
+        while (First != nullptr && to.Count < count)
+            to.Push(Pop());
+    }
+};
+
+// The memory of some blocks.
+class CSlab
+{
+public:
+    [[nodiscard]] static CSlab* Make(std::size_t kind)
+    {
+        const std::size_t stride = (kind / 2 + 1) * BlockStep;
+        const std::size_t count = gIsKeeping.load(std::memory_order_relaxed)
+                                      ? (SlabSize - sizeof(CSlab) - BlockStep) / stride
+                                      : 1;
+        auto* const slab =
+            new (::operator new(sizeof(CSlab) + BlockStep + count * stride)) CSlab(count);
+        const std::size_t shift = kind % 2 != 0 ? BlockShift : 0;
+        const auto end = reinterpret_cast<std::uintptr_t>(slab + 1) + BlockHeader + shift;
+        const auto line = (end + BlockStep - 1) / BlockStep * BlockStep;
+        for (std::size_t index = count; index > 0; --index)
+        {
+            const std::uintptr_t at = line + (index - 1) * stride - shift - BlockHeader;
+            auto* const block = reinterpret_cast<Block*>(at);
+            block->Home = slab;
+            slab->Free.Push(block);
+        }
+        return slab;
+    }
+
+    static void Delete(CSlab* slab) noexcept
+    {
+        ::operator delete(slab);
+    }
+
+    [[nodiscard]] bool IsUnused() const noexcept
+    {
+        return Free.Count == mCount;
+    }
+
+    CSlab* Next = nullptr;
+    CSlab* Previous = nullptr;
+    BlockList Free;
+
+private:
+    explicit CSlab(std::size_t count) noexcept : mCount(static_cast<std::uint32_t>(count))
+    {
+    }
+
+    const std::uint32_t mCount;
+};
+
+// The slabs of one kind that have free blocks.
+class CSlabList
+{
+public:
+    // Takes a batch of blocks, or fewer; at least one. Throws `std::bad_alloc`.
+    [[nodiscard]] BlockList Take(std::size_t kind)
+    {
+        BlockList taken;
+        {
+            const CLockGuard guard(mLock);
+            while (mFirst != nullptr && taken.Count < BatchSize)
+            {
+                mFirst->Free.MoveTo(taken, BatchSize);
+                if (mFirst->Free.Count == 0)
+                    Unlink(*mFirst);
+            }
+        }
+        if (taken.Count > 0)
+            return taken;
+        CSlab* const slab = CSlab::Make(kind);
+        slab->Free.MoveTo(taken, BatchSize);
+        if (slab->Free.Count > 0)
+        {
+            const CLockGuard guard(mLock);
+            Link(*slab);
+        }
+        return taken;
+    }
+
+    void Give(BlockList blocks) noexcept
+    {
+        CSlab* unused = nullptr;
+        {
+            const CLockGuard guard(mLock);
+            while (blocks.First != nullptr)
+            {
+                Block* const block = blocks.Pop();
+                CSlab& slab = *block->Home;
+                if (slab.Free.Count == 0)
+                    Link(slab);
+                slab.Free.Push(block);
+                if (slab.IsUnused())
+                {
+                    Unlink(slab);
+                    slab.Next = unused;
+                    unused = &slab;
+                }
+            }
+        }
+        while (unused != nullptr)
+            CSlab::Delete(std::exchange(unused, unused->Next));
+    }
+
+private:
+    void Link(CSlab& slab) noexcept
+    {
+        slab.Previous = nullptr;
+        slab.Next = mFirst;
+        if (mFirst != nullptr)
+            mFirst->Previous = &slab;
+        mFirst = &slab;
+    }
+
+    void Unlink(CSlab& slab) noexcept
+    {
+        (slab.Previous != nullptr ? slab.Previous->Next : mFirst) = slab.Next;
+        if (slab.Next != nullptr)
+            slab.Next->Previous = slab.Previous;
+    }
+
+    tSystem::CFastCriticalSection mLock;
+    CSlab* mFirst = nullptr;
+};
+
+// What a thread keeps, and what it counts. More threads than there are stripes share them.
+struct alignas(64) Stripe
+{
+    std::atomic<std::uintptr_t> Owner = 0; // the mark of the thread that came first
+    tSystem::CFastCriticalSection Lock;    // for all that follows; the numbers are read without it
+    std::atomic<std::uint64_t> Births = 0;
+    std::atomic<std::uint64_t> Deaths = 0;
+    std::array<BlockList, Kinds> Kept;
+};
+
+constexpr std::size_t StripeBits = 5;
+constinit std::array<Stripe, std::size_t{1} << StripeBits> gStripes;
+constinit std::array<CSlabList, Kinds> gSlabs;
+
+constexpr std::size_t Nearby = 8; // how many stripes are looked at for a thread
+
+[[nodiscard]] std::size_t HomeOf(std::uintptr_t mark) noexcept
+{
+    return (mark * 0x9E3779B97F4A7C15u) >> (64 - StripeBits);
+}
+
+// A thread's stripe is the first one from its home on that nobody else has.
+[[nodiscard]] Stripe& StripeOfThread() noexcept
+{
+    const std::uintptr_t mark = tSystem::ThreadMark();
+    const std::size_t home = HomeOf(mark);
+    for (std::size_t step = 0; step < Nearby; ++step)
+    {
+        Stripe& stripe = gStripes[(home + step) % gStripes.size()];
+        std::uintptr_t owner = 0;
+        if (stripe.Owner.load(std::memory_order_relaxed) == mark ||
+            stripe.Owner.compare_exchange_strong(owner, mark, std::memory_order_relaxed))
+            return stripe;
+    }
+    return gStripes[home];
+}
+
+// The same for most calls, with its lock taken; null where that takes longer.
+[[gnu::always_inline]] [[nodiscard]] inline Stripe* TryStripeOfThread() noexcept
+{
+    const std::uintptr_t mark = tSystem::ThreadMark();
+    Stripe& stripe = gStripes[HomeOf(mark)];
+    const bool isOurs =
+        stripe.Owner.load(std::memory_order_relaxed) == mark && stripe.Lock.try_lock();
+    return isOurs ? &stripe : nullptr;
+}
+
+// With the stripe's lock held. A death that is seen makes the birth seen before it.
+void Count(std::atomic<std::uint64_t>& number) noexcept
+{
+    number.store(number.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+}
+
+void CountUnderLock(std::atomic<std::uint64_t> Stripe::*number) noexcept
+{
+    Stripe& stripe = StripeOfThread();
+    const CLockGuard guard(stripe.Lock);
+    Count(stripe.*number);
+}
+
+[[gnu::noinline, gnu::cold]] void* WakeAndAnswer(Stripe& stripe, void* answer) noexcept
+{
+    stripe.Lock.WakeWaiter();
+    return answer;
+}
+
+[[gnu::noinline]] void* TakeBlockInFull(std::size_t kind)
+{
+    Stripe& stripe = StripeOfThread();
+    BlockList& kept = stripe.Kept[kind];
+    BlockList taken;
+    for (;;)
+    {
+        {
+            const CLockGuard guard(stripe.Lock);
+            taken.MoveTo(kept, kept.Count + taken.Count);
+            if (kept.First != nullptr)
+            {
+                Count(stripe.Births);
+                return &kept.Pop()->Next;
+            }
+        }
+        taken = gSlabs[kind].Take(kind);
+    }
+}
+
+// The death is counted when no more is to be done: the module may be unloaded then.
+[[gnu::noinline]] void GiveBlockInFull(Block* block, std::size_t kind) noexcept
+{
+    Stripe& stripe = StripeOfThread();
+    BlockList& kept = stripe.Kept[kind];
+    BlockList given;
+    {
+        const CLockGuard guard(stripe.Lock);
+        if (gIsKeeping.load(std::memory_order_relaxed) && kept.Count < MostKept)
+        {
+            kept.Push(block);
+            Count(stripe.Deaths);
+            return;
+        }
+        given.Push(block);
+        kept.MoveTo(given, BatchSize);
+    }
+    gSlabs[kind].Give(given);
+    CountUnderLock(&Stripe::Deaths);
+}
+
+void UpdateKeeping() noexcept
+{
+    gIsKeeping = gIsKept && gIsAttached;
+    if (!gIsKeeping)
+        GiveBackObjectMemory();
+}
+
+} // namespace
+
+// Most calls need no other one, and so save no registers.
+void* tDetail::TakeBlock(std::size_t kind)
+{
+    if (Stripe* const stripe = TryStripeOfThread(); stripe != nullptr) [[likely]]
+    {
+        BlockList& kept = stripe->Kept[kind];
+        if (kept.First != nullptr) [[likely]]
+        {
+            Count(stripe->Births);
+            void* const block = &kept.Pop()->Next;
+            return stripe->Lock.Leave() ? WakeAndAnswer(*stripe, block) : block;
+        }
+        if (stripe->Lock.Leave())
+            stripe->Lock.WakeWaiter();
+    }
+    return TakeBlockInFull(kind);
+}
+
+void tDetail::GiveBlock(void* block, std::size_t kind) noexcept
+{
+    auto* const given = reinterpret_cast<Block*>(static_cast<unsigned char*>(block) - BlockHeader);
+    if (Stripe* const stripe = TryStripeOfThread(); stripe != nullptr) [[likely]]
+    {
+        BlockList& kept = stripe->Kept[kind];
+        if (kept.Count < MostKept && gIsKeeping.load(std::memory_order_relaxed)) [[likely]]
+        {
+            kept.Push(given);
+            Count(stripe->Deaths);
+            return stripe->Lock.unlock();
+        }
+        stripe->Lock.unlock();
+    }
+    GiveBlockInFull(given, kind);
+}
+
+void* tDetail::TakeMemory(std::size_t size, std::size_t alignment)
+{
+    void* const memory = alignment > __STDCPP_DEFAULT_NEW_ALIGNMENT__
+                             ? ::operator new(size, std::align_val_t(alignment))
+                             : ::operator new(size);
+    CountUnderLock(&Stripe::Births);
+    return memory;
+}
+
+void tDetail::GiveMemory(void* memory, std::size_t alignment) noexcept
+{
+    if (alignment > __STDCPP_DEFAULT_NEW_ALIGNMENT__)
+        ::operator delete(memory, std::align_val_t(alignment));
+    else
+        ::operator delete(memory);
+    CountUnderLock(&Stripe::Deaths);
+}
+
+// Both numbers only grow. Take a moment between the two loops: each number of deaths was read
+// before it and is no higher than then, each number of births was read behind it and is no lower.
+// So the difference is at least the number of objects that were alive at that moment.
+std::uint32_t OpenObjectCount() noexcept
+{
+    std::uint64_t deaths = 0;
+    for (const Stripe& stripe : gStripes)
+        deaths += stripe.Deaths.load(std::memory_order_acquire);
+    std::uint64_t births = 0;
+    for (const Stripe& stripe : gStripes)
+        births += stripe.Births.load(std::memory_order_acquire);
+    return static_cast<std::uint32_t>(births - deaths);
+}
+
+void GiveBackObjectMemory() noexcept
+{
+    for (Stripe& stripe : gStripes)
+    {
+        if (stripe.Owner.load(std::memory_order_relaxed) == 0)
+            continue;
+        std::array<BlockList, Kinds> given = {};
+        {
+            const CLockGuard guard(stripe.Lock);
+            given.swap(stripe.Kept);
+        }
+        for (std::size_t kind = 0; kind < Kinds; ++kind)
+            gSlabs[kind].Give(given[kind]);
+    }
+}
+
+void KeepObjectMemory(bool isKept) noexcept
+{
+    gIsKept = isKept;
+    UpdateKeeping();
+}
+
+void AttachObjectMemory(bool isAttached) noexcept
+{
+    gIsAttached = isAttached;
+    UpdateKeeping();
+}
+
+} // namespace Tavrik::Ossira

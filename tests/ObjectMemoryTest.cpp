@@ -1,0 +1,140 @@
+// Where objects lie, what is kept of them, and how they are counted.
+#include "ObjectMemory.h"
+
+#include "ComServer.h"
+#include "FailingMemory.h"
+#include "SampleObject.h"
+#include "TestTools.h"
+
+#include <cstring>
+
+namespace Tavrik::Ossira::tTest
+{
+
+namespace
+{
+
+// The other tests of this program let memory fail and look at what is left of it.
+const bool IsOff = (KeepObjectMemory(false), true);
+
+class KeptMemory
+{
+public:
+    KeptMemory()
+    {
+        KeepObjectMemory(true);
+    }
+
+    ~KeptMemory()
+    {
+        KeepObjectMemory(!IsOff);
+    }
+};
+
+// Where an address lies in its cache line.
+std::size_t InLine(const void* address)
+{
+    return reinterpret_cast<std::uintptr_t>(address) % 64;
+}
+
+template <class Part>
+Part At(const void* address, std::ptrdiff_t distance)
+{
+    Part part;
+    std::memcpy(&part, static_cast<const unsigned char*>(address) + distance, sizeof(part));
+    return part;
+}
+
+template <std::size_t Size, std::size_t Alignment>
+struct T_Sized : ISample, COssiraUnknown
+{
+    static constexpr CLSID ClassId = GUID_Null;
+    OSSIRA_INTERFACES(ISample)
+    alignas(Alignment) unsigned char Content[Size];
+};
+
+TEST(ObjectMemory, AValuesCountAndDatumFillOneCacheLineAndOtherObjectsBeginOne)
+{
+    for (const bool isKept : {false, true})
+    {
+        const KeptMemory kept;
+        KeepObjectMemory(isKept);
+        std::vector<ObjectPtr<IValue>> values;
+        for (std::int32_t number = 1; number < 200; ++number)
+        {
+            const auto value = Make<IValue>(CLSID_Value);
+            EXPECT_EQ(SetValueSINT32(value.Get(), number), S_OK);
+            values.push_back(value);
+            const void* const face = value.Get();
+            EXPECT_EQ(InLine(face), 8u) << "the count and the lock come before it";
+            EXPECT_EQ(At<std::int32_t>(face, -8), 2) << "the two references";
+            EXPECT_EQ(At<std::int32_t>(face, 40), number) << "up to 56 bytes behind the face";
+            EXPECT_EQ(InLine(MakeObject<T_Sized<1, 1>>().Get()), 0u);
+        }
+        const std::uint32_t before = OpenObjectCount();
+        EXPECT_EQ(InLine(MakeObject<T_Sized<1, 64>>()->Content), 0u);
+        const auto large = MakeObject<T_Sized<300, 16>>();
+        EXPECT_EQ(InLine(large->Content) % 16, 0u);
+        EXPECT_EQ(OpenObjectCount(), before + 1);
+    }
+}
+
+TEST(ObjectMemory, IsKeptForTheNextObjectUntilTheModuleIsAskedWhetherItCanGo)
+{
+    const KeptMemory kept;
+    GiveBackObjectMemory();
+    const std::int64_t before = LiveAllocations();
+    const std::uint32_t objects = OpenObjectCount();
+    const int listed = tDetail::TracksObjects ? 1000 : 0; // each with memory of its own in the list
+    for (int round = 0; round < 3; ++round)
+    {
+        std::vector<ObjectPtr<IUnknown>> many(1000);
+        for (auto& object : many)
+            object = Make<IUnknown>(CLSID_Value);
+        EXPECT_LT(LiveAllocations() - before, listed + 100)
+            << "many objects share a piece of memory";
+        many.clear();
+        many.shrink_to_fit();
+        EXPECT_GT(LiveAllocations(), before);
+        EXPECT_LE(LiveAllocations() - before, 10) << "what is kept is bounded";
+        const FailingMemory none(0, Shortage::FromThenOn);
+        EXPECT_TRUE(Make<IUnknown>(CLSID_Value)) << "from what was kept";
+    }
+    EXPECT_NE(ModuleServer()->CanUnloadNow(), E_FAIL);
+    EXPECT_EQ(LiveAllocations(), before);
+    const FailingMemory none(0, Shortage::FromThenOn);
+    EXPECT_EQ(new (std::nothrow) CComInstanceNoLock<T_Sample>(nullptr), nullptr);
+    EXPECT_EQ(OpenObjectCount(), objects);
+}
+
+// There is one object at any time and another one each time: each thread releases what another one
+// has made, when its own is alive.
+TEST(ObjectMemory, TheNumberOfLiveObjectsIsNeverTooLow)
+{
+    const KeptMemory kept;
+    const std::uint32_t before = OpenObjectCount();
+    std::atomic<IUnknown*> place = Make<IUnknown>(CLSID_Value).Detach();
+    std::atomic<int> left = 4;
+    std::vector<std::thread> threads;
+    while (threads.size() < 4)
+    {
+        threads.emplace_back(
+            [&]
+            {
+                for (int round = 0; round < 20'000; ++round)
+                    place.exchange(Make<IUnknown>(CLSID_Value).Detach())->Release();
+                --left;
+            });
+    }
+    while (left > 0)
+        EXPECT_GT(static_cast<std::int32_t>(OpenObjectCount() - before), 0);
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(OpenObjectCount(), before + 1);
+    place.load()->Release();
+    EXPECT_EQ(OpenObjectCount(), before);
+}
+
+} // namespace
+
+} // namespace Tavrik::Ossira::tTest
