@@ -101,7 +101,7 @@ public:
 
     std::size_t KeysAbove(const GUID* above, std::span<GUID> keys) override
     {
-        const tSystem::CLockGuard guard(this->mLock);
+        const tSystem::CReadGuard guard(this->mLock);
         CGuidPosition at;
         if (above != nullptr)
             at.Key = *above;
@@ -117,7 +117,7 @@ private:
 
     [[nodiscard]] ObjectPtr<IValue> Find(const GUID& key) const noexcept
     {
-        const tSystem::CLockGuard guard(this->mLock);
+        const tSystem::CReadGuard guard(this->mLock);
         return ObjectPtr(this->mTable.Find(key));
     }
 
@@ -144,7 +144,7 @@ private:
 
 struct ValueSetTraits : ValueSetText
 {
-    using LockType = CSpinLock;
+    using LockType = CTableLock;
     static constexpr CLSID ClassId = CLSID_ValueSet;
     static constexpr std::string_view ClassName = "ValueSet";
 };
