@@ -80,6 +80,9 @@ extern const AddressRange ThisLibrary;
 [[nodiscard]] void* ThreadPointer() noexcept;
 [[nodiscard]] bool SetThreadPointer(void* pointer) noexcept;
 
+// A pointer that no other thread has as long as this one lives.
+[[nodiscard]] const void* ThisThread() noexcept;
+
 // A number that nobody outside the process can work out, another one at each call. No secrets are
 // to be made of it.
 [[nodiscard]] std::uint64_t UnguessableNumber() noexcept;

@@ -1,5 +1,5 @@
-// What happens when readers meet. A row whose memory cannot be had is tried for again when they have
-// met a few times more.
+// What happens when readers meet. A row whose memory cannot be had is tried for again when they
+// have met a few times more.
 #include "ReadersLock.h"
 
 #include <new>

@@ -115,8 +115,8 @@ private:
     std::atomic<CRow*> mRow = nullptr;
 };
 
-// How a lock of any kind is held by somebody who only reads: what is answered is to be unlocked. One
-// that knows no readers is taken as it is.
+// How a lock of any kind is held by somebody who only reads: what is answered is to be unlocked.
+// One that knows no readers is taken as it is.
 template <class Lock>
 [[nodiscard]] auto& BeginReading(Lock& lock, const LockPlace& place)
 {
@@ -145,7 +145,8 @@ template <class Lock>
 }
 
 template <class Lock>
-using ReadHold = std::remove_reference_t<decltype(BeginReading(std::declval<Lock&>(), LockPlace()))>;
+using ReadHold =
+    std::remove_reference_t<decltype(BeginReading(std::declval<Lock&>(), LockPlace()))>;
 
 template <class Lock>
 class [[nodiscard]] CReadGuard

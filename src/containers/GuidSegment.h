@@ -62,12 +62,13 @@ public:
         const std::uint8_t* const marks = Marks();
         const std::uint8_t mark = Mark(hash);
         std::size_t at = hash & mask;
-        while (marks[at] != mark || !SameGuid(At(at).Key, key)) [[unlikely]]
-        {
-            if (marks[at] == 0)
-                return nullptr;
-            at = (at + 1) & mask;
-        }
+        while (marks[at] != mark || !SameGuid(At(at).Key, key))
+            [[unlikely]]
+            {
+                if (marks[at] == 0)
+                    return nullptr;
+                at = (at + 1) & mask;
+            }
         return &At(at);
     }
 

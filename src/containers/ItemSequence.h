@@ -268,7 +268,7 @@ private:
     Directory mBlocks; // null while the capacity is 0
     std::size_t mHead = 0;
     std::size_t mSize = 0;
-    std::size_t mCapacity = 0; // a power of two, or 0
+    std::size_t mCapacity = 0;  // a power of two, or 0
     IUnknown** mTail = nullptr; // where the next item goes, unless it is the end
     IUnknown** mTailEnd = nullptr;
 };

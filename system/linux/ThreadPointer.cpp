@@ -17,6 +17,11 @@ void* ThreadPointer() noexcept
     return tPointer;
 }
 
+const void* ThisThread() noexcept
+{
+    return &tPointer;
+}
+
 bool SetThreadPointer(void* pointer) noexcept
 {
     tPointer = pointer;

@@ -61,6 +61,11 @@ void* ThreadPointer() noexcept
     return pointer;
 }
 
+const void* ThisThread() noexcept
+{
+    return NtCurrentTeb();
+}
+
 bool SetThreadPointer(void* pointer) noexcept
 {
     const DWORD slot = gSlot.Take();
