@@ -91,12 +91,17 @@ TEST(Concurrency, ReadersSideBySideGetLiveObjectsOfTheirKeysWhileOneWrites)
             EXPECT_EQ(SetValueSINT32(value.Get(), static_cast<std::int32_t>(number)), S_OK);
             EXPECT_EQ(items->SetValueGUID(Numbered(number), value.Get()), S_OK);
         };
+        for (std::uint32_t at = 0; at < keyCount; ++at)
+            put(at);
         std::atomic<bool> isOver = false;
         std::atomic<int> reads = 0;
         InThreads(4,
                   [&](std::uint32_t thread)
                   {
-                      for (std::uint32_t at = 0; thread == 0 && (at < 5000 || reads < 1000); ++at)
+                      // At first all read, and so get words of their own.
+                      while (thread == 0 && reads < 20000)
+                          std::this_thread::yield();
+                      for (std::uint32_t at = 0; thread == 0 && at < 5000; ++at)
                       {
                           put(at % keyCount);
                           EXPECT_EQ(items->RemoveGUID(Numbered((at * 3) % keyCount)), S_OK);

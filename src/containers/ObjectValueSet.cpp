@@ -136,8 +136,15 @@ private:
     {
         if (Failed(written))
             return written;
-        const tSystem::CLockGuard guard(this->mLock);
-        ++this->mStamp;
+        if constexpr (std::is_same_v<typename Traits::LockType, CTableLock>)
+        {
+            this->mStamp.MoveUnlocked();
+        }
+        else
+        {
+            const tSystem::CLockGuard guard(this->mLock);
+            ++this->mStamp;
+        }
         return written;
     }
 };
