@@ -99,7 +99,7 @@ TEST(Concurrency, ReadersSideBySideGetLiveObjectsOfTheirKeysWhileOneWrites)
                   [&](std::uint32_t thread)
                   {
                       // At first all read, and so get words of their own.
-                      while (thread == 0 && reads < 20000)
+                      while (thread == 0 && reads < 5000)
                           std::this_thread::yield();
                       for (std::uint32_t at = 0; thread == 0 && at < 5000; ++at)
                       {

@@ -129,7 +129,10 @@ TEST(ConcurrentLocks, NothingIsLostOrSeenByHalvesAmongReadersAndWriters)
                   for (std::uint32_t round = 0; number < 2 && round < rounds; ++round)
                   {
                       const CLockGuard guard(lock);
-                      counts = {counts[0] + 1, counts[1] + 1};
+                      ++counts[0];
+                      if (round % 100 == 0)
+                          std::this_thread::yield();
+                      ++counts[1];
                   }
                   writers -= number < 2 ? 1 : 0;
                   while (number >= 2 && writers > 0)
