@@ -9,7 +9,7 @@
 namespace Tavrik::tSystem
 {
 
-void CFastCriticalSection::LockContended() noexcept
+void CSpinWord::WaitAndTake() noexcept
 {
     constexpr int spins = 50; // about as long as a thread needs to fall asleep and be woken
     for (int spin = 0; spin < spins; ++spin)
@@ -31,7 +31,7 @@ void CFastCriticalSection::LockContended() noexcept
     }
 }
 
-void CFastCriticalSection::WakeWaiter() noexcept
+void CSpinWord::WakeWaiter() noexcept
 {
     WakeOnWord(mWord);
 }

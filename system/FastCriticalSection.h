@@ -12,43 +12,39 @@
 namespace Tavrik::tSystem
 {
 
-class CFastCriticalSection
+// The word itself, past the check of the order: for locks that are made of several.
+class CSpinWord
 {
 public:
-    constexpr CFastCriticalSection() noexcept = default;
-    CFastCriticalSection(const CFastCriticalSection&) = delete;
-    CFastCriticalSection& operator=(const CFastCriticalSection&) = delete;
+    constexpr CSpinWord() noexcept = default;
+    CSpinWord(const CSpinWord&) = delete;
+    CSpinWord& operator=(const CSpinWord&) = delete;
 
-    void lock(const LockPlace& place = LockPlace::current()) noexcept
-    {
-        EnterLock(this, ELockRank::Word, place);
-        std::uint32_t expected = Free;
-        if (!mWord.compare_exchange_strong(expected, Taken, std::memory_order_acquire,
-                                           std::memory_order_relaxed)) [[unlikely]]
-            LockContended();
-    }
-
-    [[nodiscard]] bool try_lock(const LockPlace& place = LockPlace::current()) noexcept
+    [[gnu::always_inline]] [[nodiscard]] bool TryTake() noexcept
     {
         std::uint32_t expected = Free;
-        const bool isOurs = mWord.compare_exchange_strong(
-            expected, Taken, std::memory_order_acquire, std::memory_order_relaxed);
-        if (isOurs)
-            EnterTriedLock(this, ELockRank::Word, place);
-        return isOurs;
+        return mWord.compare_exchange_strong(expected, Taken, std::memory_order_acquire,
+                                             std::memory_order_relaxed);
     }
 
-    [[gnu::always_inline]] void unlock() noexcept
+    // After that failed.
+    void WaitAndTake() noexcept;
+
+    [[gnu::always_inline]] void Take() noexcept
     {
-        if (Leave()) [[unlikely]]
+        if (!TryTake()) [[unlikely]]
+            WaitAndTake();
+    }
+
+    [[gnu::always_inline]] void Give() noexcept
+    {
+        if (GiveQuietly()) [[unlikely]]
             WakeWaiter();
     }
 
-    // The two steps of `unlock`, for who has something to keep meanwhile. Whether somebody waits;
-    // then `WakeWaiter` is to be called.
-    [[gnu::always_inline]] [[nodiscard]] bool Leave() noexcept
+    // Whether somebody waits; then `WakeWaiter` is to be called.
+    [[gnu::always_inline]] [[nodiscard]] bool GiveQuietly() noexcept
     {
-        LeaveLock(this);
         // A store, not an exchange, which would double the cost of the pair. A thread that begins
         // to sleep between the two lines is missed; it looks again by itself a moment later.
         const bool isAwaited = mWord.load(std::memory_order_relaxed) == Awaited;
@@ -58,14 +54,65 @@ public:
 
     void WakeWaiter() noexcept;
 
+    // Whether somebody held it a moment ago.
+    [[nodiscard]] bool IsTaken() const noexcept
+    {
+        return mWord.load(std::memory_order_relaxed) != Free;
+    }
+
 private:
     static constexpr std::uint32_t Free = 0;
     static constexpr std::uint32_t Taken = 1;
     static constexpr std::uint32_t Awaited = 2; // taken, and threads may sleep
 
-    void LockContended() noexcept;
-
     std::atomic<std::uint32_t> mWord = Free;
+};
+
+class CFastCriticalSection : public CSpinWord
+{
+public:
+    constexpr CFastCriticalSection() noexcept = default;
+    CFastCriticalSection(const CFastCriticalSection&) = delete;
+    CFastCriticalSection& operator=(const CFastCriticalSection&) = delete;
+
+    [[gnu::always_inline]] void lock(const LockPlace& place = LockPlace::current()) noexcept
+    {
+        EnterLock(this, ELockRank::Word, place);
+        Take();
+    }
+
+    // The same where waiting is left to a second call: false when somebody is there.
+    [[gnu::always_inline]] [[nodiscard]] bool
+    begin(const LockPlace& place = LockPlace::current()) noexcept
+    {
+        EnterLock(this, ELockRank::Word, place);
+        if (TryTake()) [[likely]]
+            return true;
+        LeaveLock(this);
+        return false;
+    }
+
+    [[nodiscard]] bool try_lock(const LockPlace& place = LockPlace::current()) noexcept
+    {
+        const bool isOurs = TryTake();
+        if (isOurs)
+            EnterTriedLock(this, ELockRank::Word, place);
+        return isOurs;
+    }
+
+    [[gnu::always_inline]] void unlock() noexcept
+    {
+        LeaveLock(this);
+        Give();
+    }
+
+    // The same for who has something to keep meanwhile. Whether somebody waits; then `WakeWaiter`
+    // is to be called.
+    [[gnu::always_inline]] [[nodiscard]] bool Leave() noexcept
+    {
+        LeaveLock(this);
+        return GiveQuietly();
+    }
 };
 
 } // namespace Tavrik::tSystem

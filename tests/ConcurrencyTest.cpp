@@ -234,6 +234,52 @@ TEST(Concurrency, ThreadsThatUsedAModuleEndWhileItIsUnloaded)
     }
 }
 
+TEST(Concurrency, ReadersSideBySideGetLiveObjectsOfTheirKeysWhileOneWrites)
+{
+    constexpr std::uint32_t keyCount = 50;
+    for (const CLSID& clsid : {CLSID_DictionaryGUID, CLSID_ValueSet})
+    {
+        const auto items = Make<IDictionaryGUID>(clsid);
+        const auto put = [&](std::uint32_t number)
+        {
+            const auto value = Make<IValue>(CLSID_Value);
+            EXPECT_EQ(SetValueSINT32(value.Get(), static_cast<std::int32_t>(number)), S_OK);
+            EXPECT_EQ(items->SetValueGUID(Numbered(number), value.Get()), S_OK);
+        };
+        for (std::uint32_t at = 0; at < keyCount; ++at)
+            put(at);
+        std::atomic<bool> isOver = false;
+        std::atomic<int> reads = 0;
+        InThreads(4,
+                  [&](std::uint32_t thread)
+                  {
+                      // At first all read, and so get words of their own.
+                      while (thread == 0 && reads < 5000)
+                          std::this_thread::yield();
+                      for (std::uint32_t at = 0; thread == 0 && at < 5000; ++at)
+                      {
+                          put(at % keyCount);
+                          EXPECT_EQ(items->RemoveGUID(Numbered((at * 3) % keyCount)), S_OK);
+                      }
+                      for (std::uint32_t at = thread; thread != 0 && !isOver; ++at)
+                      {
+                          ObjectPtr<IValue> value;
+                          std::int32_t number = -1;
+                          if (items->GetValueGUID(Numbered(at % keyCount), IID_IValue,
+                                                  value.PutVoid()) != S_OK)
+                              continue;
+                          EXPECT_EQ(GetValueSINT32(value.Get(), &number), S_OK);
+                          EXPECT_EQ(number, static_cast<std::int32_t>(at % keyCount));
+                          ++reads;
+                      }
+                      isOver = isOver || thread == 0;
+                  });
+        for (std::uint32_t at = 0; at < keyCount; ++at)
+            put(at);
+        EXPECT_EQ(items->GetCount(), static_cast<Result>(keyCount));
+    }
+}
+
 TEST(Concurrency, LinesStayWholeWhileTheObserverIsSwapped)
 {
     ObjectPtr<IObserverPrint> former;

@@ -82,7 +82,7 @@ public:
     try
     {
         OSSIRA_CHECK_REFERENCE(key);
-        const tSystem::CLockGuard guard(this->mLock);
+        const tSystem::CReadGuard guard(this->mLock);
         return this->mTable.Find(key) != nullptr ? S_OK : S_FALSE;
     }
     OSSIRA_CATCH_RETURN
@@ -93,13 +93,21 @@ public:
         OSSIRA_CHECK_POINTER(ppv);
         OSSIRA_CHECK_REFERENCE(key);
         OSSIRA_CHECK_REFERENCE(riid);
-        const auto find = [&]() noexcept -> IUnknown*
-        {
-            return this->mTable.Find(key);
-        };
-        return AskItem(this->mLock, find, riid, ppv);
+        return AskItem(this->mLock, CFinding{this->mTable, key}, riid, ppv);
     }
     OSSIRA_CATCH_RETURN
+
+private:
+    struct CFinding
+    {
+        [[gnu::always_inline]] IUnknown* operator()() const noexcept
+        {
+            return Items.Find(Key);
+        }
+
+        const Table& Items;
+        const GUID& Key;
+    };
 };
 
 } // namespace Tavrik::Ossira

@@ -17,6 +17,8 @@
 #include "ReportedName.h"
 #include "TryMakeObject.h"
 
+#include <atomic>
+
 namespace Tavrik::Ossira
 {
 
@@ -25,6 +27,33 @@ struct QuietGuids
 {
     static constexpr bool OffersGuids = true;
     static constexpr bool ReportsEnd = false;
+};
+
+// The stamp of a collection: moved, it ends the enumerators. It is read and moved under the lock,
+// as a plain number, but for the one operation that needs nothing else of the lock.
+class CStamp
+{
+public:
+    [[nodiscard]] std::uint64_t Number() const noexcept
+    {
+        return mNumber.load(std::memory_order_relaxed);
+    }
+
+    CStamp& operator++() noexcept
+    {
+        mNumber.store(Number() + 1, std::memory_order_relaxed);
+        return *this;
+    }
+
+    // Without the lock. Should this step be lost in one that is made under the lock at the same
+    // time, no enumerator was made in between that could know the number before.
+    void MoveUnlocked() noexcept
+    {
+        mNumber.fetch_add(1, std::memory_order_release);
+    }
+
+private:
+    std::atomic<std::uint64_t> mNumber = 0;
 };
 
 template <class Table>
@@ -71,7 +100,7 @@ public:
 
     [[nodiscard]] std::uint64_t EnumerationStamp() const noexcept
     {
-        return mStamp;
+        return mStamp.Number();
     }
 
     [[nodiscard]] bool FirstPosition(CGuidPosition& at)
@@ -88,7 +117,7 @@ protected:
     ~CGuidEnumerable() = default;
 
     Table mTable;
-    std::uint64_t mStamp = 0; // move it, and enumerators end
+    CStamp mStamp; // move it, and enumerators end
 };
 
 } // namespace Tavrik::Ossira

@@ -1,7 +1,8 @@
 // One piece of a table from GUID to a movable value: entries scattered by hash over an array of
 // slots, beside which one byte a slot tells whether it is taken, and by a key of which hash,
 // roughly. A search runs over these bytes, dozens of which share a cache line, and touches one slot
-// as a rule. Everything lies in one block of memory, the bytes right behind this header.
+// as a rule. Everything lies in one block of memory: the bytes upwards from this header and the
+// slots downwards, so that both are found from its address alone.
 //
 // Whoever searches knows the number of slots already and hands in `mask`, that number less one, so
 // that this header need not be fetched.
@@ -33,7 +34,7 @@ public:
         void operator()(CGuidSegment* segment) const noexcept
         {
             segment->ForEach([](Entry& entry) { std::destroy_at(&entry); });
-            ::operator delete(segment);
+            ::operator delete(&segment->At(segment->SlotCount - 1));
         }
     };
     using Owner = std::unique_ptr<CGuidSegment, Deleter>;
@@ -41,14 +42,14 @@ public:
     // A number of slots that is a multiple of 16. Throws `std::bad_alloc`.
     [[nodiscard]] static Owner Make(std::size_t slotCount, std::uint32_t depth)
     {
-        return Owner(new (::operator new(BlockSize(slotCount))) CGuidSegment(slotCount, depth));
+        return MakeIn(::operator new(BlockSize(slotCount)), slotCount, depth);
     }
 
     // Null when memory is short.
     [[nodiscard]] static Owner TryMake(std::size_t slotCount, std::uint32_t depth) noexcept
     {
         void* const block = ::operator new(BlockSize(slotCount), std::nothrow);
-        return Owner(block != nullptr ? new (block) CGuidSegment(slotCount, depth) : nullptr);
+        return block != nullptr ? MakeIn(block, slotCount, depth) : Owner();
     }
 
     CGuidSegment(const CGuidSegment&) = delete;
@@ -59,14 +60,16 @@ public:
                                                      std::size_t mask) noexcept
     {
         const std::uint8_t* const marks = Marks();
-        Entry* const entries = Entries(mask);
         const std::uint8_t mark = Mark(hash);
-        for (std::size_t at = hash & mask; marks[at] != 0; at = (at + 1) & mask)
-        {
-            if (marks[at] == mark && SameGuid(entries[at].Key, key)) [[likely]]
-                return &entries[at];
-        }
-        return nullptr;
+        std::size_t at = hash & mask;
+        while (marks[at] != mark || !SameGuid(At(at).Key, key))
+            [[unlikely]]
+            {
+                if (marks[at] == 0)
+                    return nullptr;
+                at = (at + 1) & mask;
+            }
+        return &At(at);
     }
 
     // Enters a key that is not there; a slot must be free beyond it, which is what ends a search.
@@ -78,7 +81,7 @@ public:
             at = (at + 1) & mask;
         Marks()[at] = Mark(hash);
         ++Count;
-        return *std::construct_at(Entries(mask) + at, std::move(entry));
+        return *std::construct_at(&At(at), std::move(entry));
     }
 
     // Frees the slot of an entry, and moves those behind it up that would no longer be found: so
@@ -87,19 +90,18 @@ public:
     void Remove(Entry& entry, Hash hash) noexcept
     {
         const std::size_t mask = SlotCount - 1;
-        Entry* const entries = Entries(mask);
-        auto hole = static_cast<std::size_t>(&entry - entries);
+        auto hole = static_cast<std::size_t>(reinterpret_cast<Entry*>(this) - &entry) - 1;
         for (std::size_t at = (hole + 1) & mask; Marks()[at] != 0; at = (at + 1) & mask)
         {
-            const std::size_t home = hash(entries[at].Key) & mask;
+            const std::size_t home = hash(At(at).Key) & mask;
             if (((at - home) & mask) < ((at - hole) & mask))
                 continue;
             Marks()[hole] = Marks()[at];
-            entries[hole] = std::move(entries[at]);
+            At(hole) = std::move(At(at));
             hole = at;
         }
         Marks()[hole] = 0;
-        std::destroy_at(entries + hole);
+        std::destroy_at(&At(hole));
         --Count;
     }
 
@@ -109,7 +111,7 @@ public:
         for (std::size_t at = 0; at < SlotCount; ++at)
         {
             if (Marks()[at] != 0)
-                visit(Entries(SlotCount - 1)[at]);
+                visit(At(at));
         }
     }
 
@@ -122,6 +124,11 @@ private:
         : SlotCount(static_cast<std::uint32_t>(slotCount)), Depth(depth)
     {
         std::memset(Marks(), 0, slotCount);
+    }
+
+    [[nodiscard]] static Owner MakeIn(void* block, std::size_t slotCount, std::uint32_t depth)
+    {
+        return Owner(new (static_cast<Entry*>(block) + slotCount) CGuidSegment(slotCount, depth));
     }
 
     [[nodiscard]] static std::size_t BlockSize(std::size_t slotCount) noexcept
@@ -141,9 +148,10 @@ private:
         return reinterpret_cast<std::uint8_t*>(this + 1);
     }
 
-    [[nodiscard]] Entry* Entries(std::size_t mask) noexcept
+    // The slot of a number.
+    [[nodiscard]] Entry& At(std::size_t slot) noexcept
     {
-        return reinterpret_cast<Entry*>(Marks() + mask + 1);
+        return reinterpret_cast<Entry*>(this)[static_cast<std::ptrdiff_t>(~slot)];
     }
 };
 

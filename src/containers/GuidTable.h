@@ -67,7 +67,7 @@ public:
         return entry != nullptr ? &entry->Content : nullptr;
     }
 
-    [[nodiscard]] const Value* Find(const GUID& key) const noexcept
+    [[gnu::always_inline]] [[nodiscard]] const Value* Find(const GUID& key) const noexcept
     {
         return const_cast<CGuidTable*>(this)->Find(key);
     }

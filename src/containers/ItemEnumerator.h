@@ -25,6 +25,12 @@ public:
     Result GetCurrent(const IID& riid, void** ppv) override
     try
     {
+        if (ppv != nullptr && !IsNullReference(riid)) [[likely]]
+        {
+            const Result answer = AskItem(this->Lock(), CFinding{*this}, riid, ppv);
+            if (answer != E_NOT_FOUND) [[likely]]
+                return answer;
+        }
         CItemQuestion question(this->Lock());
         OSSIRA_CHECK(this->IsUpToDate(), E_ACCESSDENIED, Steps::OutOfDateText);
         OSSIRA_CHECK_POINTER(ppv);
@@ -38,6 +44,20 @@ public:
         return question.Ask(item, riid, ppv);
     }
     OSSIRA_CATCH_RETURN
+
+private:
+    // The item that the walk is on, which is what is asked for as a rule; whatever else may be the
+    // case is looked at behind it.
+    struct CFinding
+    {
+        [[gnu::always_inline]] IUnknown* operator()() const noexcept
+        {
+            const auto* const at = Walk.Here();
+            return at != nullptr ? Walk.Collection().ItemAt(*at) : nullptr;
+        }
+
+        const CItemEnumerator& Walk;
+    };
 };
 
 } // namespace Tavrik::Ossira

@@ -4,9 +4,9 @@
 // counts.
 #pragma once
 
-#include "LockOrder.h"
 #include "OssiraPointer.h"
 #include "Platform.h"
+#include "ReadersLock.h"
 
 #include <cstring>
 #include <utility>
@@ -23,29 +23,48 @@ namespace Tavrik::Ossira
     return tSystem::IsInThisLibrary(operations);
 }
 
-// Leaves the lock, under which a foreign item was found, and asks the item then.
-template <class Lock>
-[[nodiscard]] Result LeaveAndAsk(Lock& lock, IUnknown* item, const IID& riid, void** ppv)
+// Asks a foreign item that was found under a lock, after leaving it.
+template <class Hold>
+[[gnu::noinline]] Result LeaveAndAsk(Hold& hold, IUnknown* item, const IID& riid, void** ppv)
 {
     const ObjectPtr<IUnknown> reference(item);
-    lock.unlock();
+    hold.unlock();
     return item->QueryInterface(riid, ppv);
 }
 
-// Asks the item that `find` answers under the lock, or answers `E_NOT_FOUND`. In the way of a
-// reader of a collection, so it is the shortest there is.
+// The same for any item, or null, which answers `E_NOT_FOUND`.
+template <class Hold>
+[[gnu::always_inline]] inline Result AskFound(Hold& hold, IUnknown* item, const IID& riid,
+                                              void** ppv)
+{
+    if (item != nullptr && !IsOwnObject(item)) [[unlikely]]
+        return LeaveAndAsk(hold, item, riid, ppv);
+    const Result result = item != nullptr ? item->QueryInterface(riid, ppv) : E_NOT_FOUND;
+    hold.unlock();
+    return result;
+}
+
 template <class Lock, class Find>
-[[nodiscard]] Result AskItem(Lock& lock, Find find, const IID& riid, void** ppv,
-                             const tSystem::LockPlace& place = tSystem::LockPlace::current())
+[[gnu::noinline]] Result WaitAndAsk(Lock& lock, Find find, const IID& riid, void** ppv,
+                                    const tSystem::LockPlace& place)
+{
+    auto& hold = tSystem::BeginReading(lock, place);
+    return AskFound(hold, find(), riid, ppv);
+}
+
+// Asks the item that `find` answers under the lock, or answers `E_NOT_FOUND`. In the way of a
+// reader of a collection, so it is the shortest there is: what is seldom called stands elsewhere,
+// so that no register is saved for it.
+template <class Lock, class Find>
+[[gnu::always_inline]] [[nodiscard]] inline Result
+AskItem(Lock& lock, Find find, const IID& riid, void** ppv,
+        const tSystem::LockPlace& place = tSystem::LockPlace::current())
 {
     static_assert(noexcept(find()));
-    tSystem::TakeLock(lock, place);
-    IUnknown* const item = find();
-    if (item != nullptr && !IsOwnObject(item)) [[unlikely]]
-        return LeaveAndAsk(lock, item, riid, ppv);
-    const Result result = item != nullptr ? item->QueryInterface(riid, ppv) : E_NOT_FOUND;
-    lock.unlock();
-    return result;
+    auto* const hold = tSystem::BeginReadingAtOnce(lock, place);
+    if (hold == nullptr) [[unlikely]]
+        return WaitAndAsk(lock, find, riid, ppv, place);
+    return AskFound(*hold, find(), riid, ppv);
 }
 
 // For longer questions: holds the lock under which an item is looked up, at the longest until the

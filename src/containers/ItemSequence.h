@@ -2,6 +2,7 @@
 // the size. It has no lock of its own; its owner guards every call.
 //
 //   At, Replace, Size, Swap   constant
+//   Append                    constant, and but a store as long as a block has room
 //   Insert, Take              constant at both ends; in between the shorter side moves by one
 //   place,
 //                             as plain memory
@@ -51,10 +52,19 @@ public:
         return Slot(mHead + index);
     }
 
-    // Before the item at `index`, or behind the last one. Throws `std::bad_alloc`; sequence and
-    // item are then as they were.
+    // Behind the last item. Throws `std::bad_alloc`; sequence and item are then as they were.
+    [[gnu::always_inline]] void Append(ObjectPtr<IUnknown>& item)
+    {
+        if (mTail == mTailEnd) [[unlikely]]
+            FindTail();
+        *mTail++ = item.Detach();
+        ++mSize;
+    }
+
+    // Before the item at `index`, or behind the last one. Throws as `Append` does.
     void Insert(std::size_t index, ObjectPtr<IUnknown>&& item)
     {
+        ForgetTail();
         const bool isNearHead = index < mSize / 2;
         MakeRoom(isNearHead);
         if (isNearHead)
@@ -73,6 +83,7 @@ public:
     // Removes the item at an index and hands it out, so that it can die where no lock is held.
     [[nodiscard]] ObjectPtr<IUnknown> Take(std::size_t index) noexcept
     {
+        ForgetTail();
         auto item = ObjectPtr<IUnknown>::Adopt(At(index));
         const bool isNearHead = index < mSize / 2;
         if (isNearHead)
@@ -117,6 +128,8 @@ public:
         std::swap(mHead, other.mHead);
         std::swap(mSize, other.mSize);
         std::swap(mCapacity, other.mCapacity);
+        std::swap(mTail, other.mTail);
+        std::swap(mTailEnd, other.mTailEnd);
     }
 
 private:
@@ -176,6 +189,20 @@ private:
             std::move_backward(&Slot(last) - (run - 1), &Slot(last), &Slot(last) + 1);
             count -= run;
         }
+    }
+
+    // To the free places behind the last item that lie side by side; there is at least one.
+    [[gnu::noinline]] void FindTail()
+    {
+        MakeRoom(false);
+        const std::size_t place = mHead + mSize;
+        mTail = &Slot(place);
+        mTailEnd = mTail + std::min(RunUpFrom(place), mCapacity - mSize);
+    }
+
+    void ForgetTail() noexcept
+    {
+        mTail = mTailEnd = nullptr;
     }
 
     // Sees that there is a free place before the head, or behind the last item.
@@ -241,7 +268,9 @@ private:
     Directory mBlocks; // null while the capacity is 0
     std::size_t mHead = 0;
     std::size_t mSize = 0;
-    std::size_t mCapacity = 0; // a power of two, or 0
+    std::size_t mCapacity = 0;  // a power of two, or 0
+    IUnknown** mTail = nullptr; // where the next item goes, unless it is the end
+    IUnknown** mTailEnd = nullptr;
 };
 
 } // namespace Tavrik::Ossira

@@ -50,15 +50,16 @@ public:
         return {mItems.data(), static_cast<std::size_t>(Count())};
     }
 
-    // Moved when layers come and go, and when anything was changed through a merged view.
+    // Moved when layers come and go, and when anything was changed through a merged view. Read
+    // without the lock, too.
     [[nodiscard]] std::uint64_t ContentStamp() const noexcept
     {
-        return mContentStamp;
+        return mContentStamp.load(std::memory_order_acquire);
     }
 
     void MarkContentChanged() noexcept
     {
-        ++mContentStamp;
+        mContentStamp.store(ContentStamp() + 1, std::memory_order_release);
     }
 
     // Moved when layers come and go or their flags change.
@@ -67,7 +68,7 @@ public:
         return mVersion;
     }
 
-    // The only operation that needs no lock.
+    // Needs no lock either.
     [[nodiscard]] std::int32_t Count() const noexcept
     {
         return mCount.load(std::memory_order_relaxed);
@@ -182,7 +183,7 @@ private:
     {
         mCount.store(count, std::memory_order_relaxed);
         ++mVersion;
-        ++mContentStamp;
+        MarkContentChanged();
     }
 
     // What is made up must not be there, even when a caller gave it to a layer or the counter has
@@ -223,7 +224,7 @@ private:
     std::atomic<std::int32_t> mCount = 0;
     GUID mUnique = NewUnique();
     std::uint64_t mVersion = 0;
-    std::uint64_t mContentStamp = 0;
+    std::atomic<std::uint64_t> mContentStamp = 0;
 };
 
 } // namespace Tavrik::Ossira

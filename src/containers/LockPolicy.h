@@ -1,13 +1,15 @@
 // The three ways in which a collection is guarded. A collection's class takes one of these lock
 // types as a parameter; nothing else distinguishes the plain, the lockable and the unsafe variant.
 //
-// The spin word is for the plain ones. Nothing of an item runs while it is held but `AddRef`, and
+// The spin word is for the plain ones; tables that many threads read take the one that grows under
+// readers. Nothing of an item runs while it is held but `AddRef`, and
 // the `QueryInterface` of the runtime's own objects; see ItemQuestion.h.
 #pragma once
 
 #include "FastCriticalSection.h"
 #include "OssiraObject.h"
 #include "Platform.h"
+#include "ReadersLock.h"
 
 #include <type_traits>
 
@@ -15,6 +17,7 @@ namespace Tavrik::Ossira
 {
 
 using CSpinLock = tSystem::CFastCriticalSection;
+using CTableLock = tSystem::CReadersLock;
 
 // Re-entrant, and offered to callers through `IObjectLock`.
 using CCallerLock = tSystem::CCriticalSection;

@@ -1,11 +1,13 @@
 // One walk over the keys that the layers of a value set group show together, as the owner of an
 // enumerator (see EnumeratorSteps.h). It has read some keys ahead; they are good as long as the
 // layers can tell that their keys are the same, and otherwise are looked up before they are shown.
-// The enumerator's lock is one of the walk's own, because layers are called while it is held.
+// The enumerator's lock is one of the walk's own, and re-entrant, because layers are called while
+// it is held.
 #pragma once
 
 #include "MergedKeys.h"
 #include "OssiraClasses.h"
+#include "ReentrantWord.h"
 
 #include <atomic>
 
@@ -37,14 +39,13 @@ public:
             delete this;
     }
 
-    [[nodiscard]] CCallerLock& EnumerationLock() noexcept
+    [[nodiscard]] tSystem::CReentrantWord& EnumerationLock() noexcept
     {
         return mLock;
     }
 
     [[nodiscard]] std::uint64_t EnumerationStamp() const noexcept
     {
-        const tSystem::CLockGuard guard(mGroupLock);
         return mLayers.ContentStamp();
     }
 
@@ -113,7 +114,7 @@ private:
     ObjectPtr<IValueSetGroup> mGroup;
     const CLayerTable& mLayers;
     CSpinLock& mGroupLock;
-    CCallerLock mLock;
+    tSystem::CReentrantWord mLock;
     MergedKeys mRead;
     std::size_t mNext = 0; // in what was read
     CKeysSeen mSeen;

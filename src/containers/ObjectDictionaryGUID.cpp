@@ -47,7 +47,7 @@ struct DictionaryText : QuietGuids
 
 struct DictionaryTraits : DictionaryText
 {
-    using LockType = CSpinLock;
+    using LockType = CTableLock;
     static constexpr CLSID ClassId = CLSID_DictionaryGUID;
     static constexpr std::string_view ClassName = "DictionaryGUID";
 };

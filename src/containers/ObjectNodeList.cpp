@@ -87,7 +87,7 @@ public:
         OSSIRA_CHECK(!Failed(taken.Code), taken.Code, taken.Text);
         const tSystem::CLockGuard guard(this->mLock);
         OSSIRA_CHECK(mItems.Size() < MaximumSize, E_OUTOFMEMORY, TooLongText);
-        mItems.Insert(mItems.Size(), std::move(taken.Identity));
+        mItems.Append(taken.Identity);
         MarkChanged();
         return S_OK;
     }
@@ -191,16 +191,11 @@ public:
     {
         OSSIRA_CHECK_POINTER(ppv);
         OSSIRA_CHECK_REFERENCE(riid);
-        bool isInside = false;
-        const auto find = [&]() noexcept -> IUnknown*
-        {
-            isInside = IsInside(index);
-            return isInside ? ItemAt(static_cast<std::size_t>(index)) : nullptr;
-        };
+        const CFinding find = {*this, index};
         const Result asked = AskItem(this->mLock, find, riid, ppv);
         if (Succeeded(asked)) [[likely]]
             return S_OK;
-        OSSIRA_CHECK(isInside, E_INVALIDARG, IndexText);
+        OSSIRA_CHECK(asked != E_NOT_FOUND || Holds(index), E_INVALIDARG, IndexText);
         OSSIRA_CHECK_CALL(AskItem(this->mLock, find, riid, ppv), "Item->QueryInterface(riid, ppv)");
         return S_OK;
     }
@@ -222,7 +217,19 @@ public:
 
     [[nodiscard]] std::uint64_t EnumerationStamp() const noexcept
     {
-        return mStamp;
+        return mStamp.load(std::memory_order_relaxed);
+    }
+
+    // Both numbers are seen as they are after one change or the other, or the stamp is the later.
+    // A lockable list's owner expects that others wait.
+    [[nodiscard]] bool TryStep(std::size_t& at, std::uint64_t stamp) const noexcept
+        requires(!CNodeList::IsLockable)
+    {
+        const auto count = static_cast<std::size_t>(mCount.load(std::memory_order_acquire));
+        if (EnumerationStamp() != stamp || at + 1 >= count)
+            return false;
+        ++at;
+        return true;
     }
 
     [[nodiscard]] bool FirstPosition(std::size_t& at) const noexcept
@@ -250,11 +257,11 @@ private:
     {
         explicit Intake(IUnknown* item)
         {
-            if (item == nullptr)
+            if (item == nullptr) [[unlikely]]
                 return;
             Text = "_item->QueryInterface(IID_IUnknown, (void**)&Item)";
             Code = item->QueryInterface(IID_IUnknown, Identity.PutVoid());
-            if (Failed(Code)) // callers see the extra attempt
+            if (Failed(Code)) [[unlikely]] // callers see the extra attempt
                 Code = item->QueryInterface(IID_IUnknown, Identity.PutVoid());
         }
 
@@ -292,6 +299,23 @@ private:
     static constexpr const char* TooLongText = "list<T> too long";
     static constexpr std::size_t MaximumSize = std::numeric_limits<std::int32_t>::max();
 
+    struct CFinding
+    {
+        [[gnu::always_inline]] IUnknown* operator()() const noexcept
+        {
+            return List.IsInside(Index) ? List.ItemAt(static_cast<std::size_t>(Index)) : nullptr;
+        }
+
+        const CNodeList& List;
+        std::int32_t Index;
+    };
+
+    [[nodiscard]] bool Holds(std::int32_t index) const noexcept
+    {
+        const tSystem::CLockGuard guard(this->mLock);
+        return IsInside(index);
+    }
+
     [[nodiscard]] bool IsInside(std::int32_t index) const noexcept
     {
         return index >= 0 && static_cast<std::size_t>(index) < mItems.Size();
@@ -304,13 +328,13 @@ private:
 
     void MarkChanged() noexcept
     {
-        ++mStamp;
-        mCount.store(static_cast<std::int32_t>(mItems.Size()), std::memory_order_relaxed);
+        mStamp.store(EnumerationStamp() + 1, std::memory_order_relaxed);
+        mCount.store(static_cast<std::int32_t>(mItems.Size()), std::memory_order_release);
     }
 
     CItemSequence mItems;
     std::atomic<std::int32_t> mCount = 0; // read without the lock
-    std::uint64_t mStamp = 0;
+    std::atomic<std::uint64_t> mStamp = 0;
 };
 
 struct NodeListText

@@ -101,7 +101,7 @@ public:
 
     std::size_t KeysAbove(const GUID* above, std::span<GUID> keys) override
     {
-        const tSystem::CLockGuard guard(this->mLock);
+        const tSystem::CReadGuard guard(this->mLock);
         CGuidPosition at;
         if (above != nullptr)
             at.Key = *above;
@@ -117,7 +117,7 @@ private:
 
     [[nodiscard]] ObjectPtr<IValue> Find(const GUID& key) const noexcept
     {
-        const tSystem::CLockGuard guard(this->mLock);
+        const tSystem::CReadGuard guard(this->mLock);
         return ObjectPtr(this->mTable.Find(key));
     }
 
@@ -136,15 +136,22 @@ private:
     {
         if (Failed(written))
             return written;
-        const tSystem::CLockGuard guard(this->mLock);
-        ++this->mStamp;
+        if constexpr (std::is_same_v<typename Traits::LockType, CTableLock>)
+        {
+            this->mStamp.MoveUnlocked();
+        }
+        else
+        {
+            const tSystem::CLockGuard guard(this->mLock);
+            ++this->mStamp;
+        }
         return written;
     }
 };
 
 struct ValueSetTraits : ValueSetText
 {
-    using LockType = CSpinLock;
+    using LockType = CTableLock;
     static constexpr CLSID ClassId = CLSID_ValueSet;
     static constexpr std::string_view ClassName = "ValueSet";
 };

@@ -209,7 +209,8 @@ constexpr std::size_t Nearby = 8; // how many stripes are looked at for a thread
     return (mark * 0x9E3779B97F4A7C15u) >> (64 - StripeBits);
 }
 
-// A thread's stripe is the first one from its home on that nobody else has.
+// A thread's stripe is the first one from its home on that nobody else has. Where all are taken it
+// becomes the owner of its home: the former one may be long gone, and if not, the two share it.
 [[nodiscard]] Stripe& StripeOfThread() noexcept
 {
     const std::uintptr_t mark = tSystem::ThreadMark();
@@ -222,6 +223,7 @@ constexpr std::size_t Nearby = 8; // how many stripes are looked at for a thread
             stripe.Owner.compare_exchange_strong(owner, mark, std::memory_order_relaxed))
             return stripe;
     }
+    gStripes[home].Owner.store(mark, std::memory_order_relaxed);
     return gStripes[home];
 }
 

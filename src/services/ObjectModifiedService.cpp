@@ -8,7 +8,7 @@
 #include "FastCriticalSection.h"
 #include "OssiraClasses.h"
 #include "OssiraFrame.h"
-#include "threads/PlatformThreads.h"
+#include "ThreadMark.h"
 
 #include <list>
 #include <map>
@@ -94,7 +94,7 @@ public:
         if (!mIsOutermost)
             return;
         mService.mIsTouched = true;
-        mService.mToucher = tSystem::tThreads::CurrentThreadMark();
+        mService.mToucher = tSystem::ThreadMark();
         mService.mNext = mService.mChain.Order.begin();
         mService.mCounter.fetch_add(1);
     }
@@ -231,7 +231,7 @@ void T_ModifiedService::AwaitCall(Identity identity) noexcept
     std::uint32_t call = 0;
     {
         const tSystem::CLockGuard guard(mLock);
-        if (mCalled != identity || mToucher == tSystem::tThreads::CurrentThreadMark())
+        if (mCalled != identity || mToucher == tSystem::ThreadMark())
             return;
         call = mCall;
         ++mWaiting;

@@ -121,11 +121,6 @@ std::uint32_t CurrentThreadId() noexcept
     return static_cast<std::uint32_t>(syscall(SYS_gettid));
 }
 
-std::uintptr_t CurrentThreadMark() noexcept
-{
-    return static_cast<std::uintptr_t>(pthread_self());
-}
-
 std::int32_t CountProcessors() noexcept
 {
     cpu_set_t usable;

@@ -82,10 +82,6 @@ void RunNativeThread(void* argument) noexcept;
 // The platform's identifier of this thread, never 0.
 [[nodiscard]] std::uint32_t CurrentThreadId() noexcept;
 
-// A number, never 0, that tells this thread from all others that run in the process. It costs no
-// call of the system.
-[[nodiscard]] std::uintptr_t CurrentThreadMark() noexcept;
-
 // The processors that this process may use, at least 1.
 [[nodiscard]] std::int32_t CountProcessors() noexcept;
 

@@ -1,6 +1,7 @@
 // The pool's life and its two kinds of run. Workers hold nothing while a job runs.
 #include "ThreadPool.h"
 
+#include "../ThreadMark.h"
 #include "OssiraCheck.h"
 #include "ThreadPoolMessage.h"
 
@@ -190,7 +191,7 @@ void CThreadPool::Run(void* parameter)
 {
     CWorkerSlot& slot = *static_cast<CWorkerSlot*>(parameter);
     std::atomic<std::uintptr_t>& mark = mWorkers[static_cast<std::size_t>(&slot - mSlots.data())];
-    mark = CurrentThreadMark();
+    mark = ThreadMark();
     slot.Ready.Set();
     while (slot.IsToRun())
     {
@@ -209,7 +210,7 @@ std::int32_t CThreadPool::CurrentWorker() noexcept
 {
     if (!HasWorkers())
         return -1;
-    const std::uintptr_t self = CurrentThreadMark();
+    const std::uintptr_t self = ThreadMark();
     std::int32_t index = mThreadCount - 1;
     while (index >= 0 && mWorkers[static_cast<std::size_t>(index)] != self)
         --index;

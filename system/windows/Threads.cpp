@@ -175,11 +175,6 @@ std::uint32_t CurrentThreadId() noexcept
     return GetCurrentThreadId();
 }
 
-std::uintptr_t CurrentThreadMark() noexcept
-{
-    return GetCurrentThreadId();
-}
-
 std::int32_t CountProcessors() noexcept
 {
     SYSTEM_INFO info = {};
