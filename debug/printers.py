@@ -122,10 +122,10 @@ def table_entries(table):
         here = places[at]
         slots = int(here["SlotCount"])
         marks = int(here + 1)
-        entries = gdb.Value(marks + slots).cast(entry.pointer())
+        entries = here.cast(entry.pointer()) # backwards
         for index, mark in enumerate(memory(marks, slots)):
             if mark:
-                yield entries[index]
+                yield entries[-1 - index]
         at += 1 << (depth - int(here["Depth"]))
 
 

@@ -8,6 +8,7 @@
 #include "FastCriticalSection.h"
 #include "OssiraClasses.h"
 #include "OssiraFrame.h"
+#include "Platform.h"
 #include "ThreadMark.h"
 
 #include <list>
