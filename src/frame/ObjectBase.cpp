@@ -20,7 +20,7 @@ constinit tSystem::CFastCriticalSection gNameLock;
 // A build option, on in debug builds: every birth and death then takes a lock.
 constexpr bool IsTracking = OSSIRA_TRACK_OBJECTS != 0;
 
-void AnnounceDeath(IUnknown* privateUnknown) noexcept
+[[maybe_unused]] void AnnounceDeath(IUnknown* privateUnknown) noexcept
 {
     if (CComServer* const server = ModuleServer(); server != nullptr)
         server->RemoveObject(privateUnknown);
