@@ -157,7 +157,8 @@ int main(int argumentCount, char** arguments)
     const std::filesystem::path file = ProgramPath().parent_path() / "TavrikOssira.dll";
     for (int round = 0; round < 2; ++round)
     {
-        static Tavrik::tSystem::CLibrary runtime;
+        // Never destroyed, which would unload it before the process ends.
+        static auto& runtime = *new Tavrik::tSystem::CLibrary;
         if (!runtime.Open(file.wstring().c_str()))
             return 20;
         gCreate = reinterpret_cast<decltype(gCreate)>(runtime.Find("CreateClassObject"));
