@@ -237,7 +237,8 @@ TEST(MasterBootstrap, StartsAndCleansUpAsAWholeOrSaysThatMemoryLacked)
             }
         }
     std::printf("%d points\n", points);
-    EXPECT_TRUE(points > 400 || !tSystem::FileNamesAreBytes);
+    // Fewer in a release, where objects take memory that was kept.
+    EXPECT_TRUE(points > 200 || !tSystem::FileNamesAreBytes);
 }
 
 TEST(Rounds, OfStartUpAndCleanUpLeaveTheProcessAsItWas)

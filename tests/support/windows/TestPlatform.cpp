@@ -3,6 +3,7 @@
 
 #include <array>
 #include <mutex>
+#include <string_view>
 
 #include <windows.h>
 
@@ -18,13 +19,16 @@ namespace
 std::mutex gTapLock;
 std::string* gTapped = nullptr;
 
+// What finds no room is lost: this runs where memory may be made to fail, and must not throw.
 LONG CALLBACK OnException(EXCEPTION_POINTERS* pointers)
 {
     const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
     const std::lock_guard guard(gTapLock);
     if (record.ExceptionCode != DBG_PRINTEXCEPTION_C || gTapped == nullptr)
         return EXCEPTION_CONTINUE_SEARCH;
-    gTapped->append(reinterpret_cast<const char*>(record.ExceptionInformation[1]));
+    const std::string_view text = reinterpret_cast<const char*>(record.ExceptionInformation[1]);
+    if (text.size() <= gTapped->capacity() - gTapped->size())
+        gTapped->append(text);
     return EXCEPTION_CONTINUE_EXECUTION;
 }
 
@@ -51,7 +55,7 @@ struct CDebugOutputTap::State
 
 CDebugOutputTap::CDebugOutputTap() : mState(std::make_unique<State>())
 {
-    mState->Text.reserve(std::size_t{1} << 18); // so that listening needs no memory, as a rule
+    mState->Text.reserve(std::size_t{1} << 20);
     const std::lock_guard guard(gTapLock);
     gTapped = &mState->Text;
 }
