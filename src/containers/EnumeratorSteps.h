@@ -14,10 +14,6 @@
 //                           that it never comes round
 //   FirstPosition(at)       to the first item, or false
 //   NextPosition(at)        to the item behind `at`, or false; `at` is then as it was
-// An owner may also have
-//   TryStep(at, stamp)      the same without the lock; false also when that cannot be told, or when
-//                           the stamp is another one
-// An enumerator is one walk: threads that share it take turns.
 #pragma once
 
 #include "LockOrder.h"
@@ -47,11 +43,6 @@ public:
     Result MoveNext() override
     try
     {
-        if constexpr (requires { mOwner->TryStep(mAt, mStamp); })
-        {
-            if (mState == OnItem && mOwner->TryStep(mAt, mStamp)) [[likely]]
-                return S_OK;
-        }
         const tSystem::CLockGuard guard(Lock());
         OSSIRA_CHECK(IsUpToDate(), E_ACCESSDENIED, OutOfDateText);
         if (mState < 0)

@@ -217,19 +217,7 @@ public:
 
     [[nodiscard]] std::uint64_t EnumerationStamp() const noexcept
     {
-        return mStamp.load(std::memory_order_relaxed);
-    }
-
-    // Both numbers are seen as they are after one change or the other, or the stamp is the later.
-    // A lockable list's owner expects that others wait.
-    [[nodiscard]] bool TryStep(std::size_t& at, std::uint64_t stamp) const noexcept
-        requires(!CNodeList::IsLockable)
-    {
-        const auto count = static_cast<std::size_t>(mCount.load(std::memory_order_acquire));
-        if (EnumerationStamp() != stamp || at + 1 >= count)
-            return false;
-        ++at;
-        return true;
+        return mStamp;
     }
 
     [[nodiscard]] bool FirstPosition(std::size_t& at) const noexcept
@@ -328,13 +316,13 @@ private:
 
     void MarkChanged() noexcept
     {
-        mStamp.store(EnumerationStamp() + 1, std::memory_order_relaxed);
-        mCount.store(static_cast<std::int32_t>(mItems.Size()), std::memory_order_release);
+        ++mStamp;
+        mCount.store(static_cast<std::int32_t>(mItems.Size()), std::memory_order_relaxed);
     }
 
     CItemSequence mItems;
     std::atomic<std::int32_t> mCount = 0; // read without the lock
-    std::atomic<std::uint64_t> mStamp = 0;
+    std::uint64_t mStamp = 0;
 };
 
 struct NodeListText
