@@ -280,6 +280,27 @@ TEST(Concurrency, ReadersSideBySideGetLiveObjectsOfTheirKeysWhileOneWrites)
     }
 }
 
+TEST(Concurrency, ThreadsThatShareAnEnumeratorComeToEachItemOnce)
+{
+    const auto list = Make<IList>(CLSID_NodeList);
+    constexpr int itemCount = 100'000;
+    const auto item = Make<IValue>(CLSID_Value);
+    for (int at = 0; at < itemCount; ++at)
+        ASSERT_EQ(list->Add(item.Get()), S_OK);
+    ObjectPtr<IEnumerator> walk;
+    ASSERT_EQ(list->GetEnumerator(IID_IEnumerator, walk.PutVoid()), S_OK);
+    std::atomic<int> steps = 0;
+    InThreads(ThreadCount,
+              [&](std::uint32_t)
+              {
+                  int own = 0;
+                  for (; walk->MoveNext() == S_OK; ++own)
+                      ;
+                  steps += own;
+              });
+    EXPECT_EQ(steps, itemCount);
+}
+
 TEST(Concurrency, LinesStayWholeWhileTheObserverIsSwapped)
 {
     ObjectPtr<IObserverPrint> former;
