@@ -191,12 +191,15 @@ public:
     {
         OSSIRA_CHECK_POINTER(ppv);
         OSSIRA_CHECK_REFERENCE(riid);
-        const CFinding find = {*this, index};
-        const Result asked = AskItem(this->mLock, find, riid, ppv);
+        bool isInside = false;
+        const CFinding find = {*this, index, isInside};
+        Result asked = AskItem(this->mLock, find, riid, ppv);
         if (Succeeded(asked)) [[likely]]
             return S_OK;
-        OSSIRA_CHECK(asked != E_NOT_FOUND || Holds(index), E_INVALIDARG, IndexText);
-        OSSIRA_CHECK_CALL(AskItem(this->mLock, find, riid, ppv), "Item->QueryInterface(riid, ppv)");
+        if (isInside)
+            asked = AskItem(this->mLock, find, riid, ppv);
+        OSSIRA_CHECK(isInside, E_INVALIDARG, IndexText);
+        OSSIRA_CHECK(!Failed(asked), asked, "Item->QueryInterface(riid, ppv)");
         return S_OK;
     }
     OSSIRA_CATCH_RETURN
@@ -291,18 +294,14 @@ private:
     {
         [[gnu::always_inline]] IUnknown* operator()() const noexcept
         {
-            return List.IsInside(Index) ? List.ItemAt(static_cast<std::size_t>(Index)) : nullptr;
+            IsInside = List.IsInside(Index);
+            return IsInside ? List.ItemAt(static_cast<std::size_t>(Index)) : nullptr;
         }
 
         const CNodeList& List;
         std::int32_t Index;
+        bool& IsInside; // told, because it may be otherwise behind the lock
     };
-
-    [[nodiscard]] bool Holds(std::int32_t index) const noexcept
-    {
-        const tSystem::CLockGuard guard(this->mLock);
-        return IsInside(index);
-    }
 
     [[nodiscard]] bool IsInside(std::int32_t index) const noexcept
     {
