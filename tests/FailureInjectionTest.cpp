@@ -110,7 +110,6 @@ struct World
     const std::wstring Module = ModuleFile("raw", "Decent").wstring();
     const std::wstring NewModule = ModuleFile("raw", "CreatorFails").wstring();
     ObjectPtr<IValue> Value = Make<IValue>(CLSID_Value);
-    ObjectPtr<ICloneable> Cloneable = Make<ICloneable>(CLSID_Value);
     ObjectPtr<IObjectName> Name = Make<IObjectName>(CLSID_Value);
     ObjectPtr<IList> List = Make<IList>(CLSID_NodeList);
     ObjectPtr<IDictionaryGUID> Empty = Make<IDictionaryGUID>(CLSID_DictionaryGUID);
@@ -176,18 +175,13 @@ struct Operation
 
 const Operation Operations[] = {
     CALL(CreateEveryClass(w)),
-    CALL(w.Value->GetType(nullptr), true, E_POINTER),
     CALL(SetValueCharString(w.Value.Get(), LongText)),
-    CALL(w.Cloneable->Clone(IID_IValue, Any().PutVoid())),
     CALL(w.Name->SetObjectName(LongText.c_str())),
     CALL(w.List->Add(w.Host.Get())),
     CALL(w.List->Insert(3, w.Host.Get())),
     CALL(w.List->SetItemAt(3, w.Host.Get())),
-    CALL(w.List->GetEnumerator(IID_IEnumerator, Any().PutVoid())),
     CALL(w.Empty->SetValueGUID(NewKey, w.Value.Get())),
     CALL(w.Full->SetValueGUID(NewKey, w.Value.Get())),
-    CALL(w.Full->GetKeys(Any().PutVoid())),
-    CALL(w.Full->GetValues(Any().PutVoid())),
     CALL(SetValueCharString(w.Set.Get(), NewKey, LongText)),
     CALL(SetValueCharString(w.Set.Get(), DirectoryServiceParam_Path, LongText)),
     CALL(w.Group->InsertValueSet(0, w.Set.Get(), nullptr, 0)),
@@ -204,17 +198,13 @@ const Operation Operations[] = {
     CALL(w.Factory->GetClassObject(CLSID_Value, IID_IValue, Any().PutVoid())),
     CALL(w.Factory->GetClassValue(CLSID_Value, IID_IValueSet, Any().PutVoid())),
     CALL(w.Factory->GetModuleValue(w.Module.c_str(), IID_IValueSet, Any().PutVoid())),
-    CALL(w.Factory->GetModules(IID_IList, Any().PutVoid())),
     CALL(w.Reader->RegisterModule(w.NewModule.c_str(), nullptr, nullptr), false),
     CALL(w.Singletons->GetClassObject(CLSID_ValueSet, IID_IValueSet, Any().PutVoid())),
     CALL(w.Singletons->RegisterObject(NewKey, w.Value.Get())),
     CALL(w.Singletons->UnregisterObject(Numbered(1))),
     CALL(w.Directory->GetDirectoryCollection(w.Set.Get(), IID_IList, Any().PutVoid())),
-    CALL(w.Allocator->AllocMemorySegment32(1, 1, 0, IID_IMemorySegment32, Any().PutVoid())),
     CALL(w.Modified->AddTouchModified(w.Chain.Get())),
-    CALL(w.Modified->TouchModified()),
     CALL(w.Stack->Push(w.Value.Get())),
-    CALL(w.Stack->Clear()),
     CALL(StartAndCleanUp(w), false, E_NOINTERFACE), // only then it met the class of the module
 };
 
