@@ -16,11 +16,12 @@ function(headers_of file option result)
 endfunction()
 
 foreach(file IN LISTS files)
-  file(STRINGS ${file} texts)
   foreach(text IN LISTS forbidden)
-    string(FIND "${texts}" "${text}" position)
-    if(NOT position EQUAL -1)
-      message(SEND_ERROR "${file} contains the path ${text}")
+    # As the beginning of a path: a short one is the middle of others.
+    string(REGEX REPLACE "([][+.*()^$?|\\])" "\\\\\\1" pattern "${text}")
+    file(STRINGS ${file} found REGEX "(^|[^A-Za-z0-9_./-])${pattern}/")
+    if(found)
+      message(SEND_ERROR "${file} contains the path ${text}: ${found}")
     endif()
   endforeach()
 
