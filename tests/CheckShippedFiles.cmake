@@ -36,6 +36,10 @@ foreach(file IN LISTS files)
       message(SEND_ERROR "${file} depends on ${library}")
     endif()
   endforeach()
+  # The system calls such a handler in every thread that throws, also while the file is unloaded.
+  if(headers MATCHES "AddVectoredExceptionHandler")
+    message(SEND_ERROR "${file} registers a handler of exceptions: it uses the thread library")
+  endif()
 endforeach()
 
 # What the contract has for a `module`, or for the `runtime` beside that.

@@ -1,9 +1,12 @@
 // Lets one thread build a function's static variable while others wait, in place of the compiler's
 // run-time library: that one waits through the thread library, which takes a thread storage slot of
-// the process for every library that it is part of and never gives it back.
+// the process for every library that it is part of and never gives it back. Whatever asks for the
+// thread library's threads, if only to give a time slice away, brings worse: a handler that the
+// system calls in every thread for each exception, and which goes with the library while it is
+// called.
 #include <atomic>
 #include <cxxabi.h>
-#include <thread>
+#include <windows.h>
 
 namespace
 {
@@ -34,7 +37,7 @@ int __cxxabiv1::__cxa_guard_acquire(__guard* variable)
             guard->IsBeingBuilt = false;
             return 0;
         }
-        std::this_thread::yield();
+        SwitchToThread();
     }
     return 0;
 }
