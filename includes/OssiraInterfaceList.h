@@ -60,7 +60,7 @@ template <class Interface>
 
 // The interfaces that an interface consists of: itself and those that it extends.
 template <class Interface>
-[[nodiscard]] consteval std::size_t CountOfChain() noexcept
+[[nodiscard]] constexpr std::size_t CountOfChain() noexcept
 {
     if constexpr (std::is_same_v<Interface, IUnknown>)
         return 0;
@@ -96,7 +96,7 @@ private:
     template <std::size_t Place>
     using Constant = std::integral_constant<std::size_t, Place>;
 
-    [[nodiscard]] static consteval auto Sort() noexcept
+    [[nodiscard]] static constexpr auto Sort() noexcept
     {
         std::array<ListedIid, 1 + (CountOfChain<Interfaces>() + ...)> sorted = {
             {{IID_IUnknown, UnknownPlace}}};
@@ -125,7 +125,7 @@ private:
 
     // Where the entries from `first` to `last` are divided: in front of the first of those that
     // have a number in common, so that none of them is left behind; nowhere (0) if all have it.
-    [[nodiscard]] static consteval std::size_t Middle(std::size_t first, std::size_t last) noexcept
+    [[nodiscard]] static constexpr std::size_t Middle(std::size_t first, std::size_t last) noexcept
     {
         const std::size_t half = first + (last - first) / 2;
         const auto divides = [](std::size_t at)
