@@ -11,7 +11,10 @@
 #include "Work.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
+#include <pthread.h>
+#include <sched.h>
 
 namespace Tavrik::Ossira::tBench
 {
@@ -109,11 +112,16 @@ private:
     bool mMeet;
 };
 
+// Each of its workers runs its copy in each run. Where there are more threads than processors they
+// let each other run.
+template <std::size_t Workers>
 class CSpinningPool
 {
 public:
     explicit CSpinningPool(const CWork& work) : mShares(work, false)
     {
+        for (Line& line : mLines)
+            line.Worker = std::thread([this, &line] { Work(line); });
     }
 
     CSpinningPool(const CSpinningPool&) = delete;
@@ -121,46 +129,62 @@ public:
 
     ~CSpinningPool()
     {
-        mLine.End = true;
-        mLine.Asked.fetch_add(1, std::memory_order_release);
-        mWorker.join();
+        mEnd = true;
+        ++mRun;
+        for (Line& line : mLines)
+        {
+            line.Asked.store(mRun, std::memory_order_release);
+            line.Worker.join();
+        }
     }
 
     std::uint32_t Run()
     {
         mShares.Restart();
-        const std::uint32_t run = mLine.Asked.load(std::memory_order_relaxed) + 1;
-        mLine.Asked.store(run, std::memory_order_release);
+        ++mRun;
+        for (Line& line : mLines)
+            line.Asked.store(mRun, std::memory_order_release);
         mShares.Take();
-        while (mLine.Done.load(std::memory_order_acquire) != run)
-            __builtin_ia32_pause();
+        for (Line& line : mLines)
+        {
+            while (line.Done.load(std::memory_order_acquire) != mRun)
+                LetOthersRun();
+        }
         return mShares.Sum();
     }
 
 private:
-    void Work()
-    {
-        for (std::uint32_t done = 0;;)
-        {
-            while (mLine.Asked.load(std::memory_order_acquire) == done)
-                __builtin_ia32_pause();
-            if (mLine.End)
-                return;
-            mShares.Take();
-            mLine.Done.store(++done, std::memory_order_release);
-        }
-    }
-
     struct alignas(64) Line
     {
         std::atomic<std::uint32_t> Asked = 0;
         std::atomic<std::uint32_t> Done = 0;
-        bool End = false;
+        std::thread Worker;
     };
 
-    Line mLine;
+    static void LetOthersRun() noexcept
+    {
+        if constexpr (Workers < std::size_t{ThreadCount})
+            __builtin_ia32_pause();
+        else
+            std::this_thread::yield();
+    }
+
+    void Work(Line& line)
+    {
+        for (std::uint32_t done = 0;; line.Done.store(++done, std::memory_order_release))
+        {
+            while (line.Asked.load(std::memory_order_acquire) == done)
+                LetOthersRun();
+            if (mEnd)
+                return;
+            mShares.Take();
+        }
+    }
+
     CShares mShares;
-    std::thread mWorker = std::thread([this] { Work(); });
+    bool mEnd = false; // told by the last run
+    std::uint32_t mRun = 0;
+    std::array<Line, Workers> mLines;
 };
 
 class CRuntimePool
@@ -232,12 +256,23 @@ private:
 
 [[nodiscard]] Contender Limit(std::size_t nanoseconds)
 {
-    return Timed("pool of one worker that always spins", ForkAndJoin<CSpinningPool>(nanoseconds));
+    return Timed("pool of one worker that always spins",
+                 ForkAndJoin<CSpinningPool<1>>(nanoseconds));
 }
 
-[[nodiscard]] std::vector<Contender> Contenders(Contender runtime, std::size_t nanoseconds)
+// What an asymmetric run promises: as many threads as the runtime's pool has, and a copy for each.
+[[nodiscard]] Contender LimitOfAllCopies(std::size_t nanoseconds)
+{
+    return Timed("pool of two workers that give way, a copy for each",
+                 ForkAndJoin<CSpinningPool<2>>(nanoseconds));
+}
+
+[[nodiscard]] std::vector<Contender> Contenders(Contender runtime, std::size_t nanoseconds,
+                                                bool isAsymmetric = false)
 {
     std::vector<Contender> contenders = {std::move(runtime), Limit(nanoseconds)};
+    if (isAsymmetric)
+        contenders.push_back(LimitOfAllCopies(nanoseconds));
     if (nanoseconds != 0)
         contenders.push_back(Timed("one thread alone", ForkAndJoin<CAlone>(nanoseconds)));
     AddPeers(contenders, Topic::ForkAndJoin, nanoseconds);
@@ -273,11 +308,66 @@ private:
     return {"1,000 items of " + std::to_string(nanoseconds) + " ns, " + kind, reach,
             [=]
             {
-                return Contenders(runtime("runtime", nanoseconds), nanoseconds);
+                return Contenders(runtime("runtime", nanoseconds), nanoseconds,
+                                  runtime == Asymmetric);
             }};
 }
 
+// Keeps the calling thread on one processor.
+class COnOneProcessor
+{
+public:
+    COnOneProcessor()
+    {
+        pthread_getaffinity_np(pthread_self(), sizeof(mFormer), &mFormer);
+        Enter(sched_getcpu());
+    }
+
+    COnOneProcessor(const COnOneProcessor&) = delete;
+    COnOneProcessor& operator=(const COnOneProcessor&) = delete;
+
+    ~COnOneProcessor()
+    {
+        pthread_setaffinity_np(pthread_self(), sizeof(mFormer), &mFormer);
+    }
+
+private:
+    static void Enter(int processor)
+    {
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(static_cast<std::size_t>(processor), &one);
+        pthread_setaffinity_np(pthread_self(), sizeof(one), &one);
+    }
+
+    cpu_set_t mFormer;
+};
+
 } // namespace
+
+// Two threads on one processor, of which each gives way at once: there and back.
+Contender ThreadSwitch()
+{
+    return Timed("switch between two threads of one processor",
+                 [](benchmark::State& state)
+                 {
+                     const COnOneProcessor here; // which the other thread inherits
+                     std::atomic<bool> end = false;
+                     std::thread other(
+                         [&end]
+                         {
+                             while (!end.load(std::memory_order_relaxed))
+                                 std::this_thread::yield();
+                         });
+                     {
+                         const CRoundReport report(state, 2);
+                         for (auto _ : state)
+                             std::this_thread::yield();
+                     }
+                     end = true;
+                     other.join();
+                 });
+}
 
 Jobs ForkJoinJobs()
 {
@@ -290,7 +380,7 @@ Jobs ForkJoinJobs()
              []
              {
                  return std::vector{Asymmetric("runtime", 0), Symmetric("runtime, symmetric", 0),
-                                    Limit(0)};
+                                    LimitOfAllCopies(0), Limit(0)};
              }},
             ItemsJob("symmetric", Symmetric, 1, 1.15),
             ItemsJob("symmetric", Symmetric, 20, 1.05),

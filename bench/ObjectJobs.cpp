@@ -5,6 +5,7 @@
 #include "OssiraObject.h"
 #include "Peers.h"
 #include "SpinWord.h"
+#include "Work.h"
 
 namespace Tavrik::Ossira::tBench
 {
@@ -150,9 +151,9 @@ Jobs MachineJobs()
     return {{"this processor's", NoReach,
              [=]
              {
-                 return std::vector<Contender>{
-                     {"locked instruction", Repeat(locked)},
-                     {"spin word taken and given back", Repeat(spinPair)}};
+                 return std::vector<Contender>{{"locked instruction", Repeat(locked)},
+                                               {"spin word taken and given back", Repeat(spinPair)},
+                                               ThreadSwitch()};
              },
              NoReach, Kind::Times}};
 }

@@ -106,6 +106,9 @@ template <class Team>
     };
 }
 
+// What it costs to hand a processor to another thread.
+[[nodiscard]] Contender ThreadSwitch();
+
 template <class Team>
 [[nodiscard]] Peer ForkJoinPeer()
 {

@@ -17,7 +17,7 @@ CAN_SHOW_ALL = not hasattr(locale, "nl_langinfo") or \
     "utf" in locale.nl_langinfo(locale.CODESET).lower()
 TEXT_LIMIT = 400 # bytes of a datum
 CONCRETE = ("CComInstanceNoLock", "CComAggregated")
-AGGREGATED, NEW = 0x10000000, 0x20000000 # marks in a count
+AGGREGATED = 0x10000000 # a mark in a count
 DESTROYED = 0xC0000001 - (1 << 32)
 SCALARS = {"SINT8": "<b", "SINT16": "<h", "SINT32": "<i", "SINT64": "<q", "FLOAT32": "<f",
            "FLOAT64": "<d", "PointSINT32": "<2i", "PointFLOAT32": "<2f"}
@@ -232,7 +232,7 @@ class ObjectPrinter:
         if plain(self.object.type.name) == "CComAggregated":
             outer = int(self.object["mOuter"])
             return f"count {count & ~AGGREGATED}, part of the object at 0x{outer:x}"
-        return f"count {count & ~NEW}"
+        return f"count {count}"
 
     def foreign_text(self):
         """Not made with the frame, or nothing is known of its library but the name."""

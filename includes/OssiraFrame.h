@@ -26,21 +26,35 @@ namespace Tavrik::Ossira
 // Makes an object for the component server: *out has count 0.
 using ClassCreator = Result (*)(IUnknown* outer, COssiraUnknown** out);
 
+// Makes one and answers its first query; says of it what is to be said.
+using AnswerCreator = Result (*)(const ClassEntry& entry, const IID& iid, void** out);
+
 // One creatable class of the module. Each entry links itself in front of the module's list while
 // the module is initialised.
 class ClassEntry
 {
 public:
-    ClassEntry(const CLSID& clsid, ClassCreator creator, const char* text) noexcept;
+    ClassEntry(const CLSID& clsid, ClassCreator creator, const char* text,
+               AnswerCreator answerCreator = nullptr) noexcept;
 
     CLSID ClassId;
     const ClassEntry* Next;
     ClassCreator Creator;
     const char* Text;
+    Ossira::AnswerCreator AnswerCreator; // null for a class whose objects have to be asked apart
 };
 
 namespace tDetail
 {
+
+template <class Implementation>
+[[nodiscard]] constexpr AnswerCreator AnswerCreatorOf() noexcept
+{
+    if constexpr (AnswersByList<Implementation>)
+        return &CreateAnswer<Implementation>;
+    else
+        return nullptr;
+}
 
 // An identifier whose address is kept: a temporary is refused by the compiler.
 class CLastingGuid
@@ -131,9 +145,18 @@ protected:
 // that they extend. A class that derives from an interface and leaves it out does not compile. (GCC
 // knows every interface, other compilers those of the public headers.)
 #define OSSIRA_INTERFACES(...)                                                                     \
+    template <::Tavrik::Ossira::tDetail::EQuery Query>                                             \
+    ::Tavrik::Ossira::Result AnswerQuery(const ::IID& iid, void** out)                             \
+    {                                                                                              \
+        return this->template AnswerEveryInterface<Query, __VA_ARGS__>(this, iid, out);            \
+    }                                                                                              \
+    OSSIRA_ANSWERS_BY_LIST
+
+// For a class that has an `AnswerQuery` of its own.
+#define OSSIRA_ANSWERS_BY_LIST                                                                     \
     ::Tavrik::Ossira::Result InternalQueryInterface(const ::IID& iid, void** out) override         \
     {                                                                                              \
-        return this->template AnswerEveryInterface<__VA_ARGS__>(this, iid, out);                   \
+        return this->template AnswerQuery<::Tavrik::Ossira::tDetail::EQuery::Any>(iid, out);       \
     }
 
 #define OSSIRA_JOIN_NAMES(a, b) a##b
@@ -155,7 +178,8 @@ protected:
     namespace                                                                                      \
     {                                                                                              \
     const ::Tavrik::Ossira::ClassEntry OSSIRA_UNIQUE_NAME(ossiraClass, __COUNTER__)(               \
-        clsid, &::Tavrik::Ossira::CreateInstance<implementation>, text);                           \
+        clsid, &::Tavrik::Ossira::CreateInstance<implementation>, text,                            \
+        ::Tavrik::Ossira::tDetail::AnswerCreatorOf<implementation>());                             \
     }
 
 #define OSSIRA_CLASS(implementation, text)                                                         \

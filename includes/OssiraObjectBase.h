@@ -12,13 +12,14 @@
 
 #include <atomic>
 #include <new>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 
 namespace Tavrik::Ossira
 {
 
-class CComServer;
+class ClassEntry;
 class COssiraUnknown;
 
 // The object's own unknown. It makes aggregation possible: an outer object owns the inner one by it
@@ -34,6 +35,24 @@ private:
     // Found by its distance, which is the same in every object.
     [[nodiscard]] COssiraUnknown& Owner() noexcept;
 };
+
+namespace tDetail
+{
+
+// How the interface that a query answers is counted.
+enum class EQuery
+{
+    Any,   // of an aggregated object, on its outer one
+    Plain, // of an object that is known not to be aggregated
+    First  // of a plain object whose creator hands his own reference over, and asks as he should
+};
+
+// Where builds keep a list of the live objects, it is told of each one's birth and death.
+extern const bool TracksObjects;
+void AnnounceBirth(IUnknown* privateUnknown, const CLSID& clsid) noexcept;
+void AnnounceDeath(IUnknown* privateUnknown) noexcept;
+
+} // namespace tDetail
 
 // The base of every object that is created by class identifier: the reference count, and the
 // answer for the unknown interface. While an object is constructed one reference is held on it, so
@@ -58,9 +77,6 @@ public:
     }
 
     // The object's own answer: null and `E_NOINTERFACE` for what it does not have.
-    // An override must not hand a new object to another thread before it returns: until then the
-    // references on it are counted without atomic operations, and the counts that `AddRef` and
-    // `Release` answer have a mark in them.
     virtual Result InternalQueryInterface(const IID& iid, void** out)
     {
         return AnswerPrivateUnknown(iid, out);
@@ -68,13 +84,13 @@ public:
 
     virtual std::int32_t InternalAddRef()
     {
-        return CountUp() & ~(NewMark | AggregatedMark);
+        return CountUp() & ~AggregatedMark;
     }
 
     // Never destroys: whoever sees 0 does.
     virtual std::int32_t InternalRelease()
     {
-        return CountDown() & ~(NewMark | AggregatedMark);
+        return CountDown() & ~AggregatedMark;
     }
 
     [[nodiscard]] IUnknown* PrivateUnknown() noexcept
@@ -124,21 +140,21 @@ protected:
     }
 
     // To be called by whoever sees the count at 0, before the object is deleted.
-    void BeginDestruction() noexcept;
+    void BeginDestruction() noexcept
+    {
+        const std::int32_t mark = mCount.load(std::memory_order_relaxed) & AggregatedMark;
+        mCount.store(DestroyedCount | mark, std::memory_order_relaxed);
+        if (tDetail::TracksObjects)
+            tDetail::AnnounceDeath(&mPrivateUnknown);
+    }
 
-    // The same with the deletion. Answers 0.
-    static std::uint32_t Destroy(COssiraUnknown* object) noexcept;
-
-    // Takes the reference for the interface that a query answers, which may be the first. Answers
-    // `S_OK`.
+    // Takes the reference for the interface that a query answers. Answers `S_OK`.
+    template <tDetail::EQuery Query = tDetail::EQuery::Any>
     Result CountAnswer()
     {
-        const std::int32_t count = mCount.load(std::memory_order_relaxed);
-        if ((count & NewMark) != 0) [[unlikely]]
-            mCount.store(count + 1, std::memory_order_relaxed);
-        else if ((count & AggregatedMark) != 0) [[unlikely]]
+        if (Query == tDetail::EQuery::Any && IsAggregated()) [[unlikely]]
             AddRefOfInterfaces();
-        else
+        else if constexpr (Query != tDetail::EQuery::First)
             CountUp();
         return S_OK;
     }
@@ -148,77 +164,63 @@ protected:
     // For a query with null in the place of an argument.
     static Result RefuseQuery(void** out) noexcept;
 
-    // Answers the interfaces of an implementation class, those that they extend included. Unrolled
-    // by the compiler into comparisons with constants, which is as fast as a table and has no
-    // table to keep.
-    template <class Primary, class... Others, class Implementation>
+    // Answers the interfaces of an implementation class, those that they extend included.
+    template <class... Interfaces, class Implementation>
     Result AnswerInterfaces(Implementation* object, const IID& iid, void** out)
     {
-        if (out == nullptr || IsNullReference(iid)) [[unlikely]]
-            return RefuseQuery(out);
-        if (TryAnswer<Primary>(object, iid, out) || (TryAnswer<Others>(object, iid, out) || ...))
-            return CountAnswer();
-        // An aggregated object is known to its owner by the private unknown; every other object by
-        // its primary interface, so that it has one identity.
-        if (SameGuid(iid, IID_IUnknown) && !IsAggregated())
+        return AnswerListed<tDetail::EQuery::Any, Interfaces...>(object, iid, out);
+    }
+
+    // The same for a given kind of query.
+    template <tDetail::EQuery Query, class... Interfaces, class Implementation>
+    [[gnu::always_inline]] Result AnswerListed(Implementation* object, const IID& iid, void** out)
+    {
+        using Iids = tDetail::CListedIids<Interfaces...>;
+        using Listed = std::tuple<Interfaces*...>;
+        if constexpr (Query != tDetail::EQuery::First)
         {
-            *out = static_cast<Primary*>(object);
-            return CountAnswer();
+            if (out == nullptr || IsNullReference(iid)) [[unlikely]]
+                return RefuseQuery(out);
         }
-        return object->AnswerPrivateUnknown(iid, out); // which a class may have one of its own for
+        return Iids::Find(iid,
+                          [&]<std::size_t Place>(std::integral_constant<std::size_t, Place>)
+                          {
+                              if constexpr (Place < Iids::UnknownPlace)
+                              {
+                                  *out = static_cast<std::tuple_element_t<Place, Listed>>(object);
+                                  return CountAnswer<Query>();
+                              }
+                              // An aggregated object is known to its owner by the private unknown;
+                              // every other object by its primary interface, so that it has one
+                              // identity.
+                              if constexpr (Place == Iids::UnknownPlace)
+                              {
+                                  if (Query != tDetail::EQuery::Any || !IsAggregated())
+                                  {
+                                      *out = static_cast<std::tuple_element_t<0, Listed>>(object);
+                                      return CountAnswer<Query>();
+                                  }
+                              }
+                              return object->AnswerPrivateUnknown(
+                                  iid, out); // a class may have one of its own
+                          });
     }
 
     // The same for a class that must list every interface among its bases, or does not compile.
-    template <class... Interfaces, class Implementation>
+    template <tDetail::EQuery Query, class... Interfaces, class Implementation>
     Result AnswerEveryInterface(Implementation* object, const IID& iid, void** out)
     {
         tDetail::CBasesToList<Implementation>::Type::template RequireListed<Implementation,
                                                                             Interfaces...>();
-        return AnswerInterfaces<Interfaces...>(object, iid, out);
+        return AnswerListed<Query, Interfaces...>(object, iid, out);
     }
 
 private:
-    friend CComServer; // which creates objects, with the classes in it
     friend CPrivateUnknown;
 
     // What a count may have in it beside the number. A word of its own would take the place of a
     // class's lock, and every reference would have to look at it.
     static constexpr std::int32_t AggregatedMark = 0x10000000;
-    static constexpr std::int32_t NewMark = 0x20000000; // a plain object, known to its creator only
-
-    // The reference by which whoever has just made the object holds it while asking for the first
-    // interface. As long as it is the only one no other thread can be counting, and two atomic
-    // operations are saved; the creation of a small object consists of little else.
-    void TakeFirstReference() noexcept
-    {
-        if (mCount.load(std::memory_order_relaxed) == 0)
-            mCount.store(NewMark | 1, std::memory_order_relaxed);
-        else
-            CountUp();
-    }
-
-    // Gives that reference back and answers the count. An interface that was answered has a
-    // reference of its own; if these two are all, both are still in the hands of the caller.
-    [[nodiscard]] std::int32_t DropFirstReference(bool isAnswered) noexcept
-    {
-        const std::int32_t count = mCount.load(std::memory_order_acquire);
-        if (isAnswered && count == (NewMark | 2)) [[likely]]
-        {
-            mCount.store(1, std::memory_order_relaxed);
-            return 1;
-        }
-        const std::int32_t drop = 1 + (count & NewMark);
-        return (mCount.fetch_sub(drop, std::memory_order_acq_rel) - drop) & ~AggregatedMark;
-    }
-
-    template <class Interface, class Implementation>
-    [[nodiscard]] static bool TryAnswer(Implementation* object, const IID& iid, void** out) noexcept
-    {
-        if (!tDetail::Answers<Interface>(iid))
-            return false;
-        *out = static_cast<Interface*>(object);
-        return true;
-    }
 
     CPrivateUnknown mPrivateUnknown;
     std::atomic<std::int32_t> mCount = 1; // until the constructor has ended; the last member
@@ -227,9 +229,24 @@ private:
 namespace tDetail
 {
 
-// Where builds keep a list of the live objects, it is told of each one's birth and death.
-extern const bool TracksObjects;
-void AnnounceBirth(IUnknown* privateUnknown, const CLSID& clsid) noexcept;
+// Who makes an object that is to have one reference and hands that out says so.
+struct Held
+{
+};
+
+// The class that declares a member function.
+template <class Class, class... Arguments>
+std::type_identity<Class> ClassOfMember(Result (Class::*)(Arguments...));
+
+// Whether what a class answers to queries is its list and nothing else: `OSSIRA_INTERFACES` stands
+// in it, and no class behind it has an answer of its own. Such queries need no virtual call.
+template <class Implementation>
+concept AnswersByList = requires
+{
+    requires std::is_same_v<decltype(ClassOfMember(&Implementation::InternalQueryInterface)),
+                            decltype(ClassOfMember(
+                                &Implementation::template AnswerQuery<EQuery::Any>))>;
+};
 
 // Small objects lie in blocks, which are kept for the next object when theirs is gone, and begin a
 // cache line, or so many bytes in front of one as a class asks for: what it seldom uses. Taking
@@ -321,10 +338,15 @@ protected:
     ~CInstance() override = default;
 
     // Call it when every operation of the object is in place: it may be asked from then on.
-    void EndConstruction()
+    void BeginLife()
     {
         if (TracksObjects)
             AnnounceBirth(this->PrivateUnknown(), Implementation::ClassId);
+    }
+
+    void EndConstruction()
+    {
+        BeginLife();
         Implementation::EndConstruction();
     }
 };
@@ -347,9 +369,21 @@ public:
         this->EndConstruction();
     }
 
+    // The reference that is held on the object meanwhile is its creator's from then on.
+    template <class... Arguments>
+    explicit CComInstanceNoLock(tDetail::Held, Arguments&&... arguments)
+        : tDetail::CInstance<Implementation, CComInstanceNoLock>(
+              std::forward<Arguments>(arguments)...)
+    {
+        this->BeginLife();
+    }
+
     Result QueryInterface(const IID& iid, void** out) override
     {
-        return Implementation::InternalQueryInterface(iid, out);
+        if constexpr (tDetail::AnswersByList<Implementation>)
+            return Implementation::template AnswerQuery<tDetail::EQuery::Plain>(iid, out);
+        else
+            return Implementation::InternalQueryInterface(iid, out);
     }
 
     std::uint32_t AddRef() override
@@ -360,17 +394,20 @@ public:
     std::uint32_t Release() override
     {
         const std::int32_t count = this->CountDown();
-        if (count != 0) [[likely]]
-            return static_cast<std::uint32_t>(count);
+        return count != 0 ? static_cast<std::uint32_t>(count) : End(this);
+    }
+
+private:
+    // Apart from `Release`, which for its other calls is the shorter for it. Answers 0.
+    [[gnu::noinline]] static std::uint32_t End(CComInstanceNoLock* object) noexcept
+    {
+        object->BeginDestruction();
         // A class may have a way of its own in which its objects end.
-        if constexpr (requires(Implementation * object) { Implementation::DestroyInTurn(object); })
-        {
-            this->BeginDestruction();
-            Implementation::DestroyInTurn(this);
-            return 0;
-        }
+        if constexpr (requires { Implementation::DestroyInTurn(object); })
+            Implementation::DestroyInTurn(object);
         else
-            return this->Destroy(this);
+            delete object;
+        return 0;
     }
 };
 
@@ -418,21 +455,18 @@ private:
 template <class Implementation, class... Arguments>
 [[nodiscard]] ObjectPtr<CComInstanceNoLock<Implementation>> MakeObject(Arguments&&... arguments)
 {
-    return ObjectPtr(
-        new CComInstanceNoLock<Implementation>(nullptr, std::forward<Arguments>(arguments)...));
+    using Instance = CComInstanceNoLock<Implementation>;
+    return ObjectPtr<Instance>::Adopt(
+        new Instance(tDetail::Held(), std::forward<Arguments>(arguments)...));
 }
 
-// The creator function of a class: *out has count 0. Whatever goes wrong while the object is built
-// is reported, and memory is what is said to be missing.
-template <class Implementation>
-Result CreateInstance(IUnknown* outer, COssiraUnknown** out)
+// Whatever goes wrong while an object is built is reported, and memory is what is said to be
+// missing.
+template <class Instance, class Argument>
+Result CreateInstance(Argument argument, Instance*& object)
 try
 {
-    *out = nullptr;
-    if (outer == nullptr) [[likely]]
-        *out = new CComInstanceNoLock<Implementation>(nullptr);
-    else
-        *out = new CComAggregated<Implementation>(outer);
+    object = new Instance(argument);
     return S_OK;
 }
 catch (...)
@@ -440,6 +474,51 @@ catch (...)
     OSSIRA_LOCATION(ossiraHere);
     static_cast<void>(ReportCaught(ossiraHere));
     return E_OUTOFMEMORY;
+}
+
+// The creator function of a class: *out has count 0.
+template <class Implementation>
+Result CreateInstance(IUnknown* outer, COssiraUnknown** out)
+{
+    CComInstanceNoLock<Implementation>* plain = nullptr;
+    CComAggregated<Implementation>* part = nullptr;
+    const Result result =
+        outer == nullptr ? CreateInstance(nullptr, plain) : CreateInstance(outer, part);
+    *out = outer == nullptr ? static_cast<COssiraUnknown*>(plain) : part;
+    return result;
+}
+
+// What comes of making an object and asking it for its first interface.
+enum class ECreation
+{
+    Unmade,
+    Refused,
+    Answered
+};
+
+// Says of a creation that failed, or that is traced, what is to be said. Answers `result`, or what
+// went wrong here.
+[[nodiscard]] Result ReportCreation(const ClassEntry& entry, const IID& iid, void** out,
+                                    ECreation creation, Result result);
+
+// The creator function of a class that answers by its list: makes a plain object and answers its
+// first query in one piece. The creator's reference becomes the interface's, so that nothing is
+// counted. Neither argument is null.
+template <class Implementation>
+Result CreateAnswer(const ClassEntry& entry, const IID& iid, void** out)
+{
+    CComInstanceNoLock<Implementation>* object = nullptr;
+    if (const Result result = CreateInstance(tDetail::Held(), object); Failed(result)) [[unlikely]]
+        return ReportCreation(entry, iid, out, ECreation::Unmade, result);
+    const Result result = object->template AnswerQuery<tDetail::EQuery::First>(iid, out);
+    if (Failed(result)) [[unlikely]]
+    {
+        object->Release();
+        return ReportCreation(entry, iid, out, ECreation::Refused, result);
+    }
+    if ((CurrentLevelMask() & PRINT_TRACE) != 0) [[unlikely]]
+        return ReportCreation(entry, iid, out, ECreation::Answered, result);
+    return result;
 }
 
 } // namespace Tavrik::Ossira

@@ -108,7 +108,16 @@ struct T_FailsAsBuilt : T_Troubled
     }
 };
 
-struct T_ThrowsWhenAsked : T_Troubled
+struct T_AnswersOtherwise : T_Troubled
+{
+    template <tDetail::EQuery Query>
+    Result AnswerQuery(const IID& iid, void** out)
+    {
+        return AnswerPrivateUnknown(iid, out);
+    }
+};
+
+struct T_ThrowsWhenAsked : T_HoldsItself
 {
     Result InternalQueryInterface(const IID&, void**) override
     {
@@ -132,21 +141,28 @@ static_assert(
 
 TEST(ComServer, AClassThatMisbehavesWhileItIsCreatedGetsItsCodeAndLineAndLeavesNothing)
 {
-    const std::tuple<ClassCreator, Result, const char*> cases[] = {
-        {&CreateInstance<T_HoldsItself>, S_OK, ""},
-        {&CreateInstance<T_FailsAsBuilt>, E_OUTOFMEMORY, " no ground to build on: Operation abor"},
-        {&CreateInstance<T_ThrowsWhenAsked>, E_ABORT, " not to be asked: Operation aborted"},
-        {&CreateInstance<T_AnswersNothing>, E_UNEXPECTED, ""},
+    static_assert(tDetail::AnswersByList<T_Sample> && tDetail::AnswersByList<T_HoldsItself> &&
+                  !tDetail::AnswersByList<T_ThrowsWhenAsked> &&
+                  !tDetail::AnswersByList<T_AnswersOtherwise>);
+    const std::tuple<ClassCreator, AnswerCreator, Result, const char*> cases[] = {
+        {&CreateInstance<T_HoldsItself>, nullptr, S_OK, ""},
+        {nullptr, &CreateAnswer<T_HoldsItself>, S_OK, ""},
+        {&CreateInstance<T_FailsAsBuilt>, nullptr, E_OUTOFMEMORY, " no ground to build on: Opera"},
+        {nullptr, &CreateAnswer<T_FailsAsBuilt>, E_OUTOFMEMORY, " no ground to build on: Operat"},
+        {nullptr, &CreateAnswer<T_AnswersOtherwise>, E_NOINTERFACE, ""},
+        {&CreateInstance<T_ThrowsWhenAsked>, nullptr, E_ABORT, " not to be asked: Operation abo"},
+        {&CreateInstance<T_AnswersNothing>, nullptr, E_UNEXPECTED, ""},
     };
     const std::uint32_t before = GetObjectOpenCount();
-    for (const auto& [creator, code, line] : cases)
+    for (const auto& [creator, answerCreator, code, line] : cases)
     {
         ClassEntry entry = *ModuleServer()->FindClass(T_Sample::ClassId);
         entry.Creator = creator;
+        entry.AnswerCreator = answerCreator;
         ObjectPtr<ISample> object;
         REPORTS(ModuleServer()->CreateObject(&entry, Nobody, ISample::Iid, object.PutVoid()), code,
                 line);
-        EXPECT_EQ(static_cast<bool>(object), code == S_OK);
+        EXPECT_EQ(object ? ReferencesOn(*object) : 0u, code == S_OK ? 1u : 0u);
         EXPECT_EQ(GetObjectOpenCount(), before + (object ? 1 : 0));
     }
     EXPECT_EQ(GetExceptionOpenCount(), 0);

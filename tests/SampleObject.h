@@ -7,12 +7,13 @@
 namespace Tavrik::Ossira::tTest
 {
 
-// An interface without operations of its own.
+// An interface without operations of its own. Every two have the first number in common, the first
+// one with the unknown.
 template <class Base, std::uint32_t Number>
 struct IMark : Base
 {
     using Extends = Base;
-    static constexpr IID Iid = Numbered(Number, 4);
+    static constexpr IID Iid = {Number / 2, 0x7E57, 4, {Number}};
 
 protected:
     ~IMark() = default;

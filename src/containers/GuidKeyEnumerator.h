@@ -30,13 +30,16 @@ public:
     {
     }
 
-    Result InternalQueryInterface(const IID& iid, void** out) override
+    template <tDetail::EQuery Query>
+    Result AnswerQuery(const IID& iid, void** out)
     {
         if constexpr (Traits::OffersGuids)
-            return this->template AnswerInterfaces<IEnumerator, IEnumeratorGUID>(this, iid, out);
+            return this->template AnswerListed<Query, IEnumerator, IEnumeratorGUID>(this, iid, out);
         else
-            return this->template AnswerInterfaces<IEnumerator>(this, iid, out);
+            return this->template AnswerListed<Query, IEnumerator>(this, iid, out);
     }
+
+    OSSIRA_ANSWERS_BY_LIST
 
     // The value is made after the owner's lock was left.
     Result GetCurrent(const IID& riid, void** ppv) override

@@ -14,15 +14,19 @@ class CDictionaryGUID : public CViewedCollection<Traits, IDictionaryGUID, CItemT
 public:
     static constexpr std::string_view OssiraReportedClass = ReportedClass<Traits>;
 
-    Result InternalQueryInterface(const IID& iid, void** out) override
+    template <tDetail::EQuery Query>
+    Result AnswerQuery(const IID& iid, void** out)
     {
         if constexpr (CDictionaryGUID::IsLockable)
-            return this->template AnswerInterfaces<IDictionaryGUID, IObjectLock, IObjectName,
-                                                   IObjectIdentity>(this, iid, out);
+            return this->template AnswerListed<Query, IDictionaryGUID, IObjectLock, IObjectName,
+                                               IObjectIdentity>(this, iid, out);
         else
-            return this->template AnswerInterfaces<IDictionaryGUID, IObjectName, IObjectIdentity>(
-                this, iid, out);
+            return this
+                ->template AnswerListed<Query, IDictionaryGUID, IObjectName, IObjectIdentity>(
+                    this, iid, out);
     }
+
+    OSSIRA_ANSWERS_BY_LIST
 
     Result SetValueGUID(const GUID& key, IUnknown* value) override
     try

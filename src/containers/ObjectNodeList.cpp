@@ -38,15 +38,18 @@ public:
     static constexpr CLSID ClassId = Traits::ClassId;
     static constexpr std::string_view OssiraReportedClass = ReportedClass<Traits>;
 
-    Result InternalQueryInterface(const IID& iid, void** out) override
+    template <tDetail::EQuery Query>
+    Result AnswerQuery(const IID& iid, void** out)
     {
         if constexpr (CNodeList::IsLockable)
-            return this->template AnswerInterfaces<IList, IValue, IObjectLock, IObjectName,
-                                                   IObjectIdentity>(this, iid, out);
+            return this->template AnswerListed<Query, IList, IValue, IObjectLock, IObjectName,
+                                               IObjectIdentity>(this, iid, out);
         else
-            return this->template AnswerInterfaces<IList, IValue, IObjectName, IObjectIdentity>(
+            return this->template AnswerListed<Query, IList, IValue, IObjectName, IObjectIdentity>(
                 this, iid, out);
     }
+
+    OSSIRA_ANSWERS_BY_LIST
 
     Result GetEnumerator(const IID& riid, void** ppv) override
     try

@@ -105,11 +105,7 @@ public:
     static constexpr CLSID ClassId = Traits::ClassId;
     static constexpr std::string_view OssiraReportedClass = Traits::ReportedClass;
 
-    Result InternalQueryInterface(const IID& iid, void** out) override
-    {
-        return this->template AnswerInterfaces<IValue, IObjectName, IObjectIdentity, IComparable,
-                                               ICloneable>(this, iid, out);
-    }
+    OSSIRA_INTERFACES(IValue, IObjectName, IObjectIdentity, IComparable, ICloneable)
 
     // What most calls come to is done here, without a call that registers had to be saved for.
     Result GetValue(const GUID& type, void* data, std::int32_t size) override

@@ -24,15 +24,18 @@ class CValueSet : public CWithoutViews<Traits, CValuesByGuid<Traits>>,
 public:
     static constexpr std::string_view OssiraReportedClass = ReportedClass<Traits>;
 
-    Result InternalQueryInterface(const IID& iid, void** out) override
+    template <tDetail::EQuery Query>
+    Result AnswerQuery(const IID& iid, void** out)
     {
         if constexpr (CValueSet::IsLockable)
-            return this->template AnswerInterfaces<IValueSet, IValue, IObjectLock, IObjectName,
-                                                   IObjectIdentity, ILayerKeys>(this, iid, out);
+            return this->template AnswerListed<Query, IValueSet, IValue, IObjectLock, IObjectName,
+                                               IObjectIdentity, ILayerKeys>(this, iid, out);
         else
-            return this->template AnswerInterfaces<IValueSet, IValue, IObjectName, IObjectIdentity,
-                                                   ILayerKeys>(this, iid, out);
+            return this->template AnswerListed<Query, IValueSet, IValue, IObjectName,
+                                               IObjectIdentity, ILayerKeys>(this, iid, out);
     }
+
+    OSSIRA_ANSWERS_BY_LIST
 
     Result SetValueGUID(const GUID& key, IUnknown* value) override
     try

@@ -33,8 +33,10 @@ catch (const std::exception&)
 
 } // namespace
 
-ClassEntry::ClassEntry(const CLSID& clsid, ClassCreator creator, const char* text) noexcept
-    : ClassId(clsid), Next(CComServer::sClassListHead), Creator(creator), Text(text)
+ClassEntry::ClassEntry(const CLSID& clsid, ClassCreator creator, const char* text,
+                       Ossira::AnswerCreator answerCreator) noexcept
+    : ClassId(clsid), Next(CComServer::sClassListHead), Creator(creator), Text(text),
+      AnswerCreator(answerCreator)
 {
     CComServer::sClassListHead = this;
 }
@@ -83,83 +85,67 @@ Result CComServer::GetClassObject(const CLSID& clsid, const IID& iid, void** out
     return CreateObject(FindClass(clsid), clsid, iid, out);
 }
 
-// A new object in the hands of whoever creates it.
-class CComServer::CNewObject
-{
-public:
-    explicit CNewObject(COssiraUnknown& object) noexcept : mObject(object)
-    {
-        mObject.TakeFirstReference();
-    }
-
-    CNewObject(const CNewObject&) = delete;
-    CNewObject& operator=(const CNewObject&) = delete;
-
-    ~CNewObject()
-    {
-        if (mObject.DropFirstReference(mIsAnswered) == 0)
-            COssiraUnknown::Destroy(&mObject);
-    }
-
-    // The answer is the class's own code, and it may be wrong: success comes with an interface.
-    Result Ask(const IID& iid, void** out)
-    {
-        *out = nullptr;
-        const Result result = Query(iid, out);
-        mIsAnswered = Succeeded(result) && *out != nullptr;
-        if (!mIsAnswered)
-            *out = nullptr;
-        return Succeeded(result) && !mIsAnswered ? E_UNEXPECTED : result;
-    }
-
-private:
-    Result Query(const IID& iid, void** out)
-    try
-    {
-        return mObject.NonDelegatingQueryInterface(iid, out);
-    }
-    OSSIRA_CATCH_RETURN
-
-    COssiraUnknown& mObject;
-    bool mIsAnswered = false;
-};
-
-Result CComServer::CreateObject(const ClassEntry* entry, const CLSID& clsid, const IID& iid,
-                                void** out)
+// The answer is the class's own code.
+static Result Ask(IUnknown& object, const IID& iid, void** out)
 try
 {
-    tSystem::CheckForeignCall();
+    return object.QueryInterface(iid, out);
+}
+OSSIRA_CATCH_RETURN
+
+// For a class whose answers may be wrong: success comes with an interface.
+static ECreation CreateAndAsk(const ClassEntry& entry, const IID& iid, void** out, Result& result)
+{
+    COssiraUnknown* made = nullptr;
+    result = entry.Creator(nullptr, &made);
+    if (Failed(result))
+        return ECreation::Unmade;
+    const ObjectPtr<IUnknown> object(made->PrivateUnknown());
+    result = Ask(*object, iid, out);
+    if (Succeeded(result) && *out == nullptr)
+        result = E_UNEXPECTED;
+    return Failed(result) ? ECreation::Refused : ECreation::Answered;
+}
+
+Result CComServer::CreateObjectInFull(const ClassEntry* entry, const CLSID& clsid, const IID& iid,
+                                      void** out)
+try
+{
     if (entry == nullptr)
     {
         OSSIRA_PRINT(CurrentLevelMask(), PRINT_ERROR, "No such class available: CLSID %s\n",
                      CGuidText(clsid).Text());
         return E_NOINTERFACE;
     }
+    *out = nullptr;
+    Result result = S_OK;
+    const ECreation creation = CreateAndAsk(*entry, iid, out, result);
+    return ReportCreation(*entry, iid, out, creation, result);
+}
+OSSIRA_CATCH_RETURN
 
-    COssiraUnknown* object = nullptr;
-    Result result = entry->Creator(nullptr, &object);
-    if (Failed(result)) [[unlikely]]
+[[gnu::cold]] Result ReportCreation(const ClassEntry& entry, const IID& iid, void** out,
+                                    ECreation creation, Result result)
+try
+{
+    const std::uint32_t mask = CurrentLevelMask();
+    const CGuidText clsid(entry.ClassId);
+    switch (creation)
     {
-        OSSIRA_PRINT(CurrentLevelMask(), PRINT_ERROR, "Create Object failed: %s - CLSID %s\n",
-                     entry->Text, CGuidText(clsid).Text());
-        return result;
-    }
-
-    {
-        CNewObject newObject(*object);
-        result = newObject.Ask(iid, out);
-        if (Failed(result)) [[unlikely]]
-        {
-            OSSIRA_PRINT(CurrentLevelMask(), PRINT_WARN,
-                         "No such interface available: %s - CLSID %s, IID %s\n", entry->Text,
-                         CGuidText(clsid).Text(), CGuidText(iid).Text());
-        }
-    }
-    if (Succeeded(result))
-    {
-        OSSIRA_PRINT(CurrentLevelMask(), PRINT_TRACE,
-                     "Object 0x%x created; %s - CLSID: %s IID: %s\n", LowAddress(*out), entry->Text,
-                     CGuidText(clsid).Text(), CGuidText(iid).Text());
+    case ECreation::Unmade:
+        *out = nullptr;
+        OSSIRA_PRINT(mask, PRINT_ERROR, "Create Object failed: %s - CLSID %s\n", entry.Text,
+                     clsid.Text());
+        break;
+    case ECreation::Refused:
+        *out = nullptr;
+        OSSIRA_PRINT(mask, PRINT_WARN, "No such interface available: %s - CLSID %s, IID %s\n",
+                     entry.Text, clsid.Text(), CGuidText(iid).Text());
+        break;
+    case ECreation::Answered:
+        OSSIRA_PRINT(mask, PRINT_TRACE, "Object 0x%x created; %s - CLSID: %s IID: %s\n",
+                     LowAddress(*out), entry.Text, clsid.Text(), CGuidText(iid).Text());
+        break;
     }
     return result;
 }

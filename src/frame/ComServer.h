@@ -91,15 +91,23 @@ public:
     }
 
     // As `GetClassObject`, for a class that was looked up already; a null entry is an unknown one.
-    Result CreateObject(const ClassEntry* entry, const CLSID& clsid, const IID& iid, void** out);
+    [[nodiscard]] static Result CreateObject(const ClassEntry* entry, const CLSID& clsid,
+                                             const IID& iid, void** out)
+    {
+        tSystem::CheckForeignCall();
+        if (entry != nullptr && entry->AnswerCreator != nullptr) [[likely]]
+            return entry->AnswerCreator(*entry, iid, out);
+        return CreateObjectInFull(entry, clsid, iid, out);
+    }
 
     // Writes the list of live objects; it ends where a thread that is gone holds the lock.
     void DumpLiveObjects(bool processEnds) noexcept;
 
 private:
-    class CNewObject;
-
     CComServer() = default;
+
+    [[nodiscard]] static Result CreateObjectInFull(const ClassEntry* entry, const CLSID& clsid,
+                                                   const IID& iid, void** out);
 
     // The table is built when the server is made, and again should further entries be linked. False
     // when memory is exhausted: the former one stays.

@@ -17,23 +17,21 @@ namespace
 // Of all objects of the module: names are rarely asked for, and an object has no room to spare.
 constinit tSystem::CFastCriticalSection gNameLock;
 
-// A build option, on in debug builds: every birth and death then takes a lock.
-constexpr bool IsTracking = OSSIRA_TRACK_OBJECTS != 0;
-
-[[maybe_unused]] void AnnounceDeath(IUnknown* privateUnknown) noexcept
-{
-    if (CComServer* const server = ModuleServer(); server != nullptr)
-        server->RemoveObject(privateUnknown);
-}
-
 } // namespace
 
-const bool tDetail::TracksObjects = IsTracking;
+// A build option, on in debug builds: every birth and death then takes a lock.
+const bool tDetail::TracksObjects = OSSIRA_TRACK_OBJECTS != 0;
 
 void tDetail::AnnounceBirth(IUnknown* privateUnknown, const CLSID& clsid) noexcept
 {
     if (CComServer* const server = ModuleServer(); server != nullptr)
         server->AddObject(privateUnknown, clsid);
+}
+
+void tDetail::AnnounceDeath(IUnknown* privateUnknown) noexcept
+{
+    if (CComServer* const server = ModuleServer(); server != nullptr)
+        server->RemoveObject(privateUnknown);
 }
 
 COssiraUnknown& CPrivateUnknown::Owner() noexcept
@@ -66,23 +64,12 @@ std::uint32_t CPrivateUnknown::Release()
 {
     COssiraUnknown& owner = Owner();
     const std::int32_t count = owner.InternalRelease();
-    return count == 0 ? COssiraUnknown::Destroy(&owner) : static_cast<std::uint32_t>(count);
-}
-
-void COssiraUnknown::BeginDestruction() noexcept
-{
-    const std::int32_t kept = mCount.load(std::memory_order_relaxed) & AggregatedMark;
-    mCount.store(DestroyedCount | kept, std::memory_order_relaxed);
-    if constexpr (IsTracking)
-        AnnounceDeath(&mPrivateUnknown);
-}
-
-// Here rather than in each class's `Release`, which for its other calls is the shorter for it.
-std::uint32_t COssiraUnknown::Destroy(COssiraUnknown* object) noexcept
-{
-    object->BeginDestruction();
-    delete object;
-    return 0;
+    if (count == 0)
+    {
+        owner.BeginDestruction();
+        delete &owner;
+    }
+    return static_cast<std::uint32_t>(count);
 }
 
 Result COssiraUnknown::AnswerPrivateUnknown(const IID& iid, void** out) noexcept

@@ -23,11 +23,17 @@ using tSystem::CLockGuard;
 constexpr std::size_t Kinds = 2 * tDetail::BlockSizes;
 constexpr std::size_t SlabSize = 4080; // a page, with what the C library puts in front of it
 constexpr std::uint32_t BatchSize = 32;
-constexpr std::uint32_t MostKept = 2 * BatchSize; // by one stripe, of one kind
+constexpr std::uint32_t MostKept = 2 * BatchSize;
 
 constinit std::atomic<bool> gIsKept = KeepsByDefault;
 constinit std::atomic<bool> gIsAttached = true; // or about to be
-constinit std::atomic<bool> gIsKeeping = KeepsByDefault;
+constinit std::atomic<std::uint32_t> gMostKept =
+    KeepsByDefault ? MostKept : 0; // of one kind, by a stripe
+
+[[nodiscard]] bool IsKeeping() noexcept
+{
+    return gMostKept.load(std::memory_order_relaxed) != 0;
+}
 
 class CSlab;
 
@@ -74,9 +80,7 @@ public:
     [[nodiscard]] static CSlab* Make(std::size_t kind)
     {
         const std::size_t stride = (kind / 2 + 1) * BlockStep;
-        const std::size_t count = gIsKeeping.load(std::memory_order_relaxed)
-                                      ? (SlabSize - sizeof(CSlab) - BlockStep) / stride
-                                      : 1;
+        const std::size_t count = IsKeeping() ? (SlabSize - sizeof(CSlab) - BlockStep) / stride : 1;
         auto* const slab =
             new (::operator new(sizeof(CSlab) + BlockStep + count * stride)) CSlab(count);
         const std::size_t shift = kind % 2 != 0 ? BlockShift : 0;
@@ -284,7 +288,7 @@ void CountUnderLock(std::atomic<std::uint64_t> Stripe::*number) noexcept
     BlockList given;
     {
         const CLockGuard guard(stripe.Lock);
-        if (gIsKeeping.load(std::memory_order_relaxed) && kept.Count < MostKept)
+        if (kept.Count < gMostKept.load(std::memory_order_relaxed))
         {
             kept.Push(block);
             Count(stripe.Deaths);
@@ -297,10 +301,23 @@ void CountUnderLock(std::atomic<std::uint64_t> Stripe::*number) noexcept
     CountUnderLock(&Stripe::Deaths);
 }
 
+// The same with the word of the stripe, which has none or has room for none, held.
+[[gnu::noinline]] void* LeaveAndTake(Stripe& stripe, std::size_t kind)
+{
+    stripe.Lock.unlock();
+    return TakeBlockInFull(kind);
+}
+
+[[gnu::noinline]] void LeaveAndGive(Stripe& stripe, Block* block, std::size_t kind) noexcept
+{
+    stripe.Lock.unlock();
+    GiveBlockInFull(block, kind);
+}
+
 void UpdateKeeping() noexcept
 {
-    gIsKeeping = gIsKept && gIsAttached;
-    if (!gIsKeeping)
+    gMostKept = gIsKept && gIsAttached ? MostKept : 0;
+    if (!IsKeeping())
         GiveBackObjectMemory();
 }
 
@@ -309,36 +326,29 @@ void UpdateKeeping() noexcept
 // Most calls need no other one, and so save no registers.
 void* tDetail::TakeBlock(std::size_t kind)
 {
-    if (Stripe* const stripe = TryStripeOfThread(); stripe != nullptr) [[likely]]
-    {
-        BlockList& kept = stripe->Kept[kind];
-        if (kept.First != nullptr) [[likely]]
-        {
-            Count(stripe->Births);
-            void* const block = &kept.Pop()->Next;
-            return stripe->Lock.Leave() ? WakeAndAnswer(*stripe, block) : block;
-        }
-        if (stripe->Lock.Leave())
-            stripe->Lock.WakeWaiter();
-    }
-    return TakeBlockInFull(kind);
+    Stripe* const stripe = TryStripeOfThread();
+    if (stripe == nullptr) [[unlikely]]
+        return TakeBlockInFull(kind);
+    BlockList& kept = stripe->Kept[kind];
+    if (kept.First == nullptr) [[unlikely]]
+        return LeaveAndTake(*stripe, kind);
+    Count(stripe->Births);
+    void* const block = &kept.Pop()->Next;
+    return stripe->Lock.Leave() ? WakeAndAnswer(*stripe, block) : block;
 }
 
 void tDetail::GiveBlock(void* block, std::size_t kind) noexcept
 {
     auto* const given = reinterpret_cast<Block*>(static_cast<unsigned char*>(block) - BlockHeader);
-    if (Stripe* const stripe = TryStripeOfThread(); stripe != nullptr) [[likely]]
-    {
-        BlockList& kept = stripe->Kept[kind];
-        if (kept.Count < MostKept && gIsKeeping.load(std::memory_order_relaxed)) [[likely]]
-        {
-            kept.Push(given);
-            Count(stripe->Deaths);
-            return stripe->Lock.unlock();
-        }
-        stripe->Lock.unlock();
-    }
-    GiveBlockInFull(given, kind);
+    Stripe* const stripe = TryStripeOfThread();
+    if (stripe == nullptr) [[unlikely]]
+        return GiveBlockInFull(given, kind);
+    BlockList& kept = stripe->Kept[kind];
+    if (kept.Count >= gMostKept.load(std::memory_order_relaxed)) [[unlikely]]
+        return LeaveAndGive(*stripe, given, kind);
+    kept.Push(given);
+    Count(stripe->Deaths);
+    stripe->Lock.unlock();
 }
 
 void* tDetail::TakeMemory(std::size_t size, std::size_t alignment)

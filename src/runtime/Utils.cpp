@@ -51,7 +51,8 @@ Result CreateByFactory(ISingleton& singleton, const CLSID& clsid, const IID& iid
 using namespace Tavrik::Ossira;
 
 // What is refused, and what is not created by a class of the runtime's own.
-static Result CreateClassObject(CComServer* server, const CLSID* clsid, const IID* iid, void** out)
+[[gnu::noinline]] static Result CreateClassObject(CComServer* server, const CLSID* clsid,
+                                                  const IID* iid, void** out)
 try
 {
     if (server == nullptr)
@@ -93,14 +94,11 @@ OSSIRA_CATCH_RETURN
 Result CreateClassObject(const CLSID* clsid, const IID* iid, void** out)
 {
     CComServer* const server = ModuleServer();
-    if (server != nullptr && out != nullptr && clsid != nullptr && iid != nullptr &&
-        !SameGuid(*clsid, CLSID_GlobalSingleton)) [[likely]]
+    if (server != nullptr && out != nullptr && clsid != nullptr && iid != nullptr) [[likely]]
     {
-        if (const ClassEntry* const entry = server->FindClass(*clsid); entry != nullptr) [[likely]]
-        {
-            *out = nullptr;
+        const ClassEntry* const entry = server->FindClass(*clsid);
+        if (entry != nullptr && !SameGuid(*clsid, CLSID_GlobalSingleton)) [[likely]]
             return server->CreateObject(entry, *clsid, *iid, out);
-        }
     }
     return CreateClassObject(server, clsid, iid, out);
 }

@@ -222,7 +222,7 @@ std::int32_t CThreadPool::CMessage::AwaitSleeping(CWorkerSlot* own) noexcept
     {
         if (own != nullptr && HelpOut(*own))
             continue;
-        if (LookWhether([&] { return IsDone() || canHelp(); }))
+        if (LookWhether([&] { return IsDone() || canHelp(); }, mPool.mIsCrowded))
             continue;
         CCopyState& first = FirstUndone();
         if (own != nullptr)

@@ -14,12 +14,12 @@ namespace Tavrik::tSystem::tThreads
 
 class CThreadPool;
 
-// Looks whether `isTime` for a short while: spins for a moment, then lets other threads run between
-// its looks.
+// Looks whether `isTime` for a short while: spins for a moment, unless a thread that is waited for
+// may need this very processor, and then lets other threads run between its looks.
 template <class IsTime>
-[[nodiscard]] bool LookWhether(IsTime isTime) noexcept
+[[nodiscard]] bool LookWhether(IsTime isTime, bool isCrowded = false) noexcept
 {
-    constexpr int pauses = 50;                     // about 2 microseconds
+    const int pauses = isCrowded ? 1 : 50;         // 50 are about 2 microseconds
     constexpr std::int64_t looksPerSecond = 10000; // one look lasts 100 microseconds
 
     for (int pause = 0; pause < pauses; ++pause)
