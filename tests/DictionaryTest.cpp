@@ -4,8 +4,10 @@
 #include "TestItem.h"
 
 #include <array>
+#include <chrono>
 #include <map>
 #include <ranges>
+#include <span>
 
 namespace Tavrik::Ossira
 {
@@ -57,12 +59,16 @@ public:
             Replace();
         if (mModel.size() == mGoal)
             mGoal = Below(1000) == 0 ? 3000u : Below(30);
-        const std::uint32_t number = Below(2 * mGoal + 6);
+        const bool grows = mModel.size() < mGoal;
+        const std::uint32_t number = Below(grows ? 2 * mGoal : 6000);
         const auto low = static_cast<std::uint8_t>(number);
         const auto high = static_cast<std::uint8_t>(number >> 8);
         mKey = Below(2) == 0 ? GUID{number, 1, 0, {}} : GUID{0, 2, 0, {high, low}};
+        if (const auto near = mModel.lower_bound(std::bit_cast<KeyBytes>(mKey));
+            !grows && Below(4) != 0 && near != mModel.end())
+            mKey = std::bit_cast<GUID>(near->first);
         const auto bytes = std::bit_cast<KeyBytes>(mKey);
-        const char die = (mModel.size() < mGoal ? "-=+++sss" : "-----=+s")[Below(8)];
+        const char die = (grows ? "-=+++sss" : "-----=+s")[Below(8)];
         if (die == '-')
         {
             EXPECT_EQ(Answer([&] { return mMap->RemoveGUID(mKey); }), S_OK);
@@ -194,6 +200,44 @@ TEST_P(Dictionary, AnEnumeratorYieldsKeysAsReadOnlyValuesToBothOfItsInterfaces)
     EXPECT_EQ(Map->RemoveGUID(Absent), S_OK);
     FAILS(keys->GetCurrentGUID(&key), E_ACCESSDENIED,
           "List was modified, the enumerator is invalid now");
+}
+
+GUID KeyOf(std::uint64_t high, std::uint64_t low)
+{
+    return std::bit_cast<GUID>(std::array{high, low});
+}
+
+// Keys that count in some bits only, and keys that a sum of multiples of their halves cannot tell
+// apart.
+TEST(Dictionaries, TakeChosenKeysAsTheyTakeRandomOnesAndGiveBackWhatTheyNoLongerNeed)
+{
+    const auto map = Make<IDictionaryGUID>(CLSID_UnsafeDictionaryGUID);
+    const auto item = Make<IValue>(CLSID_Value);
+    const auto fill = [&](auto keyOf)
+    {
+        std::vector<GUID> keys;
+        for (std::uint64_t at = 0; at < 10000; ++at)
+            keys.push_back(keyOf(at));
+        const auto begin = std::chrono::steady_clock::now();
+        const std::int64_t before = LiveAllocations();
+        for (const GUID& key : keys)
+            EXPECT_EQ(map->SetValueGUID(key, item.Get()), S_OK);
+        const auto duration = std::chrono::steady_clock::now() - begin;
+        for (const GUID& key : std::span(keys).subspan(10))
+            EXPECT_EQ(map->RemoveGUID(key), S_OK);
+        EXPECT_LE(LiveAllocations() - before, 8);
+        EXPECT_EQ(map->Clear(), S_OK);
+        return duration;
+    };
+    std::mt19937_64 random(3);
+    const auto limit = 20 * fill([&](std::uint64_t) { return KeyOf(random(), random()); });
+    for (const std::uint64_t factor : {0x9E3779B97F4A7C15U, 0x94D049BB133111EBU})
+        EXPECT_LT(fill([=](std::uint64_t at) { return KeyOf(at, 0 - at * factor); }), limit);
+    for (const int shift : {0, 11, 32, 48})
+    {
+        EXPECT_LT(fill([=](std::uint64_t at) { return KeyOf(at << shift, 0); }), limit);
+        EXPECT_LT(fill([=](std::uint64_t at) { return KeyOf(0, at << shift); }), limit);
+    }
 }
 
 // Any object is an item of a dictionary, and may call it when it is asked and when it dies.
