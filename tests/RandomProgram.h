@@ -13,6 +13,13 @@
 namespace Tavrik::Ossira::tTest
 {
 
+// What the environment says, or else the number.
+[[nodiscard]] inline std::uint32_t Setting(const char* name, std::uint32_t otherwise)
+{
+    const char* const text = std::getenv(name);
+    return text == nullptr ? otherwise : static_cast<std::uint32_t>(std::atoll(text));
+}
+
 class RandomModel
 {
 public:
@@ -67,12 +74,7 @@ private:
 template <class Model, class... Arguments>
 void RunProgram(std::uint32_t steps, const Arguments&... arguments)
 {
-    const auto setting = [](const char* name, std::uint32_t otherwise)
-    {
-        const char* const text = std::getenv(name);
-        return text == nullptr ? otherwise : static_cast<std::uint32_t>(std::atoll(text));
-    };
-    Model(arguments...).Run(setting("OSSIRA_TEST_SEED", 1), setting("OSSIRA_TEST_STEPS", steps));
+    Model(arguments...).Run(Setting("OSSIRA_TEST_SEED", 1), Setting("OSSIRA_TEST_STEPS", steps));
 }
 
 // An enumerator that every change of its collection ends, and where it stands.
