@@ -400,7 +400,7 @@ private:
                                 : isWrong                  ? E_NOINTERFACE
                                                            : S_OK;
         EXPECT_EQ(Answer([&] { return mStack->Pop(iid, item.PutVoid()); }), expected);
-        if (expected != S_OK)
+        if (expected != S_OK || !item)
             return;
         if (mQueue.empty())
         {
