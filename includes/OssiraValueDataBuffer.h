@@ -137,11 +137,7 @@ public:
     {
         OSSIRA_CHECK_REFERENCE(type);
         if (SameGuid(type, GUID_Null))
-        {
-            Free();
-            OSSIRA_CHECK(data == nullptr && size == 0, E_INVALIDARG, "data == NULL && size == 0");
-            return S_OK;
-        }
+            return SetValue(data, size);
         OSSIRA_CHECK(size == 0 || data != nullptr, E_POINTER, "data");
         OSSIRA_CHECK_CALL_TWICE(AllocBuffer(size), "AllocBuffer(size)");
         Type = type;
@@ -250,6 +246,22 @@ public:
     unsigned char Inline[InlineSize];
 
 private:
+    // For no datatype. A mistake empties the buffer all the same, unless memory lacks for telling of
+    // it. It has the name under which it is reported.
+    Result SetValue(const void* data, std::int32_t size)
+    try
+    {
+        OSSIRA_CHECK(data == nullptr && size == 0, E_INVALIDARG, "data == NULL && size == 0");
+        Free();
+        return S_OK;
+    }
+    catch (IException* const mistake)
+    {
+        if (mistake != nullptr)
+            Free();
+        throw;
+    }
+
     // A writer would have to come between two calls so many times in a row.
     static constexpr int RetryLimit = 100;
 

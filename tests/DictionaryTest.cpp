@@ -1,10 +1,13 @@
 // GUID dictionaries and value sets. What they share is tested on all six classes, through the
 // dictionary's interface and with values as items, which both take.
-#include "ServiceTools.h"
+#include "RandomProgram.h"
 #include "TestItem.h"
 
 #include <array>
+#include <chrono>
 #include <map>
+#include <ranges>
+#include <span>
 
 namespace Tavrik::Ossira
 {
@@ -30,118 +33,248 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Dictionaries, Dictionary, testing::ValuesIn(Dictionaries));
 INSTANTIATE_TEST_SUITE_P(ValueSets, Dictionary, testing::ValuesIn(ValueSets));
 
+using KeyBytes = std::array<unsigned char, sizeof(GUID)>;
+
 // The keys are made by counting in different fields, grow to thousands and shrink again. Every
 // change ends the enumerator before it, also one that changes nothing.
-TEST_P(Dictionary, FindsReplacesRemovesAndOrdersKeysLikeAMap)
+class DictionaryModel final : public RandomModel
 {
-    std::mt19937 random(33);
-    std::vector<ObjectPtr<IValue>> items;
-    for (int i = 0; i < 4; ++i)
-        items.push_back(Make<IValue>(CLSID_Value));
-    std::map<std::array<unsigned char, 16>, IValue*> model;
-    for (int round = 0; round < 20000; ++round)
+public:
+    explicit DictionaryModel(const CLSID& clsid) : mClass(clsid)
     {
-        const std::uint32_t number = Below(random, round < 2000 ? 6 : 2000);
+        Replace();
+    }
+
+    ~DictionaryModel() override
+    {
+        Replace();
+        mWalk = {};
+        for (const auto& item : mItems)
+            EXPECT_EQ(ReferencesOn(*item), 1u);
+    }
+
+    void Step() override
+    {
+        if (Below(3000) == 0)
+            Replace();
+        if (mModel.size() == mGoal)
+            mGoal = Below(1000) == 0 ? 3000u : Below(30);
+        const bool grows = mModel.size() < mGoal;
+        const std::uint32_t number = Below(grows ? 2 * mGoal : 6000);
         const auto low = static_cast<std::uint8_t>(number);
         const auto high = static_cast<std::uint8_t>(number >> 8);
-        const GUID key = round % 2 == 0 ? GUID{number, 1, 0, {}} : GUID{0, 2, 0, {high, low}};
-        const auto bytes = std::bit_cast<std::array<unsigned char, 16>>(key);
-        const auto found = model.find(bytes);
-        const bool isHeld = found != model.end();
-        ObjectPtr<IValue> got;
-        ASSERT_EQ(Map->GetValueGUID(key, IID_IValue, got.PutVoid()), isHeld ? S_OK : E_NOT_FOUND);
-        ASSERT_EQ(got.Get(), isHeld ? found->second : nullptr);
-        ASSERT_EQ(Map->ContainsGUID(key), isHeld ? S_OK : S_FALSE);
-        const auto enumerator = Walk<IEnumerator>(*Map);
-        // Nothing is entered in the end, so that walks meet an order with holes.
-        if (Below(random, 10) < (round < 10000 ? 7u : round < 18000 ? 2u : 0u))
+        mKey = Below(2) == 0 ? GUID{number, 1, 0, {}} : GUID{0, 2, 0, {high, low}};
+        if (const auto near = mModel.lower_bound(std::bit_cast<KeyBytes>(mKey));
+            !grows && Below(4) != 0 && near != mModel.end())
+            mKey = std::bit_cast<GUID>(near->first);
+        const auto bytes = std::bit_cast<KeyBytes>(mKey);
+        const char die = (grows ? "-=+++sss" : "-----=+s")[Below(8)];
+        if (die == '-')
         {
-            model[bytes] = items[Below(random, 4)].Get();
-            ASSERT_EQ(Map->SetValueGUID(key, model[bytes]), S_OK);
+            EXPECT_EQ(Answer([&] { return mMap->RemoveGUID(mKey); }), S_OK);
+            mModel.erase(bytes);
         }
-        else
+        else if (die == 's' && mSet) // into the value that is there, or into a new one
         {
-            ASSERT_EQ(Map->RemoveGUID(key), S_OK);
-            model.erase(bytes);
+            const auto datum = static_cast<std::int32_t>(Below(1000));
+            ObjectPtr<IValue> written;
+            EXPECT_EQ(Answer([&] { return SetValueSINT32(mSet.Get(), mKey, datum); }), S_OK);
+            EXPECT_EQ(mSet->GetValueGUID(mKey, IID_IValue, written.PutVoid()), S_OK);
+            mNumbers[mModel.try_emplace(bytes, written.Get()).first->second] = datum;
         }
-        ASSERT_EQ(Map->GetCount(), static_cast<Result>(model.size()));
-        if (round < 100)
-            ExpectDead(*enumerator);
-        if (round % 1000 != 0)
-            continue;
-        std::vector<std::string> texts;
-        for (const auto& entry : model)
-            texts.push_back(Text(std::bit_cast<GUID>(entry.first)));
-        ASSERT_EQ(KeysOf(*Map), texts);
+        else if (die != '=')
+        {
+            const auto& item = mItems[Below(std::size(mItems))];
+            EXPECT_EQ(Answer([&] { return mMap->SetValueGUID(mKey, item.Get()); }), S_OK);
+            mModel[bytes] = item.Get();
+        }
+        if (die != '=')
+            mWalk.End();
+        if (Below(4) == 0)
+            mWalk.Begin(Walk<IEnumerator>(*mMap));
+        for (std::uint32_t count = Below(6); count > 0; --count)
+            StepWalk(Below(5));
     }
-    EXPECT_EQ(Map->Clear(), S_OK);
-    for (const auto& item : items)
-        EXPECT_EQ(ReferencesOn(*item), 1u);
+
+    void Check() override
+    {
+        const auto found = mModel.find(std::bit_cast<KeyBytes>(mKey));
+        const bool isHeld = found != mModel.end();
+        ObjectPtr<IValue> got;
+        EXPECT_EQ(mMap->GetValueGUID(mKey, IID_IValue, got.PutVoid()), isHeld ? S_OK : E_NOT_FOUND);
+        EXPECT_EQ(got.Get(), isHeld ? found->second : nullptr);
+        EXPECT_EQ(mMap->ContainsGUID(mKey), isHeld ? S_OK : S_FALSE);
+        EXPECT_EQ(mMap->GetCount(), static_cast<Result>(mModel.size()));
+        if (mSet)
+        {
+            std::int32_t number = -1;
+            GUID type = GUID_Null;
+            EXPECT_EQ(GetValueSINT32(mSet.Get(), mKey, &number), isHeld ? S_OK : E_NOT_FOUND);
+            EXPECT_EQ(number, isHeld ? mNumbers[found->second] : -1);
+            EXPECT_EQ(mSet->GetDataType(mKey, &type), isHeld ? S_OK : E_NOT_FOUND);
+            EXPECT_TRUE(SameGuid(type, isHeld ? DATATYPE_SINT32 : GUID_Null));
+        }
+        if (Below(mModel.size() + 1) > 4)
+            return;
+        std::vector<std::string> texts;
+        for (const auto& entry : mModel)
+            texts.push_back(Text(std::bit_cast<GUID>(entry.first)));
+        EXPECT_EQ(KeysOf(*mMap), texts);
+        EXPECT_EQ(mKeys ? KeysOf(*mKeys) : texts, texts);
+        EXPECT_EQ(mValues ? mValues->GetCount() : mMap->GetCount(), mMap->GetCount());
+    }
+
+private:
+    void StepWalk(std::uint32_t which)
+    {
+        const auto isKey = [this](std::size_t at, IUnknown& item)
+        {
+            GUID key = GUID_Null;
+            const auto entry = std::next(mModel.begin(), static_cast<std::ptrdiff_t>(at));
+            return GetValueGUID(As<IValue>(item).Get(), &key) == S_OK &&
+                   std::bit_cast<KeyBytes>(key) == entry->first;
+        };
+        mWalk.Step(which, mModel.size(), isKey);
+    }
+
+    // The enumerator keeps the entries of its dictionary; nobody else does.
+    void Replace()
+    {
+        if (mMap)
+            mWalk.Begin(Walk<IEnumerator>(*mMap));
+        mKeys.Reset();
+        mValues.Reset();
+        mSet.Reset();
+        mMap = Make<IDictionaryGUID>(mClass);
+        for (std::uint32_t step = 0; step < 100; ++step)
+            StepWalk(1 + step % 2 * 2);
+        for (const auto& item : mItems)
+        {
+            const auto uses = std::ranges::count(mModel | std::views::values, item.Get());
+            EXPECT_EQ(ReferencesOn(*item), static_cast<std::uint32_t>(uses) + 1);
+        }
+        mModel.clear();
+        mWalk.Begin(Walk<IEnumerator>(*mMap));
+        (void)mMap.QueryTo(mSet);
+        EXPECT_EQ(mSet ? S_OK : mMap->GetKeys(mKeys.PutVoid()), S_OK);
+        EXPECT_EQ(mSet ? S_OK : mMap->GetValues(mValues.PutVoid()), S_OK);
+        for (const auto& item : mItems)
+            EXPECT_EQ(SetValueSINT32(item.Get(), mNumbers[item.Get()] = 7), S_OK);
+    }
+
+    const CLSID mClass;
+    ObjectPtr<IDictionaryGUID> mMap;
+    ObjectPtr<IValueSet> mSet; // the same, where it is one
+    ObjectPtr<ICollectionGUID> mKeys;
+    ObjectPtr<ICollection> mValues;
+    const ObjectPtr<IValue> mItems[3] = {Make<IValue>(CLSID_Value), Make<IValue>(CLSID_Value),
+                                         Make<IValue>(CLSID_Value)};
+    std::map<KeyBytes, IValue*> mModel;
+    std::map<IValue*, std::int32_t> mNumbers;
+    GUID mKey = GUID_Null;
+    WalkModel mWalk;
+    std::uint32_t mGoal = 3000;
+};
+
+TEST_P(Dictionary, FindsReplacesRemovesAndOrdersKeysLikeAMap)
+{
+    RunProgram<DictionaryModel>(15000, GetParam());
 }
 
-TEST_P(Dictionary, AnEnumeratorYieldsKeysAsReadOnlyValuesAndOutlivesItsDictionary)
+TEST_P(Dictionary, AnEnumeratorYieldsKeysAsReadOnlyValuesToBothOfItsInterfaces)
 {
     GUID key = GUID_Null;
-    const auto item = Make<IValue>(CLSID_Value);
     FAILS(Walk<IEnumeratorGUID>(*Map)->GetCurrentGUID(&key), E_FAIL, "Enumerator at End");
-    EXPECT_EQ(Map->SetValueGUID(KeyA, item.Get()), S_OK);
-    FAILS(Map->GetValueGUID(Absent, IID_IValue, ObjectPtr<IValue>().PutVoid()), E_NOT_FOUND, "");
+    EXPECT_EQ(Map->SetValueGUID(KeyA, Make<IValue>(CLSID_Value).Get()), S_OK);
     const auto enumerator = Walk<IEnumerator>(*Map);
     const auto keys = As<IEnumeratorGUID>(*enumerator); // one position, whichever steps
-    Map.Reset();
     ObjectPtr<IValue> value;
     EXPECT_EQ(keys->GetCurrentGUID(&key), S_OK);
     EXPECT_TRUE(SameGuid(key, KeyA)) << "before the first step";
     EXPECT_EQ(keys->MoveNext(), S_OK);
     EXPECT_EQ(enumerator->GetCurrent(IID_IValue, value.PutVoid()), S_OK);
-    EXPECT_EQ(GetValueGUID(value.Get(), &key), S_OK);
-    EXPECT_TRUE(SameGuid(key, KeyA));
     FAILS(SetValueGUID(value.Get(), Absent), E_ACCESSDENIED, "Value is Readonly");
     FAILS(keys->GetCurrentGUID(nullptr), E_POINTER, "pguid");
     ExpectEnd(*enumerator);
     FAILS(keys->GetCurrentGUID(&key), E_FAIL, "");
-    EXPECT_EQ(ReferencesOn(*item), 2u) << "the enumerator keeps the entries";
+    EXPECT_EQ(Map->RemoveGUID(Absent), S_OK);
+    FAILS(keys->GetCurrentGUID(&key), E_ACCESSDENIED,
+          "List was modified, the enumerator is invalid now");
+}
+
+GUID KeyOf(std::uint64_t high, std::uint64_t low)
+{
+    return std::bit_cast<GUID>(std::array{high, low});
+}
+
+// Keys that count in some bits only, and keys that a sum of multiples of their halves cannot tell
+// apart.
+TEST(Dictionaries, TakeChosenKeysAsTheyTakeRandomOnesAndGiveBackWhatTheyNoLongerNeed)
+{
+    const auto map = Make<IDictionaryGUID>(CLSID_UnsafeDictionaryGUID);
+    const auto item = Make<IValue>(CLSID_Value);
+    const auto fill = [&](auto keyOf)
+    {
+        std::vector<GUID> keys;
+        for (std::uint64_t at = 0; at < 10000; ++at)
+            keys.push_back(keyOf(at));
+        const auto begin = std::chrono::steady_clock::now();
+        const std::int64_t before = LiveAllocations();
+        for (const GUID& key : keys)
+            EXPECT_EQ(map->SetValueGUID(key, item.Get()), S_OK);
+        const auto duration = std::chrono::steady_clock::now() - begin;
+        for (const GUID& key : std::span(keys).subspan(10))
+            EXPECT_EQ(map->RemoveGUID(key), S_OK);
+        EXPECT_LE(LiveAllocations() - before, 8);
+        EXPECT_EQ(map->Clear(), S_OK);
+        return duration;
+    };
+    std::mt19937_64 random(3);
+    const auto limit = 20 * fill([&](std::uint64_t) { return KeyOf(random(), random()); });
+    for (const std::uint64_t factor : {0x9E3779B97F4A7C15U, 0x94D049BB133111EBU})
+        EXPECT_LT(fill([=](std::uint64_t at) { return KeyOf(at, 0 - at * factor); }), limit);
+    for (const int shift : {0, 11, 32, 48})
+    {
+        EXPECT_LT(fill([=](std::uint64_t at) { return KeyOf(at << shift, 0); }), limit);
+        EXPECT_LT(fill([=](std::uint64_t at) { return KeyOf(0, at << shift); }), limit);
+    }
 }
 
 // Any object is an item of a dictionary, and may call it when it is asked and when it dies.
-TEST(Dictionaries, ShowLiveViewsThatRefuseEveryChange)
+TEST(Dictionaries, ShowViewsThatRefuseEveryChangeAndCallTheirItemsWhileNobodyWaits)
 {
     for (const CLSID& clsid : Dictionaries)
     {
         const auto map = Make<IDictionaryGUID>(clsid);
         ObjectPtr<ICollectionGUID> keys;
         ObjectPtr<ICollection> values;
-        EXPECT_EQ(map->GetKeys(keys.PutVoid()), S_OK);
-        EXPECT_EQ(map->GetValues(values.PutVoid()), S_OK);
-        int deaths = 0;
-        int queries = 0;
+        EXPECT_EQ(map->GetKeys(keys.PutVoid()) + map->GetValues(values.PutVoid()), S_OK);
+        int calls = 0;
+        const auto call = [&]
+        {
+            calls += map->ContainsGUID(Absent) == S_FALSE;
+        };
         for (const GUID& key : {KeyA, KeyB, KeyB})
         {
-            auto item = TestItem::New([&] { deaths += map->ContainsGUID(Absent) == S_FALSE; });
-            item->OnQuery = [&]
-            {
-                queries += map->ContainsGUID(Absent) == S_FALSE;
-            };
+            const auto item = TestItem::New(call);
+            item->OnQuery = call;
             EXPECT_EQ(map->SetValueGUID(key, item.Get()), S_OK);
         }
-        EXPECT_EQ(KeysOf(*keys), (std::vector{Text(KeyA), Text(KeyB)}));
         FAILS(map->AddGUID(Absent), E_NOTIMPL, "AddGUID not supported by IDictionaryGUID");
         FAILS(keys->AddGUID(Absent), E_ACCESSDENIED, "Add() - Readonly collection");
         FAILS(keys->RemoveGUID(KeyA), E_ACCESSDENIED, "Remove() - Readonly collection");
         FAILS(values->Clear(), E_ACCESSDENIED, "Clear() - Readonly collection");
         FAILS(values->Contains(map.Get()), E_NOTIMPL, "Contains");
         FAILS(values->CopyTo(0, 0, IID_IUnknown, nullptr), E_NOTIMPL, "CopyTo");
-        EXPECT_TRUE(values->GetCount() == 2 && keys->IsReadOnly() == 0);
+        EXPECT_EQ(keys->IsReadOnly(), 0);
 
-        const auto dead = Walk<IEnumerator>(*values);
+        const auto walk = Walk<IEnumerator>(*values);
         void* out = nullptr;
-        EXPECT_EQ(dead->GetCurrent(IID_IValue, &out), E_NOINTERFACE);
+        EXPECT_EQ(walk->GetCurrent(IID_IValue, &out), E_NOINTERFACE);
         EXPECT_EQ(map->GetValueGUID(KeyA, IID_IValue, &out), E_NOINTERFACE);
-        EXPECT_EQ(queries, 2) << "each asked the dictionary";
-        EXPECT_EQ(map->RemoveGUID(KeyA), S_OK);
-        EXPECT_EQ(map->Clear(), S_OK);
-        EXPECT_EQ(deaths, 3) << "each asked the dictionary";
-        ExpectDead(*dead);
+        EXPECT_EQ(map->RemoveGUID(KeyA) + map->Clear(), S_OK);
+        EXPECT_EQ(calls, 5) << "one died early, two were asked, two died";
+        ExpectDead(*walk);
     }
 }
 
@@ -165,21 +298,13 @@ TEST(ValueSets, CallTheirValuesWhileNobodyWaits)
     }
 }
 
-TEST(ValueSets, WriteInPlaceAndAFailedWriteLeavesNoTrace)
+TEST(ValueSets, AFailedWriteLeavesNoTrace)
 {
     for (const CLSID& clsid : ValueSets)
     {
         const auto set = Make<IValueSet>(clsid);
-        GUID type = GUID_Null;
-        std::int32_t number = 0;
-        ObjectPtr<IValue> held;
+        const GUID type = DATATYPE_SINT32;
         EXPECT_EQ(SetValueSINT32(set.Get(), KeyA, 7), S_OK);
-        EXPECT_EQ(set->GetValueGUID(KeyA, IID_IValue, held.PutVoid()), S_OK);
-        EXPECT_EQ(SetValueCharString(set.Get(), KeyA, "a longer text of some size"), S_OK);
-        EXPECT_EQ(set->GetDataType(KeyA, &type), S_OK);
-        EXPECT_TRUE(SameGuid(type, DATATYPE_CharString));
-        EXPECT_EQ(SetValueSINT32(held.Get(), 8), S_OK);
-
         const auto enumerator = Walk<IEnumerator>(*set);
         for (const GUID& key : {KeyA, Absent})
             FAILS(set->SetValueData(key, type, &type, -4), E_INVALIDARG, "AllocBuffer(size)");
@@ -193,11 +318,9 @@ TEST(ValueSets, WriteInPlaceAndAFailedWriteLeavesNoTrace)
                          : "AddGUID not supported by IValueSet");
         FAILS(As<IValue>(*set)->SetValue(type, &type, 4), E_NOT_SUPPORTED,
               "Call of IValueSet::IValue-Methode not supported");
-        EXPECT_EQ(GetValueSINT32(set.Get(), KeyA, &number), S_OK);
-        EXPECT_TRUE(number == 8 && set->GetCount() == 1);
+        EXPECT_EQ(set->GetValueData(KeyA, type, nullptr, 0), 4);
+        EXPECT_EQ(set->GetCount(), 1);
         EXPECT_EQ(enumerator->MoveNext(), S_OK);
-        EXPECT_EQ(SetValueSINT32(set.Get(), KeyA, 8), S_OK);
-        ExpectDead(*enumerator);
     }
 }
 

@@ -41,29 +41,6 @@ TEST(WildcardPattern, MatchesByTheRulesOfWindows)
     EXPECT_FALSE(CWildcardPattern(many).Matches(std::wstring(5000, L'a')));
 }
 
-// A copy that is under way has its full length where the platform says so first.
-TEST(Library, AFileThatIsNotWrittenToItsEndIsRefusedAndSaysWhy)
-{
-    if (!FileNamesAreBytes) // elsewhere the system's loader decides
-        GTEST_SKIP();
-    const TempFolder folder;
-    const std::string image = Ossira::tTest::ReadFile(Ossira::tTest::ModuleFile("raw", "Decent"));
-    CLibrary library;
-    for (std::size_t cut = 0; cut < image.size() - 64; cut += image.size() / 50)
-    {
-        std::string part = image;
-        std::fill(part.begin() + static_cast<std::ptrdiff_t>(cut), part.end(), '\0');
-        const auto file = folder.Write(std::to_string(cut) + ".dll", part);
-        EXPECT_FALSE(library.Open(file.wstring().c_str())) << cut;
-        EXPECT_EQ(library.Failure(), ELoadFailure::NotALibrary);
-        EXPECT_EQ(library.FailureText(),
-                  cut == 0 ? "is no library: it begins like none" : "is cut short or damaged");
-    }
-    EXPECT_TRUE(library.Open(folder.Write("whole.dll", image).wstring().c_str()));
-    EXPECT_FALSE(library.Open((folder.Path() / "absent.dll").wstring().c_str()));
-    EXPECT_EQ(library.Failure(), ELoadFailure::NotFound);
-}
-
 // What a search finds: the names in order, hidden ones in brackets, or the error number.
 std::wstring List(const std::wstring& searchText)
 {

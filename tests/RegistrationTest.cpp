@@ -1,6 +1,6 @@
 // The object factory, the CLSID registry, the singleton registry and the process-wide lock, as a
 // host sees them.
-#include "ServiceTools.h"
+#include "RandomProgram.h"
 #include "TestItem.h"
 
 #include <algorithm>
@@ -102,9 +102,10 @@ TEST(ClsidRegistry, FilesAndTakesOutLikeAMapOfMaps)
             texts.push_back(Text(numberOf(each) == 0 ? GUID_Null : Numbered(numberOf(each))));
         return texts;
     };
-    std::mt19937 random(77);
+    std::mt19937 random(Setting("OSSIRA_TEST_SEED", 77));
     for (int round = 0; round < 4000; ++round)
     {
+        SCOPED_TRACE(round);
         const std::uint32_t c = 1 + Below(random, 3), g = Below(random, 3),
                             k = 1 + Below(random, 4);
         const GUID category = Numbered(c), clsid = Numbered(k);
@@ -156,25 +157,48 @@ TEST(ObjectFactory, TellsOfItsClassesAndFilesLikeAMap)
     const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
     const std::wstring files[] = {ModuleFile("raw", "Decent").wstring(), L"no file", L""};
     std::map<std::uint32_t, std::pair<std::size_t, std::string>> model;
+    std::vector<ObjectPtr<IUnknown>> objects; // of the module
+    bool isLoaded = false;
     std::int32_t counts[3] = {-1, -1, -1}; // of the classes ever registered; -1: unknown
-    std::mt19937 random(78);
+    std::mt19937 random(Setting("OSSIRA_TEST_SEED", 78));
     for (int round = 0; round < 400; ++round)
     {
+        SCOPED_TRACE(round);
         const std::uint32_t number = 1 + Below(random, 8);
         const CLSID clsid = Numbered(number);
         const std::size_t at = Below(random, 3);
         const std::string info = round % 7 == 0 ? "" : "class " + std::to_string(round);
-        if (Below(random, 2) == 0)
+        const std::uint32_t die = Below(random, 8);
+        const auto known = model.find(number);
+        if (die < 3)
         {
+            isLoaded |= at == 0 && counts[0] < 0; // by its first class
             const bool isNew = model.try_emplace(number, at, info).second;
             counts[at] = std::max(counts[at], 0) + (isNew ? 1 : 0);
             ASSERT_EQ(factory->RegisterClass(clsid, files[at].c_str(), info.c_str()),
                       isNew ? S_OK : S_FALSE);
         }
-        else
+        else if (die < 5)
         {
             ASSERT_EQ(factory->UnregisterClass(clsid), model.erase(number) != 0 ? S_OK : S_FALSE);
         }
+        else if (die < 7)
+        {
+            constexpr Result answers[] = {S_OK, E_FAIL, E_NOINTERFACE};
+            ObjectPtr<IUnknown> object;
+            const Result expected = known == model.end() ? E_FAIL : answers[known->second.first];
+            ASSERT_EQ(factory->GetClassObject(clsid, IID_IUnknown, object.PutVoid()), expected);
+            isLoaded |= expected == S_OK;
+            if (object)
+                objects.push_back(object);
+        }
+        else
+        {
+            objects.resize(Below(random, objects.size() + 1) / 2);
+            ASSERT_EQ(factory->FlushModules(), S_OK);
+            isLoaded &= !objects.empty();
+        }
+        ASSERT_EQ(IsMapped(ModuleFile("raw", "Decent")), isLoaded);
         ObjectPtr<IValueSet> values;
         std::wstring file;
         std::int32_t count = -1;
@@ -197,8 +221,10 @@ TEST(ObjectFactory, TellsOfItsClassesAndFilesLikeAMap)
             ASSERT_EQ(file, files[at]);
             ASSERT_EQ(GetValueSINT32(values.Get(), ObjectFactoryItem_ClassCount, &count), S_OK);
             ASSERT_EQ(count, counts[at]);
+            const bool isOpen = at == 0 && isLoaded;
             ASSERT_EQ(GetValueSINT32(values.Get(), ObjectFactoryItem_OpenObjectCount, &count),
-                      at == 0 ? S_OK : E_NOT_FOUND);
+                      isOpen ? S_OK : E_NOT_FOUND);
+            ASSERT_EQ(count, isOpen ? static_cast<std::int32_t>(objects.size()) : counts[at]);
         }
         std::vector<std::wstring> listed;
         for (std::size_t each = 0; each < 2; ++each)
@@ -231,39 +257,6 @@ TEST(SingletonRegistry, RefusesWhatCannotBeASingletonAndKeepsWhatItCreated)
           "CLSID_GlobalSingleton - cannot use singleton from singleton");
     EXPECT_EQ(registry->UnregisterObject(Numbered(1)), S_FALSE);
     EXPECT_EQ(registry->UnregisterObject(CLSID_Value), S_OK) << "it only lacked the interface";
-}
-
-// Calls an operation as a caller does whose language has no references.
-template <class... Arguments>
-Result CallSlot(IUnknown& object, std::size_t slot, Arguments... arguments)
-{
-    using Operation = Result (*)(void*, Arguments...);
-    return (*reinterpret_cast<Operation* const*>(&object))[slot](&object, arguments...);
-}
-
-TEST(Registration, NullInThePlaceOfAReferenceIsRefusedAndNothingHandedOut)
-{
-    const auto singletons = SingletonRegistry();
-    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
-    const GUID* const null = nullptr;
-    const GUID* const some = &CLSID_Value;
-    void* out = &out;
-    const auto refuses = [&](auto& object, std::size_t slot, const char* name, auto... arguments)
-    {
-        out = &out;
-        FAILS(CallSlot(object, slot, arguments...), E_POINTER, name);
-        return out;
-    };
-    for (IUnknown* const object :
-         {static_cast<IUnknown*>(singletons.Get()), static_cast<IUnknown*>(factory.Get())})
-    {
-        EXPECT_EQ(refuses(*object, 3, "clsid", null, some, &out), nullptr);
-        EXPECT_EQ(refuses(*object, 3, "iid", some, null, &out), nullptr);
-    }
-    EXPECT_EQ(refuses(*factory, 6, "clsid", null, some, &out), nullptr);
-    EXPECT_EQ(refuses(*factory, 10, "iid", null, &out), nullptr);
-    const ObserverMaskScope mask(PRINT_WARN);
-    REPORTS(CallSlot(*singletons, 5, null), S_FALSE, "Singleton unregister  not found");
 }
 
 // In descending order of the identifiers, or in ascending order when progress is shown.

@@ -1,9 +1,9 @@
 // Values, and the helpers that read and write them.
-#include "ServiceTools.h"
+#include "RandomProgram.h"
 #include "TestItem.h"
 
+#include <algorithm>
 #include <array>
-#include <numeric>
 
 namespace Tavrik::Ossira
 {
@@ -17,104 +17,137 @@ using Bytes = std::vector<unsigned char>;
 
 constexpr GUID OtherType = {1, 0, 0, {}};
 
-Bytes Pattern(std::size_t size, std::size_t first = 1)
+// Values of both classes, which are set, read, emptied, compared and become clones of each other.
+class ValueModel final : public RandomModel
 {
-    Bytes bytes(size);
-    std::iota(bytes.begin(), bytes.end(), static_cast<unsigned char>(first));
-    return bytes;
-}
-
-Result Set(IValue& value, const GUID& type, const Bytes& bytes)
-{
-    return value.SetValue(type, bytes.data(), static_cast<std::int32_t>(bytes.size()));
-}
-
-// The datatype, and the bytes as they come out; nothing is written beyond them.
-void ExpectDatum(IValue& value, const GUID& type, Bytes bytes)
-{
-    const auto size = static_cast<std::int32_t>(bytes.size());
-    GUID stored = GUID_Null;
-    EXPECT_EQ(value.GetType(&stored), S_OK);
-    EXPECT_TRUE(SameGuid(stored, type));
-    EXPECT_EQ(value.GetValue(type, nullptr, 0), size);
-    bytes.resize(bytes.size() + 8, 0xEE);
-    Bytes read(bytes.size(), 0xEE);
-    EXPECT_EQ(value.GetValue(type, read.data(), size), size);
-    EXPECT_EQ(read, bytes);
-}
-
-ObjectPtr<IValue> CloneOf(IValue& value)
-{
-    ObjectPtr<IValue> clone;
-    EXPECT_EQ(As<ICloneable>(value)->Clone(IID_IValue, clone.PutVoid()), S_OK);
-    return clone;
-}
-
-TEST(Value, KeepsADatumOfAnySizeAndSoDoesItsClone)
-{
-    const auto value = Make<IValue>(CLSID_Value);
-    for (const std::size_t size : {0u, 1u, 15u, 16u, 17u, 100u, 16u, 5000u, 4999u, 0u, 17u, 2u})
+public:
+    void Step() override
     {
-        EXPECT_EQ(Set(*value, OtherType, Pattern(size, size)), S_OK);
-        const auto clone = CloneOf(*value);
-        EXPECT_EQ(Set(*value, DATATYPE_GUID, Pattern(size, 77)), S_OK);
-        ExpectDatum(*clone, OtherType, Pattern(size, size));
-        ExpectDatum(*value, DATATYPE_GUID, Pattern(size, 77));
+        Slot& slot = mSlots[Below(std::size(mSlots))];
+        const Slot& other = mSlots[Below(std::size(mSlots))];
+        const GUID type = Types[Below(std::size(Types))];
+        Bytes bytes(Below(8) == 0 ? Below(3000) : Below(40));
+        std::ranges::generate(bytes, [this] { return static_cast<unsigned char>(Below(200)); });
+        const auto size = static_cast<std::int32_t>(bytes.size());
+        const auto isSet = [&](const GUID& to, const void* data, std::int32_t count, Result answer)
+        {
+            const bool isRefused = slot.IsReadOnly && !slot.IsEmpty;
+            EXPECT_EQ(Answer([&] { return slot.Value->SetValue(to, data, count); }),
+                      isRefused ? E_ACCESSDENIED : answer);
+            return !isRefused;
+        };
+        const std::uint32_t die = Below(10);
+        if (die < 2) // emptied, which a mistake does as well
+        {
+            if (isSet(GUID_Null, die == 0 ? nullptr : &type, 0, die == 0 ? S_OK : E_INVALIDARG))
+                slot = {slot.Value, slot.IsReadOnly, true, slot.Type, {}};
+        }
+        else if (die < 3)
+        {
+            (void)isSet(type, &type, -1 - size, E_INVALIDARG);
+            (void)isSet(type, nullptr, 1 + size, E_POINTER);
+        }
+        else if (die < 4)
+        {
+            ObjectPtr<IValue> clone;
+            const auto make = [&]
+            {
+                return As<ICloneable>(*other.Value)->Clone(IID_IValue, clone.PutVoid());
+            };
+            EXPECT_EQ(Answer(make), S_OK);
+            slot = {clone, other.IsReadOnly, other.IsEmpty, other.Type, other.Content};
+        }
+        else if (die < 6)
+            Compare(slot, other);
+        else if (isSet(type, bytes.data(), size, S_OK))
+            slot = {slot.Value, slot.IsReadOnly, false, type, bytes};
     }
+
+    void Check() override
+    {
+        for (const Slot& slot : mSlots)
+        {
+            const auto size = static_cast<std::int32_t>(slot.Content.size());
+            const auto get = [&](const GUID& type, void* data, std::int32_t count, Result answer)
+            {
+                EXPECT_EQ(slot.Value->GetValue(type, data, count), slot.IsEmpty ? E_FAIL : answer);
+            };
+            Bytes read(slot.Content.size() + 8, 0xEE), expected = slot.Content;
+            expected.resize(read.size(), 0xEE);
+            get(slot.Type, read.data(), size + 1, E_INVALIDARG);
+            get(Numbered(99), read.data(), size, E_INVALIDARG);
+            get(slot.Type, nullptr, 0, size);
+            get(slot.Type, nullptr, 1, E_POINTER);
+            get(slot.Type, read.data(), size, size);
+            EXPECT_EQ(read, expected) << "nothing is written beyond";
+            GUID type = Numbered(99);
+            EXPECT_EQ(slot.Value->GetType(&type), S_OK);
+            EXPECT_TRUE(SameGuid(type, slot.IsEmpty ? GUID_Null : slot.Type));
+            EXPECT_EQ(ReferencesOn(*slot.Value), 1u);
+        }
+    }
+
+private:
+    struct Slot
+    {
+        ObjectPtr<IValue> Value;
+        bool IsReadOnly;
+        bool IsEmpty = true;
+        GUID Type = GUID_Null; // of an empty one the last, by which it is compared
+        Bytes Content = {};
+    };
+
+    static constexpr GUID Types[] = {DATATYPE_SINT32, {0x100, 0, 0, {}}, {1, 0, 0, {}}};
+
+    void Compare(const Slot& left, const Slot& right)
+    {
+        std::int32_t order = 1000;
+        const auto compare = [&]
+        {
+            return As<IComparable>(*left.Value)->Compare(right.Value.Get(), &order);
+        };
+        const GUID type = right.IsEmpty ? GUID_Null : right.Type;
+        const bool isNothing = right.IsEmpty && SameGuid(left.Type, GUID_Null);
+        EXPECT_EQ(Answer(compare), isNothing ? E_FAIL : S_OK);
+        const auto bytes = std::memcmp(&left.Type, &type, sizeof type) <=> 0;
+        const auto sizes = left.Content.size() <=> right.Content.size();
+        EXPECT_EQ(order <=> 0, isNothing    ? std::strong_ordering::greater
+                               : bytes != 0 ? bytes
+                               : sizes != 0 ? sizes
+                                            : left.Content <=> right.Content);
+    }
+
+    Slot mSlots[4] = {{Make<IValue>(CLSID_Value), false},
+                      {Make<IValue>(CLSID_Value), false},
+                      {Make<IValue>(CLSID_ReadOnlyValue), true},
+                      {Make<IValue>(CLSID_ReadOnlyValue), true}};
+};
+
+TEST(Value, KeepsComparesAndClonesWhatItIsSetTo)
+{
+    RunProgram<ValueModel>(5000);
 }
 
 TEST(Value, RefusesMistakesWithTheirText)
 {
     const auto value = Make<IValue>(CLSID_Value);
-    IValue& v = *value;
-    const GUID& type = DATATYPE_SINT32;
-    char data[4];
-    EXPECT_EQ(Set(v, type, Pattern(4)), S_OK);
-    FAILS(v.GetValue(OtherType, data, 4), E_INVALIDARG, "");
-    FAILS(v.GetValue(type, data, 3), E_INVALIDARG, "GetValue-size 3 dose not match data-size 4");
-    FAILS(v.SetValue(OtherType, nullptr, 4), E_POINTER, "data");
-    FAILS(v.SetValue(OtherType, data, -1), E_INVALIDARG, "AllocBuffer(size)");
-    ExpectDatum(v, type, Pattern(4));
-    FAILS(v.SetValue(GUID_Null, data, 4), E_INVALIDARG, "data == NULL && size == 0");
-    FAILS(v.GetValue(type, nullptr, 0), E_FAIL, ""); // emptied all the same
+    char data[4] = {};
+    EXPECT_EQ(value->SetValue(DATATYPE_SINT32, data, 4), S_OK);
+    FAILS(value->GetValue(OtherType, data, 4), E_INVALIDARG, "");
+    FAILS(value->GetValue(DATATYPE_SINT32, data, 3), E_INVALIDARG,
+          "GetValue-size 3 dose not match data-size 4");
+    FAILS(value->SetValue(OtherType, data, -1), E_INVALIDARG, "AllocBuffer(size)");
+    FAILS(value->SetValue(GUID_Null, data, 4), E_INVALIDARG, "data == NULL && size == 0");
+    FAILS(value->GetValue(DATATYPE_SINT32, nullptr, 0), E_FAIL, "");
+    const auto fixed = Make<IValue>(CLSID_ReadOnlyValue);
+    EXPECT_EQ(SetValueSINT32(fixed.Get(), 9), S_OK);
+    FAILS(SetValueSINT32(fixed.Get(), 9), E_ACCESSDENIED, "Value is Readonly");
 }
 
-TEST(ReadOnlyValue, IsSetOnceAndItsCloneIsSetFromBirth)
+TEST(Value, IsComparedWithSomebodyElsesValueThatIsWrittenMeanwhileOrCannotBeRead)
 {
-    const auto value = Make<IValue>(CLSID_ReadOnlyValue);
-    EXPECT_EQ(value->SetValue(GUID_Null, nullptr, 0), S_OK) << "stays settable";
-    const auto blank = CloneOf(*value);
-    EXPECT_EQ(Set(*value, OtherType, {}), S_OK);
-    for (const auto& set : {value, CloneOf(*value)})
-    {
-        FAILS(set->SetValue(GUID_Null, nullptr, 0), E_ACCESSDENIED, "Value is Readonly");
-        ExpectDatum(*set, OtherType, {});
-    }
-    EXPECT_EQ(SetValueSINT32(blank.Get(), 9), S_OK) << "a clone of nothing is empty";
-}
-
-TEST(Value, ComparesByTypeThenSizeThenBytes)
-{
-    constexpr GUID low = {0x00000100, 0, 0, {}}; // its first byte is 0
-    constexpr GUID high = {0x00000001, 0, 0, {}};
-    const std::pair<GUID, Bytes> inOrder[] = {
-        {low, {}},  {low, {0xFF}},  {low, {1, 2}}, {low, {2, 1}}, {low, Pattern(3000)},
-        {high, {}}, {high, {0, 0}},
-    };
     const auto left = Make<IValue>(CLSID_Value);
-    const auto right = Make<IValue>(CLSID_Value);
-    std::int32_t result = 1000;
-    for (const auto& a : inOrder)
-        for (const auto& b : inOrder)
-        {
-            EXPECT_EQ(Set(*left, a.first, a.second) + Set(*right, b.first, b.second), S_OK);
-            EXPECT_EQ(As<IComparable>(*left)->Compare(right.Get(), &result), S_OK);
-            EXPECT_EQ(result <=> 0, &a <=> &b) << &a - inOrder << ", " << &b - inOrder;
-        }
-    EXPECT_EQ(As<IComparable>(*left)->Compare(left.Get(), &result), S_OK);
-    EXPECT_EQ(result, 0) << "with itself";
-
-    // Somebody else's value, written while it is asked, and one that cannot be read.
+    std::int32_t result = 0;
     EXPECT_EQ(SetValueSINT32(left.Get(), 5), S_OK);
     TestValue foreign;
     for (const int failures : {0, 1, 2, 3, 10, 1000})
@@ -126,23 +159,6 @@ TEST(Value, ComparesByTypeThenSizeThenBytes)
               failures < 1000 ? "" : "BValue->GetValue(BType, NULL, 0)");
         EXPECT_EQ(result <=> 0, failures < 1000 ? 5 <=> failures : 1 <=> 0);
     }
-    // Emptied values keep their place; one that is empty cannot be what another is compared with,
-    // unless the datatypes tell.
-    const auto blank = Make<IValue>(CLSID_Value);
-    const auto emptied = Make<IValue>(CLSID_Value);
-    EXPECT_EQ(SetValueSINT32(emptied.Get(), 1) + emptied->SetValue(GUID_Null, nullptr, 0), S_OK);
-    const std::tuple<IValue*, IValue*, int> orders[] = {{left.Get(), blank.Get(), 1},
-                                                        {left.Get(), emptied.Get(), 1},
-                                                        {blank.Get(), left.Get(), -1},
-                                                        {emptied.Get(), left.Get(), -1},
-                                                        {emptied.Get(), blank.Get(), 1}};
-    for (const auto& [a, b, order] : orders)
-    {
-        EXPECT_EQ(As<IComparable>(*a)->Compare(b, &result), S_OK);
-        EXPECT_EQ(result <=> 0, order <=> 0);
-    }
-    FAILS(As<IComparable>(*blank)->Compare(emptied.Get(), &result), E_FAIL,
-          "BValue->GetValue(BType, NULL, 0)");
     const auto empty = Make<IComparable>(CLSID_Value);
     FAILS(empty->Compare(Make<IValue>(CLSID_Value).Get(), &result), E_FAIL,
           "BValue->GetValue(BType, NULL, 0)");
@@ -173,7 +189,11 @@ TEST(Bullets, WideTextIsStoredAsUtf16AndComesBack)
         const auto* const bytes = reinterpret_cast<const unsigned char*>(units.data());
         EXPECT_EQ(SetValueUniString(value.Get(), text), S_OK);
         EXPECT_EQ(SetValueUniString(set.Get(), key, text), S_OK);
-        ExpectDatum(*value, DATATYPE_UniString, {bytes, bytes + units.size() * 2});
+        Bytes stored(units.size() * 2);
+        EXPECT_EQ(value->GetValue(DATATYPE_UniString, stored.data(),
+                                  static_cast<std::int32_t>(stored.size())),
+                  static_cast<Result>(stored.size()));
+        EXPECT_EQ(stored, Bytes(bytes, bytes + stored.size()));
         EXPECT_EQ(GetValueUniString(value.Get(), &fromValue), S_OK);
         EXPECT_EQ(GetValueUniString(set.Get(), key, &fromSet), S_OK);
         EXPECT_TRUE(fromValue == text && fromSet == text) << units.size();

@@ -54,6 +54,9 @@ void CancelThisThread(); // at the next point where that may be
 // Whether a library file is mapped into this process.
 [[nodiscard]] bool IsMapped(const std::filesystem::path& library);
 
+// What the platform says is wrong with a library file, which is read and not loaded.
+[[nodiscard]] std::string FaultOfLibrary(const std::filesystem::path& file);
+
 // Whether a process can be copied with but the calling thread; what `work` answers in such a copy,
 // or -1 when it does not answer within ten seconds.
 extern const bool ProcessesCanBeCopied;
