@@ -5,9 +5,8 @@
 #include "OssiraBullets.h"
 #include "OssiraServices.h"
 
-#include <algorithm>
-#include <filesystem>
 #include <initializer_list>
+#include <string>
 
 namespace Tavrik::Ossira
 {
@@ -15,32 +14,22 @@ namespace Tavrik::Ossira
 namespace tDetail
 {
 
-[[nodiscard]] inline bool IsModuleName(const std::filesystem::path& name)
+// `S_OK` when start-up will find a file to look at, `E_FAIL` when it will not.
+[[nodiscard]] inline Result FindModules(const std::wstring& folder)
 {
-    const std::filesystem::path extension = name.extension();
-    std::wstring ending;
-    for (const auto unit : extension.native())
-        ending += static_cast<wchar_t>(unit >= 'A' && unit <= 'Z' ? unit - 'A' + 'a' : unit);
-    return ending == L".dll" && name.native().front() != '.';
-}
-
-// As start-up scans it: both separators, no hidden files, "*.dll" in any case.
-[[nodiscard]] inline bool HasModules(std::wstring folder)
-try
-{
-    std::replace(folder.begin(), folder.end(), L'\\', L'/');
-    std::error_code error;
-    std::filesystem::directory_iterator at(folder.empty() ? L"." : folder, error);
-    for (; !error && at != std::filesystem::directory_iterator(); at.increment(error))
-    {
-        if (IsModuleName(at->path().filename()))
-            return true;
-    }
-    return false;
-}
-catch (const std::system_error&)
-{
-    return true; // a name that only the system itself can spell: start-up will see
+    ObjectPtr<IDirectoryService> directory;
+    ObjectPtr<IValueSet> where;
+    ObjectPtr<ICollection> found;
+    Result result = CreateObject(CLSID_DirectoryService, directory);
+    if (!Failed(result))
+        result = CreateValueSet(where.Put());
+    if (!Failed(result))
+        result = SetValueUniString(where.Get(), DirectoryServiceParam_Path, folder);
+    if (!Failed(result))
+        result = SetValueUniString(where.Get(), DirectoryServiceParam_Pattern, L"*.dll");
+    if (!Failed(result))
+        result = directory->GetDirectoryCollection(where.Get(), IID_ICollection, found.PutVoid());
+    return !Failed(result) && found->GetCount() == 0 ? E_FAIL : result; // all is hidden
 }
 
 } // namespace tDetail
@@ -49,8 +38,8 @@ catch (const std::system_error&)
 // One that is absent, cannot be read or has no module in it is passed over: it would end start-up
 // with a failure. Answers `S_OK`, or `S_FALSE` when some were passed over; with none left start-up
 // reads no modules. After a failure the list may be incomplete. Null answers `E_POINTER`, exhausted
-// memory `E_OUTOFMEMORY`. Call it before `Startup`, on the same thread. It looks at the entries of
-// each folder up to the first module.
+// memory `E_OUTOFMEMORY`. Call it before `Startup`, on the same thread. It lists each folder as
+// start-up does.
 template <class Folders>
 Result SetModuleFolders(IMasterBootstrap* bootstrap, const Folders& folders)
 {
@@ -67,13 +56,16 @@ Result SetModuleFolders(IMasterBootstrap* bootstrap, const Folders& folders)
             for (auto at = std::begin(folders); !Failed(result) && at != std::end(folders); ++at)
             {
                 const std::wstring folder(*at);
-                if (!tDetail::HasModules(folder))
+                result = tDetail::FindModules(folder);
+                if (result == E_FAIL)
                 {
                     arePassedOver = true;
+                    result = S_OK;
                     continue;
                 }
                 ObjectPtr<IValue> value;
-                result = CreateValue(value.Put());
+                if (!Failed(result))
+                    result = CreateValue(value.Put());
                 if (!Failed(result))
                     result = SetValueUniString(value.Get(), folder);
                 if (!Failed(result))

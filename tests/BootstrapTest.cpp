@@ -1,6 +1,4 @@
 // The class register service, the directory service and the master bootstrap, as a host sees them.
-#include "FailingMemory.h"
-#include "Platform.h"
 #include "ServiceTools.h"
 #include "TestItem.h"
 
@@ -182,63 +180,6 @@ TEST(MasterBootstrap, ABadLastFolderOrAMissingOneEndsStartUp)
           "RegisterService->RegisterFolder()");
     FAILS(NewBootstrap({Item("good").Get(), TestItem::New().Get()})->Startup(nullptr),
           E_NOINTERFACE, "RegisterFolder");
-}
-
-// Memory runs out at every point of start-up, and of clean-up, of a folder whose modules enrol
-// classes. The runtime's memory is the program's own where the platform has one for all libraries;
-// elsewhere there is no such point.
-TEST(MasterBootstrap, StartsAndCleansUpAsAWholeOrSaysThatMemoryLacked)
-{
-    const ObserverMaskScope silence(0);
-    const std::string started = "A+B+C+D+", ended = started + "D-C-A-B-";
-    int points = 0;
-    const auto attempt = [&](std::int64_t which, Shortage shortage, bool atStart)
-    {
-        const auto trace = Make<IValueSet>(CLSID_ValueSet);
-        const auto host = NewBootstrap({Item("bootstrap").Get()});
-        const auto shortOf = [&](bool isNow, auto work)
-        {
-            FailingMemory memory(isNow ? which : 1'000'000, shortage);
-            const Result answer = work();
-            return std::pair(answer, memory.Stop() && isNow);
-        };
-        const auto [start, startLacked] =
-            shortOf(atStart, [&] { return host->Startup(trace.Get()); });
-        EXPECT_TRUE(start == S_OK || (startLacked && start == E_OUTOFMEMORY)) << start;
-        const std::string met = TextOf(*trace, BootstrapTrace);
-        EXPECT_TRUE(start == S_OK ? met == started : started.starts_with(met)) << met;
-        const auto [end, endLacked] = shortOf(!atStart, [&] { return host->Cleanup(trace.Get()); });
-        EXPECT_TRUE(end == S_OK || (endLacked && end == E_OUTOFMEMORY)) << end;
-        EXPECT_TRUE(start != S_OK || end != S_OK || TextOf(*trace, BootstrapTrace) == ended);
-        EXPECT_EQ(host->Cleanup(trace.Get()), S_OK) << "where it did not come to its end";
-        (void)Singleton<IValue>(CLSID_Value); // so that the registry has its table, as before
-        EXPECT_EQ(SingletonRegistry()->ClearObjects(), S_OK); // of a start-up that had not begun
-        EXPECT_FALSE(IsMapped(ModuleFile("bootstrap", "BootstrapOuter")));
-        EXPECT_FALSE(IsMapped(ModuleFile("bootstrap", "BootstrapInner")));
-        return startLacked || endLacked;
-    };
-    for (const bool atStart : {true, false})
-        for (const Shortage shortage : {Shortage::Once, Shortage::FromThenOn})
-        {
-            EXPECT_FALSE(attempt(1'000'000, shortage, atStart));
-            bool hasFailed = true;
-            for (std::int64_t which = 0; hasFailed && !HasFailure(); ++which)
-            {
-                SCOPED_TRACE(testing::Message()
-                             << (atStart ? "start-up" : "clean-up") << ": allocation " << which
-                             << (shortage == Shortage::Once ? " alone" : ""));
-                const std::uint32_t objects = GetObjectOpenCount();
-                const std::int64_t allocations = LiveAllocations();
-                hasFailed = attempt(which, shortage, atStart);
-                points += hasFailed ? 1 : 0;
-                EXPECT_EQ(GetObjectOpenCount(), objects);
-                EXPECT_EQ(LiveAllocations(), allocations) << "memory leaked";
-                EXPECT_EQ(GetExceptionOpenCount(), 0);
-            }
-        }
-    std::printf("%d points\n", points);
-    // Fewer in a release, where objects take memory that was kept.
-    EXPECT_TRUE(points > 200 || !tSystem::FileNamesAreBytes);
 }
 
 TEST(Rounds, OfStartUpAndCleanUpLeaveTheProcessAsItWas)

@@ -210,7 +210,10 @@ TEST(Mistakes, FoldersWithoutModulesArePassedOver)
               S_FALSE);
     ObjectPtr<IList> folders;
     EXPECT_EQ(bootstrap->GetModuleFolders(folders.PutVoid()), S_OK);
-    EXPECT_EQ(TextsOf(*folders), std::vector{path + L"\\"});
+    auto kept = std::vector{path + L"\\hidden", path + L"\\"};
+    if (tSystem::FileNamesAreBytes) // where a dot hides a file
+        kept.erase(kept.begin());
+    EXPECT_EQ(TextsOf(*folders), kept);
     EXPECT_EQ(nothing.Text(), "");
 }
 

@@ -1,6 +1,7 @@
 // Modules that misbehave and files that are none. Each gets its code; nothing stays loaded, nothing
 // leaks, and what was registered before stays usable.
 #include "ServiceTools.h"
+#include "TestItem.h"
 
 namespace Tavrik::Ossira
 {
@@ -49,24 +50,9 @@ Result CreateFirst(IObjectFactory& factory)
 }
 
 // A host's own observer, which outlives its use.
-class HostObserver final : public IObserverPrint
+class HostObserver final : public Uncounted<IObserverPrint>
 {
 public:
-    Result QueryInterface(const IID&, void**) override
-    {
-        return E_NOINTERFACE;
-    }
-
-    std::uint32_t AddRef() override
-    {
-        return 2;
-    }
-
-    std::uint32_t Release() override
-    {
-        return 1;
-    }
-
     std::uint32_t GetLevelMask() override
     {
         return mMask;

@@ -522,29 +522,6 @@ TEST(ConcurrentObjectCacheStack, DisposalWaitsForTheLockNeedsNoMemoryAndLeavesNo
     }
 }
 
-// --- All of them ---------------------------------------------------------------------------------
-
-TEST(Services, DatatypesAreInstalledByALaterQuestionWhenMemoryLackedAtTheFirst)
-{
-    for (const Shortage shortage : {Shortage::Once, Shortage::FromThenOn})
-    {
-        int failures = 0; // a single one may be made good by the repeat of a call
-        bool failed = true;
-        for (int which = 0; failed; ++which)
-        {
-            const auto service = Make<IDatatypesService>(CLSID_DatatypesService);
-            FailingMemory memory(which, shortage);
-            const Result answer = service->Contains(DATATYPE_SINT8);
-            failed = memory.Stop();
-            EXPECT_TRUE(answer == S_OK || answer == E_OUTOFMEMORY) << which;
-            failures += answer == E_OUTOFMEMORY;
-            EXPECT_EQ(service->Contains(DATATYPE_SINT8), S_OK) << which;
-            EXPECT_EQ(KeysOf(*service).size(), 8u) << which;
-        }
-        EXPECT_GT(failures, shortage == Shortage::Once ? -1 : 3);
-    }
-}
-
 } // namespace
 
 } // namespace Tavrik::Ossira

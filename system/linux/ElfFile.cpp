@@ -98,7 +98,10 @@ bool CElfFile::Open(const char* path) noexcept
     mError = mFile < 0 ? errno : 0;
     struct stat status;
     if ((mFile < 0 ? stat(path, &status) : fstat(mFile, &status)) != 0)
+    {
+        mError = mFile < 0 ? mError : errno;
         return false;
+    }
     mFault = NameNoFile(status.st_mode);
     if (mFault != nullptr)
         mError = 0;
@@ -260,14 +263,21 @@ bool CElfFile::Read(std::uint64_t offset, void* to, std::size_t size) noexcept
         std::memcpy(to, mHead + offset, size);
         return true;
     }
-    ssize_t read = 0;
-    do
+    for (auto* at = static_cast<char*>(to); size > 0;)
     {
-        read = pread(mFile, to, size, static_cast<off_t>(offset));
-    } while (read < 0 && errno == EINTR);
-    if (read < 0)
-        mError = errno;
-    return read == static_cast<ssize_t>(size);
+        const ssize_t read = pread(mFile, at, size, static_cast<off_t>(offset));
+        if (read < 0 && errno == EINTR)
+            continue;
+        if (read <= 0)
+        {
+            mError = read < 0 ? errno : 0; // the file was longer a moment ago
+            return false;
+        }
+        at += read;
+        offset += static_cast<std::uint64_t>(read);
+        size -= static_cast<std::size_t>(read);
+    }
+    return true;
 }
 
 } // namespace Tavrik::tSystem

@@ -59,6 +59,8 @@ std::uint32_t ListFolder(const std::string& path, const CWildcardPattern& patter
     {
         errno = 0; // the end of the folder is told from a failure by this alone
         const dirent* found = readdir(folder.get());
+        if (found == nullptr && errno == EINTR)
+            continue;
         if (found == nullptr)
             return static_cast<std::uint32_t>(errno);
         std::wstring name = WideName(found->d_name);

@@ -63,6 +63,13 @@ ELoadFailure FailureOf(int error) noexcept
     }
 }
 
+// Of what the process lacks, so that nobody can tell whether the file would do.
+bool IsShortage(ELoadFailure failure) noexcept
+{
+    return failure == ELoadFailure::NoMemory || failure == ELoadFailure::NoResources ||
+           failure == ELoadFailure::Io;
+}
+
 struct Reason
 {
     ELoadFailure Failure = ELoadFailure::None;
@@ -74,9 +81,7 @@ Reason ReasonOfLoader(int error)
 {
     const char* const text = dlerror();
     const ELoadFailure failure = FailureOf(error);
-    const bool isShortage = failure == ELoadFailure::NoMemory ||
-                            failure == ELoadFailure::NoResources || failure == ELoadFailure::Io;
-    return {isShortage ? failure : ELoadFailure::Refused,
+    return {IsShortage(failure) ? failure : ELoadFailure::Refused,
             std::string("cannot be loaded: ") + (text == nullptr ? "for no reason given" : text)};
 }
 
@@ -104,9 +109,10 @@ LibraryHandle MapLibrary(const char* path, Reason& reason)
     return library;
 }
 
+// Where nobody can tell, opening it will.
 bool Exists(const std::string& path)
 {
-    return access(path.c_str(), F_OK) == 0;
+    return access(path.c_str(), F_OK) == 0 || IsShortage(FailureOf(errno));
 }
 
 // Whether this library needs that one too, or is it: then it is loaded, and the folder need not be
@@ -181,9 +187,10 @@ private:
         mVisited.push_back(path);
         if (!LoadNeeded(path.c_str(), level))
             return false;
-        // If this one fails, so will the library that needs it, unless the system finds another.
+        // If this one is refused, so will be the library that needs it, unless the system finds
+        // another.
         mHandles.push_back(MapLibrary(path.c_str(), mReason));
-        return true;
+        return !IsShortage(mReason.Failure);
     }
 
     std::string_view mFolder; // ends in a slash

@@ -8,6 +8,7 @@
 #include <windows.h>
 
 #include <cwchar>
+#include <new>
 
 namespace Tavrik::tSystem
 {
@@ -61,7 +62,7 @@ private:
     }
 }
 
-// Empty when there is no such path.
+// Empty when there is no such path. Throws `std::bad_alloc`.
 std::wstring FullPath(const wchar_t* path)
 {
     std::wstring full;
@@ -71,6 +72,8 @@ std::wstring FullPath(const wchar_t* path)
         full.resize(size);
         size = GetFullPathNameW(path, size, full.data(), nullptr);
     }
+    if (size == 0 && FailureOf(GetLastError()) == ELoadFailure::NoMemory)
+        throw std::bad_alloc();
     full.resize(size);
     return full;
 }

@@ -17,6 +17,8 @@ namespace Tavrik::Ossira::tTest
 class DiagnosticsCapture : public CDebugOutputTap
 {
 public:
+    using CDebugOutputTap::CDebugOutputTap;
+
     // The lines, without their newlines.
     [[nodiscard]] std::vector<std::string> Lines() const
     {

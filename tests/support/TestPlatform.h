@@ -12,13 +12,20 @@
 namespace Tavrik::Ossira::tTest
 {
 
+enum class Stream
+{
+    File,
+    Pipe,
+    Socket
+};
+
 // Collects what this process writes to the platform's debug output, as it leaves the process: on
-// Linux standard error is led into a file, on Windows the debug-output exception is listened to.
-// One at a time.
+// Linux standard error is led into a file, or through a pipe or a socket with a little room, on
+// Windows the debug-output exception is listened to. One at a time.
 class CDebugOutputTap
 {
 public:
-    CDebugOutputTap();
+    explicit CDebugOutputTap(Stream stream = Stream::File);
     ~CDebugOutputTap();
 
     // Everything written so far.
@@ -78,6 +85,20 @@ struct MemoryInUse
     std::size_t Process = 0;
 };
 [[nodiscard]] MemoryInUse MeasureMemory();
+
+// What this process has open and under way.
+struct OpenThings
+{
+    std::size_t Handles = 0; // file descriptors, where they are called so
+    std::size_t Threads = 0;
+    std::size_t Libraries = 0;
+
+    [[nodiscard]] bool IsWithin(const OpenThings& limit) const
+    {
+        return Handles <= limit.Handles && Threads <= limit.Threads && Libraries <= limit.Libraries;
+    }
+};
+[[nodiscard]] OpenThings CountOpenThings();
 
 [[nodiscard]] inline std::string ReadFile(const std::filesystem::path& file)
 {

@@ -1,6 +1,7 @@
 // What Linux supplies to the tests.
 #include "TestPlatform.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
@@ -8,6 +9,7 @@
 #include <pthread.h>
 #include <sstream>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -18,15 +20,28 @@ namespace Tavrik::Ossira::tTest
 struct CDebugOutputTap::State
 {
     int Former = dup(STDERR_FILENO);
-    int File = memfd_create("ossira-test", MFD_CLOEXEC);
+    bool IsFile = false;
+    int File = -1; // or the other end
+    std::string Received;
 };
 
-CDebugOutputTap::CDebugOutputTap() : mState(std::make_unique<State>())
+CDebugOutputTap::CDebugOutputTap(Stream stream) : mState(std::make_unique<State>())
 {
+    int ends[2] = {-1, memfd_create("ossira-test", MFD_CLOEXEC)};
+    mState->IsFile = stream == Stream::File;
+    if (!mState->IsFile)
+    {
+        close(ends[1]);
+        if ((stream == Stream::Pipe ? pipe(ends) : socketpair(AF_UNIX, SOCK_STREAM, 0, ends)) != 0)
+            std::abort();
+    }
     // Every write goes to its end: several threads write at once, and such a file does not guard
     // its position.
-    fcntl(mState->File, F_SETFL, O_APPEND);
-    dup2(mState->File, STDERR_FILENO);
+    fcntl(ends[1], F_SETFL, mState->IsFile ? O_APPEND : 0);
+    dup2(ends[1], STDERR_FILENO);
+    mState->File = mState->IsFile ? ends[1] : ends[0];
+    if (!mState->IsFile)
+        close(ends[1]);
 }
 
 CDebugOutputTap::~CDebugOutputTap()
@@ -38,6 +53,13 @@ CDebugOutputTap::~CDebugOutputTap()
 
 std::string CDebugOutputTap::Text() const
 {
+    if (!mState->IsFile)
+    {
+        char text[65536];
+        fcntl(mState->File, F_SETFL, O_NONBLOCK);
+        const ssize_t size = read(mState->File, text, sizeof text);
+        return mState->Received.append(text, static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+    }
     return ReadFile("/proc/self/fd/" + std::to_string(mState->File));
 }
 
@@ -124,6 +146,20 @@ MemoryInUse MeasureMemory()
     const auto heap = mallinfo2();
     const std::size_t pages = std::stoul(ReadFile("/proc/self/statm"));
     return {heap.uordblks + heap.hblkhd, pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE))};
+}
+
+OpenThings CountOpenThings()
+{
+    const auto count = [](const char* folder)
+    {
+        return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder),
+                                                      std::filesystem::directory_iterator()));
+    };
+    OpenThings things = {count("/proc/self/fd"), count("/proc/self/task")};
+    std::istringstream maps(ReadFile("/proc/self/maps"));
+    for (std::string line; std::getline(maps, line);)
+        things.Libraries += line.ends_with(".dll") ? 1u : 0u;
+    return things;
 }
 
 } // namespace Tavrik::Ossira::tTest

@@ -23,8 +23,11 @@ std::string* gTapped = nullptr;
 LONG CALLBACK OnException(EXCEPTION_POINTERS* pointers)
 {
     const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
+    if (record.ExceptionCode !=
+        DBG_PRINTEXCEPTION_C) // what is thrown under the lock comes here too
+        return EXCEPTION_CONTINUE_SEARCH;
     const std::lock_guard guard(gTapLock);
-    if (record.ExceptionCode != DBG_PRINTEXCEPTION_C || gTapped == nullptr)
+    if (gTapped == nullptr)
         return EXCEPTION_CONTINUE_SEARCH;
     const std::string_view text = reinterpret_cast<const char*>(record.ExceptionInformation[1]);
     if (text.size() <= gTapped->capacity() - gTapped->size())
@@ -53,7 +56,7 @@ struct CDebugOutputTap::State
     void* Handler = AddVectoredExceptionHandler(1, &OnException);
 };
 
-CDebugOutputTap::CDebugOutputTap() : mState(std::make_unique<State>())
+CDebugOutputTap::CDebugOutputTap(Stream) : mState(std::make_unique<State>())
 {
     mState->Text.reserve(std::size_t{1} << 20);
     const std::lock_guard guard(gTapLock);
@@ -133,6 +136,15 @@ MemoryInUse MeasureMemory()
     GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
     memory.Process = counters.PagefileUsage;
     return memory;
+}
+
+OpenThings CountOpenThings()
+{
+    DWORD handles = 0;
+    DWORD size = 0;
+    GetProcessHandleCount(GetCurrentProcess(), &handles);
+    EnumProcessModules(GetCurrentProcess(), nullptr, 0, &size);
+    return {handles, static_cast<std::size_t>(CountThreads()), size / sizeof(HMODULE)};
 }
 
 } // namespace Tavrik::Ossira::tTest
