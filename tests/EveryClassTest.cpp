@@ -427,6 +427,48 @@ public:
 
 OSSIRA_CLASS(T_Shell, "Shell")
 
+TEST(EveryClass, TheHeadersReadWhatTheyWroteAndRefuseNoPlaceAndNoDatum)
+{
+    const auto value = Make<IValue>(CLSID_Value);
+    const auto values = Make<IValueSet>(CLSID_ValueSet);
+    IValue* const noValue = nullptr;
+    IValueSet* const noValues = nullptr;
+    const auto expect = [&](Result expected, auto use)
+    {
+        EXPECT_EQ(std::min(use(value.Get()), S_OK), expected);
+        EXPECT_EQ(std::min(use(values.Get(), Numbered(1)), S_OK), expected);
+        EXPECT_EQ(use(noValue), E_POINTER);
+        EXPECT_EQ(use(noValues, Numbered(1)), E_POINTER);
+    };
+    std::wstring wide;
+    std::string narrow;
+    std::int32_t number = 0;
+    GUID guid = {};
+    expect(S_OK, [](auto... place) { return SetValueUniString(place..., L"\u20ac"); });
+    expect(S_OK, [&](auto... place) { return GetValueUniString(place..., &wide); });
+    expect(S_OK, [](auto... place) { return SetValueCharString(place..., "text"); });
+    expect(S_OK, [&](auto... place) { return GetValueCharString(place..., &narrow); });
+    expect(S_OK, [](auto... place) { return SetValueSINT32(place..., -7); });
+    expect(S_OK, [&](auto... place) { return GetValueSINT32(place..., &number); });
+    expect(S_OK, [](auto... place) { return SetValueGUID(place..., Numbered(9)); });
+    expect(S_OK, [&](auto... place) { return GetValueGUID(place..., &guid); });
+    EXPECT_TRUE(wide == L"\u20ac" && narrow == "text" && number == -7 &&
+                SameGuid(guid, Numbered(9)));
+    expect(E_POINTER, [](auto... place) { return GetValueUniString(place..., nullptr); });
+    expect(E_POINTER, [](auto... place) { return GetValueCharString(place..., nullptr); });
+    expect(E_POINTER, [](auto... place) { return GetValueSINT32(place..., nullptr); });
+    EXPECT_EQ(value->SetValue(DATATYPE_UniString, "odd", 3), S_OK);
+    EXPECT_EQ(GetValueUniString(value.Get(), &wide), E_INVALIDARG);
+
+    CStackBuffer buffer;
+    EXPECT_EQ(buffer.Alloc(-1), E_INVALIDARG);
+    const void* const onStack = buffer.Data();
+    EXPECT_EQ(buffer.Alloc(CStackBuffer::StackSize), S_OK);
+    EXPECT_EQ(buffer.Data(), onStack);
+    EXPECT_EQ(buffer.Alloc(CStackBuffer::StackSize + 1), S_OK);
+    EXPECT_NE(buffer.Data(), onStack);
+}
+
 TEST(EveryClass, AnObjectThatAnswersSuccessAndNothingIsRefusedWhereItIsAsked)
 {
     Hollow hollow;

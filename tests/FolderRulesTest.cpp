@@ -41,6 +41,26 @@ TEST(WildcardPattern, MatchesByTheRulesOfWindows)
     EXPECT_FALSE(CWildcardPattern(many).Matches(std::wstring(5000, L'a')));
 }
 
+// At the ends of each range of letters, and beside them.
+TEST(WildcardPattern, CaseIsFoldedAsTheRangesOfLettersSay)
+{
+    const std::wstring_view lower =
+        L"az\u00e0\u00f6\u00f8\u00fe\u00ff\u0101\u012f\u0133\u0137\u013a\u0148\u014b\u0177\u017a"
+        L"\u017e\u03ac\u03ad\u03af\u03b1\u03c1\u03c2\u03c3\u03cb\u03cc\u03cd\u03ce\u0430\u044f"
+        L"\u0450"
+        L"\u045f\u0461\u0481\u048b\u04bf\u04c2\u04ce\u04cf\u04d1\u052f";
+    const std::wstring_view upper =
+        L"AZ\u00c0\u00d6\u00d8\u00de\u0178\u0100\u012e\u0132\u0136\u0139\u0147\u014a\u0176\u0179"
+        L"\u017d\u0386\u0388\u038a\u0391\u03a1\u03a3\u03a3\u03ab\u038c\u038e\u038f\u0410\u042f"
+        L"\u0400"
+        L"\u040f\u0460\u0480\u048a\u04be\u04c1\u04cd\u04c0\u04d0\u052e";
+    for (std::size_t at = 0; at < lower.size(); ++at)
+        EXPECT_EQ(FoldCase(lower[at]), upper.at(at)) << at;
+    for (const wchar_t same : std::wstring(upper) + L"`{@\u00df\u00f7\u0131\u0138\u0149\u017f\u03b0"
+                                                    L"\u03cf\u0482\u0530\u20ac")
+        EXPECT_EQ(FoldCase(same), same);
+}
+
 // What a search finds: the names in order, hidden ones in brackets, or the error number.
 std::wstring List(const std::wstring& searchText)
 {

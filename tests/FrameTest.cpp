@@ -2,6 +2,7 @@
 // tests are the library, with classes of their own in its class table.
 #include "ComServer.h"
 #include "DiagnosticsCapture.h"
+#include "DynLib.h"
 #include "FailingMemory.h"
 #include "Library.h"
 #include "ModuleExports.h"
@@ -198,6 +199,25 @@ TEST(ModuleExports, DenyAccessWithoutAServer)
             "\aOssira: CreateClassObject: gbComServer not available: Access Denied [Build-DynLib]");
     EXPECT_EQ(GetObjectOpenCount(), 0u);
     EXPECT_TRUE(AttachLibrary());
+}
+
+TEST(DynLib, AnswersThatItIsNotOpenAndWhatItCannotDo)
+{
+    CDynLib closed;
+    void* out = nullptr;
+    CLSID clsid = {};
+    char text[8];
+    EXPECT_EQ(closed.Open(nullptr), E_FAIL);
+    for (const Result answer :
+         {closed.GetClassObject(CLSID_Value, IID_IUnknown, &out), closed.CanUnloadNow(),
+          closed.GetOpenObjectCount(), closed.GetClassCount(),
+          closed.GetClassObjectID(0, 1, &clsid), closed.GetClassObjectInfo(0, text, 8),
+          closed.RegisterBootstrap(nullptr, nullptr)})
+        EXPECT_EQ(answer, E_NOINTERFACE);
+    OssiraComServer& server = closed;
+    for (const Result answer : {server.AddObject(nullptr, CLSID_Value),
+                                server.RemoveObject(nullptr), server.IsForeignClass(CLSID_Value)})
+        EXPECT_EQ(answer, E_NOTIMPL);
 }
 
 // Makes an object when it is asked for something, and lets another one die.

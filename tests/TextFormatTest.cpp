@@ -40,6 +40,13 @@ TEST(TextFormat, EveryArgumentIsTakenByItsType)
               "0000BEEF 0xff +5  6|   1|2   |003");
     EXPECT_EQ(Format(Room, "%c|%-3c|%s%6s|%-4s|%.2s%%|%S", 'a', 'c', "d", "ef", "gh", "ijk", L"w"),
               "a|c  |d    ef|gh  |ij%|w");
+    // What nobody knows ends the line as it stands, for its argument has no size.
+    constexpr const char* none = nullptr;
+    EXPECT_EQ(
+        Format(Room, "%p%n %s %ls %d %y %d", reinterpret_cast<void*>(16), none, none, none, 5),
+        "0x10 (null) (null) 5 %y %d");
+    EXPECT_EQ(Format(Room, nullptr), "(null)");
+    EXPECT_EQ(FormatInto(nullptr, 0, "%d", 1), 0u);
 }
 
 TEST(TextFormat, WideTextIsUtf8WhateverTheLocale)

@@ -474,6 +474,31 @@ TEST(ConcurrentThread, GoesThroughItsStatesWhoeverCallsItsSlots)
     CallSlot<void>(thread, 1);
 }
 
+// Whoever frees the memory himself asks for the destruction alone.
+TEST(ThreadPool, TheFirstSlotDestroysAndFreesAsItIsAsked)
+{
+    const auto counted = std::make_shared<int>();
+    CThreadJob job([counted](CAbortFlag) {});
+    using Job = decltype(job);
+    alignas(Job) unsigned char memory[sizeof(Job)];
+    for (const bool frees : {false, true})
+    {
+        auto* const copy = frees ? new Job(job) : new (memory) Job(job);
+        EXPECT_EQ(CallSlot<void*>(copy, 0, std::uint32_t{frees}), copy);
+        EXPECT_EQ(counted.use_count(), 2);
+        IThread* const thread = WinThread::Create();
+        EXPECT_EQ(CallSlot<void*>(thread, 0, std::uint32_t{frees}), thread);
+        IThreadPool* const pool = CreateThreadPool(2);
+        EXPECT_EQ(CallSlot<void*>(pool, 0, std::uint32_t{frees}), pool);
+        EXPECT_EQ(CThreadPool::LiveCount() + WinThread::LiveCount(), 0);
+        if (!frees)
+        {
+            ::operator delete(thread);
+            ::operator delete(pool);
+        }
+    }
+}
+
 } // namespace
 
 } // namespace Tavrik::Ossira
