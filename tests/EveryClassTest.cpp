@@ -307,6 +307,20 @@ TEST(EveryClass, RefusesNullInThePlaceOfEveryArgument)
                 EXPECT_EQ(ReferencesOn(*object), 1u);
                 EXPECT_EQ(GetObjectOpenCount(), before);
             }
+
+    for (const CLSID& clsid :
+         {CLSID_DictionaryGUID, CLSID_LockableDictionaryGUID, CLSID_UnsafeDictionaryGUID})
+        for (const auto show : {&IDictionaryGUID::GetKeys, &IDictionaryGUID::GetValues})
+        {
+            ObjectPtr<IUnknown> shown, none;
+            EXPECT_EQ((Make<IDictionaryGUID>(clsid).Get()->*show)(shown.PutVoid()), S_OK);
+            const auto walk = [&](const IID* iid, void** out)
+            {
+                return CallSlot<Result>(shown.Get(), 3, iid, out);
+            };
+            FAILS(walk(nullptr, none.PutVoid()), E_POINTER, "riid");
+            FAILS(walk(&IID_IUnknown, nullptr), E_POINTER, "ppv");
+        }
 }
 
 // Before a cache was created, and once an object was disposed of.

@@ -102,6 +102,10 @@ TEST(ObjectMemory, IsKeptForTheNextObjectUntilTheModuleIsAskedWhetherItCanGo)
     }
     EXPECT_NE(ModuleServer()->CanUnloadNow(), E_FAIL);
     EXPECT_EQ(LiveAllocations(), before);
+    AttachObjectMemory(false);
+    EXPECT_TRUE(Make<IUnknown>(CLSID_Value));
+    EXPECT_EQ(LiveAllocations(), before) << "a module that is going will not be asked any more";
+    AttachObjectMemory(true);
     const FailingMemory none(0, Shortage::FromThenOn);
     EXPECT_EQ(new (std::nothrow) CComInstanceNoLock<T_Sample>(nullptr), nullptr);
     EXPECT_EQ(OpenObjectCount(), objects);

@@ -494,7 +494,7 @@ TEST(ThreadPool, TheFirstSlotDestroysAndFreesAsItIsAsked)
         if (!frees)
         {
             ::operator delete(thread);
-            ::operator delete(pool);
+            ::operator delete(pool, std::align_val_t(alignof(CThreadPool)));
         }
     }
 }
