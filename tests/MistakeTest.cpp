@@ -205,15 +205,13 @@ TEST(Mistakes, FoldersWithoutModulesArePassedOver)
     const auto bootstrap = Make<IMasterBootstrap>(CLSID_MasterBootstrap);
     const DiagnosticsCapture nothing;
     EXPECT_EQ(SetModuleFolders(bootstrap.Get(), {path.c_str()}), S_OK);
-    EXPECT_EQ(SetModuleFolders(bootstrap.Get(), std::vector{path + L"\\none", path + L"\\hidden",
-                                                            path + L"\\", path + L"/A.DLL"}),
-              S_FALSE);
+    std::vector given{path + L"\\none", path + L"\\", path + L"/A.DLL"};
+    if (tSystem::FileNamesAreBytes) // where a dot hides a file
+        given.push_back(path + L"\\hidden");
+    EXPECT_EQ(SetModuleFolders(bootstrap.Get(), given), S_FALSE);
     ObjectPtr<IList> folders;
     EXPECT_EQ(bootstrap->GetModuleFolders(folders.PutVoid()), S_OK);
-    auto kept = std::vector{path + L"\\hidden", path + L"\\"};
-    if (tSystem::FileNamesAreBytes) // where a dot hides a file
-        kept.erase(kept.begin());
-    EXPECT_EQ(TextsOf(*folders), kept);
+    EXPECT_EQ(TextsOf(*folders), std::vector{path + L"\\"});
     EXPECT_EQ(nothing.Text(), "");
 }
 

@@ -42,9 +42,7 @@ TEST(TextFormat, EveryArgumentIsTakenByItsType)
               "a|c  |d    ef|gh  |ij%|w");
     // What nobody knows ends the line as it stands, for its argument has no size.
     constexpr const char* none = nullptr;
-    EXPECT_EQ(
-        Format(Room, "%p%n %s %ls %d %y %d", reinterpret_cast<void*>(16), none, none, none, 5),
-        "0x10 (null) (null) 5 %y %d");
+    EXPECT_EQ(Format(Room, "%n%s %ls %d %y %d", none, none, none, 5), "(null) (null) 5 %y %d");
     EXPECT_EQ(Format(Room, nullptr), "(null)");
     EXPECT_EQ(FormatInto(nullptr, 0, "%d", 1), 0u);
 }
