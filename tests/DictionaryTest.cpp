@@ -3,6 +3,7 @@
 #include "RandomProgram.h"
 #include "TestItem.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <map>
