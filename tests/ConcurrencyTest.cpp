@@ -17,7 +17,7 @@ constexpr std::uint32_t ThreadCount = 8;
 TEST(Concurrency, RacingRequestsForASingletonGetOneObject)
 {
     ASSERT_EQ(RegisterModule(ModuleFile("good", "Counter")), S_OK);
-    for (int round = 0; round < 100; ++round)
+    for (int round = 0; round < 1000; ++round)
     {
         std::atomic<Result> sum = 0;
         InThreads(ThreadCount,

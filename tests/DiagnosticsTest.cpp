@@ -298,7 +298,7 @@ struct T_Standing
 
 const char* Free HERE(const std::string&, int)
 
-    TEST(Exceptions, NameTheFunctionWithoutItsParameters)
+    TEST(Exceptions, TellTheirPlaceAlikeOnEveryCompiler)
 {
     std::vector<long> numbers;
     const std::string here = "Tavrik::Ossira::tTest::`anonymous-namespace'::";
@@ -306,16 +306,11 @@ const char* Free HERE(const std::string&, int)
     EXPECT_EQ(T_Named<long>::Other(numbers), here + "T_Named::Other");
     EXPECT_EQ(Free(here, 1), here + "Free");
     EXPECT_STREQ(T_Standing().Stands(1, nullptr), "Tavrik::Elsewhere::T_Else::Stands");
-}
-
-TEST(Exceptions, TellTheirPlaceAlikeOnEveryCompiler)
-{
-    OSSIRA_LOCATION(here);
-    IException* const exception = NewException(1, &here, std::string("a text of its own").c_str());
+    OSSIRA_LOCATION(place);
+    IException* const exception = NewException(1, &place, std::string("a text of its own").c_str());
     EXPECT_STREQ(exception->GetExpression(), "a text of its own");
     EXPECT_EQ(exception->GetDescription(),
-              "tests/DiagnosticsTest.cpp:" + std::to_string(here.Line) +
-                  " Tavrik::Ossira::tTest::`anonymous-namespace'::"
+              "tests/DiagnosticsTest.cpp:" + std::to_string(place.Line) + " " + here +
                   "Exceptions_TellTheirPlaceAlikeOnEveryCompiler_Test::TestBody");
     exception->Release();
 }

@@ -70,9 +70,9 @@ struct Datum
 }
 
 // As a statement, since the assertions of the framework are not to be branches.
-void Check(Result result)
+void Check(Result result, Result expected = S_OK)
 {
-    EXPECT_EQ(result, S_OK);
+    EXPECT_EQ(result, expected);
 }
 
 struct Step
@@ -102,6 +102,7 @@ public:
         EXPECT_EQ(Group->GetValueSet(View.Put()), S_OK);
         EXPECT_EQ(RegisterModule(ModuleFile("good", "Counter"), nullptr, Factory.Get()), S_OK);
         EXPECT_EQ(RegisterModule(ModuleFile("good", "Counter")), S_OK);
+        EXPECT_GE(RegisterModule(ModuleFile("raw", "CreatorFails")), S_OK);
         EXPECT_EQ(Factory->GetClassObject(CLSID_Counter, IID_ICounter, LastCounter.PutVoid()),
                   S_OK);
         for (ObjectPtr<ICommonThreadPoolBox>& box : Boxes)
@@ -260,6 +261,10 @@ public:
         EXPECT_EQ(singletons->UnregisterObject(Numbered(step.Thread)), S_OK);
         if (step.Below(4) == 0)
             (void)singletons->UnregisterObject(CLSID_Counter);
+        // Loaded for each request and, having no object, unloaded by whoever flushes next.
+        void* out = nullptr;
+        if (step.Below(4) == 0)
+            Check(singletons->GetClassObject(CLSID_RawFirst, IID_IUnknown, &out), E_NOINTERFACE);
         // Its start-up code asks for singletons and for the factory.
         if (step.Below(10) == 0)
             Check(RegisterModule(ModuleFile("callback", "Callback"), nullptr, Factory.Get()));
@@ -339,8 +344,11 @@ public:
         std::ranges::fill(all, step.Thread);
         void *raw = nullptr, *address = nullptr;
         std::uint32_t rawSize = 0, size = 0;
-        EXPECT_EQ(Allocator->AllocMemoryBlock(16, 1, 0, &raw, &rawSize, &address, &size), S_OK);
-        EXPECT_EQ(Allocator->FreeBlock(raw, rawSize), S_OK);
+        for (int round = 0; round < 200; ++round)
+        {
+            Check(Allocator->AllocMemoryBlock(16, 1, 0, &raw, &rawSize, &address, &size));
+            Check(Allocator->FreeBlock(raw, rawSize));
+        }
         EXPECT_EQ(std::ranges::count(all, step.Thread), std::ssize(all));
     }
 
@@ -349,23 +357,26 @@ public:
     void Pools(Step step)
     {
         const std::uint32_t modes = step.Below(4);
-        std::atomic<int> items = 0;
+        const std::size_t deepest = 2 + step.Thread % 2;
         const std::function<void(std::size_t)> run = [&](std::size_t depth)
         {
+            std::atomic<int> begun = 0, ended = 0;
             tSystem::tThreads::CThreadJob job(
                 [&](auto)
                 {
-                    ++items;
+                    ++begun;
                     if (depth > 0)
                         run(depth - 1);
+                    ++ended;
                 });
             tSystem::tThreads::IThreadPool* pool = nullptr;
             EXPECT_EQ(Boxes[depth % 2]->GetThreadPool(&pool), S_OK);
             const auto symmetric = static_cast<std::uint8_t>(modes >> depth % 2 & 1);
             EXPECT_EQ(pool->Run(&job, nullptr, symmetric, "job"), 0);
+            EXPECT_EQ(begun, ended) << "left too early";
+            EXPECT_GE(begun, depth == deepest && symmetric == 0 ? 2 : 1);
         };
-        run(2 + step.Thread % 2);
-        EXPECT_GT(items, 2);
+        run(deepest);
     }
 
     void Lines(Step)

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <regex>
-#include <span>
 #include <thread>
 
 namespace Tavrik::Ossira
@@ -57,68 +56,6 @@ TEST(ConcurrentThreadPool, EveryItemIsDoneOnceWhileWorkersFallAsleep)
         {
             ASSERT_NO_FATAL_FAILURE(DoItems(*pool, round % 2 == 0));
             std::this_thread::sleep_for(std::chrono::microseconds(round % 120));
-        }
-    }
-}
-
-// The run that is asked for here has a copy for each worker, and one for the caller unless the
-// workers are done before it looks. One of them waits for a job of another pool, and that job for
-// this run.
-TEST(ConcurrentThreadPool, WorkersThatWaitRunWhatIsQueuedToThem)
-{
-    for (const bool symmetric : {false, true})
-    {
-        const PoolPtr pool(CreateThreadPool(2)), other(CreateThreadPool(2));
-        std::atomic<int> copies = 0;
-        std::atomic<bool> isBegun = false, isServed = false;
-        const auto wait = [&](CAbortFlag)
-        {
-            const bool isWorker = other->CurrentWorker() >= 0;
-            if (isWorker)
-                isBegun = true;
-            while (!(isWorker ? isServed : isBegun))
-                std::this_thread::yield();
-        };
-        const auto outer = [&](CAbortFlag)
-        {
-            EXPECT_EQ(pool->CurrentWorker() < 0 ? S_OK : RunJob(*other, symmetric, wait), S_OK);
-        };
-        std::jthread thread([&] { EXPECT_EQ(RunJob(*pool, false, outer), S_OK); });
-        while (!isBegun)
-            std::this_thread::yield();
-        EXPECT_EQ(RunJob(*pool, false, [&](CAbortFlag) { ++copies; }), S_OK);
-        EXPECT_GE(copies, 2);
-        isServed = true;
-    }
-}
-
-// Three callers want the pool at once, of whom one has its record. A worker's copies that nobody
-// has begun are taken back. Where the run was left too early, a copy counts in a frame that is
-// gone.
-TEST(ConcurrentThreadPool, AnAsymmetricCallerIsThereForEveryCopyWhetherItLooksOrSleeps)
-{
-    const PoolPtr pool(CreateThreadPool(3)), other(CreateThreadPool(2));
-    for (const int microseconds : {0, 1, 30, 200})
-    {
-        const auto run = [&](bool fromWorker)
-        {
-            int copies[4] = {}; // of the caller and of each worker
-            const auto work = [&](CAbortFlag)
-            {
-                const int own = pool->CurrentWorker() + 1;
-                if (own * microseconds != 0)
-                    std::this_thread::sleep_for(std::chrono::microseconds(own * microseconds));
-                ++copies[own];
-            };
-            EXPECT_EQ(RunJob(*pool, false, work), S_OK);
-            for (const int count : std::span(copies).subspan(1))
-                EXPECT_TRUE(count == 1 || (fromWorker && count == 0)) << count;
-        };
-        for (int round = 0; round < 20; ++round)
-        {
-            InThreads(3, [&](std::uint32_t) { run(false); });
-            run(false);
-            RunJob(*other, false, [&](CAbortFlag) { run(other->CurrentWorker() >= 0); });
         }
     }
 }
