@@ -2,6 +2,7 @@
 #include "DiagnosticsCapture.h"
 #include "FailingMemory.h"
 #include "OssiraFrame.h"
+#include "TestItem.h"
 #include "TestTools.h"
 
 #include <chrono>
@@ -41,16 +42,38 @@ TEST(Diagnostics, ALineIsLaidOutByItsLevelAndCutWhereTheBuffersEnd)
 
 // --- Observers ---------------------------------------------------------------------------------
 
-// Remembers what it was asked to print, and throws.
-class T_ListeningObserver : public IObserverPrint, public COssiraUnknown
+// In place while it lives, or others take its place.
+class Observer final : public Uncounted<IObserverPrint>
 {
 public:
-    static constexpr CLSID ClassId = IID_IObserverPrint;
-    OSSIRA_INTERFACES(IObserverPrint)
+    Observer()
+    {
+        GetGlobalObserver(mFormer.Put());
+        EXPECT_EQ(SetGlobalObserver(this), S_OK);
+    }
+
+    ~Observer()
+    {
+        EXPECT_EQ(SetGlobalObserver(mFormer.Get()), S_OK);
+        EXPECT_EQ(References, 0);
+    }
+
+    std::uint32_t AddRef() override
+    {
+        OnCall();
+        return static_cast<std::uint32_t>(++References);
+    }
+
+    std::uint32_t Release() override
+    {
+        OnCall();
+        return static_cast<std::uint32_t>(--References);
+    }
 
     std::uint32_t GetLevelMask() override
     {
-        return PRINT_ERROR | PRINT_TRACE;
+        OnCall();
+        return Mask();
     }
 
     Result SetLevelMask(std::uint32_t, std::uint32_t) override
@@ -61,20 +84,38 @@ public:
     Result Print(std::uint32_t level, const SourceLocation* location, const char* format,
                  std::va_list arguments) override
     {
-        EXPECT_STREQ(location->Function, SomePlace.Function);
-        Heard += std::to_string(level) + format + va_arg(arguments, const char*);
-        throw std::runtime_error("no paper");
+        char text[100];
+        (void)std::vsnprintf(text, sizeof text, format, arguments);
+        Heard += location->Function + std::to_string(level) + text;
+        OnLine();
+        return S_OK;
     }
 
+    std::function<std::uint32_t()> Mask = []
+    {
+        return PRINT_ERROR;
+    };
+    std::function<void()> OnLine = [] {
+    };
     std::string Heard;
+    int References = 0;
+
+private:
+    ObjectPtr<IObserverPrint> mFormer;
 };
 
 TEST(Diagnostics, TheObserverInPlaceDecidesWhatIsPrinted)
 {
-    ObjectPtr<IObserverPrint> former;
-    EXPECT_EQ(GetGlobalObserver(former.Put()), S_OK);
     const auto own = Make<IObserverPrint>(CLSID_DebugOutputObserverPrint);
-    const auto host = MakeObject<T_ListeningObserver>();
+    Observer host;
+    host.Mask = []
+    {
+        return PRINT_ERROR | PRINT_TRACE;
+    };
+    host.OnLine = []
+    {
+        throw std::runtime_error("no paper");
+    };
     const DiagnosticsCapture capture;
 
     EXPECT_EQ(SetGlobalObserver(own.Get()), S_OK);
@@ -83,111 +124,51 @@ TEST(Diagnostics, TheObserverInPlaceDecidesWhatIsPrinted)
     EXPECT_EQ(CurrentLevelMask(), PRINT_WARN);
     DebugOutput(PRINT_ERROR, SomePlace, "not of its levels\n");
 
-    EXPECT_EQ(SetGlobalObserver(host.Get()), S_OK);
-    EXPECT_EQ(SetGlobalObserver(host.Get()), S_OK); // again: changes nothing
+    EXPECT_EQ(host.References, 0);
+    EXPECT_EQ(SetGlobalObserver(&host), S_OK);
+    EXPECT_EQ(SetGlobalObserver(&host), S_OK); // again: changes nothing
     EXPECT_EQ(ReferencesOn(*own), 1u);
-    EXPECT_EQ(ReferencesOn(*host), 2u);
+    EXPECT_EQ(host.References, 1);
     EXPECT_EQ(own->SetLevelMask(PRINT_PROGRESS, 0), S_OK); // not in place
     EXPECT_EQ(CurrentLevelMask(), PRINT_ERROR | PRINT_TRACE);
     DebugOutput(PRINT_TRACE, SomePlace, "%s", "heard");
     DebugOutput(PRINT_WARN, SomePlace, "%s", "not of its levels");
-    EXPECT_EQ(host->Heard, "1%sheard");
+    EXPECT_EQ(host.Heard, "Some::Function1heard");
 
     EXPECT_EQ(SetGlobalObserver(nullptr), S_OK);
     EXPECT_EQ(CurrentLevelMask(), 0u);
     DebugOutput(PRINT_TRACE, SomePlace, "unfiltered and not located");
     EXPECT_EQ(Make<IValue>(CLSID_Value)->GetType(nullptr), E_POINTER);
     EXPECT_EQ(capture.Text(), "unfiltered and not located");
-    EXPECT_EQ(SetGlobalObserver(former.Get()), S_OK);
-    EXPECT_EQ(ReferencesOn(*host), 1u);
 }
 
-// In place while it lives. Whatever it is called for, it causes a line, which calls it again.
-class Meddler final : public IObserverPrint
-{
-public:
-    Meddler()
-    {
-        GetGlobalObserver(mFormer.Put());
-        EXPECT_EQ(SetGlobalObserver(this), S_OK);
-    }
-
-    ~Meddler()
-    {
-        EXPECT_EQ(SetGlobalObserver(mFormer.Get()), S_OK);
-        EXPECT_EQ(References, 0);
-    }
-
-    void Meddle()
-    {
-        if (IsMeddling)
-            return;
-        IsMeddling = true;
-        DebugOutput(PRINT_ERROR, SomePlace, "meddling\n");
-        EXPECT_EQ(CurrentLevelMask(), PRINT_ERROR);
-        IsMeddling = false;
-    }
-
-    Result QueryInterface(const IID&, void**) override
-    {
-        return E_NOINTERFACE;
-    }
-
-    std::uint32_t AddRef() override
-    {
-        Meddle();
-        return static_cast<std::uint32_t>(++References);
-    }
-
-    std::uint32_t Release() override
-    {
-        Meddle();
-        return static_cast<std::uint32_t>(--References);
-    }
-
-    std::uint32_t GetLevelMask() override
-    {
-        Meddle();
-        if (ThrowsForItsMask && !IsMeddling)
-            throw std::runtime_error("no mask");
-        return PRINT_ERROR;
-    }
-
-    Result SetLevelMask(std::uint32_t, std::uint32_t) override
-    {
-        return E_NOTIMPL;
-    }
-
-    Result Print(std::uint32_t, const SourceLocation*, const char*, std::va_list) override
-    {
-        ++Lines;
-        if (EndsItsThread)
-            EndThisThread();
-        return S_OK;
-    }
-
-    bool IsMeddling = false;
-    bool ThrowsForItsMask = false;
-    bool EndsItsThread = false;
-    int References = 0;
-    int Lines = 0;
-
-private:
-    ObjectPtr<IObserverPrint> mFormer;
-};
-
+// Whatever it is called for, it causes a line, which calls it again.
 TEST(Diagnostics, AnObserverMayCauseLinesWhateverItIsCalledForAndThrow)
 {
-    Meddler observer;
+    Observer observer;
+    bool isMeddling = false;
+    observer.OnCall = [&]
+    {
+        if (std::exchange(isMeddling, true))
+            return;
+        DebugOutput(PRINT_ERROR, SomePlace, "meddling\n");
+        EXPECT_EQ(CurrentLevelMask(), PRINT_ERROR);
+        isMeddling = false;
+    };
     EXPECT_EQ(SetGlobalObserver(&observer), S_OK);
     EXPECT_EQ(observer.References, 1);
     EXPECT_EQ(CurrentLevelMask(), PRINT_ERROR);
-    observer.Lines = 0;
+    observer.Heard.clear();
     DebugOutput(PRINT_ERROR, SomePlace, "one\n");
-    EXPECT_GT(observer.Lines, 1);
-    observer.ThrowsForItsMask = true;
+    EXPECT_NE(observer.Heard.find("meddling"), std::string::npos);
+    observer.Mask = [&]
+    {
+        return isMeddling ? PRINT_ERROR : throw std::runtime_error("no mask");
+    };
     EXPECT_EQ(CurrentLevelMask(), 0u);
     EXPECT_EQ(Make<IValue>(CLSID_Value)->GetType(nullptr), E_POINTER);
+    observer.OnCall = [] {
+    };
 }
 
 TEST(Diagnostics, AnEndingThreadPassesTheBoundariesAndLeavesItsLinesWhole)
@@ -195,14 +176,20 @@ TEST(Diagnostics, AnEndingThreadPassesTheBoundariesAndLeavesItsLinesWhole)
     if (!ThreadsEndByUnwinding)
         GTEST_SKIP();
     bool isBehind = false;
+    for (const bool inItsLine : {false, true})
     {
-        Meddler observer;
-        observer.EndsItsThread = true;
+        Observer observer;
+        observer.OnLine = EndThisThread;
+        if (!inItsLine)
+            observer.Mask = []
+            {
+                return EndThisThread(), PRINT_ERROR;
+            };
         std::thread(
             [&]
             {
-                const auto value = Make<IValue>(CLSID_Value);
-                (void)value->GetType(nullptr);
+                (void)Make<IValue>(CLSID_Value);
+                DebugOutput(PRINT_ERROR, SomePlace, "its last one\n");
                 isBehind = true;
             })
             .join();
@@ -311,7 +298,7 @@ struct T_Standing
 
 const char* Free HERE(const std::string&, int)
 
-    TEST(Exceptions, NameTheFunctionWithoutItsParameters)
+    TEST(Exceptions, TellTheirPlaceAlikeOnEveryCompiler)
 {
     std::vector<long> numbers;
     const std::string here = "Tavrik::Ossira::tTest::`anonymous-namespace'::";
@@ -319,16 +306,11 @@ const char* Free HERE(const std::string&, int)
     EXPECT_EQ(T_Named<long>::Other(numbers), here + "T_Named::Other");
     EXPECT_EQ(Free(here, 1), here + "Free");
     EXPECT_STREQ(T_Standing().Stands(1, nullptr), "Tavrik::Elsewhere::T_Else::Stands");
-}
-
-TEST(Exceptions, TellTheirPlaceAlikeOnEveryCompiler)
-{
-    OSSIRA_LOCATION(here);
-    IException* const exception = NewException(1, &here, std::string("a text of its own").c_str());
+    OSSIRA_LOCATION(place);
+    IException* const exception = NewException(1, &place, std::string("a text of its own").c_str());
     EXPECT_STREQ(exception->GetExpression(), "a text of its own");
     EXPECT_EQ(exception->GetDescription(),
-              "tests/DiagnosticsTest.cpp:" + std::to_string(here.Line) +
-                  " Tavrik::Ossira::tTest::`anonymous-namespace'::"
+              "tests/DiagnosticsTest.cpp:" + std::to_string(place.Line) + " " + here +
                   "Exceptions_TellTheirPlaceAlikeOnEveryCompiler_Test::TestBody");
     exception->Release();
 }

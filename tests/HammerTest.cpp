@@ -3,11 +3,13 @@
 // others do, and in the end nothing may be lost. A sanitizer watches for races, the check of the
 // lock order for locks that could meet. OSSIRA_HAMMER_SECONDS and OSSIRA_HAMMER_SEED make it longer
 // and other.
+#include "RandomProgram.h"
 #include "ServiceTools.h"
 #include "TestItem.h"
 
 #include "OssiraCacheStack.h"
 #include "OssiraDatatypes.h"
+#include "OssiraMemory.h"
 #include "OssiraModified.h"
 #include "OssiraThreads.h"
 #include "OssiraValueSetGroup.h"
@@ -15,9 +17,10 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <mutex>
+#include <span>
 
 namespace Tavrik::Ossira
 {
@@ -28,12 +31,6 @@ namespace
 {
 
 constexpr std::uint32_t HammerThreads = 6;
-
-[[nodiscard]] std::uint32_t Setting(const char* name, std::uint32_t standard)
-{
-    const char* const text = std::getenv(name);
-    return text == nullptr ? standard : static_cast<std::uint32_t>(std::strtoul(text, nullptr, 10));
-}
 
 // A datum that shows when it was torn: every word is the first one. Of two sizes, one of which a
 // value keeps outside of itself.
@@ -73,9 +70,9 @@ struct Datum
 }
 
 // As a statement, since the assertions of the framework are not to be branches.
-void Check(Result result)
+void Check(Result result, Result expected = S_OK)
 {
-    EXPECT_EQ(result, S_OK);
+    EXPECT_EQ(result, expected);
 }
 
 struct Step
@@ -105,6 +102,7 @@ public:
         EXPECT_EQ(Group->GetValueSet(View.Put()), S_OK);
         EXPECT_EQ(RegisterModule(ModuleFile("good", "Counter"), nullptr, Factory.Get()), S_OK);
         EXPECT_EQ(RegisterModule(ModuleFile("good", "Counter")), S_OK);
+        EXPECT_GE(RegisterModule(ModuleFile("raw", "CreatorFails")), S_OK);
         EXPECT_EQ(Factory->GetClassObject(CLSID_Counter, IID_ICounter, LastCounter.PutVoid()),
                   S_OK);
         for (ObjectPtr<ICommonThreadPoolBox>& box : Boxes)
@@ -142,19 +140,30 @@ public:
         }
     }
 
+    // What all write and remove under a key holds that key.
     void Dictionaries(Step step)
     {
+        IDictionaryGUID& items = step.Below(2) != 0 ? *Dictionary : *Set;
         const GUID own = Numbered(step.Below(40), static_cast<std::uint16_t>(100 + step.Thread));
         const GUID common = Numbered(step.Below(20), 99);
-        EXPECT_EQ(Dictionary->SetValueGUID(own, Value.Get()), S_OK);
+        const auto keyed = Make<IValue>(CLSID_Value);
+        EXPECT_EQ(SetValueGUID(keyed.Get(), common), S_OK);
+        EXPECT_EQ(items.SetValueGUID(common, keyed.Get()), S_OK);
+        EXPECT_EQ(items.SetValueGUID(own, Value.Get()), S_OK);
         ObjectPtr<IValue> found;
-        EXPECT_EQ(Dictionary->GetValueGUID(own, IID_IValue, found.PutVoid()), S_OK);
+        EXPECT_EQ(items.GetValueGUID(own, IID_IValue, found.PutVoid()), S_OK);
         EXPECT_EQ(found.Get(), Value.Get());
-        EXPECT_EQ(Dictionary->SetValueGUID(common, OtherValue.Get()), S_OK);
-        EXPECT_EQ(Dictionary->RemoveGUID(step.Below(2) != 0 ? own : common), S_OK);
+        for (std::uint32_t number = 0; number < 20; ++number)
+        {
+            GUID key = Numbered(number, 99);
+            const Result got = items.GetValueGUID(key, IID_IValue, found.PutVoid());
+            EXPECT_EQ(got == S_OK ? GetValueGUID(found.Get(), &key) : S_OK, S_OK);
+            EXPECT_TRUE(SameGuid(key, Numbered(number, 99)));
+        }
+        EXPECT_EQ(items.RemoveGUID(step.Below(2) != 0 ? own : common), S_OK);
         if (step.Below(8) == 0)
         {
-            const auto walk = Walk<IEnumeratorGUID>(*Dictionary);
+            const auto walk = Walk<IEnumeratorGUID>(items);
             GUID last = GUID_Null;
             GUID key = GUID_Null;
             while (walk->MoveNext() == S_OK && walk->GetCurrentGUID(&key) == S_OK)
@@ -222,7 +231,10 @@ public:
         ObjectPtr<ICounter> counter;
         EXPECT_EQ(Factory->GetClassObject(CLSID_Counter, IID_ICounter, counter.PutVoid()), S_OK);
         EXPECT_EQ(counter->Count(), 1);
-        (void)Factory->RegisterClass(own, nullptr, "own");
+        const std::size_t known = ModulesOf(*Factory).size();
+        const std::wstring file = L"no file " + std::to_wstring(step.Below(9));
+        (void)Factory->RegisterClass(own, step.Below(2) != 0 ? file.c_str() : nullptr, "own");
+        EXPECT_GE(ModulesOf(*Factory).size(), known);
         (void)CountClasses(*Factory);
         EXPECT_EQ(Factory->UnregisterClass(own), S_OK);
         if (step.Below(4) == 0)
@@ -244,8 +256,15 @@ public:
     void Singletons(Step step)
     {
         EXPECT_GE(Singleton<ICounter>(CLSID_Counter)->Count(), 1);
+        const auto singletons = SingletonRegistry();
+        EXPECT_EQ(singletons->RegisterObject(Numbered(step.Thread), Value.Get()), S_OK);
+        EXPECT_EQ(singletons->UnregisterObject(Numbered(step.Thread)), S_OK);
         if (step.Below(4) == 0)
-            (void)SingletonRegistry()->UnregisterObject(CLSID_Counter);
+            (void)singletons->UnregisterObject(CLSID_Counter);
+        // Loaded for each request and, having no object, unloaded by whoever flushes next.
+        void* out = nullptr;
+        if (step.Below(4) == 0)
+            Check(singletons->GetClassObject(CLSID_RawFirst, IID_IUnknown, &out), E_NOINTERFACE);
         // Its start-up code asks for singletons and for the factory.
         if (step.Below(10) == 0)
             Check(RegisterModule(ModuleFile("callback", "Callback"), nullptr, Factory.Get()));
@@ -268,15 +287,18 @@ public:
     {
         const auto isWanted = std::make_shared<std::atomic<bool>>(true);
         const auto dependant = TestItem::New();
-        dependant->OnTouch = [isWanted]
+        dependant->OnTouch = [this, isWanted]
         {
+            EXPECT_FALSE(mIsTouched.exchange(true)) << "touches overlap";
             EXPECT_TRUE(*isWanted) << "touched after it was removed";
+            mIsTouched = false;
             return S_OK;
         };
         const Result added = Modified->AddTouchModified(dependant.Get());
         EXPECT_TRUE(added == S_OK || added == E_UNEXPECTED) << added; // being touched
         const Result touched = Modified->TouchModified();
         EXPECT_TRUE(touched == S_OK || touched == E_UNEXPECTED) << touched;
+        mTouches += touched == S_OK ? 1 : 0;
         EXPECT_EQ(Modified->RemoveTouchModified(dependant.Get()), S_OK);
         *isWanted = false;
     }
@@ -310,26 +332,51 @@ public:
             (void)isFine(As<IDisposable>(*cache)->Dispose());
     }
 
-    // A job of one pool that runs one on the other that runs one on the first.
+    void Memory(Step step)
+    {
+        const std::uint32_t asked = step.Below(2) != 0 ? 10 : 59;
+        ObjectPtr<IMemorySegment32> segment;
+        EXPECT_EQ(
+            Allocator->AllocMemorySegment32(asked, 4, 0, IID_IMemorySegment32, segment.PutVoid()),
+            S_OK);
+        auto* const bytes = static_cast<std::uint8_t*>(segment->GetAddress());
+        const std::span all(bytes, segment->GetSize());
+        std::ranges::fill(all, step.Thread);
+        void *raw = nullptr, *address = nullptr;
+        std::uint32_t rawSize = 0, size = 0;
+        for (int round = 0; round < 200; ++round)
+        {
+            Check(Allocator->AllocMemoryBlock(16, 1, 0, &raw, &rawSize, &address, &size));
+            Check(Allocator->FreeBlock(raw, rawSize));
+        }
+        EXPECT_EQ(std::ranges::count(all, step.Thread), std::ssize(all));
+    }
+
+    // Jobs that lead from pool to pool and back. Bit by bit: whether the first pool's runs, and the
+    // second one's, are symmetric.
     void Pools(Step step)
     {
-        using tSystem::tThreads::CThreadJob;
-        using tSystem::tThreads::IThreadPool;
-        const std::unique_lock turn(mPoolMutex, std::try_to_lock);
-        if (!turn.owns_lock())
-            return;
-        const auto symmetric = static_cast<std::uint8_t>(step.Below(2));
-        std::array<IThreadPool*, 2> pools = {};
-        for (std::size_t at = 0; at < pools.size(); ++at)
-            EXPECT_EQ(Boxes[at]->GetThreadPool(&pools[at]), S_OK);
-        std::atomic<int> items = 0;
-        CThreadJob inner([&](auto) { ++items; });
-        CThreadJob middle([&](auto)
-                          { EXPECT_EQ(pools[0]->Run(&inner, nullptr, symmetric, "inner"), 0); });
-        CThreadJob outer([&](auto)
-                         { EXPECT_EQ(pools[1]->Run(&middle, nullptr, symmetric, "middle"), 0); });
-        EXPECT_EQ(pools[0]->Run(&outer, nullptr, symmetric, "outer"), 0);
-        EXPECT_GT(items, 0);
+        const std::uint32_t modes = step.Below(4);
+        const std::size_t deepest = 2 + step.Thread % 2;
+        const std::function<void(std::size_t)> run = [&](std::size_t depth)
+        {
+            std::atomic<int> begun = 0, ended = 0;
+            tSystem::tThreads::CThreadJob job(
+                [&](auto)
+                {
+                    ++begun;
+                    if (depth > 0)
+                        run(depth - 1);
+                    ++ended;
+                });
+            tSystem::tThreads::IThreadPool* pool = nullptr;
+            EXPECT_EQ(Boxes[depth % 2]->GetThreadPool(&pool), S_OK);
+            const auto symmetric = static_cast<std::uint8_t>(modes >> depth % 2 & 1);
+            EXPECT_EQ(pool->Run(&job, nullptr, symmetric, "job"), 0);
+            EXPECT_EQ(begun, ended) << "left too early";
+            EXPECT_GE(begun, depth == deepest && symmetric == 0 ? 2 : 1);
+        };
+        run(deepest);
     }
 
     void Lines(Step)
@@ -349,13 +396,24 @@ public:
         EXPECT_EQ(KeysOf(*View).size(), static_cast<std::size_t>(View->GetCount()));
         EXPECT_EQ(Registry->ContainsCategory(Numbered(1)), S_FALSE);
         EXPECT_EQ(CountClasses(*Factory), 3u) << "of Counter, BootstrapInner and Callback";
+        std::uint32_t touches = 0, least = 0, greatest = 0;
+        EXPECT_EQ(Modified->GetModifiedCounter(&touches), S_OK);
+        EXPECT_EQ(touches, mTouches);
+        std::uint64_t bytes = 1;
+        std::int32_t count = 1, peak = 0;
+        EXPECT_EQ(Allocator->GetStatistics(&bytes, &count, &peak, &least, &greatest), S_OK);
+        EXPECT_TRUE(bytes == 0 && count == 0 && least == 15 && greatest == 63);
+        EXPECT_TRUE(peak >= 2 && peak <= std::int32_t{2 * HammerThreads}) << peak;
         mCache.Reset();
         LastCounter.Reset();
         EXPECT_EQ(Set->Clear(), S_OK);
         EXPECT_EQ(Dictionary->Clear(), S_OK);
         EXPECT_EQ(ReferencesOn(*Value), 1u);
         EXPECT_EQ(ReferencesOn(*OtherValue), 1u);
+        (void)SingletonRegistry()->UnregisterObject(CLSID_Counter);
         EXPECT_EQ(Factory->FlushModules(), S_OK);
+        EXPECT_EQ(GlobalFactory()->FlushModules(), S_OK);
+        EXPECT_FALSE(IsMapped(ModuleFile("good", "Counter")));
     }
 
 private:
@@ -379,7 +437,10 @@ private:
     std::array<ObjectPtr<ICommonThreadPoolBox>, 2> Boxes;
     std::mutex mCacheMutex;
     ObjectPtr<IClsidObjectCacheStack> mCache;
-    std::mutex mPoolMutex;
+    const ObjectPtr<ICommonMemoryAllocator32> Allocator =
+        Make<ICommonMemoryAllocator32>(CLSID_CommonMemoryAllocator32);
+    std::atomic<bool> mIsTouched = false;
+    std::atomic<std::uint32_t> mTouches = 0;
 };
 
 // How often each is drawn: steps that load modules take a thousand times as long as others.
@@ -391,7 +452,7 @@ constexpr struct
             {&Hammer::ValueSets, 20}, {&Hammer::Groups, 10},       {&Hammer::Factories, 2},
             {&Hammer::Registries, 5}, {&Hammer::Singletons, 2},    {&Hammer::Datatypes, 5},
             {&Hammer::Changes, 20},   {&Hammer::Caches, 20},       {&Hammer::Pools, 5},
-            {&Hammer::Lines, 5}};
+            {&Hammer::Lines, 5},      {&Hammer::Memory, 20}};
 
 TEST(ConcurrentHammer, MixedStepsOnSharedObjectsLoseNothing)
 {

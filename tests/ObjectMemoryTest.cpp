@@ -119,21 +119,14 @@ TEST(ObjectMemory, TheNumberOfLiveObjectsIsNeverTooLow)
     const std::uint32_t before = OpenObjectCount();
     std::atomic<IUnknown*> place = Make<IUnknown>(CLSID_Value).Detach();
     std::atomic<int> left = 4;
-    std::vector<std::thread> threads;
-    while (threads.size() < 4)
-    {
-        threads.emplace_back(
-            [&]
-            {
-                for (int round = 0; round < 20'000; ++round)
-                    place.exchange(Make<IUnknown>(CLSID_Value).Detach())->Release();
-                --left;
-            });
-    }
-    while (left > 0)
-        EXPECT_GT(static_cast<std::int32_t>(OpenObjectCount() - before), 0);
-    for (std::thread& thread : threads)
-        thread.join();
+    InThreads(5,
+              [&](std::uint32_t number)
+              {
+                  for (int round = 0; number > 0 && round < 20'000; ++round)
+                      place.exchange(Make<IUnknown>(CLSID_Value).Detach())->Release();
+                  for (left -= number > 0 ? 1 : 0; number == 0 && left > 0;)
+                      EXPECT_GT(static_cast<std::int32_t>(OpenObjectCount() - before), 0);
+              });
     EXPECT_EQ(OpenObjectCount(), before + 1);
     place.load()->Release();
     EXPECT_EQ(OpenObjectCount(), before);

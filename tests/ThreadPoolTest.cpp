@@ -1,14 +1,11 @@
 // The thread pool, its box and the threads it is made of.
 #include "threads/ThreadPool.h"
-#include "CallSlot.h"
 #include "FailingMemory.h"
 #include "OssiraCheck.h"
 #include "ServiceTools.h"
 
 #include <algorithm>
-#include <functional>
 #include <regex>
-#include <span>
 #include <thread>
 
 namespace Tavrik::Ossira
@@ -59,86 +56,6 @@ TEST(ConcurrentThreadPool, EveryItemIsDoneOnceWhileWorkersFallAsleep)
         {
             ASSERT_NO_FATAL_FAILURE(DoItems(*pool, round % 2 == 0));
             std::this_thread::sleep_for(std::chrono::microseconds(round % 120));
-        }
-    }
-}
-
-// Bit by bit: whether the first pool's runs, and the second one's, are symmetric.
-TEST(ConcurrentThreadPool, ManyThreadsMayRunJobsThatLeadFromPoolToPoolAndBack)
-{
-    const PoolPtr pools[] = {PoolPtr(CreateThreadPool(2)), PoolPtr(CreateThreadPool(3))};
-    for (const int modes : {0, 1, 2, 3, 0, 0})
-    {
-        const std::function<void(std::size_t)> run = [&](std::size_t depth)
-        {
-            IThreadPool& pool = *pools[depth % 2];
-            const bool symmetric = (modes >> depth % 2 & 1) != 0;
-            if (depth == 0)
-                return DoItems(pool, symmetric);
-            EXPECT_EQ(RunJob(pool, symmetric, [&](CAbortFlag) { run(depth - 1); }), S_OK);
-        };
-        InThreads(4, [&](std::uint32_t thread) { run(3 + thread % 2); });
-    }
-}
-
-// The run that is asked for here has a copy for each worker, and one for the caller unless the
-// workers are done before it looks. One of them waits for a job of another pool, and that job for
-// this run.
-TEST(ConcurrentThreadPool, WorkersThatWaitRunWhatIsQueuedToThem)
-{
-    for (const bool symmetric : {false, true})
-    {
-        const PoolPtr pool(CreateThreadPool(2)), other(CreateThreadPool(2));
-        std::atomic<int> copies = 0;
-        std::atomic<bool> isBegun = false, isServed = false;
-        const auto wait = [&](CAbortFlag)
-        {
-            const bool isWorker = other->CurrentWorker() >= 0;
-            if (isWorker)
-                isBegun = true;
-            while (!(isWorker ? isServed : isBegun))
-                std::this_thread::yield();
-        };
-        const auto outer = [&](CAbortFlag)
-        {
-            EXPECT_EQ(pool->CurrentWorker() < 0 ? S_OK : RunJob(*other, symmetric, wait), S_OK);
-        };
-        std::jthread thread([&] { EXPECT_EQ(RunJob(*pool, false, outer), S_OK); });
-        while (!isBegun)
-            std::this_thread::yield();
-        EXPECT_EQ(RunJob(*pool, false, [&](CAbortFlag) { ++copies; }), S_OK);
-        EXPECT_GE(copies, 2);
-        isServed = true;
-    }
-}
-
-// Three callers want the pool at once, of whom one has its record. A worker's copies that nobody
-// has begun are taken back. Where the run was left too early, a copy counts in a frame that is
-// gone.
-TEST(ConcurrentThreadPool, AnAsymmetricCallerIsThereForEveryCopyWhetherItLooksOrSleeps)
-{
-    const PoolPtr pool(CreateThreadPool(3)), other(CreateThreadPool(2));
-    for (const int microseconds : {0, 1, 30, 200})
-    {
-        const auto run = [&](bool fromWorker)
-        {
-            int copies[4] = {}; // of the caller and of each worker
-            const auto work = [&](CAbortFlag)
-            {
-                const int own = pool->CurrentWorker() + 1;
-                if (own * microseconds != 0)
-                    std::this_thread::sleep_for(std::chrono::microseconds(own * microseconds));
-                ++copies[own];
-            };
-            EXPECT_EQ(RunJob(*pool, false, work), S_OK);
-            for (const int count : std::span(copies).subspan(1))
-                EXPECT_TRUE(count == 1 || (fromWorker && count == 0)) << count;
-        };
-        for (int round = 0; round < 20; ++round)
-        {
-            InThreads(3, [&](std::uint32_t) { run(false); });
-            run(false);
-            RunJob(*other, false, [&](CAbortFlag) { run(other->CurrentWorker() >= 0); });
         }
     }
 }
@@ -228,19 +145,17 @@ TEST(ThreadPool, StatisticsAreOneLineForEachRun)
 
     // There is no work left before all workers were told of it.
     const PoolPtr many(CreateThreadPool(64));
-    std::string text;
-    std::smatch told; // within that text
+    bool isTold = false;
     EXPECT_EQ(box->SetStatistics(1), S_OK);
-    for (int round = 0; round < 1000 && told.empty(); ++round)
+    for (int round = 0; round < 1000 && !isTold; ++round)
     {
         const DiagnosticsCapture lines;
         RunJob(*many, true, [](CAbortFlag) {});
-        text = lines.Text();
-        (void)std::regex_search(text, told, std::regex("RunSymmetric early break: (.*) / (.*)\n"));
-        EXPECT_TRUE(told.empty() || (told[1] == "64" && told[2] >= "1" && told[2] != "64"));
+        isTold = std::regex_search(lines.Text(),
+                                   std::regex("RunSymmetric early break: 64 / [1-9][0-9]?\n"));
     }
     EXPECT_EQ(box->SetStatistics(0), S_OK);
-    EXPECT_FALSE(told.empty());
+    EXPECT_TRUE(isTold);
 }
 
 // --- Pools ---------------------------------------------------------------------------------------
@@ -260,38 +175,32 @@ TEST(ThreadPool, TheNumberOfWorkersIsBounded)
     }
 }
 
-TEST(ThreadPool, WithoutMemoryForAllItsThreadsThereIsNone)
+TEST(ThreadPool, SaysForWhichOfItsThreadsThereIsNoMemory)
 {
-    const auto box = Make<ICommonThreadPoolBox>(CLSID_CommonThreadPoolBox);
-    FailingMemory shortage(0, Shortage::Once);
-    const Result created = box->Create(2);
-    shortage.Stop();
-    EXPECT_EQ(created, E_OUTOFMEMORY);
     const DiagnosticsCapture capture;
     PoolPtr pool;
     for (int which = 0; pool == nullptr; ++which)
     {
-        Result failure = E_OUTOFMEMORY;
-        FailingMemory memory(which, Shortage::Once);
-        pool.reset(CreateThreadPool(2, &failure));
-        memory.Stop();
-        EXPECT_EQ(failure, E_OUTOFMEMORY);
-        EXPECT_EQ(WinThread::LiveCount(), pool ? 2 : 0) << "those that were started have ended";
+        const FailingMemory memory(which, Shortage::Once);
+        pool.reset(CreateThreadPool(2));
     }
     // How much memory a thread takes to start is the platform's affair.
     EXPECT_EQ(capture.CountLinesWith("\aCThreadPool Error #13"), 2u);
     EXPECT_GE(capture.CountLinesWith("\aCThreadPool Error #14"), 2u);
 }
 
-TEST(ConcurrentThreadPoolBox, MayGoWithAJobOfItsOwnPoolWhoeverRunsIt)
+TEST(ConcurrentThreadPoolBox, MayGoWithAJobOfItsOwnPoolThousandsOfTimesAndLeavesNothing)
 {
     const std::thread::id caller = std::this_thread::get_id();
-    for (int round = 0; round < 200; ++round)
+    MemoryInUse before;
+    for (int round = 0; round < 2100; ++round)
     {
+        if (round == 100)
+            before = MeasureMemory();
         const bool onWorker = round % 2 == 0;
         auto box = Make<ICommonThreadPoolBox>(CLSID_CommonThreadPoolBox);
         IThreadPool* pool = nullptr;
-        EXPECT_TRUE(box->Create(2) == S_OK && box->GetThreadPool(&pool) == S_OK);
+        EXPECT_TRUE(box->Create(2 + round % 3) == S_OK && box->GetThreadPool(&pool) == S_OK);
         std::atomic<int> ended = 0;
         const auto work = [&](CAbortFlag)
         {
@@ -305,6 +214,8 @@ TEST(ConcurrentThreadPoolBox, MayGoWithAJobOfItsOwnPoolWhoeverRunsIt)
         EXPECT_GE(ended, 1);
         EXPECT_EQ(CThreadPool::LiveCount() + WinThread::LiveCount(), 0);
     }
+    EXPECT_LE(MeasureMemory().Heap, before.Heap + 10000);
+    EXPECT_LE(MeasureMemory().Process, before.Process + 4000000);
 }
 
 TEST(ThreadPool, InACopyOfTheProcessRunsAreTheCallersAlone)
@@ -331,37 +242,19 @@ TEST(ThreadPool, InACopyOfTheProcessRunsAreTheCallersAlone)
     DoItems(*pool, false);
 }
 
-TEST(ConcurrentThreadPool, ThousandsOfPoolsLeaveNothingBehind)
-{
-    MemoryInUse before;
-    for (int round = 0; round < 2100; ++round)
-    {
-        if (round == 100)
-            before = MeasureMemory();
-        const PoolPtr pool(CreateThreadPool(1 + round % 4));
-        if (round % 3 == 0)
-            continue; // it is destroyed unused
-        ASSERT_NO_FATAL_FAILURE(DoItems(*pool, round % 2 == 0));
-    }
-    EXPECT_EQ(CThreadPool::LiveCount() + WinThread::LiveCount(), 0);
-    EXPECT_LE(MeasureMemory().Heap, before.Heap + 10000);
-    EXPECT_LE(MeasureMemory().Process, before.Process + 4000000);
-}
-
 TEST(ThreadPoolBox, KeepsItsPoolFromBeingDestroyedByItsSlots)
 {
-    EXPECT_EQ(CallSlot<Result>(CreateThreadPool(1), 1), S_OK);
+    EXPECT_EQ(CreateThreadPool(1)->Release(), S_OK);
     EXPECT_EQ(CThreadPool::LiveCount(), 0);
     const auto box = Make<ICommonThreadPoolBox>(CLSID_CommonThreadPoolBox);
     EXPECT_EQ(box->Create(3), S_OK);
     FAILS(box->Create(3), E_ACCESSDENIED, "Already created");
     IThreadPool* pool = nullptr;
     EXPECT_EQ(box->GetThreadPool(&pool), S_OK);
-    FAILS(CallSlot<Result>(pool, 1), E_UNEXPECTED, "IThreadPool::Release forbidden");
-    FAILS(CallSlot<void*>(pool, 0, 1) == pool, 1, "IThreadPool::Release forbidden");
-    CThreadJob job(Raise);
-    EXPECT_EQ(CallSlot<Result>(pool, 2, &job, nullptr, std::uint8_t{1}, "job"), -1);
-    EXPECT_EQ(CallSlot<std::int32_t>(pool, 3), 3);
+    FAILS(pool->Release(), E_UNEXPECTED, "IThreadPool::Release forbidden");
+    FAILS(pool->DeletingDestructor(1) == pool, 1, "IThreadPool::Release forbidden");
+    EXPECT_EQ(pool->GetThreadCount(), 3);
+    DoItems(*pool, false);
 }
 
 // --- Threads -------------------------------------------------------------------------------------
@@ -384,12 +277,13 @@ TEST(ConcurrentThread, EndsByItselfAndIsHeldWhereThePlatformCan)
     EXPECT_EQ(thread->Stop(), 1);
 
     std::atomic<std::uint32_t> count = 0;
-    std::atomic<bool> isOver = false;
+    std::uint8_t flag = 0;
     CThreadJob counting(
-        [&](CAbortFlag)
+        [&](CAbortFlag abort)
         {
-            while (!isOver)
+            while (!abort.IsRaised())
                 ++count;
+            OSSIRA_THROW(E_FAIL, "thrown by a thread");
         });
     const auto advances = [&]
     {
@@ -398,7 +292,9 @@ TEST(ConcurrentThread, EndsByItselfAndIsHeldWhereThePlatformCan)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         return count != before;
     };
-    EXPECT_EQ(thread->Start(&counting, nullptr), 1);
+    EXPECT_EQ(thread->Start(&counting, &flag), 1);
+    EXPECT_EQ(thread->Start(&counting, &flag), 0) << "it runs already";
+    EXPECT_NE(thread->GetThreadId(), 0u);
     while (count == 0)
         std::this_thread::yield();
     const auto begin = Clock::now();
@@ -417,9 +313,13 @@ TEST(ConcurrentThread, EndsByItselfAndIsHeldWhereThePlatformCan)
     EXPECT_EQ(thread->Resume(), 1);
     EXPECT_EQ(thread->GetState(), ThreadStopRequested) << "it was not held";
     EXPECT_FALSE(thread->WaitFor(0));
-    isOver = true;
+    const DiagnosticsCapture capture;
+    const auto asked = Clock::now();
+    std::jthread other([&] { CAbortFlag(&flag).Raise(); });
     EXPECT_TRUE(thread->WaitFor(60000));
+    EXPECT_LT(Clock::now() - asked, Patience);
     EXPECT_EQ(thread->GetState(), ThreadFinished);
+    EXPECT_EQ(capture.CountLinesWith("0x80004005 thrown by a thread: "), 1u);
 }
 
 TEST(ConcurrentEvent, IsAwaitedOnceForEachTimeItIsSetOrNotInTime)
@@ -438,40 +338,6 @@ TEST(ConcurrentEvent, IsAwaitedOnceForEachTimeItIsSetOrNotInTime)
         event.Set();
         event.Reset();
     }
-    const auto begin = Clock::now();
-    std::jthread setter(
-        [&]
-        {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            event.Set();
-        });
-    EXPECT_TRUE(event.WaitFor(20000));
-    EXPECT_LT(Clock::now() - begin, Patience);
-}
-
-TEST(ConcurrentThread, GoesThroughItsStatesWhoeverCallsItsSlots)
-{
-    const DiagnosticsCapture capture;
-    std::uint8_t flag = 0;
-    CThreadJob job(
-        [&](CAbortFlag abort)
-        {
-            while (!abort.IsRaised())
-                std::this_thread::yield();
-            OSSIRA_THROW(E_FAIL, "thrown by a thread");
-        });
-    IThread* const thread = WinThread::Create();
-    EXPECT_EQ(CallSlot<std::uint8_t>(thread, 2, &job, &flag), 1);
-    EXPECT_EQ(CallSlot<std::uint8_t>(thread, 2, &job, &flag), 0) << "it runs already";
-    EXPECT_EQ(CallSlot<std::int32_t>(thread, 4), ThreadRunning);
-    EXPECT_EQ(CallSlot<std::uint8_t>(thread, 3), 0) << "only asked to stop";
-    EXPECT_EQ(CallSlot<std::int32_t>(thread, 4), ThreadStopRequested);
-    EXPECT_NE(CallSlot<std::uint32_t>(thread, 8), 0u);
-    Raise(CAbortFlag(&flag));
-    CallSlot<void>(thread, 7);
-    EXPECT_EQ(CallSlot<std::int32_t>(thread, 4), ThreadFinished);
-    EXPECT_EQ(capture.CountLinesWith("0x80004005 thrown by a thread: "), 1u);
-    CallSlot<void>(thread, 1);
 }
 
 // Whoever frees the memory himself asks for the destruction alone.
@@ -484,12 +350,12 @@ TEST(ThreadPool, TheFirstSlotDestroysAndFreesAsItIsAsked)
     for (const bool frees : {false, true})
     {
         auto* const copy = frees ? new Job(job) : new (memory) Job(job);
-        EXPECT_EQ(CallSlot<void*>(copy, 0, std::uint32_t{frees}), copy);
-        EXPECT_EQ(counted.use_count(), 2);
         IThread* const thread = WinThread::Create();
-        EXPECT_EQ(CallSlot<void*>(thread, 0, std::uint32_t{frees}), thread);
         IThreadPool* const pool = CreateThreadPool(2);
-        EXPECT_EQ(CallSlot<void*>(pool, 0, std::uint32_t{frees}), pool);
+        EXPECT_EQ(copy->DeletingDestructor(frees), copy);
+        EXPECT_EQ(thread->DeletingDestructor(frees), thread);
+        EXPECT_EQ(pool->DeletingDestructor(frees), pool);
+        EXPECT_EQ(counted.use_count(), 2);
         EXPECT_EQ(CThreadPool::LiveCount() + WinThread::LiveCount(), 0);
         if (!frees)
         {
