@@ -133,6 +133,22 @@ TEST(Value, KeepsComparesAndClonesWhatItIsSetTo)
     RunProgram<ValueModel>(5000);
 }
 
+TEST(Value, RefusesMistakesWithTheirText)
+{
+    const auto value = Make<IValue>(CLSID_Value);
+    char data[4] = {};
+    EXPECT_EQ(value->SetValue(DATATYPE_SINT32, data, 4), S_OK);
+    FAILS(value->GetValue(Numbered(1), data, 4), E_INVALIDARG, "");
+    FAILS(value->GetValue(DATATYPE_SINT32, data, 3), E_INVALIDARG,
+          "GetValue-size 3 dose not match data-size 4");
+    FAILS(value->SetValue(Numbered(1), data, -1), E_INVALIDARG, "AllocBuffer(size)");
+    FAILS(value->SetValue(GUID_Null, data, 4), E_INVALIDARG, "data == NULL && size == 0");
+    FAILS(value->GetValue(DATATYPE_SINT32, nullptr, 0), E_FAIL, "");
+    const auto fixed = Make<IValue>(CLSID_ReadOnlyValue);
+    EXPECT_EQ(SetValueSINT32(fixed.Get(), 9), S_OK);
+    FAILS(SetValueSINT32(fixed.Get(), 9), E_ACCESSDENIED, "Value is Readonly");
+}
+
 TEST(Value, IsComparedWithSomebodyElsesValueThatIsWrittenMeanwhileOrCannotBeRead)
 {
     const auto left = Make<IValue>(CLSID_Value);
