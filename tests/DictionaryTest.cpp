@@ -27,8 +27,6 @@ constexpr GUID Absent = Numbered(3);
 
 class Dictionary : public testing::TestWithParam<CLSID>
 {
-protected:
-    ObjectPtr<IDictionaryGUID> Map = Make<IDictionaryGUID>(GetParam());
 };
 
 INSTANTIATE_TEST_SUITE_P(Dictionaries, Dictionary, testing::ValuesIn(Dictionaries));
@@ -36,32 +34,32 @@ INSTANTIATE_TEST_SUITE_P(ValueSets, Dictionary, testing::ValuesIn(ValueSets));
 
 using KeyBytes = std::array<unsigned char, sizeof(GUID)>;
 
-// The keys are made by counting in different fields, grow to thousands and shrink again. Every
-// change ends the enumerator before it, also one that changes nothing.
-class DictionaryModel final : public RandomModel
+// The keys are made by counting in different fields. A change that changes nothing ends the
+// enumerator as well. One of the values is none of the runtime's, and asks the dictionary.
+class DictionaryModel final : public CollectionModel<IDictionaryGUID>
 {
 public:
-    explicit DictionaryModel(const CLSID& clsid) : mClass(clsid)
+    explicit DictionaryModel(const CLSID& clsid) : CollectionModel(clsid, 3000)
     {
-        Replace();
+        mForeign.OnCall = [this]
+        {
+            EXPECT_EQ(mItems->ContainsGUID(Absent), S_FALSE);
+        };
+        Begin();
     }
 
     ~DictionaryModel() override
     {
-        Replace();
-        mWalk = {};
-        for (const auto& item : mItems)
-            EXPECT_EQ(ReferencesOn(*item), 1u);
+        Renew();
+        mWalk.Reset();
     }
 
     void Step() override
     {
         if (Below(3000) == 0)
-            Replace();
-        if (mModel.size() == mGoal)
-            mGoal = Below(1000) == 0 ? 3000u : Below(30);
-        const bool grows = mModel.size() < mGoal;
-        const std::uint32_t number = Below(grows ? 2 * mGoal : 6000);
+            Renew();
+        const bool grows = Grows();
+        const std::uint32_t number = Below(grows && mModel.size() < 40 ? 80 : 6000);
         const auto low = static_cast<std::uint8_t>(number);
         const auto high = static_cast<std::uint8_t>(number >> 8);
         mKey = Below(2) == 0 ? GUID{number, 1, 0, {}} : GUID{0, 2, 0, {high, low}};
@@ -72,29 +70,24 @@ public:
         const char die = (grows ? "-=+++sss" : "-----=+s")[Below(8)];
         if (die == '-')
         {
-            EXPECT_EQ(Answer([&] { return mMap->RemoveGUID(mKey); }), S_OK);
+            Expect([&] { return mItems->RemoveGUID(mKey); }, S_OK);
             mModel.erase(bytes);
         }
         else if (die == 's' && mSet) // into the value that is there, or into a new one
         {
             const auto datum = static_cast<std::int32_t>(Below(1000));
             ObjectPtr<IValue> written;
-            EXPECT_EQ(Answer([&] { return SetValueSINT32(mSet.Get(), mKey, datum); }), S_OK);
+            Expect([&] { return SetValueSINT32(mSet.Get(), mKey, datum); }, S_OK);
             EXPECT_EQ(mSet->GetValueGUID(mKey, IID_IValue, written.PutVoid()), S_OK);
             mNumbers[mModel.try_emplace(bytes, written.Get()).first->second] = datum;
         }
         else if (die != '=')
         {
-            const auto& item = mItems[Below(std::size(mItems))];
-            EXPECT_EQ(Answer([&] { return mMap->SetValueGUID(mKey, item.Get()); }), S_OK);
+            const auto& item = mValues[Below(std::size(mValues))];
+            Expect([&] { return mItems->SetValueGUID(mKey, item.Get()); }, S_OK);
             mModel[bytes] = item.Get();
         }
-        if (die != '=')
-            mWalk.End();
-        if (Below(4) == 0)
-            mWalk.Begin(Walk<IEnumerator>(*mMap));
-        for (std::uint32_t count = Below(6); count > 0; --count)
-            StepWalk(Below(5));
+        GoOn(die != '=');
     }
 
     void Check() override
@@ -102,10 +95,11 @@ public:
         const auto found = mModel.find(std::bit_cast<KeyBytes>(mKey));
         const bool isHeld = found != mModel.end();
         ObjectPtr<IValue> got;
-        EXPECT_EQ(mMap->GetValueGUID(mKey, IID_IValue, got.PutVoid()), isHeld ? S_OK : E_NOT_FOUND);
+        EXPECT_EQ(mItems->GetValueGUID(mKey, IID_IValue, got.PutVoid()),
+                  isHeld ? S_OK : E_NOT_FOUND);
         EXPECT_EQ(got.Get(), isHeld ? found->second : nullptr);
-        EXPECT_EQ(mMap->ContainsGUID(mKey), isHeld ? S_OK : S_FALSE);
-        EXPECT_EQ(mMap->GetCount(), static_cast<Result>(mModel.size()));
+        EXPECT_EQ(mItems->ContainsGUID(mKey), isHeld ? S_OK : S_FALSE);
+        EXPECT_EQ(mItems->GetCount(), static_cast<Result>(mModel.size()));
         if (mSet)
         {
             std::int32_t number = -1;
@@ -120,92 +114,64 @@ public:
         std::vector<std::string> texts;
         for (const auto& entry : mModel)
             texts.push_back(Text(std::bit_cast<GUID>(entry.first)));
-        EXPECT_EQ(KeysOf(*mMap), texts);
+        EXPECT_EQ(KeysOf(*mItems), texts);
         EXPECT_EQ(mKeys ? KeysOf(*mKeys) : texts, texts);
-        EXPECT_EQ(mValues ? mValues->GetCount() : mMap->GetCount(), mMap->GetCount());
+        EXPECT_EQ(mShown ? mShown->GetCount() : mItems->GetCount(), mItems->GetCount());
     }
 
 private:
-    void StepWalk(std::uint32_t which)
+    std::size_t Size() const override
     {
-        const auto isKey = [this](std::size_t at, IUnknown& item)
-        {
-            GUID key = GUID_Null;
-            const auto entry = std::next(mModel.begin(), static_cast<std::ptrdiff_t>(at));
-            return GetValueGUID(As<IValue>(item).Get(), &key) == S_OK &&
-                   std::bit_cast<KeyBytes>(key) == entry->first;
-        };
-        mWalk.Step(which, mModel.size(), isKey);
+        return mModel.size();
     }
 
-    // The enumerator keeps the entries of its dictionary; nobody else does.
-    void Replace()
+    bool IsAt(std::size_t at, IUnknown& item) const override
     {
-        if (mMap)
-            mWalk.Begin(Walk<IEnumerator>(*mMap));
+        GUID key = GUID_Null;
+        const auto value = As<IValue>(item);
+        EXPECT_EQ(SetValueGUID(value.Get(), Absent), E_ACCESSDENIED);
+        return GetValueGUID(value.Get(), &key) == S_OK &&
+               std::bit_cast<KeyBytes>(key) ==
+                   std::next(mModel.begin(), static_cast<std::ptrdiff_t>(at))->first;
+    }
+
+    void Begin()
+    {
+        BeginWalk();
+        (void)mItems.QueryTo(mSet);
+        EXPECT_EQ(mSet ? S_OK : mItems->GetKeys(mKeys.PutVoid()), S_OK);
+        EXPECT_EQ(mSet ? S_OK : mItems->GetValues(mShown.PutVoid()), S_OK);
+        for (const auto& value : mValues)
+            EXPECT_EQ(SetValueSINT32(value.Get(), mNumbers[value.Get()] = 7), S_OK);
+    }
+
+    void Renew()
+    {
         mKeys.Reset();
-        mValues.Reset();
+        mShown.Reset();
         mSet.Reset();
-        mMap = Make<IDictionaryGUID>(mClass);
-        for (std::uint32_t step = 0; step < 100; ++step)
-            StepWalk(1 + step % 2 * 2);
-        for (const auto& item : mItems)
-        {
-            const auto uses = std::ranges::count(mModel | std::views::values, item.Get());
-            EXPECT_EQ(ReferencesOn(*item), static_cast<std::uint32_t>(uses) + 1);
-        }
+        Replace();
+        for (std::size_t at = 1; at < std::size(mValues); ++at)
+            EXPECT_EQ(std::ranges::count(mModel | std::views::values, mValues[at].Get()) + 1,
+                      ReferencesOn(*mValues[at]));
         mModel.clear();
-        mWalk.Begin(Walk<IEnumerator>(*mMap));
-        (void)mMap.QueryTo(mSet);
-        EXPECT_EQ(mSet ? S_OK : mMap->GetKeys(mKeys.PutVoid()), S_OK);
-        EXPECT_EQ(mSet ? S_OK : mMap->GetValues(mValues.PutVoid()), S_OK);
-        for (const auto& item : mItems)
-            EXPECT_EQ(SetValueSINT32(item.Get(), mNumbers[item.Get()] = 7), S_OK);
+        Begin();
     }
 
-    const CLSID mClass;
-    ObjectPtr<IDictionaryGUID> mMap;
     ObjectPtr<IValueSet> mSet; // the same, where it is one
     ObjectPtr<ICollectionGUID> mKeys;
-    ObjectPtr<ICollection> mValues;
-    const ObjectPtr<IValue> mItems[3] = {Make<IValue>(CLSID_Value), Make<IValue>(CLSID_Value),
-                                         Make<IValue>(CLSID_Value)};
+    ObjectPtr<ICollection> mShown;
+    TestValue mForeign;
+    const ObjectPtr<IValue> mValues[3] = {ObjectPtr<IValue>(&mForeign), Make<IValue>(CLSID_Value),
+                                          Make<IValue>(CLSID_Value)};
     std::map<KeyBytes, IValue*> mModel;
     std::map<IValue*, std::int32_t> mNumbers;
     GUID mKey = GUID_Null;
-    WalkModel mWalk;
-    std::uint32_t mGoal = 3000;
 };
 
 TEST_P(Dictionary, FindsReplacesRemovesAndOrdersKeysLikeAMap)
 {
     RunProgram<DictionaryModel>(15000, GetParam());
-}
-
-TEST_P(Dictionary, AnEnumeratorYieldsKeysAsReadOnlyValuesToBothOfItsInterfaces)
-{
-    GUID key = GUID_Null;
-    FAILS(Walk<IEnumeratorGUID>(*Map)->GetCurrentGUID(&key), E_FAIL, "Enumerator at End");
-    EXPECT_EQ(Map->SetValueGUID(KeyA, Make<IValue>(CLSID_Value).Get()), S_OK);
-    const auto enumerator = Walk<IEnumerator>(*Map);
-    const auto keys = As<IEnumeratorGUID>(*enumerator); // one position, whichever steps
-    ObjectPtr<IValue> value;
-    EXPECT_EQ(keys->GetCurrentGUID(&key), S_OK);
-    EXPECT_TRUE(SameGuid(key, KeyA)) << "before the first step";
-    EXPECT_EQ(keys->MoveNext(), S_OK);
-    EXPECT_EQ(enumerator->GetCurrent(IID_IValue, value.PutVoid()), S_OK);
-    FAILS(SetValueGUID(value.Get(), Absent), E_ACCESSDENIED, "Value is Readonly");
-    FAILS(keys->GetCurrentGUID(nullptr), E_POINTER, "pguid");
-    ExpectEnd(*enumerator);
-    FAILS(keys->GetCurrentGUID(&key), E_FAIL, "");
-    EXPECT_EQ(Map->RemoveGUID(Absent), S_OK);
-    FAILS(keys->GetCurrentGUID(&key), E_ACCESSDENIED,
-          "List was modified, the enumerator is invalid now");
-}
-
-GUID KeyOf(std::uint64_t high, std::uint64_t low)
-{
-    return std::bit_cast<GUID>(std::array{high, low});
 }
 
 // Keys that count in some bits only, and keys that a sum of multiples of their halves cannot tell
@@ -218,7 +184,7 @@ TEST(Dictionaries, TakeChosenKeysAsTheyTakeRandomOnesAndGiveBackWhatTheyNoLonger
     {
         std::vector<GUID> keys;
         for (std::uint64_t at = 0; at < 10000; ++at)
-            keys.push_back(keyOf(at));
+            keys.push_back(std::bit_cast<GUID>(keyOf(at)));
         const auto begin = std::chrono::steady_clock::now();
         const std::int64_t before = LiveAllocations();
         for (const GUID& key : keys)
@@ -231,14 +197,16 @@ TEST(Dictionaries, TakeChosenKeysAsTheyTakeRandomOnesAndGiveBackWhatTheyNoLonger
         return duration;
     };
     std::mt19937_64 random(3);
-    const auto limit = 20 * fill([&](std::uint64_t) { return KeyOf(random(), random()); });
+    const auto limit = 20 * fill([&](std::uint64_t) { return std::array{random(), random()}; });
     for (const std::uint64_t factor : {0x9E3779B97F4A7C15U, 0x94D049BB133111EBU})
-        EXPECT_LT(fill([=](std::uint64_t at) { return KeyOf(at, 0 - at * factor); }), limit);
+        EXPECT_LT(fill([=](std::uint64_t at) { return std::array{at, 0 - at * factor}; }), limit);
     for (const int shift : {0, 11, 32, 48})
-    {
-        EXPECT_LT(fill([=](std::uint64_t at) { return KeyOf(at << shift, 0); }), limit);
-        EXPECT_LT(fill([=](std::uint64_t at) { return KeyOf(0, at << shift); }), limit);
-    }
+        for (const std::uint64_t half : {0U, 1U})
+            EXPECT_LT(fill(
+                          [=](std::uint64_t at) {
+                              return std::array{(at << shift) * half, (at << shift) * (1 - half)};
+                          }),
+                      limit);
 }
 
 // Any object is an item of a dictionary, and may call it when it is asked and when it dies.
@@ -275,27 +243,6 @@ TEST(Dictionaries, ShowViewsThatRefuseEveryChangeAndCallTheirItemsWhileNobodyWai
         EXPECT_EQ(map->GetValueGUID(KeyA, IID_IValue, &out), E_NOINTERFACE);
         EXPECT_EQ(map->RemoveGUID(KeyA) + map->Clear(), S_OK);
         EXPECT_EQ(calls, 5) << "one died early, two were asked, two died";
-        ExpectDead(*walk);
-    }
-}
-
-TEST(ValueSets, CallTheirValuesWhileNobodyWaits)
-{
-    for (const CLSID& clsid : ValueSets)
-    {
-        TestValue value; // outlives the set
-        const auto set = Make<IValueSet>(clsid);
-        int calls = 0;
-        value.OnCall = [&]
-        {
-            calls += set->RemoveGUID(Absent) == S_OK;
-        };
-        EXPECT_EQ(set->SetValueGUID(KeyA, &value), S_OK);
-        GUID type = GUID_Null;
-        EXPECT_EQ(set->GetDataType(KeyA, &type), S_OK);
-        EXPECT_EQ(set->GetValueData(KeyA, type, nullptr, 0), 4);
-        EXPECT_EQ(set->SetValueData(KeyA, type, &type, 4), S_OK);
-        EXPECT_EQ(calls, 3);
     }
 }
 

@@ -56,7 +56,7 @@ protected:
     template <class Call>
     [[nodiscard]] Result Answer(Call call)
     {
-        if (Below(8) == 0)
+        if (mMayRunShort && Below(8) == 0)
         {
             FailingMemory memory(Below(4), Below(2) == 0 ? Shortage::Once : Shortage::FromThenOn);
             const Result answer = call();
@@ -66,6 +66,21 @@ protected:
         }
         return call();
     }
+
+    // Checks an answer; at times also the one line that is written then, or that none is.
+    template <class Call>
+    void Expect(Call call, Result answer, const std::string& text = "")
+    {
+        if (Below(text.empty() ? 128 : 16) != 0)
+        {
+            EXPECT_EQ(Answer(call), answer) << text;
+            return;
+        }
+        const ObserverMaskScope errors(PRINT_ERROR);
+        FAILS(call(), answer, text);
+    }
+
+    bool mMayRunShort = true;
 
 private:
     std::mt19937 mRandom;
@@ -77,58 +92,146 @@ void RunProgram(std::uint32_t steps, const Arguments&... arguments)
     Model(arguments...).Run(Setting("OSSIRA_TEST_SEED", 1), Setting("OSSIRA_TEST_STEPS", steps));
 }
 
-// An enumerator that every change of its collection ends, and where it stands.
-class WalkModel
+// A collection that grows to many items and shrinks again, beside what it should hold; and an
+// enumerator, which every change ends.
+template <class Collection>
+class CollectionModel : public RandomModel
 {
-public:
-    void Begin(ObjectPtr<IEnumerator> walk)
+protected:
+    CollectionModel(const CLSID& clsid, std::size_t most) : mClass(clsid), mMost(most), mGoal(most)
     {
-        mWalk = std::move(walk);
+    }
+
+    [[nodiscard]] virtual std::size_t Size() const = 0;
+    [[nodiscard]] virtual bool IsAt(std::size_t at, IUnknown& item) const = 0;
+
+    [[nodiscard]] bool Grows()
+    {
+        if (Size() == mGoal)
+            mGoal = Below(1000) == 0 ? mMost : Below(40);
+        return Size() < mGoal;
+    }
+
+    // The enumerator outlives its collection, and holds what is in there alone.
+    void Replace()
+    {
+        BeginWalk();
+        mItems = Make<Collection>(mClass);
+        mMayRunShort = false; // since the model is not that of the new one
+        for (std::uint32_t step = 0; step < 100; ++step)
+            StepWalk(1 + step % 2 * 2);
+        mMayRunShort = true;
+    }
+
+    void BeginWalk()
+    {
+        mWalk = Walk<IEnumerator>(*mItems);
         mAt = -1;
         mIsDead = false;
     }
 
-    void End()
+    void GoOn(bool hasChanged)
     {
-        mIsDead = true;
+        mIsDead |= hasChanged;
+        if (Below(4) == 0)
+            BeginWalk();
+        for (std::uint32_t count = Below(8); count > 0; --count)
+            StepWalk(Below(5));
     }
 
-    // One of its operations, over so many items; `isItem` compares what is current.
-    template <class IsItem>
-    void Step(std::uint32_t which, std::size_t size, IsItem isItem)
+    const CLSID mClass;
+    ObjectPtr<Collection> mItems = Make<Collection>(mClass);
+    ObjectPtr<IEnumerator> mWalk;
+
+private:
+    void StepWalk(std::uint32_t which)
     {
-        if (!mWalk)
-            return;
-        const auto count = static_cast<std::ptrdiff_t>(size);
+        const auto count = static_cast<std::ptrdiff_t>(Size());
         const bool isPast = mAt == count;
-        const auto expected = [this](Result answer)
+        const auto expect = [this](auto call, Result answer, const char* text)
         {
-            return mIsDead ? E_ACCESSDENIED : answer;
+            Expect(call, mIsDead ? E_ACCESSDENIED : answer,
+                   mIsDead ? "List was modified, the enumerator is invalid now" : text);
         };
         if (which == 0)
         {
-            EXPECT_EQ(mWalk->Reset(), expected(S_OK));
+            expect([this] { return mWalk->Reset(); }, S_OK, "");
             mAt = -1;
         }
         else if (which < 3)
         {
             mAt += isPast || mIsDead ? 0 : 1;
-            EXPECT_EQ(mWalk->MoveNext(), expected(isPast ? E_FAIL : mAt < count ? S_OK : S_FALSE));
+            expect([this] { return mWalk->MoveNext(); },
+                   isPast        ? E_FAIL
+                   : mAt < count ? S_OK
+                                 : S_FALSE,
+                   "");
         }
         else
         {
-            const Result answer = expected(isPast || count == 0 ? E_FAIL : S_OK);
-            ObjectPtr<IUnknown> item;
-            EXPECT_EQ(mWalk->GetCurrent(IID_IUnknown, item.PutVoid()), answer);
+            const Result answer = isPast || count == 0 ? E_FAIL : S_OK;
+            const char* const text = isPast || count > 0 ? "" : "Enumerator at End";
             const auto at = static_cast<std::size_t>(std::max<std::ptrdiff_t>(mAt, 0));
-            EXPECT_EQ(item && isItem(at, *item), answer == S_OK);
+            ObjectPtr<IUnknown> item;
+            ObjectPtr<IEnumeratorGUID> keys;
+            GUID key = GUID_Null, same = GUID_Null;
+            expect([&] { return mWalk->GetCurrent(IID_IUnknown, item.PutVoid()); }, answer, text);
+            EXPECT_EQ(item && IsAt(at, *item), answer == S_OK && !mIsDead);
+            if (Below(16) == 0)
+                expect([this] { return mWalk->GetCurrent(IID_IUnknown, nullptr); }, E_POINTER,
+                       "ppv");
+            if (mWalk.QueryTo(keys) != S_OK)
+                return;
+            if (Below(16) == 0)
+                expect([&] { return keys->GetCurrentGUID(nullptr); }, E_POINTER, "pguid");
+            expect([&] { return keys->GetCurrentGUID(&key); }, answer, text);
+            (void)(item ? GetValueGUID(As<IValue>(*item).Get(), &same) : E_FAIL);
+            EXPECT_TRUE(SameGuid(key, same));
         }
     }
 
+    const std::size_t mMost;
+    std::size_t mGoal;
+    std::ptrdiff_t mAt = -1; // before the first; as many as there are: behind the last
+    bool mIsDead = false;
+};
+
+// An enumerator of numbered keys that goes on when keys go and when its owner lets it.
+class KeyWalk
+{
+public:
+    void Begin(IUnknown& owner)
+    {
+        mWalk = Walk<IEnumerator>(*As<IEnumerable>(owner));
+        IsDead = false;
+        mPassed = 0;
+    }
+
+    template <class IsThere>
+    void Step(std::uint32_t bound, IsThere isThere)
+    {
+        std::uint32_t next = mPassed;
+        while (next < bound && !isThere(next))
+            ++next;
+        GUID key = GUID_Null;
+        EXPECT_EQ(mWalk->MoveNext(), IsDead            ? E_ACCESSDENIED
+                                     : mPassed > bound ? E_FAIL
+                                     : next < bound    ? S_OK
+                                                       : S_FALSE);
+        mPassed = next + 1;
+        ObjectPtr<IValue> value;
+        EXPECT_EQ(mWalk->GetCurrent(IID_IValue, value.PutVoid()), IsDead         ? E_ACCESSDENIED
+                                                                  : next < bound ? S_OK
+                                                                                 : E_FAIL);
+        EXPECT_TRUE(!value ||
+                    (GetValueGUID(value.Get(), &key) == S_OK && SameGuid(key, Numbered(next))));
+    }
+
+    bool IsDead = false;
+
 private:
     ObjectPtr<IEnumerator> mWalk;
-    std::ptrdiff_t mAt = -1; // before the first; `size` is behind the last
-    bool mIsDead = false;
+    std::uint32_t mPassed = 0; // keys below are behind the walk
 };
 
 } // namespace Tavrik::Ossira::tTest

@@ -18,245 +18,228 @@ namespace
 
 using Numbers = std::vector<std::uint32_t>; // of identifiers made by `Numbered`
 
-TEST(ObjectFactory, EveryFailureHasItsCodeAndItsOneLine)
-{
-    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
-    const auto failing = ModuleFile("raw", "CreatorFails").wstring();
-    EXPECT_EQ(factory->RegisterClass(Numbered(1), failing.c_str(), nullptr), S_OK);
-    EXPECT_EQ(factory->RegisterClass(Numbered(1), nullptr, nullptr), S_FALSE);
-    EXPECT_EQ(factory->RegisterClass(Numbered(2), L"no such file", nullptr), S_OK);
-    EXPECT_EQ(factory->RegisterClass(CLSID_Value, L"", nullptr), S_OK);
-    void* out = nullptr;
-    const auto create = [&](const CLSID& clsid)
-    {
-        return factory->GetClassObject(clsid, IID_ICounter, &out);
-    };
-    FAILS(factory->GetClassObject(CLSID_Value, IID_IValue, nullptr), E_POINTER, "ppv");
-    FAILS(create(CLSID_GlobalSingleton), E_INVALIDARG,
-          "CLSID_GlobalSingleton - cannot create singleton from singleton");
-    FAILS(create(Numbered(1)), E_ABORT, "DynLib.GetClassObject()");
-    FAILS(create(Numbered(2)), E_FAIL, "DynLib.Open()");
-    FAILS(create(CLSID_Value), E_NOINTERFACE, "CreateClassObject()");
-    FAILS(factory->RegisterClass(CLSID_GlobalSingleton, nullptr, nullptr), E_INVALIDARG,
-          "CLSID_GlobalSingleton - cannot use singleton from singleton");
-    FAILS(factory->GetClassValue(Numbered(0), IID_IUnknown, &out), E_FAIL, "not exists");
-    REPORTS(create(Numbered(0)), E_FAIL,
-            "-ERROR- Unknwon class-id " + Text(Numbered(0)) + " - Cannot create class");
-    EXPECT_EQ(out, nullptr);
-}
-
-TEST(ClassEnumerators, DieAtAnAdditionAndOutliveARemoval)
-{
-    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
-    const auto singletons = Make<ISingleton>(CLSID_DebugSingleton);
-    for (const bool ofFactory : {true, false})
-    {
-        const auto add = [&](std::uint32_t number)
-        {
-            return ofFactory ? factory->RegisterClass(Numbered(number), L"", "")
-                             : singletons->RegisterObject(Numbered(number), factory.Get());
-        };
-        const auto remove = [&](std::uint32_t number)
-        {
-            return ofFactory ? factory->UnregisterClass(Numbered(number))
-                             : singletons->UnregisterObject(Numbered(number));
-        };
-        for (const std::uint32_t number : {3u, 1u, 4u, 2u})
-            EXPECT_EQ(add(number), S_OK);
-        ObjectPtr<IEnumerable> owner;
-        ObjectPtr<IEnumerator> keys;
-        EXPECT_EQ(ofFactory ? factory.QueryTo(owner) : singletons.QueryTo(owner), S_OK);
-        EXPECT_EQ(owner->GetEnumerator(IID_IEnumerator, keys.PutVoid()), S_OK);
-        const auto step = [&]
-        {
-            ObjectPtr<IValue> value;
-            GUID key = GUID_Null;
-            if (keys->MoveNext() == S_OK && keys->GetCurrent(IID_IValue, value.PutVoid()) == S_OK)
-                (void)GetValueGUID(value.Get(), &key);
-            return static_cast<std::uint32_t>(key.Data1);
-        };
-        EXPECT_EQ((Numbers{step(), step()}), (Numbers{1, 2}));
-        EXPECT_EQ(remove(2), S_OK);
-        EXPECT_EQ(remove(3), S_OK);
-        EXPECT_EQ((Numbers{step(), step()}), (Numbers{4, 0}));
-        EXPECT_EQ(add(4), S_FALSE);
-        EXPECT_EQ(keys->Reset(), S_OK);
-        EXPECT_EQ(add(5), S_OK);
-        const std::string text = "List was modified, the enumerator is invalid now";
-        FAILS(keys->Reset(), E_ACCESSDENIED, text);
-        FAILS(keys->MoveNext(), E_ACCESSDENIED, text);
-        FAILS(keys->GetCurrent(IID_IValue, nullptr), E_ACCESSDENIED, text);
-    }
-}
-
 // The group of number 0 is that of no group.
+class RegistryModel final : public RandomModel
+{
+public:
+    void Step() override
+    {
+        mEntry = {1 + Below(3), Below(3), 1 + Below(4)};
+        const GUID category = Numbered(mEntry[0]), clsid = Numbered(mEntry[2]);
+        const GUID group = GroupOf(mEntry[1]);
+        const bool isBrief = mEntry[1] == 0 && Below(2) == 0;
+        if (Below(16) < 9)
+        {
+            const auto add = [&]
+            {
+                return isBrief ? mRegistry->RegisterClass(category, clsid)
+                               : mRegistry->RegisterGroupClass(category, group, clsid);
+            };
+            const bool isThere = mModel.contains(mEntry);
+            Expect(add, isThere ? S_FALSE : S_OK);
+            mModel.insert(mEntry);
+            return;
+        }
+        const bool isGone = mModel.erase(mEntry) != 0;
+        EXPECT_EQ(isBrief ? mRegistry->UnregisterClass(category, clsid)
+                          : mRegistry->UnregisterGroupClass(category, group, clsid),
+                  isGone ? S_OK : S_FALSE);
+    }
+
+    void Check() override
+    {
+        const GUID category = Numbered(mEntry[0]), clsid = Numbered(mEntry[2]);
+        const GUID group = GroupOf(mEntry[1]);
+        const auto classes = TextsBehind(2);
+        ObjectPtr<IEnumeratorGUID> keys, same;
+        EXPECT_EQ(mRegistry->ContainsCategory(category), TextsBehind(1).empty() ? S_FALSE : S_OK);
+        EXPECT_EQ(mRegistry->ContainsGroup(category, group), classes.empty() ? S_FALSE : S_OK);
+        EXPECT_EQ(mRegistry->ContainsGroupClass(category, group, clsid),
+                  mModel.contains(mEntry) ? S_OK : S_FALSE);
+        const Result found = classes.empty() ? E_NOT_FOUND : S_OK;
+        EXPECT_EQ(mRegistry->GetGroupClasses(category, group, IID_IEnumeratorGUID, keys.PutVoid()),
+                  found);
+        EXPECT_EQ(keys ? KeysIn(*keys) : classes, classes);
+        EXPECT_EQ(mRegistry->GetCategories(IID_IEnumeratorGUID, keys.PutVoid()), S_OK);
+        EXPECT_EQ(KeysIn(*keys), TextsBehind(0));
+        if (mEntry[1] != 0)
+            return;
+        EXPECT_EQ(mRegistry->ContainsClass(category, clsid),
+                  mModel.contains(mEntry) ? S_OK : S_FALSE);
+        EXPECT_EQ(mRegistry->GetClasses(category, IID_IEnumeratorGUID, same.PutVoid()), found);
+        EXPECT_EQ(same ? KeysIn(*same) : classes, classes);
+    }
+
+private:
+    using Entry = std::array<std::uint32_t, 3>; // category, group, class
+
+    static GUID GroupOf(std::uint32_t number)
+    {
+        return number == 0 ? GUID_Null : Numbered(number);
+    }
+
+    // What entries that begin like this one go on with.
+    std::vector<std::string> TextsBehind(std::size_t depth)
+    {
+        std::set<std::string> texts;
+        for (const Entry& each : mModel)
+            if (std::equal(each.begin(), each.begin() + depth, mEntry.begin()))
+                texts.insert(Text(Numbered(each[depth])));
+        return {texts.begin(), texts.end()};
+    }
+
+    const ObjectPtr<IClsidRegistry> mRegistry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
+    std::set<Entry> mModel;
+    Entry mEntry = {};
+};
+
 TEST(ClsidRegistry, FilesAndTakesOutLikeAMapOfMaps)
 {
-    const ObserverMaskScope silence(0);
-    const auto registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
-    std::map<std::uint32_t, std::map<std::uint32_t, std::set<std::uint32_t>>> model;
-    const auto textsOf = [](const auto& numbers, auto numberOf)
-    {
-        std::vector<std::string> texts;
-        for (const auto& each : numbers)
-            texts.push_back(Text(numberOf(each) == 0 ? GUID_Null : Numbered(numberOf(each))));
-        return texts;
-    };
-    std::mt19937 random(Setting("OSSIRA_TEST_SEED", 77));
-    for (int round = 0; round < 4000; ++round)
-    {
-        SCOPED_TRACE(round);
-        const std::uint32_t c = 1 + Below(random, 3), g = Below(random, 3),
-                            k = 1 + Below(random, 4);
-        const GUID category = Numbered(c), clsid = Numbered(k);
-        const GUID group = g == 0 ? GUID_Null : Numbered(g);
-        const bool brief = g == 0 && round % 2 == 0;
-        if (Below(random, 16) < 9)
-        {
-            const bool isNew = model[c][g].insert(k).second;
-            ASSERT_EQ(brief ? registry->RegisterClass(category, clsid)
-                            : registry->RegisterGroupClass(category, group, clsid),
-                      isNew ? S_OK : S_FALSE);
-        }
-        else
-        {
-            const bool wasThere = model[c][g].erase(k) != 0;
-            if (model[c][g].empty())
-                model[c].erase(g);
-            if (model[c].empty())
-                model.erase(c);
-            ASSERT_EQ(brief ? registry->UnregisterClass(category, clsid)
-                            : registry->UnregisterGroupClass(category, group, clsid),
-                      wasThere ? S_OK : S_FALSE);
-        }
-        const bool hasCategory = model.contains(c), hasGroup = hasCategory && model[c].contains(g);
-        const bool hasClass = hasGroup && model[c][g].contains(k);
-        ASSERT_EQ(registry->ContainsCategory(category), hasCategory ? S_OK : S_FALSE);
-        ASSERT_EQ(registry->ContainsGroup(category, group), hasGroup ? S_OK : S_FALSE);
-        ASSERT_EQ(brief ? registry->ContainsClass(category, clsid)
-                        : registry->ContainsGroupClass(category, group, clsid),
-                  hasClass ? S_OK : S_FALSE);
-        ObjectPtr<IEnumeratorGUID> keys;
-        ASSERT_EQ(
-            brief ? registry->GetClasses(category, IID_IEnumeratorGUID, keys.PutVoid())
-                  : registry->GetGroupClasses(category, group, IID_IEnumeratorGUID, keys.PutVoid()),
-            hasGroup ? S_OK : E_NOT_FOUND);
-        if (hasGroup)
-        {
-            ASSERT_EQ(KeysIn(*keys), textsOf(model[c][g], [](std::uint32_t each) { return each; }));
-        }
-        ASSERT_EQ(registry->GetCategories(IID_IEnumeratorGUID, keys.PutVoid()), S_OK);
-        ASSERT_EQ(KeysIn(*keys), textsOf(model, [](const auto& each) { return each.first; }));
-    }
+    RunProgram<RegistryModel>(4000);
 }
 
-// Classes of a module, of a file that is none and of no file, by the numbers of the files.
-TEST(ObjectFactory, TellsOfItsClassesAndFilesLikeAMap)
+// Classes of a module, of a file that is none, of no file and of a module that makes no objects.
+class FactoryModel final : public RandomModel
 {
-    const ObserverMaskScope silence(0);
-    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
-    const std::wstring files[] = {ModuleFile("raw", "Decent").wstring(), L"no file", L""};
-    std::map<std::uint32_t, std::pair<std::size_t, std::string>> model;
-    std::vector<ObjectPtr<IUnknown>> objects; // of the module
-    bool isLoaded = false;
-    std::int32_t counts[3] = {-1, -1, -1}; // of the classes ever registered; -1: unknown
-    std::mt19937 random(Setting("OSSIRA_TEST_SEED", 78));
-    for (int round = 0; round < 400; ++round)
+public:
+    FactoryModel()
     {
-        SCOPED_TRACE(round);
-        const std::uint32_t number = 1 + Below(random, 8);
-        const CLSID clsid = Numbered(number);
-        const std::size_t at = Below(random, 3);
-        const std::string info = round % 7 == 0 ? "" : "class " + std::to_string(round);
-        const std::uint32_t die = Below(random, 8);
-        const auto known = model.find(number);
+        mWalk.Begin(*mFactory);
+    }
+
+    void Step() override
+    {
+        mNumber = 1 + Below(8);
+        mFile = Below(std::size(mFiles));
+        const CLSID clsid = Numbered(mNumber);
+        const std::string info = Below(7) == 0 ? "" : "class " + std::to_string(Below(1000));
+        const std::uint32_t die = Below(8);
+        const auto known = mModel.find(mNumber);
+        const bool isKnown = known != mModel.end();
         if (die < 3)
         {
-            isLoaded |= at == 0 && counts[0] < 0; // by its first class
-            const bool isNew = model.try_emplace(number, at, info).second;
-            counts[at] = std::max(counts[at], 0) + (isNew ? 1 : 0);
-            ASSERT_EQ(factory->RegisterClass(clsid, files[at].c_str(), info.c_str()),
-                      isNew ? S_OK : S_FALSE);
+            mIsLoaded |= mFile == 0 && mCounts[0] < 0; // by its first class
+            EXPECT_EQ(mFactory->RegisterClass(clsid, mFiles[mFile].c_str(), info.c_str()),
+                      isKnown ? S_FALSE : S_OK);
+            mCounts[mFile] = std::max(mCounts[mFile], 0) + (isKnown ? 0 : 1);
+            mModel.try_emplace(mNumber, mFile, info);
+            mWalk.IsDead |= !isKnown;
         }
+        else if (die < 4)
+            EXPECT_EQ(mFactory->UnregisterClass(clsid),
+                      mModel.erase(mNumber) != 0 ? S_OK : S_FALSE);
         else if (die < 5)
         {
-            ASSERT_EQ(factory->UnregisterClass(clsid), model.erase(number) != 0 ? S_OK : S_FALSE);
+            if (Below(4) == 0)
+                mWalk.Begin(*mFactory);
+            mWalk.Step(9, [this](std::uint32_t number) { return mModel.contains(number); });
         }
         else if (die < 7)
         {
-            constexpr Result answers[] = {S_OK, E_FAIL, E_NOINTERFACE};
+            constexpr std::pair<Result, const char*> answers[] = {
+                {S_OK, ""},
+                {E_FAIL, "DynLib.Open()"},
+                {E_NOINTERFACE, "CreateClassObject()"},
+                {E_ABORT, "DynLib.GetClassObject()"}};
+            const ObserverMaskScope errors(PRINT_ERROR);
             ObjectPtr<IUnknown> object;
-            const Result expected = known == model.end() ? E_FAIL : answers[known->second.first];
-            ASSERT_EQ(factory->GetClassObject(clsid, IID_IUnknown, object.PutVoid()), expected);
-            isLoaded |= expected == S_OK;
+            const auto& [answer, text] = answers[isKnown ? known->second.first : 1];
+            REPORTS(mFactory->GetClassObject(clsid, IID_IUnknown, object.PutVoid()), answer,
+                    isKnown ? InReport(text) : "-ERROR- Unknwon class-id " + Text(clsid));
+            mIsLoaded |= static_cast<bool>(object);
             if (object)
-                objects.push_back(object);
+                mObjects.push_back(object);
         }
         else
         {
-            objects.resize(Below(random, objects.size() + 1) / 2);
-            ASSERT_EQ(factory->FlushModules(), S_OK);
-            isLoaded &= !objects.empty();
+            mObjects.resize(Below(mObjects.size() + 1) / 2);
+            EXPECT_EQ(mFactory->FlushModules(), S_OK);
+            mIsLoaded &= !mObjects.empty();
         }
-        ASSERT_EQ(IsMapped(ModuleFile("raw", "Decent")), isLoaded);
+    }
+
+    void Check() override
+    {
+        const CLSID clsid = Numbered(mNumber);
+        EXPECT_EQ(IsMapped(ModuleFile("raw", "Decent")), mIsLoaded);
         ObjectPtr<IValueSet> values;
         std::wstring file;
         std::int32_t count = -1;
-        const bool isKnown = model.contains(number);
-        ASSERT_EQ(CountClasses(*factory), model.size());
-        ASSERT_EQ(factory->GetClassValue(clsid, IID_IValueSet, values.PutVoid()),
-                  isKnown ? S_OK : E_FAIL);
+        const auto known = mModel.find(mNumber);
+        const bool isKnown = known != mModel.end();
+        EXPECT_EQ(CountClasses(*mFactory), mModel.size());
+        Expect([&] { return mFactory->GetClassValue(clsid, IID_IValueSet, values.PutVoid()); },
+               isKnown ? S_OK : E_FAIL, isKnown ? "" : "not exists");
         if (isKnown)
         {
-            ASSERT_EQ(GetValueUniString(values.Get(), ObjectFactoryItem_FileName, &file), S_OK);
-            ASSERT_EQ(file, files[model[number].first]);
-            ASSERT_EQ(TextOf(*values, ObjectFactoryItem_InfoText), model[number].second);
+            EXPECT_EQ(GetValueUniString(values.Get(), ObjectFactoryItem_FileName, &file), S_OK);
+            EXPECT_EQ(file, mFiles[known->second.first]);
+            EXPECT_EQ(TextOf(*values, ObjectFactoryItem_InfoText), known->second.second);
         }
-        const bool isListed = at < 2 && counts[at] >= 0;
-        ASSERT_EQ(factory->GetModuleValue(files[at].c_str(), IID_IValueSet, values.PutVoid()),
+        const bool isListed = !mFiles[mFile].empty() && mCounts[mFile] >= 0;
+        EXPECT_EQ(mFactory->GetModuleValue(mFiles[mFile].c_str(), IID_IValueSet, values.PutVoid()),
                   isListed ? S_OK : E_FAIL);
         if (isListed)
         {
-            ASSERT_EQ(GetValueUniString(values.Get(), ObjectFactoryItem_FileName, &file), S_OK);
-            ASSERT_EQ(file, files[at]);
-            ASSERT_EQ(GetValueSINT32(values.Get(), ObjectFactoryItem_ClassCount, &count), S_OK);
-            ASSERT_EQ(count, counts[at]);
-            const bool isOpen = at == 0 && isLoaded;
-            ASSERT_EQ(GetValueSINT32(values.Get(), ObjectFactoryItem_OpenObjectCount, &count),
-                      isOpen ? S_OK : E_NOT_FOUND);
-            ASSERT_EQ(count, isOpen ? static_cast<std::int32_t>(objects.size()) : counts[at]);
+            EXPECT_EQ(GetValueUniString(values.Get(), ObjectFactoryItem_FileName, &file), S_OK);
+            EXPECT_EQ(file, mFiles[mFile]);
+            EXPECT_EQ(GetValueSINT32(values.Get(), ObjectFactoryItem_ClassCount, &count), S_OK);
+            EXPECT_EQ(count, mCounts[mFile]);
+        }
+        if (isListed && mFile == 0)
+        {
+            EXPECT_EQ(GetValueSINT32(values.Get(), ObjectFactoryItem_OpenObjectCount, &count),
+                      mIsLoaded ? S_OK : E_NOT_FOUND);
+            EXPECT_EQ(count, mIsLoaded ? std::ssize(mObjects) : mCounts[0]);
         }
         std::vector<std::wstring> listed;
-        for (std::size_t each = 0; each < 2; ++each)
-        {
-            if (counts[each] >= 0)
-                listed.push_back(files[each]);
-        }
-        std::sort(listed.begin(), listed.end());
-        ASSERT_EQ(ModulesOf(*factory), listed);
+        for (std::size_t each = 0; each < std::size(mFiles); ++each)
+            if (mCounts[each] >= 0 && !mFiles[each].empty())
+                listed.push_back(mFiles[each]);
+        std::ranges::sort(listed);
+        EXPECT_EQ(ModulesOf(*mFactory), listed);
     }
+
+private:
+    const ObjectPtr<IObjectFactory> mFactory = Make<IObjectFactory>(CLSID_ObjectFactory);
+    const std::wstring mFiles[4] = {ModuleFile("raw", "Decent").wstring(), L"no file", L"",
+                                    ModuleFile("raw", "CreatorFails").wstring()};
+    std::map<std::uint32_t, std::pair<std::size_t, std::string>> mModel;
+    std::vector<ObjectPtr<IUnknown>> mObjects; // of the module
+    KeyWalk mWalk;
+    bool mIsLoaded = false;
+    std::int32_t mCounts[4] = {-1, -1, -1, -1}; // of the classes ever registered; -1: unknown
+    std::uint32_t mNumber = 0;
+    std::size_t mFile = 0;
+};
+
+TEST(ObjectFactory, TellsOfItsClassesAndFilesLikeAMap)
+{
+    RunProgram<FactoryModel>(400);
 }
 
 TEST(SingletonRegistry, RefusesWhatCannotBeASingletonAndKeepsWhatItCreated)
 {
     const auto registry = SingletonRegistry();
+    const auto factory = GlobalFactory();
+    void* out = nullptr;
     const auto create = [&](const CLSID& clsid)
     {
-        ObjectPtr<IUnknown> out;
-        return registry->GetClassObject(clsid, IID_ICounter, out.PutVoid());
+        return registry->GetClassObject(clsid, IID_ICounter, &out);
     };
-    FAILS(registry->GetClassObject(CLSID_Value, IID_IValue, nullptr), E_POINTER, "ppv");
     FAILS(create(CLSID_GlobalSingleton), E_INVALIDARG,
           "CLSID_GlobalSingleton - cannot create singleton from singleton");
     FAILS(create(CLSID_ObjectFactory), E_INVALIDARG,
           "CLSID_ObjectFactory is not allowd by singleton, use CLSID_GlobalObjectFactory");
     FAILS(create(Numbered(1)), E_NOINTERFACE, "CreateClassObject()");
     FAILS(create(CLSID_Value), E_NOINTERFACE, "QueryInterface()");
-    FAILS(registry->RegisterObject(Numbered(1), nullptr), E_POINTER, "obj");
     FAILS(registry->RegisterObject(CLSID_GlobalSingleton, registry.Get()), E_INVALIDARG,
           "CLSID_GlobalSingleton - cannot use singleton from singleton");
-    EXPECT_EQ(registry->UnregisterObject(Numbered(1)), S_FALSE);
     EXPECT_EQ(registry->UnregisterObject(CLSID_Value), S_OK) << "it only lacked the interface";
+    FAILS(factory->GetClassObject(CLSID_GlobalSingleton, IID_IUnknown, &out), E_INVALIDARG,
+          "CLSID_GlobalSingleton - cannot create singleton from singleton");
+    FAILS(factory->RegisterClass(CLSID_GlobalSingleton, nullptr, nullptr), E_INVALIDARG,
+          "CLSID_GlobalSingleton - cannot use singleton from singleton");
 }
 
 // In descending order of the identifiers, or in ascending order when progress is shown.
@@ -284,11 +267,24 @@ TEST(SingletonRegistry, ReleasesInOrderAndTheFactoryLastWhateverTheyDoMeanwhile)
         enter(CLSID_GlobalObjectFactory);
         for (const std::uint32_t number : {3u, 0xF0u, 1u, 2u})
             enter(Numbered(number));
+        KeyWalk walk;
+        walk.Begin(*registry);
+        EXPECT_EQ(same.UnregisterObject(Numbered(0xF0)), S_OK);
+        const auto isThere = [](std::uint32_t number)
+        {
+            return number > 0;
+        };
+        walk.Step(4, isThere);
+        enter(Numbered(0xF0));
+        walk.IsDead = true;
+        walk.Step(4, isThere);
+        released.clear();
         EXPECT_EQ(registry->ClearObjects(), S_OK);
         constexpr std::uint32_t last = 0xB9C7C3DB; // of the factory's identifier
         EXPECT_EQ(released,
                   ascends ? (Numbers{1, 2, 3, 0xF0, 4, last}) : (Numbers{0xF0, 3, 2, 1, 4, last}));
         enter(Numbered(5));
+        walk = {};
         registry.Reset();
         EXPECT_EQ(released.back(), 5u);
     }

@@ -51,25 +51,6 @@ template <class Enumerator>
     return enumerator;
 }
 
-// It stands on its last item: what it answers to the next step and from then on, without a report.
-inline void ExpectEnd(IEnumerator& enumerator)
-{
-    void* out = nullptr;
-    EXPECT_EQ(enumerator.MoveNext(), S_FALSE);
-    FAILS(enumerator.MoveNext(), E_FAIL, "");
-    FAILS(enumerator.GetCurrent(IID_IUnknown, &out), E_FAIL, "");
-    FAILS(enumerator.GetCurrent(IID_IUnknown, nullptr), E_POINTER, "ppv");
-}
-
-// Its collection has changed.
-inline void ExpectDead(IEnumerator& enumerator)
-{
-    const char* const text = "List was modified, the enumerator is invalid now";
-    FAILS(enumerator.MoveNext(), E_ACCESSDENIED, text);
-    FAILS(enumerator.Reset(), E_ACCESSDENIED, text);
-    FAILS(enumerator.GetCurrent(IID_IUnknown, nullptr), E_ACCESSDENIED, text);
-}
-
 [[nodiscard]] inline std::vector<std::string> KeysIn(IEnumeratorGUID& keys)
 {
     std::vector<std::string> texts;

@@ -11,7 +11,44 @@
 namespace Tavrik::Ossira::tTest
 {
 
-class TestItem final : public ITouchModifiedChain
+// What a test's own object is that lies where the test says: it offers one interface, and its
+// references are not counted.
+template <class Interface>
+class Uncounted : public Interface
+{
+public:
+    Uncounted() = default;
+    Uncounted(const Uncounted&) = delete;
+    Uncounted& operator=(const Uncounted&) = delete;
+
+    Result QueryInterface(const IID& iid, void** out) override
+    {
+        OnQuery();
+        const bool known = SameGuid(iid, IID_IUnknown) || SameGuid(iid, Interface::Iid);
+        *out = known ? this : nullptr;
+        return known ? (this->AddRef(), S_OK) : E_NOINTERFACE;
+    }
+
+    std::uint32_t AddRef() override
+    {
+        return 1;
+    }
+
+    std::uint32_t Release() override
+    {
+        return 1;
+    }
+
+    std::function<void()> OnQuery = [] {
+    };
+    std::function<void()> OnCall = [] {
+    };
+
+protected:
+    ~Uncounted() = default;
+};
+
+class TestItem final : public Uncounted<ITouchModifiedChain>
 {
 public:
     [[nodiscard]] static ObjectPtr<TestItem> New(std::function<void()> onDestruction = [] {})
@@ -19,15 +56,6 @@ public:
         const ObjectPtr item(new TestItem);
         item->mOnDestruction = std::move(onDestruction);
         return item;
-    }
-
-    Result QueryInterface(const IID& iid, void** out) override
-    {
-        if (OnQuery)
-            OnQuery();
-        const bool known = SameGuid(iid, IID_IUnknown) || SameGuid(iid, IID_ITouchModifiedChain);
-        *out = known ? this : nullptr;
-        return known ? static_cast<Result>(AddRef(), S_OK) : E_NOINTERFACE;
     }
 
     std::uint32_t AddRef() override
@@ -49,7 +77,6 @@ public:
     }
 
     std::function<Result()> OnTouch;
-    std::function<void()> OnQuery;
 
 private:
     ~TestItem()
@@ -59,40 +86,6 @@ private:
 
     std::atomic<std::uint32_t> mCount = 0;
     std::function<void()> mOnDestruction;
-};
-
-// What a test's own object is that lies where the test says: it offers one interface, and its
-// references are not counted.
-template <class Interface>
-class Uncounted : public Interface
-{
-public:
-    Uncounted() = default;
-    Uncounted(const Uncounted&) = delete;
-    Uncounted& operator=(const Uncounted&) = delete;
-
-    Result QueryInterface(const IID& iid, void** out) override
-    {
-        const bool known = SameGuid(iid, IID_IUnknown) || SameGuid(iid, Interface::Iid);
-        *out = known ? this : nullptr;
-        return known ? S_OK : E_NOINTERFACE;
-    }
-
-    std::uint32_t AddRef() override
-    {
-        return 1;
-    }
-
-    std::uint32_t Release() override
-    {
-        return 1;
-    }
-
-    std::function<void()> OnCall = [] {
-    };
-
-protected:
-    ~Uncounted() = default;
 };
 
 // A value that is none of the runtime's: a number of four bytes.
@@ -125,8 +118,6 @@ public:
 
     std::int32_t Number = 0;
     int Failures = 0; // so many calls for the datum fail, as while somebody writes
-    std::function<void()> OnCall = [] {
-    };
 };
 
 } // namespace Tavrik::Ossira::tTest

@@ -65,42 +65,21 @@ public:
     }
 
     Values Inner = Make<IValueSet>(CLSID_ValueSet);
-    std::function<void()> OnCall = [] {
-    };
 };
 
 struct ValueSetGroup : testing::Test
 {
-    // A new value set that holds a number under a key.
-    Values Insert(std::int32_t index, const GUID& id, std::uint32_t flags, const GUID& key)
+    // A new value set that holds a number under the key, which is its own as well.
+    void Insert(const GUID& key, std::uint32_t flags)
     {
-        auto layer = Make<IValueSet>(CLSID_ValueSet);
+        const auto layer = Make<IValueSet>(CLSID_ValueSet);
         EXPECT_EQ(SetValueSINT32(layer.Get(), key, 1), S_OK);
-        EXPECT_EQ(Group->InsertValueSet(index, layer.Get(), &id, flags), S_OK);
-        return layer;
+        EXPECT_EQ(Group->InsertValueSet(0, layer.Get(), &key, flags), S_OK);
     }
 
     ObjectPtr<IValueSetGroup> Group = Make<IValueSetGroup>(CLSID_ValueSetGroup);
     Values View = ViewOf(*Group);
 };
-
-TEST_F(ValueSetGroup, RefusesWhatIsNoLayer)
-{
-    IValueSetGroup& g = *Group;
-    const GUID id = Numbered(1);
-    const Values set = Insert(-1, id, 0, id);
-    FAILS(g.InsertValueSet(0, set.Get(), &GUID_Null, 0), E_INVALIDARG, "id == GUID_Null");
-    FAILS(g.SetValueGUID(id, &g), E_NOINTERFACE, "value must be IValueSet");
-    FAILS(g.AddGUID(id), E_NOTIMPL, "AddGUID not supported by IValueSetGroup");
-    while (g.GetCount() < 8)
-        ASSERT_EQ(
-            g.SetValueGUID(Numbered(10u + static_cast<std::uint32_t>(g.GetCount())), set.Get()),
-            S_OK);
-    EXPECT_EQ(g.IndexOfValueSet(set.Get()), 7) << "the topmost";
-    FAILS(g.InsertValueSet(8, set.Get(), nullptr, 0), E_OUTOFMEMORY, "too many - item maximum");
-    FAILS(g.InsertValueSet(9, set.Get(), &id, 0), E_INVALIDARG, "Index out of Range");
-    FAILS(g.InsertValueSet(8, set.Get(), &id, 0), E_INVALIDARG, "id already exists");
-}
 
 // Layers come and go, some of them more than once, and are written directly and through the view.
 class GroupModel final : public RandomModel
@@ -108,9 +87,17 @@ class GroupModel final : public RandomModel
 public:
     GroupModel()
     {
+        mWalk.Begin(*mView);
         mForeign.OnCall = [this]
         {
-            EXPECT_GE(mGroup->IndexOfValueSet(&mForeign), E_NOT_FOUND);
+            std::int32_t datum = 0;
+            IValueSet& inner = *mForeign.Inner;
+            EXPECT_EQ(mGroup->GetCount(), static_cast<Result>(mLayers.size()));
+            if (mVanishes > 0 && --mVanishes == 0)
+                mSources[3].Model.erase(inner.RemoveGUID(Numbered(mNumber)) == S_OK ? mNumber : 0);
+            const bool ends = Below(4) == 0; // its enumerators
+            if (ends && GetValueSINT32(&inner, Numbered(1), &datum) == S_OK)
+                (void)SetValueSINT32(&inner, Numbered(1), datum);
         };
         const auto inner = Make<IValueSetGroup>(CLSID_ValueSetGroup);
         EXPECT_EQ(inner->InsertValueSet(0, mSources[2].Set.Get(), nullptr, 0), S_OK);
@@ -121,7 +108,7 @@ public:
 
     ~GroupModel() override
     {
-        mWalk.Reset();
+        mLayers.clear();
         EXPECT_EQ(mGroup->Clear(), S_OK);
         EXPECT_EQ(ReferencesOn(*mSources[0].Set), 2u);
     }
@@ -138,15 +125,23 @@ public:
         else if (die < 6)
             StepLayer(mSources[Below(std::size(mSources))]);
         else
-            StepWalk();
+        {
+            if (Below(20) == 0)
+                mWalk.Begin(*mView);
+            // What is done to layers directly, and their flags, change what it meets.
+            for (std::uint32_t count = Below(20); count > 0; --count)
+                mWalk.Step(200, [this](std::uint32_t number) { return Holder(number) >= 0; });
+        }
+        mVanishes = Below(4);
     }
 
     void Check() override
     {
-        const int holder = Holder(mNumber);
         std::int32_t datum = -1;
-        EXPECT_EQ(GetValueSINT32(mView.Get(), Numbered(mNumber), &datum),
-                  holder < 0 ? E_NOT_FOUND : S_OK);
+        const Result read = GetValueSINT32(mView.Get(), Numbered(mNumber), &datum);
+        mVanishes = 0;
+        const int holder = Holder(mNumber);
+        EXPECT_EQ(read, holder < 0 ? E_NOT_FOUND : S_OK);
         EXPECT_EQ(datum, holder < 0 ? -1 : At(holder).From->Model.at(mNumber));
         EXPECT_EQ(mView->ContainsGUID(Numbered(mNumber)), holder < 0 ? S_FALSE : S_OK);
         EXPECT_EQ(mGroup->GetCount(), static_cast<Result>(mLayers.size()));
@@ -229,25 +224,34 @@ private:
         {
             Source& source = mSources[Below(std::size(mSources))];
             const bool isNamed = die > 0;
-            const bool isRight =
-                index > -2 && !(isNamed && (same != mLayers.end() || SameGuid(id, GUID_Null)));
-            const Result expected = !isRight ? E_INVALIDARG : count == 8 ? E_OUTOFMEMORY : S_OK;
-            const std::int32_t at = index < 0 ? count : index;
-            EXPECT_EQ(
-                mGroup->InsertValueSet(index, source.Shown.Get(), isNamed ? &id : nullptr, flags),
-                expected);
-            if (expected != S_OK)
+            const std::string fault = index < -1 || index > count          ? "Index out of Range"
+                                      : isNamed && same != mLayers.end()   ? "id already exists"
+                                      : isNamed && SameGuid(id, GUID_Null) ? "id == GUID_Null"
+                                      : count == 8 ? "too many - item maximum"
+                                                   : "";
+            const auto insert = [&]
+            {
+                return mGroup->InsertValueSet(index, source.Shown.Get(), isNamed ? &id : nullptr,
+                                              flags);
+            };
+            Expect(insert,
+                   fault.empty()     ? S_OK
+                   : fault[0] == 't' ? E_OUTOFMEMORY
+                                     : E_INVALIDARG,
+                   fault);
+            if (!fault.empty())
                 return;
+            const std::int32_t at = index < 0 ? count : index;
             const auto added = mLayers.insert(mLayers.begin() + at, {&source, id, flags});
             EXPECT_EQ(isNamed ? S_OK : mGroup->GetValueSetIDAt(at, &added->Id), S_OK);
-            mWalkIsDead = true;
+            mWalk.IsDead = true;
         }
         else if (die < 6)
         {
             EXPECT_EQ(mGroup->RemoveGUID(id), S_OK);
             if (same != mLayers.end())
                 mLayers.erase(same);
-            mWalkIsDead = true;
+            mWalk.IsDead = true;
         }
         else
         {
@@ -266,9 +270,10 @@ private:
         const GUID key = Numbered(mNumber);
         if (die < 120)
         {
-            EXPECT_EQ(Answer([&] { return SetValueSINT32(mView.Get(), key, mDatum); }),
-                      target < 0 ? E_ACCESSDENIED : S_OK);
-            mWalkIsDead |= target >= 0;
+            Expect([&] { return SetValueSINT32(mView.Get(), key, mDatum); },
+                   target < 0 ? E_ACCESSDENIED : S_OK,
+                   target < 0 ? "ValueSetGroup without writeable ValueSets" : "");
+            mWalk.IsDead |= target >= 0;
             if (target >= 0)
                 At(target).From->Model[mNumber] = mDatum;
             return;
@@ -281,7 +286,7 @@ private:
                                                    { return isMeant(layer) && layer.Flags != 0; });
         EXPECT_EQ(die == 199 ? mView->Clear() : mView->RemoveGUID(key),
                   isGuarded ? E_ACCESSDENIED : S_OK);
-        mWalkIsDead |= !isGuarded;
+        mWalk.IsDead |= !isGuarded;
         for (const Layer& layer : mLayers)
         {
             if (!isGuarded && isMeant(layer))
@@ -305,36 +310,7 @@ private:
             return layer.From > &mSources[1];
         };
         if (std::ranges::any_of(mLayers, isSilent)) // a walk may miss new keys
-            mWalk.Reset();
-    }
-
-    // What is done to layers directly, and their flags, change what a walk meets; it goes on.
-    void StepWalk()
-    {
-        if (!mWalk || Below(20) == 0)
-        {
-            mWalk = Walk<IEnumeratorGUID>(*mView);
-            mWalkIsDead = false;
-            mPassed = 0;
-        }
-        for (std::uint32_t count = Below(20); count > 0; --count)
-        {
-            std::uint32_t next = mPassed;
-            while (next < 200 && Holder(next) < 0)
-                ++next;
-            const bool isThere = next < 200;
-            GUID key = GUID_Null;
-            EXPECT_EQ(mWalk->MoveNext(), mWalkIsDead     ? E_ACCESSDENIED
-                                         : mPassed > 200 ? E_FAIL
-                                         : isThere       ? S_OK
-                                                         : S_FALSE);
-            mPassed = next + 1;
-            if (isThere && !mWalkIsDead)
-            {
-                EXPECT_EQ(mWalk->GetCurrentGUID(&key), S_OK);
-                EXPECT_TRUE(SameGuid(key, Numbered(next)));
-            }
-        }
+            mWalk.Begin(*mView);
     }
 
     ForeignLayer mForeign;
@@ -344,9 +320,8 @@ private:
     const Values mView = ViewOf(*mGroup);
     std::uint32_t mNumber = 0;
     std::int32_t mDatum = 0;
-    ObjectPtr<IEnumeratorGUID> mWalk;
-    std::uint32_t mPassed = 0; // keys below are behind the walk
-    bool mWalkIsDead = false;
+    KeyWalk mWalk;
+    std::uint32_t mVanishes = 0; // the number, at which of the calls while it is read
 };
 
 TEST_F(ValueSetGroup, ShowsReadsAndWritesItsLayersAsTheirFlagsSay)
@@ -354,67 +329,25 @@ TEST_F(ValueSetGroup, ShowsReadsAndWritesItsLayersAsTheirFlagsSay)
     RunProgram<GroupModel>(6000);
 }
 
-TEST_F(ValueSetGroup, AForeignLayerMayCallItsGroupAndIsAskedAgainWhenItChanges)
-{
-    ForeignLayer layer;
-    int calls = 0;
-    layer.OnCall = [&]
-    {
-        calls += Group->IndexOfValueSet(&layer) == 0;
-        if (calls < 10)
-        {
-            // Ends the layer's enumerators.
-            EXPECT_EQ(SetValueSINT32(layer.Inner.Get(), Numbered(9), calls), S_OK);
-        }
-    };
-    EXPECT_EQ(Group->InsertValueSet(0, &layer, nullptr, 0), S_OK);
-    Insert(1, Numbered(1), LAYER_READONLY, Numbered(2));
-    std::int32_t number = 0;
-    EXPECT_EQ(KeysOf(*View), (std::vector{Text(Numbered(2)), Text(Numbered(9))}));
-    EXPECT_EQ(View->GetCount(), 2);
-    EXPECT_EQ(GetValueSINT32(View.Get(), Numbered(9), &number), S_OK);
-    EXPECT_EQ(View->SetValueGUID(Numbered(9), Make<IValue>(CLSID_Value).Get()), S_OK);
-    EXPECT_EQ(View->RemoveGUID(Numbered(9)), S_OK);
-    EXPECT_GT(calls, 10);
-    EXPECT_EQ(Group->Clear(), S_OK);
-}
-
-TEST_F(ValueSetGroup, AKeyThatGoesWhileItIsReadIsFoundInALayerBelow)
-{
-    const GUID key = Numbered(1);
-    Insert(0, key, 0, key);
-    ForeignLayer layer;
-    EXPECT_EQ(SetValueSINT32(layer.Inner.Get(), key, 2), S_OK);
-    EXPECT_EQ(Group->InsertValueSet(1, &layer, nullptr, 0), S_OK);
-    int calls = 0;
-    layer.OnCall = [&]
-    {
-        (void)(++calls == 2 ? layer.Inner->Clear() : S_OK);
-    };
-    std::int32_t number = 0;
-    EXPECT_EQ(GetValueSINT32(View.Get(), key, &number), S_OK);
-    EXPECT_EQ(number, 1);
-    EXPECT_EQ(Group->Clear(), S_OK);
-}
-
 // A view without a writeable layer is a layer that fails.
 TEST_F(ValueSetGroup, TheViewIsAValueSetButNoValueAndReportsWhatALayerFailsWith)
 {
     const GUID key = Numbered(1);
-    Insert(0, key, LAYER_READONLY, key);
+    Insert(key, LAYER_READONLY);
     Group = Make<IValueSetGroup>(CLSID_ValueSetGroup); // the view keeps the former one
-    EXPECT_EQ(Group->InsertValueSet(-1, View.Get(), nullptr, 0), S_OK);
+    EXPECT_EQ(Group->SetValueGUID(key, View.Get()), S_OK);
+    FAILS(Group->SetValueGUID(key, Group.Get()), E_NOINTERFACE, "value must be IValueSet");
+    FAILS(Group->AddGUID(key), E_NOTIMPL, "AddGUID not supported by IValueSetGroup");
     const Values outer = ViewOf(*Group);
-    IValueSet& v = *outer;
     ObjectPtr<IValue> value;
-    EXPECT_EQ(outer.QueryTo(value), E_NOINTERFACE);
-    EXPECT_EQ(v.GetValueGUID(key, IID_IValue, value.PutVoid()), S_OK);
+    EXPECT_EQ(outer->GetValueGUID(key, IID_IValue, value.PutVoid()), S_OK);
     EXPECT_EQ(ReferencesOn(*value), 2u) << "it is the layer's own value";
     FAILS(View->SetValueGUID(key, value.Get()), E_ACCESSDENIED,
           "ValueSetGroup without writeable ValueSets");
+    EXPECT_EQ(outer.QueryTo(value), E_NOINTERFACE);
     const std::string text = "{ValueSet of Group}->";
-    FAILS(SetValueSINT32(&v, key, 1), E_ACCESSDENIED, text + "SetValueData");
-    FAILS(v.RemoveGUID(key), E_ACCESSDENIED, text + "RemoveGUID");
+    FAILS(SetValueSINT32(outer.Get(), key, 1), E_ACCESSDENIED, text + "SetValueData");
+    FAILS(outer->RemoveGUID(key), E_ACCESSDENIED, text + "RemoveGUID");
 }
 
 // What leads back through many groups takes long to find, and gives two threads time to meet.
@@ -438,7 +371,7 @@ TEST_F(ValueSetGroup, NeverLiesAmongItsOwnLayersNorDoConcurrentInsertionsBringIt
     for (int round = 0; round < 1000; ++round)
     {
         EXPECT_EQ(Group->Clear() + other->Clear(), S_OK);
-        const Values bottom = Insert(0, key, 0, key);
+        Insert(key, 0);
         std::atomic<int> missing = 2;
         std::atomic<int> refused = 0;
         const auto work = [&](IValueSetGroup& into, IValueSet& from)
