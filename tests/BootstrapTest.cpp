@@ -23,15 +23,11 @@ TEST(ClassRegisterService, FillsTheFactoryThatWasSetAndLendsIt)
     IObjectFactory* lent = nullptr;
     EXPECT_EQ(service->GetFactory(&lent), S_OK);
     EXPECT_EQ(ReferencesOn(*lent), 2u) << "the service's and this test's";
-    FAILS(service->GetFactory(nullptr), E_POINTER, "ppv");
-    FAILS(service->RegisterModule(nullptr, nullptr, nullptr), E_POINTER, "fileName");
     FAILS(service->RegisterModule(L"TAVRIKossira.dLL", nullptr, nullptr), E_INVALIDARG,
           "Cannot register base-dll");
     FAILS(service->RegisterFolder(L"no such folder", nullptr, nullptr, nullptr), E_FAIL,
           "Directory.ScanDirectory()");
-    const ObserverMaskScope mask(PRINT_TRACE);
-    REPORTS(service->RegisterModule(file.wstring().c_str(), nullptr, nullptr), S_OK,
-            "Library \"" + file.string() + "\" opened");
+    EXPECT_EQ(service->RegisterModule(file.wstring().c_str(), nullptr, nullptr), S_OK);
     EXPECT_EQ(CountClasses(*factory), 1u);
 }
 
@@ -91,14 +87,11 @@ TEST(DirectoryService, ListsFilesAndFoldersThatMatchByTheirBareNames)
         EXPECT_EQ(list ? TextsOf(*list, &DirectoryServiceParam_Path) : WideStrings(), names);
         EXPECT_EQ(!list, names.empty());
     }
-    FAILS(scan(nullptr), E_POINTER, "param");
     FAILS(scan(Make<IValueSet>(CLSID_ValueSet).Get()), E_NOT_FOUND,
           "GetValueUniString(param, DirectoryServiceParam_Path, &Path)");
     const ObserverMaskScope mask(PRINT_TRACE);
-    const std::string shown = "Scan Path \"" + folder.Path().string() + "\\";
-    REPORTS(scan(ScanParameters(path, L"?.dll").Get()), S_OK, shown + "?.dll\"");
     REPORTS(scan(ScanParameters(path, L"*.none").Get()), E_FAIL,
-            shown + "*.none\" failed: LastError: 2");
+            "Scan Path \"" + folder.Path().string() + "\\*.none\" failed: LastError: 2");
 }
 
 // A master bootstrap with these module folders in place of the current one.
@@ -120,15 +113,6 @@ ObjectPtr<IValue> Item(std::string_view folder)
     return WideValue(ModuleFolder(folder).wstring());
 }
 
-TEST(MasterBootstrap, DoesNotStartWhatWasTakenOutOfItsLevelMeanwhile)
-{
-    const auto trace = Make<IValueSet>(CLSID_ValueSet);
-    const auto bootstrap = NewBootstrap({Item("taking-bootstrap").Get()});
-    EXPECT_EQ(bootstrap->Startup(trace.Get()), S_OK);
-    EXPECT_EQ(bootstrap->Cleanup(trace.Get()), S_OK);
-    EXPECT_EQ(TextOf(*trace, BootstrapTrace), "T+U-");
-}
-
 TEST(MasterBootstrap, RunsOnceAndItsClassesMayUseEveryService)
 {
     const auto bootstrap = NewBootstrap({Item("bootstrap").Get(), Item("callback").Get()});
@@ -139,7 +123,7 @@ TEST(MasterBootstrap, RunsOnceAndItsClassesMayUseEveryService)
     FAILS(bootstrap->Startup(trace.Get()), E_FAIL, "Startup already called");
     EXPECT_EQ(GlobalFactory()->FlushModules(), S_OK);
     EXPECT_EQ(As<IBootstrap>(*bootstrap)->Cleanup(trace.Get()), S_OK);
-    EXPECT_EQ(TextOf(*trace, BootstrapTrace), "mA+B+csdC+D+eD-C-A-B-");
+    EXPECT_EQ(TextOf(*trace, BootstrapTrace), "mA+B+csdD+eD-C-A-B-") << "C was taken out";
 }
 
 TEST(MasterBootstrap, AFailingClassEndsStartUpButNotCleanUp)
@@ -161,16 +145,11 @@ TEST(MasterBootstrap, AFailingClassEndsStartUpButNotCleanUp)
     EXPECT_EQ(TextOf(*trace, BootstrapTrace), "X+Y+");
     EXPECT_EQ(bootstrap->Cleanup(trace.Get()), E_NOINTERFACE) << "the first level's last class";
     EXPECT_EQ(TextOf(*trace, BootstrapTrace), "X+Y+X-Y-Z-");
-    const std::string failing = Text(Numbered('Y', 1)) + " failed: Operation aborted";
     for (const std::string& line :
-         {"Skip Cleanup(), because Startup() was never called"s,
-          "Cannot get path-string from Folder-Collection: No such interface supported"s,
+         {"Cannot get path-string from Folder-Collection: No such interface supported"s,
           "Empty path-string at Folder-Collection"s,
-          "Startup BootstrapRegistryStartup_Level0: Startup() of " + failing,
           "CreateClassObject(" + Text(Numbered(0)) + ") failed: Fail; Unspecified error",
-          "Object " + Text(CLSID_Value) + " not supports IBootstrap: No such interface supported",
-          "Cleanup BootstrapRegistryCleanup_Level0: Cleanup() of " + failing,
-          "Cleanup of MasterBootstrap also cleans all singleton object"s})
+          "Object " + Text(CLSID_Value) + " not supports IBootstrap: No such interface supported"})
         EXPECT_EQ(capture.CountLinesWith(line), 1u) << line;
 }
 

@@ -19,8 +19,8 @@ namespace Tavrik::Ossira::tTest
 
 // What a call is made with, by the letters of a row: g the GUID under which objects hold something,
 // h another one, n a class, x a datatype, i the unknown's, o where an answer goes, p an object, v a
-// value, l a value set, d a provider of datatypes, c a dependant, a an allocator, t an array of
-// targets, s a text, b data, m the mask of an error line; digits are themselves.
+// value, l a value set, y another one, d a provider of datatypes, c a dependant, a an allocator, t
+// an array of targets, s a text, b data, m the mask of an error line; digits are themselves.
 struct Arguments
 {
     Arguments()
@@ -54,6 +54,7 @@ struct Arguments
     char Data[64] = {};
     const ObjectPtr<IValue> Value = Make<IValue>(CLSID_Value);
     const ObjectPtr<IValueSet> Set = Make<IValueSet>(CLSID_ValueSet);
+    const ObjectPtr<IValueSet> Layer = Make<IValueSet>(CLSID_ValueSet);
     const ObjectPtr<IDatatypes> Provider = Make<IDatatypes>(CLSID_IntrinsicDatatypes);
     const ObjectPtr<ITouchModifiedChain> Dependant =
         Make<ITouchModifiedChain>(CLSID_ModifiedService);
@@ -72,6 +73,7 @@ private:
                                                           {'p', &Out},
                                                           {'v', Value.Get()},
                                                           {'l', Set.Get()},
+                                                          {'y', Layer.Get()},
                                                           {'d', Provider.Get()},
                                                           {'c', Dependant.Get()},
                                                           {'a', Allocator.Get()},

@@ -1,6 +1,5 @@
-// Four modules of bootstrap classes that leave a trace in the value set that start-up and clean-up
-// are given. A definition chooses the module: OSSIRA_OUTER, OSSIRA_INNER,
-// OSSIRA_TAKING or the failing one.
+// Three modules of bootstrap classes that leave a trace in the value set that start-up and clean-up
+// are given. A definition chooses the module: OSSIRA_OUTER, OSSIRA_INNER or the failing one.
 #include "Ossira.h"
 #include "TestModules.h"
 
@@ -44,25 +43,6 @@ TRACER(C, S_OK, 1)
 TRACER(D, S_OK, 2)
 #elif defined OSSIRA_INNER
 TRACER(B, S_OK, 0)
-#elif defined OSSIRA_TAKING
-TRACER(U, S_OK, 0)
-
-// Takes U, which would come next, out of the level.
-class T_Taker : public T_Tracer<'T', S_OK>
-{
-    Result Startup(IUnknown* param) override
-    {
-        ObjectPtr<ISingleton> all;
-        ObjectPtr<IClsidRegistry> registry;
-        (void)CreateObject(CLSID_GlobalSingleton, all);
-        (void)all->GetClassObject(CLSID_ClsidRegistry, IID_IClsidRegistry, registry.PutVoid());
-        (void)registry->UnregisterClass(BootstrapRegistryStartup_Level0, U::ClassId);
-        return T_Tracer::Startup(param);
-    }
-};
-
-OSSIRA_CLASS(T_Taker, "T")
-OSSIRA_BOOTSTRAP(T_Taker::ClassId, BootstrapRegistryStartup_Level0, GUID_Null, "T")
 #else
 TRACER(X, S_OK, 0)
 TRACER(Y, E_ABORT, 0)

@@ -24,7 +24,10 @@ void UseServices(char place)
           factory->RegisterClass(CLSID_Value, nullptr, nullptr),
           factory->UnregisterClass(CLSID_Value), place == 'd' ? S_OK : factory->FlushModules(),
           registry->RegisterClass(BootstrapRegistryStartup_Level1, CLSID_Value),
-          registry->UnregisterClass(BootstrapRegistryStartup_Level1, CLSID_Value)})
+          registry->UnregisterClass(BootstrapRegistryStartup_Level1, CLSID_Value),
+          place == 's'
+              ? registry->UnregisterClass(BootstrapRegistryStartup_Level1, CLSID_NextTracer)
+              : S_OK})
         place = result == S_OK ? place : '!';
     LeaveTrace(*trace, {place});
 }

@@ -41,15 +41,14 @@ protected:
 // workers and, unless they were done first, the caller's.
 inline constexpr CLSID CLSID_PoolHolder = Numbered(1, 7);
 
-// --- "bootstrap": BootstrapOuter.dll, BootstrapInner.dll; "failing-bootstrap"; "taking-bootstrap"
+// --- "bootstrap": BootstrapOuter.dll, BootstrapInner.dll; "failing-bootstrap"
 
 // The classes add their letter and what they did ("+" start-up, "-" clean-up) to the narrow string
 // under this key of the value set that is the bootstrap's parameter.
 inline constexpr GUID BootstrapTrace = Numbered(0, 1);
 
 // A and B are at level 0, C at level 1 and D at level 2, for both phases; A, C and D live in the
-// outer module, B in the inner one. In the failing one, at level 0, X succeeds, Y and Z fail. In
-// the taking one, at level 0, T takes out U before U is started.
+// outer module, B in the inner one. In the failing one, at level 0, X succeeds, Y and Z fail.
 inline Result LeaveTrace(IUnknown& param, const std::string& step)
 {
     ObjectPtr<IValueSet> set;
@@ -67,6 +66,7 @@ inline Result LeaveTrace(IUnknown& param, const std::string& step)
 // trace in the singleton of the value set: m for the module's start, c for the object's
 // construction, s for its start-up, d for its destruction, e for the module's end.
 inline constexpr CLSID CLSID_Callback = Numbered(0, 2);
+inline constexpr CLSID CLSID_NextTracer = Numbered('C', 1); // which its start-up takes out
 
 // --- "raw": modules without the frame, one fault each; "dependent": one that needs Helper.dll
 
