@@ -32,10 +32,13 @@ TEST(BinaryContract, SlotZeroOfAnExceptionDestroysAndFreesOnDemand)
     }
 }
 
-// Of each class the ends of its identifier and its text.
-TEST(BinaryContract, TheClassTableSaysWhatTheRuntimeHas)
+// Of each class the ends of its identifier and its text. A registry cannot be a singleton of
+// itself, and the factory is one under another identifier.
+TEST(BinaryContract, TheClassTableSaysWhatTheRuntimeHasAndEveryWayLeadsThere)
 {
     const ObserverMaskScope silence(0);
+    const auto factory = GlobalFactory();
+    const auto singletons = SingletonRegistry();
     std::string table;
     for (std::uint32_t index = 0; index < static_cast<std::uint32_t>(DLLGetClassCount()); ++index)
     {
@@ -45,6 +48,14 @@ TEST(BinaryContract, TheClassTableSaysWhatTheRuntimeHas)
         ASSERT_EQ(DLLGetClassObjectInfo(index, text, sizeof text), S_OK);
         ObjectPtr<IUnknown> object;
         EXPECT_EQ(CreateClassObject(&clsid, &IID_IUnknown, object.PutVoid()), S_OK) << text;
+        const bool isRegistry = SameGuid(clsid, CLSID_GlobalSingleton);
+        EXPECT_EQ(factory->RegisterClass(clsid, nullptr, text), isRegistry ? E_INVALIDARG : S_OK);
+        EXPECT_EQ(factory->GetClassObject(clsid, IID_IUnknown, object.PutVoid()),
+                  isRegistry ? E_INVALIDARG : S_OK)
+            << text;
+        EXPECT_EQ(singletons->GetClassObject(clsid, IID_IUnknown, object.PutVoid()),
+                  isRegistry || SameGuid(clsid, CLSID_ObjectFactory) ? E_INVALIDARG : S_OK)
+            << text;
         char line[128];
         std::snprintf(line, sizeof line, "%08X..%02X %s, ", static_cast<unsigned>(clsid.Data1),
                       clsid.Data4[7], text);
