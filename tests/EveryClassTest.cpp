@@ -167,13 +167,6 @@ void ExpectNames(const CLSID& clsid, const CLSID& identity, std::string_view nam
 class Owner final : public Uncounted<IUnknown>
 {
 public:
-    Result QueryInterface(const IID& iid, void** out) override
-    {
-        const Result answer = Uncounted::QueryInterface(iid, out);
-        Count += answer == S_OK ? 1 : 0;
-        return answer;
-    }
-
     std::uint32_t AddRef() override
     {
         return static_cast<std::uint32_t>(++Count);
