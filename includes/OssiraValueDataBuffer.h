@@ -246,8 +246,8 @@ public:
     unsigned char Inline[InlineSize];
 
 private:
-    // For no datatype. A mistake empties the buffer all the same, unless memory lacks for telling of
-    // it. It has the name under which it is reported.
+    // For no datatype. A mistake empties the buffer all the same, unless memory lacks for telling
+    // of it. It has the name under which it is reported.
     Result SetValue(const void* data, std::int32_t size)
     try
     {
