@@ -75,7 +75,10 @@ private:
         {"runtime", ReadKeys(std::make_shared<CRuntimeTable>(keys, objects), order)},
         {"flat table of small objects under a spin word", ReadKeys(MakeLimitTable(keys), order)},
         {"the same, holding the runtime's values",
-         ReadKeys(std::make_shared<CLimitTable>(keys, objects, MakeFlatDictionary(size)), order)}};
+         ReadKeys(std::make_shared<CLimitTable>(keys, objects, MakeFlatDictionary(size)), order)},
+        {"the contract by hand: keyed hash, asked for an interface",
+         ReadKeys(std::make_shared<CLimitTable>(keys, objects, MakeDictionaryByHand(size)), order),
+         Role::Contract}};
     AddPeers(contenders, Topic::DictionaryRead, size);
     return contenders;
 }

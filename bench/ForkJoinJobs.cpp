@@ -263,8 +263,10 @@ private:
 // What an asymmetric run promises: as many threads as the runtime's pool has, and a copy for each.
 [[nodiscard]] Contender LimitOfAllCopies(std::size_t nanoseconds)
 {
-    return Timed("pool of two workers that give way, a copy for each",
-                 ForkAndJoin<CSpinningPool<2>>(nanoseconds));
+    Contender pool = Timed("the contract by hand: two workers that give way, a copy for each",
+                           ForkAndJoin<CSpinningPool<2>>(nanoseconds));
+    pool.Role = Role::Contract;
+    return pool;
 }
 
 [[nodiscard]] std::vector<Contender> Contenders(Contender runtime, std::size_t nanoseconds,

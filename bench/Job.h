@@ -18,6 +18,7 @@ using Body = std::function<void(benchmark::State&)>;
 enum class Role
 {
     Comparison, // the same with other objects or another lock, to show what those bring
+    Contract,   // by hand, with all that the contract asks for, which the limit leaves out
     Peer        // what somebody might use instead; the best of them is named
 };
 

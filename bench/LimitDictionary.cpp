@@ -6,6 +6,7 @@
 #include <array>
 #include <bit>
 #include <mutex>
+#include <random>
 
 namespace Tavrik::Ossira::tBench
 {
@@ -13,6 +14,30 @@ namespace Tavrik::Ossira::tBench
 namespace
 {
 
+using Halves = std::array<std::uint64_t, 2>;
+
+struct PlainHash
+{
+    std::size_t operator()(const Halves& key) const noexcept
+    {
+        return ((key[0] ^ key[1]) * 0x9E3779B97F4A7C15u) >> 32;
+    }
+};
+
+// Nobody who does not know the seed can choose keys that meet.
+struct KeyedHash
+{
+    std::size_t operator()(const Halves& key) const noexcept
+    {
+        __extension__ using Product = unsigned __int128;
+        const Product product = Product{key[0] ^ Seed[0]} * (key[1] ^ Seed[1]);
+        return static_cast<std::size_t>(product ^ (product >> 64)) * 0x9E3779B97F4A7C15u >> 32;
+    }
+
+    Halves Seed = {std::random_device()(), std::random_device()()};
+};
+
+template <class HashType>
 class FlatTable
 {
 public:
@@ -46,16 +71,17 @@ private:
         ObjectPtr<IUnknown> Item;
     };
 
-    [[nodiscard]] static std::size_t Hash(const GUID& key) noexcept
+    [[nodiscard]] std::size_t Hash(const GUID& key) const noexcept
     {
-        const auto halves = std::bit_cast<std::array<std::uint64_t, 2>>(key);
-        return ((halves[0] ^ halves[1]) * 0x9E3779B97F4A7C15u) >> 32;
+        return mHash(std::bit_cast<Halves>(key));
     }
 
+    HashType mHash;
     std::vector<Slot> mSlots;
     std::size_t mMask;
 };
 
+template <class HashType, bool AsksItems>
 class GuardedTable final : public LimitDictionary
 {
 public:
@@ -75,6 +101,8 @@ public:
         IUnknown* const item = mTable.Find(key);
         if (item == nullptr)
             return E_NOT_FOUND;
+        if constexpr (AsksItems)
+            return item->QueryInterface(IID_IValue, out);
         item->AddRef();
         *out = item;
         return S_OK;
@@ -82,14 +110,19 @@ public:
 
 private:
     SpinWord mLock;
-    FlatTable mTable;
+    FlatTable<HashType> mTable;
 };
 
 } // namespace
 
 std::unique_ptr<LimitDictionary> MakeFlatDictionary(std::size_t capacity)
 {
-    return std::make_unique<GuardedTable>(capacity);
+    return std::make_unique<GuardedTable<PlainHash, false>>(capacity);
+}
+
+std::unique_ptr<LimitDictionary> MakeDictionaryByHand(std::size_t capacity)
+{
+    return std::make_unique<GuardedTable<KeyedHash, true>>(capacity);
 }
 
 } // namespace Tavrik::Ossira::tBench

@@ -31,6 +31,10 @@ void AllocateAndFree(benchmark::State& state);
 // `CreateClassObject` and the place of it.
 Result CreateLimitObject(std::size_t size, void** out);
 
+// What the contract asks of a creation, by hand: the class is found among others, the object's
+// memory is kept, where any thread may take it, and the object is asked for its first interface.
+Result CreateByHand(const CLSID* clsid, const IID* iid, void** out);
+
 // A spin word around a datatype and its bytes, and nothing else.
 [[nodiscard]] ObjectPtr<IValue> MakeLimitValue();
 
@@ -46,6 +50,9 @@ struct LimitDictionary
 };
 
 [[nodiscard]] std::unique_ptr<LimitDictionary> MakeFlatDictionary(std::size_t capacity);
+
+// The same with a hash that is keyed, and with items that are asked for an interface.
+[[nodiscard]] std::unique_ptr<LimitDictionary> MakeDictionaryByHand(std::size_t capacity);
 
 // A vector of counted pointers.
 struct LimitList
@@ -64,6 +71,10 @@ struct LimitList
 };
 
 [[nodiscard]] std::unique_ptr<LimitList> MakeLimitList();
+
+// The same under a spin word. Items are asked for their identity and for an interface; a walk takes
+// a step and asks for its item in two operations, and threads may share it.
+[[nodiscard]] std::unique_ptr<LimitList> MakeListByHand();
 
 // The modules of a folder, loaded and asked what a module is asked when it is registered, with the
 // platform's loader and nothing around it. They stay loaded for the object's life.

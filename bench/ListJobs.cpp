@@ -30,9 +30,11 @@ using SharedObjects = std::shared_ptr<const Objects>;
     return list;
 }
 
-[[nodiscard]] std::shared_ptr<LimitList> FillLimitList(const Objects& objects)
+using LimitMaker = std::unique_ptr<LimitList> (*)();
+
+[[nodiscard]] std::shared_ptr<LimitList> Filled(LimitMaker make, const Objects& objects)
 {
-    std::shared_ptr<LimitList> list = MakeLimitList();
+    std::shared_ptr<LimitList> list = make();
     for (const ObjectPtr<IUnknown>& object : objects)
         list->Append(object.Get());
     return list;
@@ -45,9 +47,9 @@ using SharedObjects = std::shared_ptr<const Objects>;
                      { list->Add(item.Get()); });
 }
 
-[[nodiscard]] Body AppendLimit(const SharedObjects& objects)
+[[nodiscard]] Body AppendLimit(LimitMaker make, const SharedObjects& objects)
 {
-    return AppendAll([] { return MakeLimitList(); }, objects,
+    return AppendAll(make, objects,
                      [](const std::unique_ptr<LimitList>& list, const ObjectPtr<IUnknown>& item)
                      { list->Append(item.Get()); });
 }
@@ -69,10 +71,10 @@ using SharedObjects = std::shared_ptr<const Objects>;
         objects->size());
 }
 
-[[nodiscard]] Body WalkLimit(const SharedObjects& objects)
+[[nodiscard]] Body WalkLimit(LimitMaker make, const SharedObjects& objects)
 {
     return Repeat(
-        [list = FillLimitList(*objects)]
+        [list = Filled(make, *objects)]
         {
             list->Rewind();
             for (void* item; list->Next(&item) == S_OK;)
@@ -92,10 +94,10 @@ using SharedObjects = std::shared_ptr<const Objects>;
                     });
 }
 
-[[nodiscard]] Body IndexLimit(const SharedObjects& objects)
+[[nodiscard]] Body IndexLimit(LimitMaker make, const SharedObjects& objects)
 {
     return IndexAll(objects->size(),
-                    [list = FillLimitList(*objects)](std::int32_t index)
+                    [list = Filled(make, *objects)](std::int32_t index)
                     {
                         void* item;
                         list->Get(static_cast<std::size_t>(index), &item);
@@ -107,7 +109,7 @@ struct ListJob
 {
     const char* Title;
     Body (*Runtime)(const CLSID& clsid, const SharedObjects& objects);
-    Body (*Limit)(const SharedObjects& objects);
+    Body (*Limit)(LimitMaker make, const SharedObjects& objects);
     Topic PeersOf;
 };
 
@@ -123,8 +125,10 @@ constexpr ListJob ListJobTable[] = {
     const auto small = std::make_shared<const Objects>(MakeSmallObjects(ItemCount));
     std::vector<Contender> contenders = {
         {"runtime", job.Runtime(CLSID_NodeList, objects)},
-        {"vector of small counted objects", job.Limit(small)},
-        {"the same, holding the runtime's values", job.Limit(objects)},
+        {"vector of small counted objects", job.Limit(&MakeLimitList, small)},
+        {"the same, holding the runtime's values", job.Limit(&MakeLimitList, objects)},
+        {"the contract by hand: locked, asked for interfaces", job.Limit(&MakeListByHand, objects),
+         Role::Contract},
         {"the runtime's list without a lock", job.Runtime(CLSID_UnsafeNodeList, objects)}};
     AddPeers(contenders, job.PeersOf, ItemCount);
     return contenders;

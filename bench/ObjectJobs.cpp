@@ -93,6 +93,10 @@ namespace
     {
         CreateClassObject(&CLSID_Value, &IID_IValue, out);
     };
+    const auto createByHand = [](void** out)
+    {
+        CreateByHand(&CLSID_Value, &IID_IUnknown, out);
+    };
     const auto createLimit = [size](void** out)
     {
         CreateLimitObject(size, out);
@@ -101,7 +105,9 @@ namespace
         {"runtime", CreateAndRelease(create)},
         {LimitOfCreation, AllocateAndFree},
         {"allocate, count and free " + std::to_string(size) + " bytes",
-         CreateAndRelease(createLimit)}};
+         CreateAndRelease(createLimit)},
+        {"the contract by hand: found, kept, counted, asked", CreateAndRelease(createByHand),
+         Role::Contract}};
     AddPeers(contenders, Topic::Creation);
     return contenders;
 }

@@ -113,6 +113,7 @@ using Lines = std::vector<Line>;
                                                            line.Measured->Nanoseconds.end());
         report["contenders"].push_back({{"name", line.Of->Name},
                                         {"peer", line.Of->Role == Role::Peer},
+                                        {"contract", line.Of->Role == Role::Contract},
                                         {"nanoseconds", line.Median},
                                         {"least", *least},
                                         {"greatest", *greatest},

@@ -69,10 +69,10 @@ template <std::size_t Size>
             SetAndRead(state, object.Get(), static_cast<std::int32_t>(Size));
         };
     };
-    std::vector<Contender> contenders = {
-        {"runtime", setAndRead(value)},
-        {"two spin pairs and the copies", SetAndReadBytes<Size>},
-        {"the same with a type, by virtual calls", setAndRead(MakeLimitValue())}};
+    std::vector<Contender> contenders = {{"runtime", setAndRead(value)},
+                                         {"two spin pairs and the copies", SetAndReadBytes<Size>},
+                                         {"the contract by hand: a type, virtual calls",
+                                          setAndRead(MakeLimitValue()), Role::Contract}};
     AddPeers(contenders, Size == LargeSize ? Topic::LargeValue : Topic::SmallValue);
     return contenders;
 }
