@@ -16,7 +16,7 @@
 #pragma once
 
 #include "OssiraCheck.h"
-#include "OssiraObjectBase.h"
+#include "OssiraInstance.h"
 
 #include <memory>
 

@@ -3,7 +3,7 @@
 #include "ObjectMemory.h"
 
 #include "FastCriticalSection.h"
-#include "OssiraObjectBase.h"
+#include "OssiraInstance.h"
 #include "ThreadMark.h"
 
 #include <array>
