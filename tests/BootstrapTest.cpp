@@ -1,6 +1,6 @@
 // The class register service, the directory service and the master bootstrap, as a host sees them.
+#include "Platform.h"
 #include "ServiceTools.h"
-#include "TestItem.h"
 
 #include <cstdlib>
 
@@ -153,12 +153,60 @@ TEST(MasterBootstrap, AFailingClassEndsStartUpButNotCleanUp)
         EXPECT_EQ(capture.CountLinesWith(line), 1u) << line;
 }
 
-TEST(MasterBootstrap, ABadLastFolderOrAMissingOneEndsStartUp)
+TEST(MasterBootstrap, AFolderThatEndsStartUpIsNamed)
 {
-    FAILS(NewBootstrap({Item("none").Get(), Item("good").Get()})->Startup(nullptr), E_FAIL,
-          "RegisterService->RegisterFolder()");
+    const TempFolder folder;
+    const ObserverMaskScope mask(PRINT_WARN | PRINT_ERROR);
+    for (const auto& [path, cause] :
+         {std::pair(folder.Path(), " has no file that matches \"*.dll\""),
+          std::pair(folder.Path() / "none",
+                    ", which was searched for \"*.dll\", is not there, or")})
+    {
+        const auto bootstrap = NewBootstrap({WideValue(path.wstring()).Get(), Item("good").Get()});
+        const DiagnosticsCapture capture;
+        EXPECT_EQ(bootstrap->Startup(nullptr), E_FAIL);
+        EXPECT_EQ(capture.CountLinesWith("-WARN- Module folder \"" + path.string() + '"' + cause),
+                  2u)
+            << "it is tried twice";
+        EXPECT_EQ(capture.CountLinesWith(" RegisterService->RegisterFolder(): "), 1u);
+        EXPECT_EQ(bootstrap->Cleanup(nullptr), S_OK);
+    }
     FAILS(NewBootstrap({Item("good").Get(), TestItem::New().Get()})->Startup(nullptr),
           E_NOINTERFACE, "RegisterFolder");
+}
+
+TEST(MasterBootstrap, AnObjectThatIsKeptOverCleanUpIsNamedByItsModule)
+{
+    tSystem::CLibrary stays; // so that the object can be given back at all
+    ASSERT_TRUE(stays.Open(ModuleFile("good", "Counter").wstring().c_str()));
+    ObjectPtr<ICounter> kept;
+    const auto bootstrap = NewBootstrap({Item("good").Get()});
+    EXPECT_EQ(bootstrap->Startup(nullptr), S_OK);
+    EXPECT_EQ(CreateObject(CLSID_Counter, kept), S_OK);
+    const ObserverMaskScope warnings(PRINT_WARN);
+    REPORTS(bootstrap->Cleanup(nullptr), S_OK,
+            "Counter.dll\" is unloaded while 1 of its objects are alive");
+}
+
+TEST(MasterBootstrap, FoldersWithoutModulesArePassedOver)
+{
+    const TempFolder folder;
+    create_directory(folder.Path() / "hidden");
+    folder.Write("hidden/.a.dll", "");
+    folder.Write("A.DLL", "");
+    const std::wstring path = folder.Path().wstring();
+    const auto bootstrap = Make<IMasterBootstrap>(CLSID_MasterBootstrap);
+    const DiagnosticsCapture nothing;
+    EXPECT_EQ(SetModuleFolders(nullptr, {L"."}), E_POINTER);
+    EXPECT_EQ(SetModuleFolders(bootstrap.Get(), {path.c_str()}), S_OK);
+    std::vector given{path + L"\\none", path + L"\\", path + L"/A.DLL"};
+    if (tSystem::FileNamesAreBytes) // where a dot hides a file
+        given.push_back(path + L"\\hidden");
+    EXPECT_EQ(SetModuleFolders(bootstrap.Get(), given), S_FALSE);
+    ObjectPtr<IList> folders;
+    EXPECT_EQ(bootstrap->GetModuleFolders(folders.PutVoid()), S_OK);
+    EXPECT_EQ(TextsOf(*folders), std::vector{path + L"\\"});
+    EXPECT_EQ(nothing.Text(), "");
 }
 
 TEST(Rounds, OfStartUpAndCleanUpLeaveTheProcessAsItWas)

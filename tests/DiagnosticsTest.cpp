@@ -1,9 +1,7 @@
 // Failure and its report, from the throw to the line that leaves the process.
-#include "DiagnosticsCapture.h"
 #include "FailingMemory.h"
 #include "OssiraFrame.h"
-#include "TestItem.h"
-#include "TestTools.h"
+#include "ServiceTools.h"
 
 #include <chrono>
 #include <stdexcept>
@@ -42,68 +40,6 @@ TEST(Diagnostics, ALineIsLaidOutByItsLevelAndCutWhereTheBuffersEnd)
 
 // --- Observers ---------------------------------------------------------------------------------
 
-// In place while it lives, or others take its place.
-class Observer final : public Uncounted<IObserverPrint>
-{
-public:
-    Observer()
-    {
-        GetGlobalObserver(mFormer.Put());
-        EXPECT_EQ(SetGlobalObserver(this), S_OK);
-    }
-
-    ~Observer()
-    {
-        EXPECT_EQ(SetGlobalObserver(mFormer.Get()), S_OK);
-        EXPECT_EQ(References, 0);
-    }
-
-    std::uint32_t AddRef() override
-    {
-        OnCall();
-        return static_cast<std::uint32_t>(++References);
-    }
-
-    std::uint32_t Release() override
-    {
-        OnCall();
-        return static_cast<std::uint32_t>(--References);
-    }
-
-    std::uint32_t GetLevelMask() override
-    {
-        OnCall();
-        return Mask();
-    }
-
-    Result SetLevelMask(std::uint32_t, std::uint32_t) override
-    {
-        return E_NOTIMPL;
-    }
-
-    Result Print(std::uint32_t level, const SourceLocation* location, const char* format,
-                 std::va_list arguments) override
-    {
-        char text[100];
-        (void)std::vsnprintf(text, sizeof text, format, arguments);
-        Heard += location->Function + std::to_string(level) + text;
-        OnLine();
-        return S_OK;
-    }
-
-    std::function<std::uint32_t()> Mask = []
-    {
-        return PRINT_ERROR;
-    };
-    std::function<void()> OnLine = [] {
-    };
-    std::string Heard;
-    int References = 0;
-
-private:
-    ObjectPtr<IObserverPrint> mFormer;
-};
-
 TEST(Diagnostics, TheObserverInPlaceDecidesWhatIsPrinted)
 {
     const auto own = Make<IObserverPrint>(CLSID_DebugOutputObserverPrint);
@@ -124,11 +60,11 @@ TEST(Diagnostics, TheObserverInPlaceDecidesWhatIsPrinted)
     EXPECT_EQ(CurrentLevelMask(), PRINT_WARN);
     DebugOutput(PRINT_ERROR, SomePlace, "not of its levels\n");
 
-    EXPECT_EQ(host.References, 0);
+    EXPECT_EQ(host.References, 0u);
     EXPECT_EQ(SetGlobalObserver(&host), S_OK);
     EXPECT_EQ(SetGlobalObserver(&host), S_OK); // again: changes nothing
     EXPECT_EQ(ReferencesOn(*own), 1u);
-    EXPECT_EQ(host.References, 1);
+    EXPECT_EQ(host.References, 1u);
     EXPECT_EQ(own->SetLevelMask(PRINT_PROGRESS, 0), S_OK); // not in place
     EXPECT_EQ(CurrentLevelMask(), PRINT_ERROR | PRINT_TRACE);
     DebugOutput(PRINT_TRACE, SomePlace, "%s", "heard");
@@ -156,7 +92,7 @@ TEST(Diagnostics, AnObserverMayCauseLinesWhateverItIsCalledForAndThrow)
         isMeddling = false;
     };
     EXPECT_EQ(SetGlobalObserver(&observer), S_OK);
-    EXPECT_EQ(observer.References, 1);
+    EXPECT_EQ(observer.References, 1u);
     EXPECT_EQ(CurrentLevelMask(), PRINT_ERROR);
     observer.Heard.clear();
     DebugOutput(PRINT_ERROR, SomePlace, "one\n");
@@ -173,7 +109,7 @@ TEST(Diagnostics, AnObserverMayCauseLinesWhateverItIsCalledForAndThrow)
 
 TEST(Diagnostics, AnEndingThreadPassesTheBoundariesAndLeavesItsLinesWhole)
 {
-    if (!ThreadsEndByUnwinding)
+    if (EndThisThread == nullptr)
         GTEST_SKIP();
     bool isBehind = false;
     for (const bool inItsLine : {false, true})
@@ -215,7 +151,8 @@ TEST(Diagnostics, ADebugOutputThatNobodyReadsNeitherEndsNorStopsTheProcess)
     const auto begin = std::chrono::steady_clock::now();
     for (const bool isFull : {false, true})
     {
-        const CBrokenDebugOutput broken(isFull);
+        DiagnosticsCapture broken(Stream::Pipe);
+        broken.Break(isFull);
         for (int line = 0; line < 20; ++line)
             DebugOutputF("lost\n");
     }

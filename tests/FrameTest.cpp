@@ -196,6 +196,22 @@ TEST(ModuleExports, DenyAccessWithoutAServer)
     EXPECT_TRUE(AttachLibrary());
 }
 
+// A pointer may ask its object and take the answer itself, and any interface holds all of it.
+TEST(Library, AnObjectDiesWithTheLastReferenceThroughAnyInterface)
+{
+    T_Sample::Deaths = 0;
+    auto pointer = ObjectPtr<ISample>(MakeObject<T_Sample>().Detach());
+    pointer->Release();
+    EXPECT_EQ(pointer.QueryTo(pointer), S_OK);
+    EXPECT_EQ(ReferencesOn(*pointer), 1u);
+    ObjectPtr<ISecond> second;
+    EXPECT_EQ(pointer.QueryTo(second), S_OK);
+    pointer.Reset();
+    EXPECT_EQ(T_Sample::Deaths, 0);
+    second.Reset();
+    EXPECT_EQ(T_Sample::Deaths, 1);
+}
+
 TEST(DynLib, AnswersThatItIsNotOpen)
 {
     CDynLib closed;

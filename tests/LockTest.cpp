@@ -7,7 +7,8 @@
 #include "TestTools.h"
 
 #include <array>
-#include <mutex>
+#include <functional>
+#include <tuple>
 
 namespace Tavrik::Ossira
 {
@@ -139,71 +140,48 @@ TEST(ConcurrentLocks, NothingIsLostOrSeenByHalvesAmongReadersAndWriters)
     isOver = true;
 }
 
-void TakeInOrder()
+// One within the other.
+void Take(auto& outer, auto& inner)
 {
-    CCriticalSection wide(ELockRank::ProcessWide);
-    CCriticalSection container;
-    CCriticalSection value;
-    CFastCriticalSection word;
-    const CLockGuard first(wide);
-    const CLockGuard second(container);
-    const CLockGuard third(value);
-    const CLockGuard again(container);
-    const CLockGuard wideAgain(wide);
-    const CLockGuard last(word);
-}
-
-void TakeTheProcessWideSectionLast()
-{
-    CCriticalSection wide(ELockRank::ProcessWide);
-    CCriticalSection container;
-    const CLockGuard first(container);
-    const CLockGuard second(wide);
-}
-
-void TakeALockWithinAWord()
-{
-    CFastCriticalSection word;
-    CFastCriticalSection inner;
-    const CLockGuard first(word);
+    const CLockGuard first(outer);
     const CLockGuard second(inner);
-}
-
-void WriteWhatIsRead()
-{
-    CReadersLock lock;
-    const CReadGuard first(lock);
-    const CLockGuard second(lock);
-}
-
-void CallWithinAWord()
-{
-    CFastCriticalSection word;
-    const CLockGuard first(word);
-    tSystem::CheckForeignCall();
 }
 
 TEST(LockOrder, ABrokenOrderStopsTheProcessAndNamesBothPlaces)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    TakeInOrder();
-    constexpr struct
+    CCriticalSection wide(ELockRank::ProcessWide), container, value;
+    CFastCriticalSection word, inner;
+    CReadersLock table;
     {
-        void (*Break)();
-        const char* Line;
-    } cases[] = {
-        {TakeTheProcessWideSectionLast,
-         "process-wide section at .*LockTest.*TakeTheProcess.*while an object's section is held "
-         "since .*LockTest"},
-        {TakeALockWithinAWord, "a spin word at .*LockTest.*while a spin word is held since "},
-        {WriteWhatIsRead, "a spin word at .*LockTest.*while a spin word is held since "},
-        {CallWithinAWord, "something foreign at .*LockTest.*while a spin word is held since "}};
-    for (const auto& [breakOrder, line] : cases)
+        const CLockGuard first(wide), second(container), third(value), again(container);
+        Take(wide, word);
+    }
+    const std::tuple<std::function<void()>, const char*, const char*> cases[] = {
+        {[&] { Take(container, wide); }, "process-wide section at .*LockTest.*Take",
+         "an object's section"},
+        {[&] { Take(word, inner); }, "a spin word at .*LockTest.*Take", "a spin word"},
+        {[&]
+         {
+             const CLockGuard guard(word);
+             tSystem::CheckForeignCall();
+         },
+         "something foreign at .*LockTest", "a spin word"},
+        {[&]
+         {
+             if (OSSIRA_CHECK_LOCK_ORDER == 0)
+                 return; // else it waits for itself
+             const CReadGuard reader(table);
+             const CLockGuard writer(table);
+         },
+         "a spin word at .*LockTest", "a spin word"}};
+    for (const auto& [breakOrder, taken, held] : cases)
     {
         if (OSSIRA_CHECK_LOCK_ORDER != 0)
-            EXPECT_DEATH(breakOrder(), line);
-        else if (breakOrder != WriteWhatIsRead) // which waits for itself
-            breakOrder();                       // costs nothing where it is not checked
+            EXPECT_DEATH(breakOrder(),
+                         std::string(taken) + ".*while " + held + " is held since .*LockTest");
+        else
+            breakOrder(); // costs nothing where it is not checked
     }
 }
 

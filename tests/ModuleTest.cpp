@@ -1,7 +1,8 @@
-// Modules that misbehave and files that are none. Each gets its code; nothing stays loaded, nothing
-// leaks, and what was registered before stays usable.
-#include "ServiceTools.h"
-#include "TestItem.h"
+// Modules that misbehave and files that are none: each gets its code, nothing stays loaded, nothing
+// leaks, and what was registered before stays usable. When modules are unloaded, and that unloading
+// is real.
+#include "Platform.h"
+#include "RandomProgram.h"
 
 namespace Tavrik::Ossira
 {
@@ -49,62 +50,41 @@ Result CreateFirst(IObjectFactory& factory)
     return created;
 }
 
-// A host's own observer, which outlives its use.
-class HostObserver final : public Uncounted<IObserverPrint>
-{
-public:
-    std::uint32_t GetLevelMask() override
-    {
-        return mMask;
-    }
-
-    Result SetLevelMask(std::uint32_t set, std::uint32_t clear) override
-    {
-        mMask = (mMask & ~clear) | set;
-        return S_OK;
-    }
-
-    Result Print(std::uint32_t, const SourceLocation*, const char*, std::va_list) override
-    {
-        ++Lines;
-        return S_OK;
-    }
-
-    std::size_t Lines = 0;
-
-private:
-    std::uint32_t mMask = 0;
-};
-
 // The first observer that a module meets, and the one that is in place then.
 TEST(Modules, FollowTheLevelsOfWhicheverObserverIsInPlace)
 {
     const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
     ASSERT_EQ(RegisterModule(ModuleFile("good", "Counter"), nullptr, factory.Get()), S_OK);
-    ObjectPtr<IObserverPrint> former;
-    ASSERT_EQ(GetGlobalObserver(former.Put()), S_OK);
-    HostObserver host;
-    IObserverPrint* const own = &host;
-    for (IObserverPrint* const met : {former.Get(), own})
+    Observer host;
+    int heard = 0;
+    host.OnLine = [&]
+    {
+        ++heard;
+    };
+    IObserverPrint *const own = &host, *const former = host.Former.Get();
+    for (IObserverPrint* const met : {former, own})
     {
         EXPECT_EQ(factory->FlushModules(), S_OK);
-        for (IObserverPrint* const inPlace : {met, former.Get(), met, own, met})
+        for (IObserverPrint* const inPlace : {met, former, met, own, met})
         {
             ASSERT_EQ(SetGlobalObserver(inPlace), S_OK);
             for (const std::uint32_t mask : {0u, PRINT_TRACE, 0u})
             {
                 const ObserverMaskScope scope(mask);
                 const DiagnosticsCapture capture;
-                host.Lines = 0;
+                heard = 0;
+                host.Mask = [mask]
+                {
+                    return mask;
+                };
                 ObjectPtr<ICounter> counter;
                 EXPECT_EQ(factory->GetClassObject(CLSID_Counter, IID_ICounter, counter.PutVoid()),
                           S_OK);
-                const std::size_t lines = capture.CountLinesWith(" created; ");
-                EXPECT_EQ(inPlace == own ? host.Lines : lines, mask == 0 ? 0u : 1u);
+                const auto lines = static_cast<int>(capture.CountLinesWith(" created; "));
+                EXPECT_EQ(inPlace == own ? heard : lines, mask == 0 ? 0 : 1);
             }
         }
     }
-    EXPECT_EQ(SetGlobalObserver(former.Get()), S_OK);
 }
 
 TEST(Modules, EveryFaultEndsAsItsCodeAndItsLine)
@@ -137,17 +117,48 @@ TEST(Modules, AScanPassesOverFaultyModulesAndFilesThatAreNone)
     folder.Write("good.dll", image);
     std::filesystem::create_directory(folder.Path() / "a folder.dll");
     const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
-    const ObserverMaskScope mask(PRINT_ERROR | PRINT_TRACE);
+    const ObserverMaskScope mask(PRINT_ERROR | PRINT_WARN | PRINT_TRACE);
     const DiagnosticsCapture capture;
     const std::wstring path = folder.Path().wstring();
     EXPECT_EQ(
         RegisterService(factory.Get())->RegisterFolder(path.c_str(), nullptr, nullptr, nullptr),
         S_OK);
     EXPECT_EQ(capture.CountLinesWith("Cannot open Library \""), 3u);
+    EXPECT_EQ(capture.CountLinesWith("a text.dll\" is not used: it is a text file, no library"),
+              1u);
     EXPECT_EQ(capture.CountLinesWith(" server->GetClassObjectID(): "), 1u);
     EXPECT_EQ(capture.CountLinesWith(" InternalRegisterModule(): "), 1u) << "its own shortage";
     EXPECT_EQ(CreateFirst(*factory), S_OK);
     EXPECT_EQ(factory->FlushModules(), S_OK); // so that the files can be removed
+}
+
+TEST(Modules, AFileThatIsNoModuleIsNamedWithTheReason)
+{
+    const TempFolder folder;
+    folder.Write("text.dll", "This is no module.");
+    create_directory(folder.Path() / "folder.dll");
+    const std::tuple<std::filesystem::path, Result, const char*> cases[] = {
+        {folder.Path() / "text.dll", E_FAIL, "it is a text file, no library"},
+        {ModuleFile("raw", "NoClasses"), S_OK, "is OSSIRA_CLASS missing?"},
+        {ModuleFile("raw", "SameIdTwice"), S_OK, "as \"first\" and as \"second\""},
+        {folder.Path() / "folder.dll", E_FAIL, "it is a folder"},
+        {folder.Path() / "absent.dll", E_FAIL, "it does not exist"}};
+    const ObserverMaskScope warnings(PRINT_WARN);
+    for (const auto& [file, code, cause] : cases)
+    {
+        const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
+        const DiagnosticsCapture capture;
+        EXPECT_EQ(RegisterModule(file, nullptr, factory.Get()), code) << cause;
+        EXPECT_TRUE(std::ranges::any_of(capture.Lines(),
+                                        [&](const std::string& line)
+                                        {
+                                            return line.find("-WARN-") != line.npos &&
+                                                   line.find(file.filename().string() + '"') !=
+                                                       line.npos &&
+                                                   line.find(cause) != line.npos;
+                                        }))
+            << capture.Text();
+    }
 }
 
 // A file that is none, and one that runs out of memory.
@@ -189,6 +200,166 @@ TEST(Modules, OneThatChangesTheCurrentFolderChangesNothingForTheScan)
     current_path(former);
     counter.Reset();
     EXPECT_EQ(factory->FlushModules(), S_OK);
+}
+
+// Whatever is changed in a file, what reads it stays in it, and no file that is not all there gets
+// as far as the system's loader.
+class DamageModel final : public RandomModel
+{
+public:
+    void Step() override
+    {
+        std::string image = mImage;
+        const std::uint32_t kept = Below(image.size() - 64);
+        const std::uint32_t die = Below(8);
+        if (die == 0)
+            image.resize(kept);
+        else if (die == 1) // as a copy that is under way
+            std::fill(image.begin() + kept, image.end(), '\0');
+        for (std::uint32_t count = die < 2 ? 0 : 1 + Below(3); count > 0; --count)
+            Change(image);
+        const auto file = mFolder.Write("damaged.dll", image);
+        const std::string fault = FaultOfLibrary(file);
+        if (die > 1 || !tSystem::FileNamesAreBytes) // elsewhere the system's loader decides
+            return;
+        tSystem::CLibrary library;
+        EXPECT_FALSE(library.Open(file.wstring().c_str())) << kept;
+        EXPECT_EQ(library.FailureText(), fault);
+        EXPECT_NE(fault, "");
+    }
+
+    void Check() override
+    {
+    }
+
+private:
+    // Numbers of any size, most of them where the tables lie, change, or change places.
+    void Change(std::string& image)
+    {
+        const std::size_t size = std::size_t{1} << Below(4);
+        const std::size_t first = Below(4) == 0 ? image.size() - 4096 : 0;
+        const std::size_t at = first + Below(4096 / size) * size;
+        if (const std::uint32_t die = Below(4); die == 0)
+            std::swap_ranges(&image[at], &image[at] + size,
+                             &image[first + Below(4096 / size) * size]);
+        else if (die == 1)
+            std::fill_n(&image[at], size, Below(2) == 0 ? '\0' : '\xFF');
+        else
+            image[at] = static_cast<char>(Below(256));
+    }
+
+    const TempFolder mFolder;
+    const std::string mImage = ReadFile(ModuleFile("raw", "Decent"));
+};
+
+TEST(DamagedModules, AreReadWithoutHarmAndRefusedWhenTheyAreNotAllThere)
+{
+    RunProgram<DamageModel>(400);
+}
+
+// --- How long they stay --------------------------------------------------------------------------
+
+TEST(Lifetime, AFlushedModuleIsUnmappedAndItsNextLoadStartsAfresh)
+{
+    const std::filesystem::path files[] = {ModuleFile("good", "Counter"),
+                                           ModuleFile("unique", "UniqueSymbols")};
+    for (const std::filesystem::path& file : files)
+    {
+        const bool stays = file == files[1] && UniqueSymbolsKeepALibraryMapped;
+        const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
+        EXPECT_EQ(RegisterModule(file, nullptr, factory.Get()), S_OK);
+        for (std::int32_t load = 0; load < 3; ++load)
+        {
+            ObjectPtr<ICounter> counter;
+            EXPECT_EQ(factory->GetClassObject(CLSID_Counter, IID_ICounter, counter.PutVoid()),
+                      S_OK);
+            EXPECT_EQ(counter->CountInModule(), stays ? load + 1 : 1) << "its static objects";
+            auto last = As<IUnknown>(*counter);
+            counter.Reset();
+            EXPECT_EQ(factory->FlushModules(), S_OK);
+            EXPECT_TRUE(IsMapped(file)) << "an object is alive";
+            last.Reset();
+            EXPECT_TRUE(IsMapped(file)) << "nobody asked for the flush yet";
+            EXPECT_EQ(factory->FlushModules(), S_OK);
+            EXPECT_EQ(IsMapped(file), stays);
+        }
+    }
+}
+
+TEST(Lifetime, WhatAModuleDependsOnIsTakenFromItsOwnFolderAndGoesWithItsFactory)
+{
+    auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
+    const auto helper = ModuleFile("dependent", "Helper");
+    EXPECT_EQ(RegisterModule(ModuleFile("dependent", "Dependent"), nullptr, factory.Get()), S_OK);
+    EXPECT_EQ(CountClasses(*factory), 2u) << "the right helper was asked for their number";
+    EXPECT_TRUE(IsMapped(helper));
+    factory.Reset();
+    EXPECT_FALSE(IsMapped(helper));
+}
+
+// A factory that knows nothing of loaders.
+class ForeignFactory final : public Uncounted<IObjectFactory>
+{
+public:
+    // clang-format off
+    Result GetClassObject(const CLSID&, const IID&, void**) override { return E_NOTIMPL; }
+    Result RegisterClass(const CLSID&, const wchar_t*, const char*) override { return S_OK; }
+    Result UnregisterClass(const CLSID&) override { return E_NOTIMPL; }
+    Result GetClassValue(const CLSID&, const IID&, void**) override { return E_NOTIMPL; }
+    Result FlushModules() override { return S_OK; }
+    Result GetModuleValue(const wchar_t*, const IID&, void**) override { return E_NOTIMPL; }
+    Result GetClasses(const IID&, void**) override { return E_NOTIMPL; }
+    Result GetModules(const IID&, void**) override { return E_NOTIMPL; }
+    // clang-format on
+};
+
+// With classes and without, read into the runtime's own factory and into another.
+TEST(Lifetime, AModuleStaysWhileWhatItsBootstrapEnteredLives)
+{
+    ForeignFactory foreign;
+    for (const char* module : {"EntersSingleton", "FlushesAndEntersSingleton"})
+    {
+        for (const bool isForeign : {false, true})
+        {
+            SCOPED_TRACE(testing::Message() << module << (isForeign ? " elsewhere" : ""));
+            const auto file = ModuleFile("raw", module);
+            const auto own = Make<IObjectFactory>(CLSID_ObjectFactory);
+            IObjectFactory* const factory = isForeign ? &foreign : own.Get();
+            const auto registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
+            const auto singletons = Make<ISingleton>(CLSID_DebugSingleton);
+            EXPECT_EQ(singletons->RegisterObject(CLSID_GlobalObjectFactory, factory), S_OK);
+            EXPECT_EQ(RegisterService(factory)->RegisterModule(file.wstring().c_str(),
+                                                               registry.Get(), singletons.Get()),
+                      S_OK);
+            const auto flush = [&]
+            {
+                return isForeign ? GlobalFactory()->FlushModules() : own->FlushModules();
+            };
+            EXPECT_EQ(flush(), S_OK);
+            ASSERT_TRUE(IsMapped(file));
+            EXPECT_EQ(singletons->UnregisterObject(CLSID_RawSecond), S_OK);
+            EXPECT_EQ(flush(), S_OK);
+            EXPECT_FALSE(IsMapped(file));
+            EXPECT_EQ(ModulesOf(*own).size(), CountClasses(*own) == 0 ? 0u : 1u);
+        }
+    }
+}
+
+TEST(Lifetime, OneFlushUnloadsAModuleAndThoseWhoseLastObjectsItHeld)
+{
+    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
+    const auto registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
+    const std::filesystem::path files[] = {ModuleFile("good", "Counter"),
+                                           ModuleFile("raw", "Holds")};
+    EXPECT_EQ(RegisterModule(files[0], nullptr, factory.Get()), S_OK);
+    ObjectPtr<IUnknown> held;
+    EXPECT_EQ(factory->GetClassObject(CLSID_Counter, IID_IUnknown, held.PutVoid()), S_OK);
+    EXPECT_EQ(RegisterService(factory.Get())
+                  ->RegisterModule(files[1].wstring().c_str(), registry.Get(), held.Get()),
+              S_OK);
+    held.Reset();
+    EXPECT_EQ(factory->FlushModules(), S_OK);
+    EXPECT_FALSE(IsMapped(files[0]) || IsMapped(files[1]));
 }
 
 } // namespace

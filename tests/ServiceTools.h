@@ -2,6 +2,7 @@
 #pragma once
 
 #include "DiagnosticsCapture.h"
+#include "TestItem.h"
 #include "TestModules.h"
 #include "TestTools.h"
 
@@ -88,5 +89,64 @@ template <class Enumerator>
     EXPECT_EQ(factory.GetModules(IID_ICollection, modules.PutVoid()), S_OK);
     return TextsOf(*modules);
 }
+
+// A host's own observer: in place while it lives, or others take its place.
+class Observer final : public Uncounted<IObserverPrint>
+{
+public:
+    Observer()
+    {
+        GetGlobalObserver(Former.Put());
+        EXPECT_EQ(SetGlobalObserver(this), S_OK);
+    }
+
+    ~Observer()
+    {
+        EXPECT_EQ(SetGlobalObserver(Former.Get()), S_OK);
+        EXPECT_EQ(References, 0u);
+    }
+
+    std::uint32_t AddRef() override
+    {
+        OnCall();
+        return ++References;
+    }
+
+    std::uint32_t Release() override
+    {
+        OnCall();
+        return --References;
+    }
+
+    std::uint32_t GetLevelMask() override
+    {
+        OnCall();
+        return Mask();
+    }
+
+    Result SetLevelMask(std::uint32_t, std::uint32_t) override
+    {
+        return E_NOTIMPL;
+    }
+
+    Result Print(std::uint32_t level, const SourceLocation* location, const char* format,
+                 std::va_list arguments) override
+    {
+        char text[100];
+        (void)std::vsnprintf(text, sizeof text, format, arguments);
+        Heard += location->Function + std::to_string(level) + text;
+        OnLine();
+        return S_OK;
+    }
+
+    std::function<std::uint32_t()> Mask = []
+    {
+        return PRINT_ERROR;
+    };
+    std::function<void()> OnLine = [] {
+    };
+    std::string Heard;
+    ObjectPtr<IObserverPrint> Former;
+};
 
 } // namespace Tavrik::Ossira::tTest

@@ -11,8 +11,8 @@
 namespace Tavrik::Ossira::tTest
 {
 
-// What a test's own object is that lies where the test says: it offers one interface, and its
-// references are not counted.
+// What a test's own object is that lies where the test says: it offers one interface, and the count
+// of its references does not decide how long it lives.
 template <class Interface>
 class Uncounted : public Interface
 {
@@ -31,18 +31,19 @@ public:
 
     std::uint32_t AddRef() override
     {
-        return 1;
+        return ++References;
     }
 
     std::uint32_t Release() override
     {
-        return 1;
+        return --References;
     }
 
     std::function<void()> OnQuery = [] {
     };
     std::function<void()> OnCall = [] {
     };
+    std::atomic<std::uint32_t> References = 0;
 
 protected:
     ~Uncounted() = default;
@@ -58,14 +59,9 @@ public:
         return item;
     }
 
-    std::uint32_t AddRef() override
-    {
-        return ++mCount;
-    }
-
     std::uint32_t Release() override
     {
-        const std::uint32_t count = --mCount;
+        const std::uint32_t count = --References;
         if (count == 0)
             delete this;
         return count;
@@ -84,7 +80,6 @@ private:
         mOnDestruction();
     }
 
-    std::atomic<std::uint32_t> mCount = 0;
     std::function<void()> mOnDestruction;
 };
 

@@ -215,7 +215,9 @@ private:
     void StepGroup()
     {
         const auto count = static_cast<std::int32_t>(mLayers.size());
-        const auto index = static_cast<std::int32_t>(Below(mLayers.size() + 3)) - 2;
+        const std::int32_t index = Below(40) == 0
+                                       ? (Below(2) == 0 ? INT32_MIN : INT32_MAX)
+                                       : static_cast<std::int32_t>(Below(mLayers.size() + 3)) - 2;
         const std::uint32_t flags = Below(4), die = Below(8);
         const GUID id = Below(10) == 0 ? GUID_Null : Numbered(Below(20));
         const auto same = std::ranges::find_if(mLayers, [&](const Layer& layer)
@@ -256,10 +258,21 @@ private:
         else
         {
             const bool isInside = index >= 0 && index < count;
-            EXPECT_EQ(mGroup->SetValueSetAccessFlagsAt(index, flags),
-                      isInside ? S_OK : E_INVALIDARG);
+            const auto expect = [&](auto call)
+            {
+                Expect(call, isInside ? S_OK : E_INVALIDARG, isInside ? "" : "Index out of Range");
+            };
+            Values set;
+            Layer told = {};
+            expect([&] { return mGroup->SetValueSetAccessFlagsAt(index, flags); });
+            expect([&] { return mGroup->GetValueSetAccessFlagsAt(index, &told.Flags); });
+            expect([&] { return mGroup->GetValueSetIDAt(index, &told.Id); });
+            expect([&] { return mGroup->GetValueSetAt(index, IID_IValueSet, set.PutVoid()); });
             if (isInside)
-                mLayers[static_cast<std::size_t>(index)].Flags = flags;
+                At(index).Flags = flags;
+            const Layer expected = isInside ? At(index) : Layer{};
+            EXPECT_TRUE(told.Flags == expected.Flags && SameGuid(told.Id, expected.Id));
+            EXPECT_EQ(set.Get(), isInside ? expected.From->Shown.Get() : nullptr);
         }
     }
 

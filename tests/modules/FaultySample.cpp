@@ -61,21 +61,12 @@ public:
 
     Result SetObjectName(const char* name) override
     {
-        if (Is("ExceptionLeaves") && name != nullptr)
+        const auto set = [&]
         {
-            const std::lock_guard guard(mLock);
-            mName = name;
+            std::string(name == nullptr ? "" : name).swap(mName);
             return S_OK;
-        }
-        return WithLock(
-            [&]() -> Result
-            {
-                mName.clear();
-                mName.shrink_to_fit();
-                mName = name == nullptr ? "" : name;
-                return S_OK;
-            },
-            name == nullptr);
+        };
+        return Is("ExceptionLeaves") ? Locked(set, false) : WithLock(set, name == nullptr);
     }
 
     Result GetObjectName(char* buffer, std::int32_t size) override
@@ -106,8 +97,7 @@ public:
 
 private:
     template <class Work>
-    Result WithLock(Work work, bool isNull)
-    try
+    Result Locked(Work work, bool isNull)
     {
         if (Is("ForgottenLock"))
             return work();
@@ -115,6 +105,13 @@ private:
         if (Is("KeptLock") && isNull)
             mLock.lock();
         return work();
+    }
+
+    template <class Work>
+    Result WithLock(Work work, bool isNull)
+    try
+    {
+        return Locked(work, isNull);
     }
     OSSIRA_CATCH_RETURN
 

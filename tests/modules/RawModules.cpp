@@ -1,11 +1,14 @@
 // Modules without the frame, written against the binary contract alone. They are all made of this
-// source, and each has the name of its fault beside it. An export is left out by a definition that
-// gives it another name.
+// source, and each has the name of its fault beside it, or what it does and where, as in
+// "crash@DLLGetClassCount": places are the exports, "load" and "unload". An export is left out by a
+// definition that gives it another name.
 #include "TestItem.h"
 #include "TestModules.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <stdexcept>
 
 using namespace Tavrik::Ossira;
 using namespace Tavrik::Ossira::tTest;
@@ -24,6 +27,37 @@ bool Is(std::string_view fault)
 {
     return fault == OssiraTestFault;
 }
+
+volatile std::uintptr_t gZero = 0; // for all the compiler knows it is not
+
+void Reach(std::string_view place)
+{
+    const std::string_view fault = OssiraTestFault;
+    const std::size_t at = fault.find('@');
+    if (at == fault.npos || fault.substr(at + 1) != place)
+        return;
+    if (fault.starts_with("crash"))
+        *reinterpret_cast<volatile int*>(gZero) = 1;
+    if (fault.starts_with("throw"))
+        throw std::runtime_error("thrown on purpose");
+    if (fault.starts_with("exit"))
+        std::exit(0);
+    while (fault.starts_with("hang"))
+        gZero = 0;
+}
+
+struct LoadAndUnload
+{
+    LoadAndUnload()
+    {
+        Reach("load");
+    }
+
+    ~LoadAndUnload()
+    {
+        Reach("unload");
+    }
+} gLoadAndUnload;
 
 // What is thrown has a type that only this module knows, and destroying it runs this module's code.
 struct Complaint
@@ -83,6 +117,7 @@ Result Enrol(IUnknown& registry)
 
 OSSIRA_EXPORT Result DllGetClassObject(const CLSID*, const IID* iid, void** out)
 {
+    Reach("DllGetClassObject");
     *out = nullptr;
     if (Is("CreatorRunsOutOfMemory"))
         throw std::bad_alloc();
@@ -93,16 +128,19 @@ OSSIRA_EXPORT Result DllGetClassObject(const CLSID*, const IID* iid, void** out)
 
 OSSIRA_EXPORT Result DllCanUnloadNow()
 {
+    Reach("DllCanUnloadNow");
     return OrThrow(Is("CanUnloadThrows"), OrDenied(gLiveObjects == 0 ? S_OK : S_FALSE));
 }
 
 OSSIRA_EXPORT Result DLLGetOpenObjectCount()
 {
+    Reach("DLLGetOpenObjectCount");
     return OrDenied(gLiveObjects);
 }
 
 OSSIRA_EXPORT Result DLLGetClassCount()
 {
+    Reach("DLLGetClassCount");
 #ifdef OSSIRA_NEEDS_HELPER
     return OssiraTestHelperAnswer();
 #else
@@ -114,22 +152,26 @@ OSSIRA_EXPORT Result DLLGetClassCount()
 
 OSSIRA_EXPORT Result DLLGetClassObjectID(std::uint32_t index, std::uint32_t, CLSID* out)
 {
+    Reach("DLLGetClassObjectID");
     if (index == 1 && (Is("SecondIdFails") || Is("SecondIdThrows")))
         return OrThrow(Is("SecondIdThrows"), E_ABORT);
-    *out = index == 0 || Is("SameIdTwice") ? CLSID_RawFirst : CLSID_RawSecond;
+    const CLSID& second = Is("SecondIdNull") ? GUID_Null : CLSID_RawSecond;
+    *out = index == 0 || Is("SameIdTwice") ? CLSID_RawFirst : second;
     return index < 2 ? S_OK : E_INVALIDARG;
 }
 
 OSSIRA_EXPORT Result DLLGetClassObjectInfo(std::uint32_t index, char* buffer, std::uint32_t size)
 {
+    Reach("DLLGetClassObjectInfo");
     std::memset(buffer, Is("EndlessText") ? 'x' : 0, size); // without a zero at its end
-    if (Is("SameIdTwice"))
+    if (!Is("EndlessText"))
         std::strcpy(buffer, index == 0 ? "first" : "second");
     return index == 1 && Is("SecondTextFails") ? E_ABORT : S_OK;
 }
 
 OSSIRA_EXPORT Result DLLRegisterBootstrap(IUnknown* registry, IUnknown* argument)
 {
+    Reach("DLLRegisterBootstrap");
     if (Is("EntersSingleton") || Is("FlushesAndEntersSingleton"))
         return EnterSingleton(*argument);
     if (Is("Enrols"))

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace Tavrik::Ossira::tTest
@@ -31,29 +32,19 @@ public:
     // Everything written so far.
     [[nodiscard]] std::string Text() const;
 
+    // Leaves a pipe full, or with nobody who reads it. Nothing happens where the debug output never
+    // waits.
+    void Break(bool isFull);
+
 private:
     struct State;
     const std::unique_ptr<State> mState;
 };
 
-// Standard error is a pipe that nobody reads any more, or one that is full, while this lives.
-// Nothing happens where the debug output never waits.
-class CBrokenDebugOutput
-{
-public:
-    explicit CBrokenDebugOutput(bool isFull);
-    ~CBrokenDebugOutput();
-
-private:
-    int mFormer = -1;
-    int mReader = -1;
-};
-
-// Whether a thread that ends in the middle of a call unwinds its stack here; and both ways to do
-// so.
-extern const bool ThreadsEndByUnwinding;
-void EndThisThread();
-void CancelThisThread(); // at the next point where that may be
+// End the thread in the middle of a call, at once and at the next point where that may be, and
+// unwind its stack; null where that is not so.
+extern void (*const EndThisThread)();
+extern void (*const CancelThisThread)();
 
 // The file of the running program.
 [[nodiscard]] std::filesystem::path ProgramPath();
@@ -64,10 +55,9 @@ void CancelThisThread(); // at the next point where that may be
 // What the platform says is wrong with a library file, which is read and not loaded.
 [[nodiscard]] std::string FaultOfLibrary(const std::filesystem::path& file);
 
-// Whether a process can be copied with but the calling thread; what `work` answers in such a copy,
-// or -1 when it does not answer within ten seconds.
-extern const bool ProcessesCanBeCopied;
-[[nodiscard]] int ExitCodeInCopy(const std::function<int()>& work);
+// What `work` answers in a copy of the process with but the calling thread, or -1 when it does not
+// answer within ten seconds; nothing where a process cannot be copied.
+[[nodiscard]] std::optional<int> ExitCodeInCopy(const std::function<int()>& work);
 
 // Returns when this process has no other thread, or after ten seconds. For the end of a program:
 // Wine ends the other threads without taking the heap's lock first, and one that is just giving

@@ -46,11 +46,10 @@ def write(path, data):
 
 
 def hostile(fault):
-    marker = b"OSSIRA-TEST-FAULT:none"
-    text = b"OSSIRA-TEST-FAULT:" + fault.encode() + b"\0"
+    marker = b"OSSIRA-TEST-FAULT-OVER-THIS"
     data = content("hostile", "Hostile.dll")
-    at = data.index(marker)
-    return data[:at] + text.ljust(len(marker), b"\0") + data[at + max(len(text), len(marker)):]
+    assert marker in data and len(fault) <= len(marker)
+    return data.replace(marker, fault.encode().ljust(len(marker), b"\0"))
 
 
 def patched(data, offset, value):
@@ -97,14 +96,14 @@ FILES = {
                "DLLGetOpenObjectCount, DLLGetClassCount"),
     "NoCount": (content("raw", "WithoutDLLGetClassCount.dll"), "has no DLLGetClassCount$"),
     "Unattached": (content("raw", "NeverAttached.dll"), "its own start-up failed"),
-    "NoClass": (hostile("none of them"),
+    "NoClass": (content("raw", "NoClasses.dll"),
                 r"note: .*no class in the table: is OSSIRA_CLASS missing\?"),
-    "Negative": (hostile("negative"), r"number of classes: .*0x80004004"),
-    "Huge": (hostile("huge"), "says that it has 2147483647 classes"),
-    "Second": (hostile("second"), "identifier of its class 2 of 2"),
-    "Twice": (hostile("twice"), 'twice: for "First" and for "Second"'),
-    "Null": (hostile("null"), 'null identifier for its class 2 of 2, "Second"'),
-    "Bootstrap": (hostile("bootstrap"), "fails to file its classes .*0x80004004"),
+    "Negative": (content("raw", "NegativeCount.dll"), r"number of classes: .*0x80004004"),
+    "Huge": (content("raw", "HugeCount.dll"), "says that it has 2147483647 classes"),
+    "Second": (content("raw", "SecondIdFails.dll"), "identifier of its class 2 of 2"),
+    "Twice": (content("raw", "SameIdTwice.dll"), 'twice: for "first" and for "second"'),
+    "Null": (hostile("SecondIdNull"), 'null identifier for its class 2 of 2, "second"'),
+    "Bootstrap": (content("raw", "BootstrapFails.dll"), "fails to file its classes .*0x80004004"),
     "Exit": (hostile("exit@load"), r'ended the process in the step "load": it exited with code 0'),
     "HangLoad": (hostile("hang@load"), f'hung in the step "load": it did not end within {LIMIT} s'),
     "HangExport": (hostile("hang@DLLGetClassCount"), 'hung in the step "DLLGetClassCount"'),

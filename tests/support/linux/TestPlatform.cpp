@@ -63,62 +63,53 @@ std::string CDebugOutputTap::Text() const
     return ReadFile("/proc/self/fd/" + std::to_string(mState->File));
 }
 
-CBrokenDebugOutput::CBrokenDebugOutput(bool isFull) : mFormer(dup(STDERR_FILENO))
+void CDebugOutputTap::Break(bool isFull)
 {
-    int ends[2];
-    if (pipe(ends) != 0)
-        std::abort();
-    mReader = ends[0];
-    fcntl(ends[1], F_SETFL, O_NONBLOCK);
-    while (isFull && write(ends[1], "x", 1) == 1)
+    fcntl(STDERR_FILENO, F_SETFL, O_NONBLOCK);
+    while (isFull && write(STDERR_FILENO, "x", 1) == 1)
         ;
-    fcntl(ends[1], F_SETFL, 0);
-    dup2(ends[1], STDERR_FILENO);
-    close(ends[1]);
+    fcntl(STDERR_FILENO, F_SETFL, 0);
     if (!isFull)
-        close(std::exchange(mReader, -1));
+        close(std::exchange(mState->File, -1));
 }
 
-CBrokenDebugOutput::~CBrokenDebugOutput()
-{
-    dup2(mFormer, STDERR_FILENO);
-    close(mFormer);
-    if (mReader >= 0)
-        close(mReader);
-}
-
-const bool ThreadsEndByUnwinding = true;
-
-void EndThisThread()
+void (*const EndThisThread)() = []
 {
     pthread_exit(nullptr);
-}
+};
 
-void CancelThisThread()
+void (*const CancelThisThread)() = []
 {
     pthread_cancel(pthread_self());
-}
+};
 
 std::filesystem::path ProgramPath()
 {
     return std::filesystem::read_symlink("/proc/self/exe");
 }
 
+namespace
+{
+
+// The mappings of files whose names end so.
+std::size_t CountMappings(const std::string& name, const char* kind)
+{
+    std::size_t count = 0;
+    std::istringstream maps(ReadFile("/proc/self/maps"));
+    for (std::string line; std::getline(maps, line);)
+        count += line.ends_with(name) && line.find(kind) != line.npos ? 1u : 0u;
+    return count;
+}
+
+} // namespace
+
 // As code: a sanitizer that reports something about a library maps the file to read its symbols.
 bool IsMapped(const std::filesystem::path& library)
 {
-    std::istringstream maps(ReadFile("/proc/self/maps"));
-    for (std::string line; std::getline(maps, line);)
-    {
-        if (line.ends_with(canonical(library).string()) && line.find(" r-xp ") != line.npos)
-            return true;
-    }
-    return false;
+    return CountMappings(canonical(library).string(), " r-xp ") > 0;
 }
 
-const bool ProcessesCanBeCopied = true;
-
-int ExitCodeInCopy(const std::function<int()>& work)
+std::optional<int> ExitCodeInCopy(const std::function<int()>& work)
 {
     const pid_t copy = fork();
     if (copy == 0)
@@ -155,11 +146,7 @@ OpenThings CountOpenThings()
         return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder),
                                                       std::filesystem::directory_iterator()));
     };
-    OpenThings things = {count("/proc/self/fd"), count("/proc/self/task")};
-    std::istringstream maps(ReadFile("/proc/self/maps"));
-    for (std::string line; std::getline(maps, line);)
-        things.Libraries += line.ends_with(".dll") ? 1u : 0u;
-    return things;
+    return {count("/proc/self/fd"), count("/proc/self/task"), CountMappings(".dll", "")};
 }
 
 } // namespace Tavrik::Ossira::tTest

@@ -76,21 +76,12 @@ std::string CDebugOutputTap::Text() const
     return mState->Text;
 }
 
-CBrokenDebugOutput::CBrokenDebugOutput(bool)
+void CDebugOutputTap::Break(bool)
 {
 }
 
-CBrokenDebugOutput::~CBrokenDebugOutput() = default;
-
-const bool ThreadsEndByUnwinding = false;
-
-void EndThisThread()
-{
-}
-
-void CancelThisThread()
-{
-}
+void (*const EndThisThread)() = nullptr;
+void (*const CancelThisThread)() = nullptr;
 
 std::filesystem::path ProgramPath()
 {
@@ -104,11 +95,9 @@ bool IsMapped(const std::filesystem::path& library)
     return GetModuleHandleW(library.filename().c_str()) != nullptr;
 }
 
-const bool ProcessesCanBeCopied = false;
-
-int ExitCodeInCopy(const std::function<int()>&)
+std::optional<int> ExitCodeInCopy(const std::function<int()>&)
 {
-    return -1;
+    return std::nullopt;
 }
 
 void AwaitOtherThreads()
