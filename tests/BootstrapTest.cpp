@@ -66,8 +66,9 @@ TEST(DirectoryService, ListsFilesAndFoldersThatMatchByTheirBareNames)
 {
     const TempFolder folder;
     std::filesystem::create_directory(folder.Path() / "b.folder");
-    for (const char* name : {"a.dll", "C.DLL", "d", "e.txt", "b.folder/inner.dll"})
+    for (const char* name : {"a.dll", "C.DLL", "d", "e.txt", "_", "b.folder/inner.dll"})
         folder.Write(name, "");
+    folder.Write(u8"\u00e9", "");
     const auto service = Singleton<IDirectoryService>(CLSID_DirectoryService);
     const std::wstring path = folder.Path().wstring();
     ObjectPtr<ICollection> list;
@@ -75,11 +76,13 @@ TEST(DirectoryService, ListsFilesAndFoldersThatMatchByTheirBareNames)
     {
         return service->GetDirectoryCollection(parameters, IID_ICollection, list.PutVoid());
     };
-    const WideStrings everything = {L"a.dll", L"b.folder", L"C.DLL", L"d", L"e.txt"};
+    const WideStrings everything = {L"a.dll", L"b.folder", L"C.DLL", L"d",
+                                    L"e.txt", L"_",        L"\u00e9"};
     const std::tuple<std::wstring, const wchar_t*, WideStrings> cases[] = {
         {path, nullptr, everything},     {path + L"\\", L"", everything},
         {path + L"/", L"*", everything}, {path, L"*.dll", {L"a.dll", L"C.DLL"}},
         {path, L"B.*", {L"b.folder"}},   {path, L"*.none", {}},
+        {path, L"e.?x?", {L"e.txt"}},    {path + L"/b.folder", L"*.d", {}},
         {path + L"\\none", nullptr, {}}, {path + L"\\d", nullptr, {}}};
     for (const auto& [place, pattern, names] : cases)
     {

@@ -25,9 +25,7 @@ constexpr GUID KeyA = Numbered(1);
 constexpr GUID KeyB = Numbered(2);
 constexpr GUID Absent = Numbered(3);
 
-class Dictionary : public testing::TestWithParam<CLSID>
-{
-};
+using Dictionary = testing::TestWithParam<CLSID>;
 
 INSTANTIATE_TEST_SUITE_P(Dictionaries, Dictionary, testing::ValuesIn(Dictionaries));
 INSTANTIATE_TEST_SUITE_P(ValueSets, Dictionary, testing::ValuesIn(ValueSets));

@@ -74,21 +74,6 @@ std::wstring List(const std::wstring& searchText)
     return names;
 }
 
-TEST(FolderSearch, ListsWhatMatchesInTheOrderOfItsNames)
-{
-    const TempFolder folder;
-    for (const char8_t* name :
-         {u8"delta.DLL", u8"Beta.dll", u8"_.dll", u8"readme", u8"\u00e9t\u00e9.dll"})
-        folder.Write(name, "");
-    create_directory(folder.Path() / "Folder.dll");
-    const std::wstring path = folder.Path().wstring();
-    EXPECT_EQ(List(path + PathSeparator + L"*.dll"),
-              L"Beta.dll delta.DLL Folder.dll _.dll \u00e9t\u00e9.dll ");
-    EXPECT_EQ(List(path + L"/BETA.*"), L"Beta.dll ");
-    EXPECT_EQ(List(path + L"\\re?d?e"), L"readme ");
-    EXPECT_EQ(List(path + L"/Folder.dll/*.*"), L""); // "." and ".." are there
-}
-
 // Elsewhere the system's own rules decide, an attribute hides, and names are wide to begin with.
 TEST(FolderSearch, NamesOfBytesKeepTheirIdentity)
 {
