@@ -99,7 +99,7 @@ TEST(Concurrency, LinesStayWholeWhileTheObserverIsSwapped)
     InThreads(ThreadCount,
               [&](std::uint32_t number)
               {
-                  for (int round = 0; round < 300; ++round)
+                  for (int round = 0; round < 3000; ++round)
                   {
                       const auto next = Make<IObserverPrint>(CLSID_DebugOutputObserverPrint);
                       EXPECT_EQ(SetGlobalObserver(number == 0 ? nullptr : next.Get()), S_OK);

@@ -59,7 +59,7 @@ public:
             EXPECT_EQ(mItems->Contains(item), at < size ? S_OK : S_FALSE);
             EXPECT_EQ(mItems->IndexOf(item), at < size ? at : E_NOT_FOUND);
         }
-        const char die = (grows ? "aaaaiiisx" : "irsssxxxx")[Below(9)];
+        const char die = (grows ? "aaaaiirsx" : "irsssxxxx")[Below(9)];
         const auto call = [&]
         {
             return die == 'a'   ? mItems->Add(item)

@@ -185,11 +185,10 @@ public:
                 return S_OK;
             };
         const auto disposable = As<IDisposable>(*mService);
-        {
-            FailingMemory none(0, Shortage::FromThenOn); // neither needs any
-            EXPECT_EQ(mService->TouchModified(), S_OK);
-            EXPECT_EQ(disposable->Dispose(), S_OK);
-        }
+        FailingMemory none(0, Shortage::FromThenOn); // neither needs any
+        const Result result = mService->TouchModified() + disposable->Dispose();
+        (void)none.Stop();
+        EXPECT_EQ(result, S_OK);
         for (const auto& probe : mProbes)
             EXPECT_EQ(ReferencesOn(*probe), 1u);
     }

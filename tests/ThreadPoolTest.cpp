@@ -293,7 +293,9 @@ TEST(ConcurrentThread, EndsByItselfAndIsHeldWhereThePlatformCan)
     EXPECT_NE(thread->GetThreadId(), 0u);
     while (count == 0)
         std::this_thread::yield();
+    const auto begin = std::chrono::steady_clock::now();
     EXPECT_FALSE(thread->WaitFor(20));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(19));
     EXPECT_EQ(thread->Resume(), 1);
     EXPECT_EQ(thread->GetState(), ThreadRunning);
     const bool canBeHeld = !tSystem::FileNamesAreBytes; // Windows
