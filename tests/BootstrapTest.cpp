@@ -1,6 +1,8 @@
 // The class register service, the directory service and the master bootstrap, as a host sees them.
-#include "Platform.h"
 #include "ServiceTools.h"
+#include "TestItem.h"
+
+#include "Platform.h"
 
 #include <cstdlib>
 

@@ -1,7 +1,6 @@
 // GUID dictionaries and value sets. What they share is tested on all six classes, through the
 // dictionary's interface and with values as items, which both take.
 #include "RandomProgram.h"
-#include "TestItem.h"
 
 #include <algorithm>
 #include <array>

@@ -4,7 +4,6 @@
 #include "EveryOperation.h"
 #include "Library.h"
 #include "SampleObject.h"
-#include "TestItem.h"
 
 namespace Tavrik::Ossira::tTest
 {

@@ -4,10 +4,7 @@
 // lock order for locks that could meet. OSSIRA_HAMMER_SECONDS and OSSIRA_HAMMER_SEED make it longer
 // and other.
 #include "RandomProgram.h"
-#include "ServiceTools.h"
-#include "TestItem.h"
 
-#include "OssiraDatatypes.h"
 #include "OssiraMemory.h"
 #include "OssiraModified.h"
 #include "OssiraThreads.h"
@@ -263,19 +260,6 @@ public:
             Check(RegisterModule(ModuleFile("callback", "Callback"), nullptr, Factory.Get()));
     }
 
-    void Datatypes(Step step)
-    {
-        const auto service = Singleton<IDatatypesService>(CLSID_DatatypesService);
-        const auto provider = Singleton<IDatatypes>(CLSID_IntrinsicDatatypes);
-        EXPECT_EQ(service->Contains(DATATYPE_SINT64), S_OK);
-        DatatypeCharacteristics info;
-        const Result told = service->GetCharacteristics(DATATYPE_SINT32, &info);
-        EXPECT_TRUE(told == S_OK || told == E_NOT_FOUND) << told;
-        if (step.Below(3) == 0)
-            Check(service->UnregisterDatatype(DATATYPE_SINT32));
-        EXPECT_EQ(service->RegisterDatatype(DATATYPE_SINT32, provider.Get()), S_OK);
-    }
-
     void Changes(Step)
     {
         const auto isWanted = std::make_shared<std::atomic<bool>>(true);
@@ -404,8 +388,8 @@ constexpr struct
     std::uint32_t Share;
 } Jobs[] = {{&Hammer::Lists, 30},     {&Hammer::Dictionaries, 30}, {&Hammer::Values, 30},
             {&Hammer::Groups, 10},    {&Hammer::Factories, 2},     {&Hammer::Registries, 5},
-            {&Hammer::Singletons, 2}, {&Hammer::Datatypes, 5},     {&Hammer::Changes, 20},
-            {&Hammer::Pools, 5},      {&Hammer::Memory, 20}};
+            {&Hammer::Singletons, 2}, {&Hammer::Changes, 20},      {&Hammer::Pools, 5},
+            {&Hammer::Memory, 20}};
 
 TEST(ConcurrentHammer, MixedStepsOnSharedObjectsLoseNothing)
 {

@@ -1,7 +1,6 @@
 // The node lists. Every case runs on the plain, the lockable and the unsafe list.
 #include "OssiraValueSetGroup.h"
 #include "RandomProgram.h"
-#include "TestItem.h"
 
 #include <algorithm>
 #include <array>

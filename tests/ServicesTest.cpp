@@ -2,7 +2,6 @@
 // the services do without memory.
 #include "OssiraDatatypes.h"
 #include "RandomProgram.h"
-#include "TestItem.h"
 
 #include <algorithm>
 #include <array>

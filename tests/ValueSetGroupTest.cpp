@@ -1,11 +1,9 @@
 // Value set groups: their layers, the merged view beside a simple model, rings, layers that fail.
 #include "OssiraValueSetGroup.h"
 #include "RandomProgram.h"
-#include "TestItem.h"
 
 #include <algorithm>
 #include <map>
-#include <set>
 
 namespace Tavrik::Ossira
 {

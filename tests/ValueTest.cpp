@@ -1,6 +1,5 @@
 // Values, and the helpers that read and write them.
 #include "RandomProgram.h"
-#include "TestItem.h"
 
 #include <algorithm>
 #include <array>
