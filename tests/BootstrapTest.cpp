@@ -1,4 +1,4 @@
-// The class register service, the directory service and the master bootstrap, as a host sees them.
+// The directory service and the master bootstrap, as a host sees them.
 #include "ServiceTools.h"
 #include "TestItem.h"
 
@@ -16,44 +16,6 @@ namespace
 
 using WideStrings = std::vector<std::wstring>;
 using namespace std::string_literals;
-
-TEST(ClassRegisterService, FillsTheFactoryThatWasSetAndLendsIt)
-{
-    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
-    const auto service = RegisterService(factory.Get());
-    const auto file = ModuleFile("good", "Counter");
-    IObjectFactory* lent = nullptr;
-    EXPECT_EQ(service->GetFactory(&lent), S_OK);
-    EXPECT_EQ(ReferencesOn(*lent), 2u) << "the service's and this test's";
-    FAILS(service->RegisterModule(L"TAVRIKossira.dLL", nullptr, nullptr), E_INVALIDARG,
-          "Cannot register base-dll");
-    FAILS(service->RegisterFolder(L"no such folder", nullptr, nullptr, nullptr), E_FAIL,
-          "Directory.ScanDirectory()");
-    EXPECT_EQ(service->RegisterModule(file.wstring().c_str(), nullptr, nullptr), S_OK);
-    EXPECT_EQ(CountClasses(*factory), 1u);
-}
-
-TEST(ClassRegisterService, JoinsNamesToAFolderHoweverTheFolderEnds)
-{
-    const TempFolder folder;
-    const std::string image = ReadFile(ModuleFile("good", "Counter"));
-    for (const char* name : {"One.dll", "Two.mod", "tavrikOSSIRA.dll"})
-        folder.Write(name, image);
-    const std::wstring path = folder.Path().wstring();
-    const std::wstring joined = path + wchar_t{std::filesystem::path::preferred_separator};
-    const std::tuple<std::wstring, const wchar_t*, WideStrings> cases[] = {
-        {path, nullptr, {joined + L"One.dll"}},
-        {path + L"/", nullptr, {path + L"/One.dll"}},
-        {path + L"\\", nullptr, {path + L"\\One.dll"}},
-        {path, L"", {joined + L"One.dll", joined + L"Two.mod"}}};
-    for (const auto& [place, pattern, modules] : cases)
-    {
-        const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
-        const auto service = RegisterService(factory.Get());
-        EXPECT_EQ(service->RegisterFolder(place.c_str(), pattern, nullptr, nullptr), S_OK);
-        EXPECT_EQ(ModulesOf(*factory), modules);
-    }
-}
 
 ObjectPtr<IValueSet> ScanParameters(const std::wstring& path, const wchar_t* pattern = nullptr)
 {

@@ -1,12 +1,14 @@
 // A host that ends without clean-up, in the way that its argument names; the process must all the
 // same end with what the host answers, and in time. It is built twice: linked to the runtime, and
-// loading it while it runs. Everything here leaks on purpose.
+// loading it while it runs. Everything here leaks on purpose, but where memory runs short.
+#include "AllocationWatch.h"
 #include "Ossira.h"
 #include "Platform.h"
 #include "TestItem.h"
 #include "TestModules.h"
 #include "TestPlatform.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <future>
 #include <thread>
@@ -140,6 +142,113 @@ int Run(const std::string& scenario)
     return 0;
 }
 
+#ifndef OSSIRA_LINKED
+
+[[nodiscard]] bool Load(tSystem::CLibrary& runtime, const std::wstring& file)
+try
+{
+    const bool isOpen = runtime.Open(file.c_str());
+    gCreate = reinterpret_cast<decltype(gCreate)>(runtime.Find("CreateClassObject"));
+    return isOpen && tSystem::WatchAllocations(file.c_str());
+}
+catch (const std::bad_alloc&)
+{
+    return false; // the host's own
+}
+
+// From the start-up of a folder of modules to the clean-up; answers the first failure.
+Result Live(const std::wstring& modules, ObjectPtr<IBootstrap>& host)
+try
+{
+    const auto demand = [](Result answer)
+    {
+        if (Failed(answer))
+            throw answer;
+    };
+    const auto make = [&]<class Interface>(const CLSID& clsid, ObjectPtr<Interface>& object)
+    {
+        demand(gCreate(&clsid, &Interface::Iid, object.PutVoid()));
+    };
+    ObjectPtr<IMasterBootstrap> master;
+    ObjectPtr<IList> folders;
+    ObjectPtr<IValue> folder;
+    ObjectPtr<IValueSet> traces;
+    std::string trace;
+    make(CLSID_MasterBootstrap, master);
+    make(CLSID_Value, folder);
+    make(CLSID_ValueSet, traces);
+    demand(master.QueryTo(host));
+    demand(master->GetModuleFolders(folders.PutVoid()));
+    demand(folders->Clear());
+    demand(SetValueUniString(folder.Get(), modules));
+    demand(folders->Add(folder.Get()));
+    const Result started = master->Startup(traces.Get());
+    const Result cleaned = host->Cleanup(traces.Get());
+    demand(started);
+    demand(cleaned);
+    demand(GetValueCharString(traces.Get(), BootstrapTrace, &trace));
+    return trace == "A+B+C+D+D-C-A-B-" ? S_OK : E_UNEXPECTED;
+}
+catch (Result failure)
+{
+    return failure;
+}
+catch (const std::bad_alloc&)
+{
+    return E_OUTOFMEMORY; // the host's own
+}
+
+// Memory runs out at every point of a life of the runtime, from its being loaded on. Each time the
+// answer is a failure, or all was done; then it cleans up, lives again, and leaves nothing behind.
+int RunShort(const std::filesystem::path& file)
+{
+    const std::wstring path = file.wstring();
+    const std::wstring modules = (file.parent_path() / "test-modules" / "bootstrap").wstring();
+    int points = 0, wrong = 0;
+    std::int64_t usual = 0;
+    for (const bool andLater : {false, true})
+    {
+        bool isShort = true;
+        for (std::int64_t which = -2; which <= 0 || isShort; ++which)
+        {
+            Result first = E_OUTOFMEMORY, over = S_OK, second = E_FAIL;
+            std::int64_t left = -tSystem::LiveAllocations();
+            {
+                tSystem::CLibrary runtime;
+                ObjectPtr<IBootstrap> host;
+                tSystem::FailAllocations(which < 0 ? 1'000'000 : which, andLater);
+                if (Load(runtime, path))
+                    first = Live(modules, host);
+                isShort = tSystem::EndFailing();
+                if (host)
+                    over = host->Cleanup(nullptr);
+                host.Reset();
+                // Where the system loads what could not be attached, it is to be loaded anew.
+                const bool isAttached = runtime.IsOpen() && first != E_ACCESSDENIED;
+                if (isAttached || Load(runtime, path))
+                    second = Live(modules, host);
+            }
+            left += tSystem::LiveAllocations();
+            if (which < 0) // twice, since what is made only once is made in the first life
+                usual = left;
+            points += isShort ? 1 : 0;
+            const bool isRight =
+                first == S_OK || (isShort && (first == E_OUTOFMEMORY || first == E_ACCESSDENIED));
+            if (isRight && over == S_OK && second == S_OK && left == usual && !IsMapped(file))
+                continue;
+            ++wrong;
+            std::printf("%d%s: %x, %x, %x, %d blocks left\n", static_cast<int>(which),
+                        andLater ? " and later" : "", static_cast<unsigned>(first),
+                        static_cast<unsigned>(over), static_cast<unsigned>(second),
+                        static_cast<int>(left - usual));
+        }
+    }
+    std::printf("%d points, %d wrong\n", points, wrong);
+    return points > 200 && wrong == 0 ? 0 : 30;
+}
+
+#endif
+
 } // namespace
 
 } // namespace Tavrik::Ossira::tTest
@@ -155,6 +264,8 @@ int main(int argumentCount, char** arguments)
     return Run(scenario);
 #else
     const std::filesystem::path file = ProgramPath().parent_path() / "TavrikOssira.dll";
+    if (scenario == "memory-short")
+        return RunShort(file);
     for (int round = 0; round < 2; ++round)
     {
         // Never destroyed, which would unload it before the process ends.

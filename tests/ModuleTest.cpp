@@ -353,6 +353,29 @@ TEST(Lifetime, OneFlushUnloadsAModuleAndThoseWhoseLastObjectsItHeld)
     EXPECT_FALSE(IsMapped(files[0]) || IsMapped(files[1]));
 }
 
+TEST(Lifetime, AModuleThatIsWantedAfterItAgreedToGoStays)
+{
+    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
+    const auto registry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
+    const std::filesystem::path file = ModuleFile("raw", "HoldsUntilAsked");
+    ObjectPtr<IUnknown> object;
+    const auto want = [&]
+    {
+        EXPECT_EQ(factory->GetClassObject(CLSID_RawFirst, IID_IUnknown, object.PutVoid()), S_OK);
+    };
+    EXPECT_EQ(
+        RegisterService(factory.Get())
+            ->RegisterModule(file.wstring().c_str(), registry.Get(), TestItem::New(want).Get()),
+        S_OK);
+    EXPECT_FALSE(object);
+    for (const bool isWanted : {true, false})
+    {
+        EXPECT_EQ(factory->FlushModules(), S_OK);
+        ASSERT_EQ(IsMapped(file), isWanted);
+        object.Reset();
+    }
+}
+
 } // namespace
 
 } // namespace Tavrik::Ossira

@@ -1,9 +1,10 @@
-// The object factory, the CLSID registry, the singleton registry and the process-wide lock, as a
-// host sees them.
+// The object factory, the class register service, the CLSID registry, the singleton registry and
+// the process-wide lock, as a host sees them.
 #include "RandomProgram.h"
 #include "TestItem.h"
 
 #include <algorithm>
+#include <array>
 #include <future>
 #include <map>
 #include <set>
@@ -216,6 +217,148 @@ private:
 TEST(ObjectFactory, TellsOfItsClassesAndFilesLikeAMap)
 {
     RunProgram<FactoryModel>(400);
+}
+
+// Reads files into two factories: a module and its double, one with bootstrap classes, one that is
+// none, and one of the runtime's name.
+class ReaderModel final : public RandomModel
+{
+public:
+    ReaderModel()
+    {
+        mMayRunShort = false; // a folder may have been read in part
+        const std::string outer = ReadFile(ModuleFile("bootstrap", "BootstrapOuter"));
+        for (std::size_t at = 0; at < std::size(Names); ++at)
+            mFolder.Write(Names[at], at == 1   ? outer
+                                     : at == 2 ? "none"
+                                               : ReadFile(ModuleFile("good", "Counter")));
+    }
+
+    void Step() override
+    {
+        IClassRegisterService& service = *mService;
+        const bool enrols = Below(2) != 0;
+        IClsidRegistry* const registry = enrols ? mRegistry.Get() : nullptr;
+        const std::wstring ending = std::array{L"", L"/", L"\\"}[Below(3)];
+        const std::wstring folder = mFolder.Path().wstring() + ending;
+        const wchar_t separator = std::filesystem::path::preferred_separator;
+        const auto nameOf = [&](std::size_t at)
+        {
+            return folder + (ending.empty() ? std::wstring{separator} : L"") + Names[at];
+        };
+        const auto note = [&](std::size_t at)
+        {
+            for (const CLSID& clsid : ClassesOf(at))
+                mKnown[mAt].try_emplace(Text(clsid), clsid, nameOf(at));
+            if (at != 2)
+                mRead[mAt].insert(nameOf(at));
+            mHasEnrolled |= enrols && at == 1;
+        };
+        const std::uint32_t die = Below(16);
+        if (die < 3)
+        {
+            mAt = Below(2);
+            IObjectFactory* lent = mFactories[0].Get();
+            for (IObjectFactory* const set :
+                 std::initializer_list<IObjectFactory*>{nullptr, mFactories[mAt].Get()})
+            {
+                EXPECT_EQ(service.SetFactory(set), S_OK);
+                EXPECT_EQ(service.GetFactory(&lent), S_OK);
+                EXPECT_EQ(lent, set);
+            }
+            EXPECT_EQ(ReferencesOn(*lent), 2u) << "the service's and this model's";
+        }
+        else if (die < 5)
+        {
+            const CLSID clsid = ClassesOf(Below(2)).back();
+            EXPECT_EQ(mFactories[mAt]->UnregisterClass(clsid),
+                      mKnown[mAt].erase(Text(clsid)) != 0 ? S_OK : S_FALSE);
+            EXPECT_EQ(mRegistry->UnregisterClass(BootstrapRegistryCleanup_Level2, Numbered('D', 1)),
+                      std::exchange(mHasEnrolled, false) ? S_OK : S_FALSE);
+        }
+        else if (die < 6)
+        {
+            Expect([&] { return service.GetFactory(nullptr); }, E_POINTER, "ppv");
+            const std::tuple<const wchar_t*, Result, const char*> refused[] = {
+                {nullptr, E_POINTER, "fileName"},
+                {L"none", E_FAIL, ""},
+                {L"TAVRIKossira.dLL", E_INVALIDARG, "Cannot register base-dll"}};
+            for (const auto& [file, answer, text] : refused)
+                Expect([&, file = file] { return service.RegisterModule(file, registry, nullptr); },
+                       answer, text);
+            Expect([&] { return service.RegisterFolder(nullptr, L"", registry, nullptr); },
+                   E_POINTER, "path");
+        }
+        else if (die < 11)
+        {
+            const std::size_t at = Below(std::size(Names));
+            const std::wstring file = nameOf(at);
+            Expect([&] { return service.RegisterModule(file.c_str(), registry, nullptr); },
+                   at == 2 ? E_FAIL : S_OK);
+            note(at);
+        }
+        else
+        {
+            const std::pair<const wchar_t*, std::vector<std::size_t>> patterns[] = {
+                {nullptr, {0, 2, 3}}, {L"", {0, 1, 2, 3}}, {L"*.MOD", {1}}, {L"*.x", {}}};
+            const auto& [pattern, found] = patterns[Below(4)];
+            const auto read = [&, pattern = pattern]
+            {
+                return service.RegisterFolder(folder.c_str(), pattern, registry, nullptr);
+            };
+            Expect(read, found.empty() ? E_FAIL : S_OK,
+                   found.empty() ? "Directory.ScanDirectory()" : "");
+            std::ranges::for_each(found, note);
+        }
+    }
+
+    void Check() override
+    {
+        EXPECT_EQ(mRegistry->ContainsClass(BootstrapRegistryCleanup_Level2, Numbered('D', 1)),
+                  mHasEnrolled ? S_OK : S_FALSE);
+        IObjectFactory& factory = *mFactories[mAt];
+        EXPECT_EQ(CountClasses(factory), mKnown[mAt].size());
+        for (const auto& [text, told] : mKnown[mAt])
+        {
+            const auto& [clsid, file] = told;
+            ObjectPtr<IValueSet> values;
+            std::wstring name;
+            EXPECT_EQ(factory.GetClassValue(clsid, IID_IValueSet, values.PutVoid()), S_OK);
+            EXPECT_EQ(GetValueUniString(values.Get(), ObjectFactoryItem_FileName, &name), S_OK);
+            EXPECT_EQ(name, file);
+            const std::string info(1, static_cast<char>(clsid.Data1));
+            EXPECT_EQ(TextOf(*values, ObjectFactoryItem_InfoText),
+                      SameGuid(clsid, CLSID_Counter) ? "Counter" : info);
+        }
+        const auto& read = mRead[mAt];
+        EXPECT_EQ(ModulesOf(factory), std::vector<std::wstring>(read.begin(), read.end()));
+    }
+
+private:
+    static constexpr const wchar_t* Names[] = {L"a.dll", L"b.mod", L"c.dll", L"d.dll",
+                                               L"tavrikOSSIRA.dll"};
+
+    static std::vector<CLSID> ClassesOf(std::size_t at)
+    {
+        if (at == 1)
+            return {Numbered('A', 1), Numbered('C', 1), Numbered('D', 1)};
+        return at == 2 ? std::vector<CLSID>() : std::vector{CLSID_Counter};
+    }
+
+    const TempFolder mFolder;
+    const ObjectPtr<IClsidRegistry> mRegistry = Make<IClsidRegistry>(CLSID_ClsidRegistry);
+    const ObjectPtr<IObjectFactory> mFactories[2] = {Make<IObjectFactory>(CLSID_ObjectFactory),
+                                                     Make<IObjectFactory>(CLSID_ObjectFactory)};
+    const ObjectPtr<IClassRegisterService> mService = RegisterService(mFactories[0].Get());
+    std::map<std::string, std::pair<CLSID, std::wstring>> mKnown[2];
+    std::set<std::wstring> mRead[2];
+    std::uint32_t mAt = 0; // the factory that is set
+    bool mHasEnrolled = false;
+};
+
+TEST(ClassRegisterService, ReadsModulesIntoTheFactoryThatIsSetLikeAMap)
+{
+    RunProgram<ReaderModel>(300);
 }
 
 TEST(SingletonRegistry, RefusesWhatCannotBeASingletonAndKeepsWhatItCreated)

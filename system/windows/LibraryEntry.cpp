@@ -6,13 +6,6 @@
 
 #include <windows.h>
 
-// Of the compiler's run-time library, of which every module has its own copy: gives back the memory
-// that the copy keeps for exceptions when there is no other. It would stay behind at each unload.
-namespace __gnu_cxx
-{
-void __freeres();
-}
-
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID reserved)
 {
     switch (reason)
@@ -30,8 +23,6 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID reserved)
         Tavrik::Ossira::DetachLibrary(processEnds);
         if (processEnds)
             Tavrik::Ossira::tSystem::KeepVariablesOfAllThreads();
-        else
-            __gnu_cxx::__freeres();
         return TRUE;
     }
     default:

@@ -129,7 +129,10 @@ OSSIRA_EXPORT Result DllGetClassObject(const CLSID*, const IID* iid, void** out)
 OSSIRA_EXPORT Result DllCanUnloadNow()
 {
     Reach("DllCanUnloadNow");
-    return OrThrow(Is("CanUnloadThrows"), OrDenied(gLiveObjects == 0 ? S_OK : S_FALSE));
+    const Result answer = OrDenied(gLiveObjects == 0 ? S_OK : S_FALSE);
+    if (Is("HoldsUntilAsked"))
+        gHeld.Reset();
+    return OrThrow(Is("CanUnloadThrows"), answer);
 }
 
 OSSIRA_EXPORT Result DLLGetOpenObjectCount()
@@ -176,7 +179,7 @@ OSSIRA_EXPORT Result DLLRegisterBootstrap(IUnknown* registry, IUnknown* argument
         return EnterSingleton(*argument);
     if (Is("Enrols"))
         return Enrol(*registry);
-    if (Is("Holds"))
+    if (Is("Holds") || Is("HoldsUntilAsked"))
         gHeld = ObjectPtr<IUnknown>(argument);
     return OrThrow(Is("BootstrapThrows"), Is("BootstrapFails") ? E_ABORT : S_OK);
 }

@@ -1,0 +1,57 @@
+// Lines to a pipe that nobody reads: the signal that this raises is not the host's.
+#include "Platform.h"
+#include "TestPlatform.h"
+
+#include <csignal>
+#include <gtest/gtest.h>
+
+namespace Tavrik::Ossira
+{
+
+using namespace tTest;
+
+namespace
+{
+
+bool IsIn(int (*which)(sigset_t*))
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    EXPECT_EQ(which(&signals), 0);
+    return sigismember(&signals, SIGPIPE) == 1;
+}
+
+int Blocked(sigset_t* signals)
+{
+    return pthread_sigmask(SIG_SETMASK, nullptr, signals);
+}
+
+TEST(DebugText, ToAPipeThatNobodyReadsLeavesTheCallersSignalsAsTheyWere)
+{
+    const auto former = std::signal(SIGPIPE, SIG_DFL);
+    CDebugOutputTap broken(Stream::Pipe);
+    broken.Break(false);
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    for (const bool isBlocked : {false, true})
+    {
+        pthread_sigmask(isBlocked ? SIG_BLOCK : SIG_UNBLOCK, &pipe, nullptr);
+        for (const bool isPending : {false, isBlocked})
+        {
+            if (isPending)
+                pthread_kill(pthread_self(), SIGPIPE);
+            tSystem::WriteDebugText("nobody reads this\n");
+            EXPECT_EQ(IsIn(sigpending), isPending) << isBlocked;
+            EXPECT_EQ(IsIn(Blocked), isBlocked);
+        }
+    }
+    int taken = 0;
+    EXPECT_EQ(sigwait(&pipe, &taken), 0);
+    pthread_sigmask(SIG_UNBLOCK, &pipe, nullptr);
+    std::signal(SIGPIPE, former);
+}
+
+} // namespace
+
+} // namespace Tavrik::Ossira
