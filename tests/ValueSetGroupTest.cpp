@@ -116,7 +116,9 @@ public:
         mNumber = Below(Below(2) == 0 ? 6 : 200);
         mDatum = static_cast<std::int32_t>(Below(1000));
         const std::uint32_t die = Below(8);
-        if (die == 0)
+        if (Below(500) == 0)
+            StartAnew();
+        else if (die == 0)
             StepGroup();
         else if (die < 4)
             StepView();
@@ -210,6 +212,15 @@ private:
         return target < count ? target : -1;
     }
 
+    // With layers of all kinds, or with value sets alone, whose keys are read in pieces.
+    void StartAnew()
+    {
+        EXPECT_EQ(mGroup->Clear(), S_OK);
+        mLayers.clear();
+        mWalk.IsDead = true;
+        mKinds = std::size(mSources) / 2 * (1 + Below(2));
+    }
+
     void StepGroup()
     {
         const auto count = static_cast<std::int32_t>(mLayers.size());
@@ -222,7 +233,7 @@ private:
                                                { return SameGuid(layer.Id, id); });
         if (die < 5)
         {
-            Source& source = mSources[Below(std::size(mSources))];
+            Source& source = mSources[Below(mKinds)];
             const bool isNamed = die > 0;
             const std::string fault = index < -1 || index > count          ? "Index out of Range"
                                       : isNamed && same != mLayers.end()   ? "id already exists"
@@ -331,6 +342,7 @@ private:
 
     ForeignLayer mForeign;
     Source mSources[4];
+    std::size_t mKinds = std::size(mSources);
     std::vector<Layer> mLayers;
     const ObjectPtr<IValueSetGroup> mGroup = Make<IValueSetGroup>(CLSID_ValueSetGroup);
     const Values mView = ViewOf(*mGroup);

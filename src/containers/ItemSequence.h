@@ -218,8 +218,6 @@ private:
     // Whether the ring has come round: a step over a block's end meets the block at the other end.
     [[nodiscard]] bool IsBlockTaken(bool atHead) const noexcept
     {
-        if (mSize == 0)
-            return false;
         const std::size_t edge = atHead ? mHead : mHead + mSize;
         return edge % BlockSize == 0 && BlockOf(atHead ? edge - 1 : edge) != nullptr;
     }

@@ -235,7 +235,6 @@ std::vector<CLSID> T_GlobalSingleton::Keys()
 {
     std::vector<CLSID> keys;
     keys.reserve(mTable.Size());
-    const tSystem::CLockGuard guard(mLock);
     mTable.ForEachOrdered([&keys](const GUID& key, const Object&) { keys.push_back(key); });
     return keys;
 }

@@ -2,6 +2,7 @@
 #include "Platform.h"
 #include "TestPlatform.h"
 
+#include <cerrno>
 #include <csignal>
 #include <gtest/gtest.h>
 
@@ -41,7 +42,9 @@ TEST(DebugText, ToAPipeThatNobodyReadsLeavesTheCallersSignalsAsTheyWere)
         {
             if (isPending)
                 pthread_kill(pthread_self(), SIGPIPE);
+            errno = ERANGE;
             tSystem::WriteDebugText("nobody reads this\n");
+            EXPECT_EQ(errno, ERANGE);
             EXPECT_EQ(IsIn(sigpending), isPending) << isBlocked;
             EXPECT_EQ(IsIn(Blocked), isBlocked);
         }
