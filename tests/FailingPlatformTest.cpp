@@ -152,8 +152,13 @@ Result WaitForATime(World&)
     const bool isSet = event.WaitFor(3);
     const auto passed = std::chrono::steady_clock::now() - begin;
     event.Set();
+    event.Set();
     const bool isKept = PlatformError() == 77 || !tSystem::FileNamesAreBytes;
-    return !isSet && passed > std::chrono::milliseconds(2) && event.WaitFor(3) && isKept
+    const bool isSetOnce = event.WaitFor(3) && !event.WaitFor(1);
+    event.Set();
+    event.Reset();
+    return !isSet && passed > std::chrono::milliseconds(2) && isSetOnce && !event.WaitFor(0) &&
+                   isKept
                ? S_OK
                : E_UNEXPECTED;
 }
