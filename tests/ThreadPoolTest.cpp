@@ -272,11 +272,12 @@ TEST(ConcurrentThread, EndsByItselfAndIsHeldWhereThePlatformCan)
     EXPECT_EQ(thread->GetState(), ThreadFinished);
     EXPECT_EQ(thread->Stop(), 1);
 
-    std::atomic<std::uint32_t> count = 0;
+    std::atomic<std::uint32_t> count = 0, ownId = 0;
     std::uint8_t flag = 0;
     CThreadJob counting(
         [&](CAbortFlag abort)
         {
+            ownId = tSystem::tThreads::CurrentThreadId();
             while (!abort.IsRaised())
                 ++count;
             OSSIRA_THROW(E_FAIL, "thrown by a thread");
@@ -290,9 +291,10 @@ TEST(ConcurrentThread, EndsByItselfAndIsHeldWhereThePlatformCan)
     };
     EXPECT_EQ(thread->Start(&counting, &flag), 1);
     EXPECT_EQ(thread->Start(&counting, &flag), 0) << "it runs already";
-    EXPECT_NE(thread->GetThreadId(), 0u);
+    const std::uint32_t id = thread->GetThreadId(); // perhaps before it runs
     while (count == 0)
         std::this_thread::yield();
+    EXPECT_EQ(id, ownId);
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_FALSE(thread->WaitFor(20));
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(19));

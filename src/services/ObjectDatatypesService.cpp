@@ -53,6 +53,7 @@ private:
     };
 
     void EnsureInstalled();
+    [[nodiscard]] ObjectPtr<IDatatypes> FindDatatype(const GUID& dataType);
     [[nodiscard]] ObjectPtr<IDatatypes> InternalGetDatatype(const GUID& dataType);
     [[nodiscard]] bool IsThis(IDatatypes* types) noexcept;
 
@@ -239,25 +240,39 @@ void T_DatatypesService::InternalUngegisterDatatype(const GUID& dataType)
 {
     const std::uint32_t mask = CurrentLevelMask();
     OSSIRA_CHECK(!SameGuid(dataType, GUID_Null), E_INVALIDARG, NullTypeText);
-    if (!Holds(*mTable, dataType))
+    // Asked once: another thread may unregister it meanwhile.
+    const ObjectPtr<IDatatypes> provider = FindDatatype(dataType);
+    if (!provider)
     {
         OSSIRA_PRINT(mask, PRINT_WARN, "Datatype %s already unregistered\n",
                      CGuidText(dataType).Text());
         return;
     }
     OSSIRA_PRINT(mask, PRINT_TRACE, "Unregister \"%s\" Datatype [%s]\n",
-                 CPrintableInfo(*InternalGetDatatype(dataType), dataType).Name(),
-                 CGuidText(dataType).Text());
+                 CPrintableInfo(*provider, dataType).Name(), CGuidText(dataType).Text());
     OSSIRA_CHECK_CALL_TWICE(mTable->RemoveGUID(dataType), "RemoveGUID()");
 }
 
-// The provider of a datatype, never null.
-ObjectPtr<IDatatypes> T_DatatypesService::InternalGetDatatype(const GUID& dataType)
+// The provider of a datatype, or null when it has none.
+ObjectPtr<IDatatypes> T_DatatypesService::FindDatatype(const GUID& dataType)
 {
     ObjectPtr<IDatatypes> provider;
-    OSSIRA_CHECK_CALL_TWICE(mTable->GetValueGUID(dataType, IID_IDatatypes, provider.PutVoid()),
-                            "GetValueGUID( dataType )");
-    OSSIRA_CHECK(provider, E_NOINTERFACE, "GetValueGUID( dataType )");
+    const auto ask = [&]
+    {
+        const Result asked = mTable->GetValueGUID(dataType, IID_IDatatypes, provider.PutVoid());
+        return asked == E_NOT_FOUND ? S_FALSE : asked;
+    };
+    Result found = S_OK;
+    OSSIRA_CHECK_CALL_TWICE(found = ask(), "GetValueGUID( dataType )");
+    OSSIRA_CHECK(provider || found == S_FALSE, E_NOINTERFACE, "GetValueGUID( dataType )");
+    return provider;
+}
+
+// The same for one that must have a provider.
+ObjectPtr<IDatatypes> T_DatatypesService::InternalGetDatatype(const GUID& dataType)
+{
+    ObjectPtr<IDatatypes> provider = FindDatatype(dataType);
+    OSSIRA_CHECK(provider, E_NOT_FOUND, "GetValueGUID( dataType )");
     return provider;
 }
 
