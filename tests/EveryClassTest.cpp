@@ -221,9 +221,9 @@ void ExpectLock(const CLSID& clsid)
     std::jthread waiting(
         [&]
         {
-            call(same, 3);
+            call(lock, 3);
             isIn = true;
-            call(lock, 4);
+            call(same, 4);
         });
     for (const auto& held : {lock, same})
     {
