@@ -3,15 +3,9 @@
 // with all after it. Each time the answer must be `E_OUTOFMEMORY`, what a caller can see must be as
 // before, and nothing may leak.
 #include "ComServer.h"
-#include "DiagnosticsCapture.h"
 #include "EveryOperation.h"
 #include "FailingMemory.h"
 #include "Library.h"
-#include "OssiraCacheStack.h"
-#include "OssiraMemory.h"
-#include "OssiraValueSetGroup.h"
-#include "TestModules.h"
-#include "TestTools.h"
 
 #include <cstring>
 #include <span>
@@ -191,6 +185,33 @@ TEST(FailureInjection, EveryOperationOfEveryClassFailsAsAWholeOrNotAtAll)
     }
     std::printf("%d points\n", points);
     EXPECT_GT(points, 400);
+}
+
+TEST(FailureInjection, ALibraryIsAttachedAndHasItsSingletonOrIsNot)
+{
+    DetachLibrary(false);
+    bool hasFailed = true;
+    for (std::int64_t which = 0; hasFailed && !HasFailure(); ++which)
+    {
+        const DiagnosticsCapture capture;
+        ObjectPtr<ISingleton> singletons;
+        ObjectPtr<IObserverPrint> observer;
+        FailingMemory memory(which, Shortage::FromThenOn);
+        const bool isAttached = AttachLibrary();
+        const Result result =
+            isAttached ? CreateObject(CLSID_GlobalSingleton, singletons) : E_OUTOFMEMORY;
+        hasFailed = memory.Stop();
+        EXPECT_EQ(GetGlobalObserver(observer.Put()), isAttached ? S_OK : E_ACCESSDENIED);
+        EXPECT_TRUE(isAttached == (ModuleServer() != nullptr) && !observer != isAttached);
+        observer.Reset();
+        // The list of live objects, where it is kept, can do without its memory.
+        EXPECT_TRUE(result == S_OK || (hasFailed && result == E_OUTOFMEMORY)) << which;
+        EXPECT_TRUE(result != S_OK || CurrentLevelMask() == PRINT_ERROR) << which;
+        EXPECT_EQ(ExistingSingleton(), singletons.Get());
+        singletons.Reset();
+        DetachLibrary(false);
+    }
+    EXPECT_TRUE(AttachLibrary());
 }
 
 } // namespace
