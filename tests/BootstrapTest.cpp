@@ -1,10 +1,6 @@
 // The directory service and the master bootstrap, as a host sees them.
-#include "ServiceTools.h"
-#include "TestItem.h"
-
 #include "Platform.h"
-
-#include <cstdlib>
+#include "RandomProgram.h"
 
 namespace Tavrik::Ossira
 {
@@ -14,7 +10,6 @@ using namespace tTest;
 namespace
 {
 
-using WideStrings = std::vector<std::wstring>;
 using namespace std::string_literals;
 
 ObjectPtr<IValueSet> ScanParameters(const std::wstring& path, const wchar_t* pattern = nullptr)
@@ -59,25 +54,6 @@ TEST(DirectoryService, ListsFilesAndFoldersThatMatchByTheirBareNames)
     const ObserverMaskScope mask(PRINT_TRACE);
     REPORTS(scan(ScanParameters(path, L"*.none").Get()), E_FAIL,
             "Scan Path \"" + folder.Path().string() + "\\*.none\" failed: LastError: 2");
-}
-
-// A master bootstrap with these module folders in place of the current one.
-ObjectPtr<IMasterBootstrap> NewBootstrap(const std::vector<IUnknown*>& folders)
-{
-    auto bootstrap = Make<IMasterBootstrap>(CLSID_MasterBootstrap);
-    ObjectPtr<IList> list;
-    EXPECT_EQ(bootstrap->GetModuleFolders(list.PutVoid()), S_OK);
-    EXPECT_EQ(TextsOf(*list), WideStrings{L".\\"});
-    EXPECT_EQ(list->Clear(), S_OK);
-    for (IUnknown* const folder : folders)
-        EXPECT_EQ(list->Add(folder), S_OK);
-    return bootstrap;
-}
-
-// A folder of modules as an item of that list.
-ObjectPtr<IValue> Item(std::string_view folder)
-{
-    return WideValue(ModuleFolder(folder).wstring());
 }
 
 TEST(MasterBootstrap, RunsOnceAndItsClassesMayUseEveryService)
@@ -178,8 +154,7 @@ TEST(MasterBootstrap, FoldersWithoutModulesArePassedOver)
 
 TEST(Rounds, OfStartUpAndCleanUpLeaveTheProcessAsItWas)
 {
-    const char* const wanted = std::getenv("OSSIRA_TEST_ROUNDS");
-    const int rounds = wanted == nullptr ? 100 : std::stoi(wanted);
+    const auto rounds = static_cast<int>(Setting("OSSIRA_TEST_ROUNDS", 100));
     const int warmUp = rounds / 10 + 10;
     const std::uint32_t objects = GetObjectOpenCount();
     MemoryInUse before;

@@ -17,7 +17,7 @@ endfunction()
 set(omitted "OSSIRA_INTERFACES leaves out an interface that the class derives from")
 expect(0 "")
 expect(1 "A class needs an identifier of its own")
-expect(2 "${omitted};IBootstrap;T_Mistaken")
+expect(2 "${omitted};ITouchModifiedChain;T_Mistaken")
 expect(3 "${omitted};IObjectName;T_Mistaken")
 execute_process(COMMAND ${CXX} --version OUTPUT_VARIABLE compiler)
 if(NOT compiler MATCHES "clang") # which does not tell what the bases of a class are

@@ -100,16 +100,13 @@ TEST(Concurrency, ThreadsThatShareAnEnumeratorComeToEachItemOnce)
     const auto item = Make<IValue>(CLSID_Value);
     for (int at = 0; at < itemCount; ++at)
         ASSERT_EQ(list->Add(item.Get()), S_OK);
-    ObjectPtr<IEnumerator> walk;
-    ASSERT_EQ(list->GetEnumerator(IID_IEnumerator, walk.PutVoid()), S_OK);
+    const auto walk = Walk<IEnumerator>(*list);
     std::atomic<int> steps = 0;
     InThreads(ThreadCount,
               [&](std::uint32_t)
               {
-                  int own = 0;
-                  for (; walk->MoveNext() == S_OK; ++own)
-                      ;
-                  steps += own;
+                  while (walk->MoveNext() == S_OK)
+                      ++steps;
               });
     EXPECT_EQ(steps, itemCount);
 }

@@ -78,7 +78,7 @@ std::vector<Scalar> Extremes()
     return made;
 }
 
-// Extremes, small numbers and patterns of bits.
+// Extremes half of the times, else small numbers and patterns of bits.
 template <class Scalar>
 Scalar Draw(std::mt19937_64& random)
 {
@@ -86,14 +86,14 @@ Scalar Draw(std::mt19937_64& random)
     const std::uint64_t bits = random();
     Scalar scalar;
     std::memcpy(&scalar, &bits, sizeof(scalar));
-    if (bits >> 62 == 0)
+    if (bits >> 63 == 0)
         scalar = extremes[bits % extremes.size()];
-    else if (bits >> 62 == 1)
+    else if (bits >> 62 == 2)
         scalar = static_cast<Scalar>(static_cast<double>(bits % 4001) / 50 - 0.5);
     return scalar;
 }
 
-// Checks a table of extremes and 30,000 random cases of a datatype, which is one number, or two
+// Checks 60,000 random cases of a datatype, which is one number, or two
 // that make a point, to the last bit. The data are not aligned, and the result takes the place of
 // each of them in turns; nothing is written beyond it.
 template <class Scalar, std::size_t Count>
@@ -127,17 +127,8 @@ void CheckType(const GUID& type)
             << Text(type) << testing::PrintToString(std::tuple(a, b, t, order, bytes, after));
     };
     Datum a = {}, b = {};
-    for (const double t : Extremes<double>())
-        for (const Scalar first : Extremes<Scalar>())
-            for (const Scalar second : Extremes<Scalar>())
-            {
-                a.fill(second);
-                b.fill(first);
-                std::swap(a[0], b[0]);
-                check(a, b, t);
-            }
     std::mt19937_64 random(20061);
-    for (int round = 0; round < 30'000 && !testing::Test::HasFailure(); ++round)
+    for (int round = 0; round < 60'000 && !testing::Test::HasFailure(); ++round)
     {
         for (std::size_t at = 0; at < Count; ++at)
         {

@@ -104,12 +104,40 @@ inline Result Call(IUnknown* object, std::size_t slot, const std::array<std::uin
     return CallSlot<Result>(object, slot, a[0], a[1], a[2], a[3], a[4], a[5], a[6]);
 }
 
+// Which part of an object is called: itself, or what it hands out.
+enum class Part
+{
+    Whole,
+    Walk,
+    Keys,
+    Values,
+    View
+};
+
 struct OperationRows
 {
     std::vector<CLSID> Classes;
     IID Iid;
     std::vector<Row> Rows;
+    Part Of = Part::Whole;
 };
+
+inline ObjectPtr<IUnknown> PartOf(IUnknown& object, const IID& iid, Part part)
+{
+    ObjectPtr<IUnknown> made;
+    Result answer = S_OK;
+    if (part == Part::Whole)
+        answer = object.QueryInterface(iid, made.PutVoid());
+    else if (part == Part::Walk)
+        answer = As<IEnumerable>(object)->GetEnumerator(iid, made.PutVoid());
+    else if (part == Part::View)
+        answer = As<IValueSetGroup>(object)->GetValueSet(reinterpret_cast<IValueSet**>(made.Put()));
+    else
+        answer = part == Part::Keys ? As<IDictionaryGUID>(object)->GetKeys(made.PutVoid())
+                                    : As<IDictionaryGUID>(object)->GetValues(made.PutVoid());
+    EXPECT_EQ(answer, S_OK);
+    return made;
+}
 
 // One line a row would be three times as long.
 // clang-format off
@@ -177,6 +205,15 @@ inline const OperationRows EveryOperation[] = {
      {5, "0"}}},
     {{CLSID_DebugOutputObserverPrint}, IID_IObserverPrint, {{3, ""}, {4, "00"},
      {5, "mbbb", "- location format -"}}},
+    {{CLSID_NodeList, CLSID_DictionaryGUID, CLSID_ValueSet, CLSID_ValueSetGroup,
+     CLSID_ObjectFactory, CLSID_DebugSingleton},
+     IID_IEnumerator, {{3, ""}, {4, ""}, {5, "io"}}, Part::Walk},
+    {{CLSID_DictionaryGUID, CLSID_LockableDictionaryGUID, CLSID_UnsafeDictionaryGUID,
+     CLSID_ValueSetGroup}, IID_ICollectionGUID, {{3, "io", "riid ppv"}, {4, ""}, {5, ""}, {7, "g"},
+     {8, "g"}, {9, "g"}}, Part::Keys},
+    {{CLSID_DictionaryGUID, CLSID_LockableDictionaryGUID, CLSID_UnsafeDictionaryGUID,
+     CLSID_ValueSetGroup}, IID_ICollection, {{3, "io", "riid ppv"}, {4, ""}, {5, ""}, {7, "v"},
+     {8, "v"}, {9, "v"}}, Part::Values},
 };
 // clang-format on
 

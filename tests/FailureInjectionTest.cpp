@@ -3,15 +3,9 @@
 // with all after it. Each time the answer must be `E_OUTOFMEMORY`, what a caller can see must be as
 // before, and nothing may leak.
 #include "ComServer.h"
-#include "DiagnosticsCapture.h"
 #include "EveryOperation.h"
 #include "FailingMemory.h"
 #include "Library.h"
-#include "OssiraCacheStack.h"
-#include "OssiraMemory.h"
-#include "OssiraValueSetGroup.h"
-#include "TestModules.h"
-#include "TestTools.h"
 
 #include <cstring>
 #include <span>
@@ -21,32 +15,6 @@ namespace Tavrik::Ossira::tTest
 
 namespace
 {
-
-// Which part of an object is called: itself, or what it hands out.
-enum class Part
-{
-    Whole,
-    Walk,
-    Keys,
-    Values,
-    View
-};
-
-const std::tuple<Part, OperationRows> Parts[] = {
-    {Part::Walk,
-     {{CLSID_NodeList, CLSID_DictionaryGUID, CLSID_ValueSet, CLSID_ValueSetGroup,
-       CLSID_ObjectFactory, CLSID_DebugSingleton},
-      IID_IEnumerator,
-      {{3, ""}, {4, ""}, {5, "io"}}}},
-    {Part::Keys,
-     {{CLSID_DictionaryGUID, CLSID_ValueSetGroup},
-      IID_ICollectionGUID,
-      {{3, "io"}, {4, ""}, {5, ""}, {7, "g"}, {8, "g"}, {9, "g"}}}},
-    {Part::Values,
-     {{CLSID_DictionaryGUID, CLSID_ValueSetGroup},
-      IID_ICollection,
-      {{3, "io"}, {4, ""}, {5, ""}, {7, "v"}, {8, "v"}, {9, "v"}}}},
-};
 
 // Calls of an interface, of those objects that have it: one for each word of letters.
 struct Use
@@ -110,20 +78,7 @@ ObjectPtr<IUnknown> Furnished(const CLSID& clsid, const IID& iid, Part part, Arg
     EXPECT_EQ(with.Layer->SetValueGUID(with.Key, with.Value.Get()), S_OK);
     std::strcpy(with.Data, "the former name, which is longer than strings are inside");
     (void)Ask(*object, Furnishing, with);
-    ObjectPtr<IUnknown> made;
-    Result answer = S_OK;
-    if (part == Part::Whole)
-        answer = object->QueryInterface(iid, made.PutVoid());
-    else if (part == Part::Walk)
-        answer = As<IEnumerable>(*object)->GetEnumerator(iid, made.PutVoid());
-    else if (part == Part::View)
-        answer =
-            As<IValueSetGroup>(*object)->GetValueSet(reinterpret_cast<IValueSet**>(made.Put()));
-    else
-        answer = part == Part::Keys ? As<IDictionaryGUID>(*object)->GetKeys(made.PutVoid())
-                                    : As<IDictionaryGUID>(*object)->GetValues(made.PutVoid());
-    EXPECT_EQ(answer, S_OK);
-    return made;
+    return PartOf(*object, iid, part);
 }
 
 // What callers can see of any object.
@@ -176,7 +131,7 @@ Outcome Attempt(const CLSID& clsid, const IID& iid, Part part, const Row& row, s
 }
 
 // Each answers as it does with memory, or a failure, with everything as it was.
-int Sweep(Part part, const OperationRows& operations)
+int Sweep(const OperationRows& operations)
 {
     int points = 0;
     for (const CLSID& clsid : operations.Classes)
@@ -185,7 +140,7 @@ int Sweep(Part part, const OperationRows& operations)
             {
                 const auto attempt = [&](std::int64_t which)
                 {
-                    return Attempt(clsid, operations.Iid, part, row, which, shortage);
+                    return Attempt(clsid, operations.Iid, operations.Of, row, which, shortage);
                 };
                 attempt(1'000'000); // makes what is made only once
                 const Outcome usual = attempt(1'000'000);
@@ -194,8 +149,8 @@ int Sweep(Part part, const OperationRows& operations)
                 {
                     SCOPED_TRACE(testing::Message()
                                  << ModuleServer()->FindClass(clsid)->Text << ", part "
-                                 << static_cast<int>(part) << ", slot " << row.Slot << ", with "
-                                 << row.Letters << ": allocation " << which
+                                 << static_cast<int>(operations.Of) << ", slot " << row.Slot
+                                 << ", with " << row.Letters << ": allocation " << which
                                  << (shortage == Shortage::Once ? " alone" : ""));
                     const std::uint32_t objects = GetObjectOpenCount();
                     const std::int64_t allocations = LiveAllocations();
@@ -223,13 +178,11 @@ TEST(FailureInjection, EveryOperationOfEveryClassFailsAsAWholeOrNotAtAll)
     (void)GlobalFactory();
     for (const OperationRows& operations : EveryOperation)
     {
-        points += Sweep(Part::Whole, operations);
+        points += Sweep(operations);
         if (SameGuid(operations.Classes.front(), CLSID_DictionaryGUID) ||
             SameGuid(operations.Iid, IID_IValueSet))
-            points += Sweep(Part::View, {{CLSID_ValueSetGroup}, IID_IValueSet, operations.Rows});
+            points += Sweep({{CLSID_ValueSetGroup}, IID_IValueSet, operations.Rows, Part::View});
     }
-    for (const auto& [part, operations] : Parts)
-        points += Sweep(part, operations);
     std::printf("%d points\n", points);
     EXPECT_GT(points, 400);
 }
@@ -238,25 +191,19 @@ TEST(FailureInjection, ALibraryIsAttachedAndHasItsSingletonOrIsNot)
 {
     DetachLibrary(false);
     bool hasFailed = true;
-    const std::int64_t allocations = LiveAllocations();
     for (std::int64_t which = 0; hasFailed && !HasFailure(); ++which)
     {
-        EXPECT_EQ(LiveAllocations(), allocations) << "memory leaked";
         const DiagnosticsCapture capture;
-        void* out = &hasFailed;
+        ObjectPtr<ISingleton> singletons;
+        ObjectPtr<IObserverPrint> observer;
         FailingMemory memory(which, Shortage::FromThenOn);
         const bool isAttached = AttachLibrary();
-        const Result result = isAttached
-                                  ? CreateClassObject(&CLSID_GlobalSingleton, &IID_ISingleton, &out)
-                                  : (out = nullptr, E_OUTOFMEMORY);
+        const Result result =
+            isAttached ? CreateObject(CLSID_GlobalSingleton, singletons) : E_OUTOFMEMORY;
         hasFailed = memory.Stop();
-        ASSERT_EQ(out == nullptr, Failed(result)) << which;
-        auto singletons = ObjectPtr<ISingleton>::Adopt(static_cast<ISingleton*>(out));
-        ObjectPtr<IObserverPrint> observer;
         EXPECT_EQ(GetGlobalObserver(observer.Put()), isAttached ? S_OK : E_ACCESSDENIED);
-        EXPECT_EQ(static_cast<bool>(observer), isAttached);
+        EXPECT_TRUE(isAttached == (ModuleServer() != nullptr) && !observer != isAttached);
         observer.Reset();
-        EXPECT_TRUE(isAttached || ModuleServer() == nullptr);
         // The list of live objects, where it is kept, can do without its memory.
         EXPECT_TRUE(result == S_OK || (hasFailed && result == E_OUTOFMEMORY)) << which;
         EXPECT_TRUE(result != S_OK || CurrentLevelMask() == PRINT_ERROR) << which;

@@ -97,8 +97,9 @@ class Hammer
 public:
     Hammer()
     {
-        EXPECT_EQ(Value->SetValue(DATATYPE_GUID, Word.Words.data(), Word.Size()), S_OK);
-        EXPECT_EQ(OtherValue->SetValue(DATATYPE_GUID, Word.Words.data(), Word.Size()), S_OK);
+        const Datum word(1, false);
+        for (const auto& value : {Value, OtherValue})
+            EXPECT_EQ(value->SetValue(DATATYPE_GUID, word.Words.data(), word.Size()), S_OK);
         for (std::uint32_t layer = 0; layer < 3; ++layer)
         {
             Layers.push_back(Make<IValueSet>(CLSID_ValueSet));
@@ -118,11 +119,11 @@ public:
         }
     }
 
-    void Lists(Step step)
+    void ListItems(Step step)
     {
         const auto item = Make<IValue>(CLSID_Value);
-        IList& list = step.Below(2) != 0 ? *List : *LockableList;
-        std::atomic<std::int32_t>& expected = &list == List.Get() ? ListSize : LockableListSize;
+        auto& [items, expected] = Lists[step.Below(2)];
+        IList& list = *items;
         EXPECT_EQ(step.Below(2) != 0 ? list.Add(item.Get()) : list.Insert(0, item.Get()), S_OK);
         ++expected;
         const std::int32_t count = list.GetCount();
@@ -331,8 +332,8 @@ public:
     // When all threads have ended.
     void ExpectNothingLost()
     {
-        EXPECT_EQ(List->GetCount(), ListSize);
-        EXPECT_EQ(LockableList->GetCount(), LockableListSize);
+        for (const auto& [items, expected] : Lists)
+            EXPECT_EQ(items->GetCount(), expected);
         EXPECT_EQ(KeysOf(*Dictionary).size(), static_cast<std::size_t>(Dictionary->GetCount()));
         EXPECT_EQ(KeysOf(*View).size(), static_cast<std::size_t>(View->GetCount()));
         EXPECT_EQ(Registry->ContainsCategory(Numbered(1)), S_FALSE);
@@ -358,11 +359,8 @@ public:
 
 private:
     const GUID BottomKey = Numbered(1, 2);
-    const Datum Word = Datum(1, false);
-    const ObjectPtr<IList> List = Make<IList>(CLSID_NodeList);
-    const ObjectPtr<IList> LockableList = Make<IList>(CLSID_LockableNodeList);
-    std::atomic<std::int32_t> ListSize = 0;
-    std::atomic<std::int32_t> LockableListSize = 0;
+    std::pair<const ObjectPtr<IList>, std::atomic<std::int32_t>> Lists[2] = {
+        {Make<IList>(CLSID_NodeList), 0}, {Make<IList>(CLSID_LockableNodeList), 0}};
     const ObjectPtr<IDictionaryGUID> Dictionary = Make<IDictionaryGUID>(CLSID_DictionaryGUID);
     const ObjectPtr<IValue> Value = Make<IValue>(CLSID_Value);
     const ObjectPtr<IValue> OtherValue = Make<IValue>(CLSID_Value);
@@ -386,7 +384,7 @@ constexpr struct
 {
     void (Hammer::*Work)(Step);
     std::uint32_t Share;
-} Jobs[] = {{&Hammer::Lists, 30},     {&Hammer::Dictionaries, 30}, {&Hammer::Values, 30},
+} Jobs[] = {{&Hammer::ListItems, 30}, {&Hammer::Dictionaries, 30}, {&Hammer::Values, 30},
             {&Hammer::Groups, 10},    {&Hammer::Factories, 2},     {&Hammer::Registries, 5},
             {&Hammer::Singletons, 2}, {&Hammer::Changes, 20},      {&Hammer::Pools, 5},
             {&Hammer::Memory, 20}};

@@ -16,11 +16,7 @@ namespace
 
 using Values = ObjectPtr<IValueSet>;
 
-class NodeList : public testing::TestWithParam<CLSID>
-{
-protected:
-    ObjectPtr<IList> List = Make<IList>(GetParam());
-};
+using NodeList = testing::TestWithParam<CLSID>;
 
 INSTANTIATE_TEST_SUITE_P(Each, NodeList,
                          testing::Values(CLSID_NodeList, CLSID_LockableNodeList,
@@ -165,32 +161,34 @@ TEST_P(NodeList, KeepsFindsAndGivesBackItemsLikeAVector)
 
 TEST_P(NodeList, StandsWhereAValueIsExpectedAndKnowsItsItemsByTheirIdentity)
 {
-    const auto value = As<IValue>(*List);
+    const auto list = Make<IList>(GetParam());
+    const auto value = As<IValue>(*list);
     FAILS(value->SetValue(GUID_Null, nullptr, 0), E_NOT_SUPPORTED,
           "Call of NodeList::IValue-Methode not supported");
     const auto other = Make<IList>(GetParam());
     EXPECT_EQ(other->Add(value.Get()), S_OK);
-    EXPECT_EQ(other->IndexOf(List.Get()), 0);
-    EXPECT_EQ(List->Add(value.Get()) + List->Clear(), S_OK);
+    EXPECT_EQ(other->IndexOf(list.Get()), 0);
+    EXPECT_EQ(list->Add(value.Get()) + list->Clear(), S_OK);
 }
 
 // A copy clears every target before it fills one, keeps what it filled, and touches none beyond.
 TEST_P(NodeList, CopiesItsItemsAndGivesBackWhatItNoLongerNeeds)
 {
+    const auto list = Make<IList>(GetParam());
     const auto value = Make<IValue>(CLSID_Value);
-    EXPECT_EQ(List->Add(value.Get()) + List->Add(TestItem::New().Get()), S_OK);
+    EXPECT_EQ(list->Add(value.Get()) + list->Add(TestItem::New().Get()), S_OK);
     void* const former = this;
     void* copies[] = {former, former, former};
     void** targets[] = {&copies[0], &copies[1], &copies[2]};
-    FAILS(List->CopyTo(0, 2, IID_IValue, targets), E_NOINTERFACE, "QueryInterface(riid, pppv[i])");
+    FAILS(list->CopyTo(0, 2, IID_IValue, targets), E_NOINTERFACE, "QueryInterface(riid, pppv[i])");
     EXPECT_EQ(ReferencesOn(*ObjectPtr<IValue>::Adopt(static_cast<IValue*>(copies[0]))), 3u);
     EXPECT_TRUE(copies[1] == nullptr && copies[2] == former);
 
     const std::int64_t before = LiveAllocations();
-    while (List->GetCount() < 20000)
-        EXPECT_EQ(List->Add(value.Get()), S_OK);
-    while (List->GetCount() > 10)
-        EXPECT_EQ(List->RemoveAt(List->GetCount() / 3), S_OK);
+    while (list->GetCount() < 20000)
+        EXPECT_EQ(list->Add(value.Get()), S_OK);
+    while (list->GetCount() > 10)
+        EXPECT_EQ(list->RemoveAt(list->GetCount() / 3), S_OK);
     EXPECT_LE(LiveAllocations() - before, 2);
 }
 

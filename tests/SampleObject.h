@@ -23,7 +23,7 @@ using ISampleBase = IMark<IUnknown, 1>;
 using ISample = IMark<ISampleBase, 2>;
 using ISecond = IMark<IUnknown, 3>;
 
-// Counts its deaths. While it dies it hands out a reference on itself and gets it back, as an
+// While it dies it hands out a reference on itself and gets it back, as an
 // object does whose destructor calls others.
 class T_Sample : public ISample,
                  public ISecond,
@@ -37,11 +37,8 @@ public:
     static constexpr std::string_view ClassName = "Sample";
     OSSIRA_INTERFACES(ISample, ISecond, IObjectName, IObjectIdentity)
 
-    static inline int Deaths = 0;
-
     ~T_Sample() override
     {
-        ++Deaths;
         const ObjectPtr<IUnknown> self(PrivateUnknown());
     }
 };

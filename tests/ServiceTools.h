@@ -66,10 +66,12 @@ template <class Enumerator>
     return KeysIn(*Walk<IEnumeratorGUID>(collection));
 }
 
+using WideStrings = std::vector<std::wstring>;
+
 // The wide strings of a list of values or, with a key, of a list of value sets.
-[[nodiscard]] inline std::vector<std::wstring> TextsOf(ICollection& list, const GUID* key = nullptr)
+[[nodiscard]] inline WideStrings TextsOf(ICollection& list, const GUID* key = nullptr)
 {
-    std::vector<std::wstring> texts;
+    WideStrings texts;
     const auto items = Walk<IEnumerator>(list);
     while (items->MoveNext() == S_OK)
     {
@@ -83,11 +85,30 @@ template <class Enumerator>
     return texts;
 }
 
-[[nodiscard]] inline std::vector<std::wstring> ModulesOf(IObjectFactory& factory)
+[[nodiscard]] inline WideStrings ModulesOf(IObjectFactory& factory)
 {
     ObjectPtr<ICollection> modules;
     EXPECT_EQ(factory.GetModules(IID_ICollection, modules.PutVoid()), S_OK);
     return TextsOf(*modules);
+}
+
+// A master bootstrap with these module folders in place of the current one.
+[[nodiscard]] inline ObjectPtr<IMasterBootstrap> NewBootstrap(const std::vector<IUnknown*>& folders)
+{
+    auto bootstrap = Make<IMasterBootstrap>(CLSID_MasterBootstrap);
+    ObjectPtr<IList> list;
+    EXPECT_EQ(bootstrap->GetModuleFolders(list.PutVoid()), S_OK);
+    EXPECT_EQ(TextsOf(*list), WideStrings{L".\\"});
+    EXPECT_EQ(list->Clear(), S_OK);
+    for (IUnknown* const folder : folders)
+        EXPECT_EQ(list->Add(folder), S_OK);
+    return bootstrap;
+}
+
+// A folder of modules as an item of that list.
+[[nodiscard]] inline ObjectPtr<IValue> Item(std::string_view folder)
+{
+    return WideValue(ModuleFolder(folder).wstring());
 }
 
 // A host's own observer: in place while it lives, or others take its place.

@@ -318,25 +318,6 @@ TEST(ConcurrentThread, EndsByItselfAndIsHeldWhereThePlatformCan)
     EXPECT_EQ(capture.CountLinesWith("0x80004005 thrown by a thread: "), 1u);
 }
 
-TEST(ConcurrentEvent, IsAwaitedOnceForEachTimeItIsSetOrNotInTime)
-{
-    CEvent event;
-    ASSERT_TRUE(event.Create());
-    for (const std::uint32_t milliseconds : {0u, 1u, 20u})
-    {
-        const auto begin = std::chrono::steady_clock::now();
-        EXPECT_FALSE(event.WaitFor(milliseconds));
-        EXPECT_GE(std::chrono::steady_clock::now() - begin,
-                  std::chrono::milliseconds(milliseconds));
-        event.Set();
-        event.Set();
-        EXPECT_TRUE(event.WaitFor(milliseconds));
-        EXPECT_FALSE(event.WaitFor(milliseconds));
-        event.Set();
-        event.Reset();
-    }
-}
-
 // Whoever frees the memory himself asks for the destruction alone.
 TEST(ThreadPool, TheFirstSlotDestroysAndFreesAsItIsAsked)
 {

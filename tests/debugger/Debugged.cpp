@@ -1,5 +1,5 @@
 // Holds one of each thing that the debugger's printers show, and stops where a breakpoint is.
-#include "Ossira.h"
+#include "TestItem.h"
 
 #include <vector>
 
@@ -9,20 +9,8 @@ constexpr GUID Unnamed = {
     0x01234567, 0x89AB, 0xCDEF, {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}};
 
 // An object whose operations are no frame's.
-struct Foreign final : IUnknown
+struct Foreign final : tTest::Uncounted<IUnknown>
 {
-    Result QueryInterface(const IID&, void**) override
-    {
-        return E_NOINTERFACE;
-    }
-    std::uint32_t AddRef() override
-    {
-        return 1;
-    }
-    std::uint32_t Release() override
-    {
-        return 1;
-    }
 };
 
 [[gnu::noinline]] void LookHere()

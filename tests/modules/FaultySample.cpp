@@ -71,16 +71,7 @@ public:
 
     Result GetObjectName(char* buffer, std::int32_t size) override
     {
-        return WithLock(
-            [&]
-            {
-                if (buffer == nullptr)
-                    return static_cast<Result>(mName.size());
-                return size < 0 ? E_INVALIDARG
-                                : static_cast<Result>(
-                                      mName.copy(buffer, static_cast<std::size_t>(size)));
-            },
-            false);
+        return WithLock([&] { return AnswerClassName(mName, buffer, size); }, false);
     }
 
     Result GetObjectClassID(CLSID* clsid) override

@@ -104,15 +104,6 @@ Result EnterSingleton(IUnknown& argument)
     return singletons->RegisterObject(CLSID_RawSecond, NewObject().Get());
 }
 
-// Files a class that cannot be started.
-Result Enrol(IUnknown& registry)
-{
-    ObjectPtr<IClsidRegistry> classes;
-    const Result result = registry.QueryInterface(IID_IClsidRegistry, classes.PutVoid());
-    return Failed(result) ? result
-                          : classes->RegisterClass(BootstrapRegistryStartup_Level0, CLSID_RawFirst);
-}
-
 } // namespace
 
 OSSIRA_EXPORT Result DllGetClassObject(const CLSID*, const IID* iid, void** out)
@@ -172,13 +163,11 @@ OSSIRA_EXPORT Result DLLGetClassObjectInfo(std::uint32_t index, char* buffer, st
     return index == 1 && Is("SecondTextFails") ? E_ABORT : S_OK;
 }
 
-OSSIRA_EXPORT Result DLLRegisterBootstrap(IUnknown* registry, IUnknown* argument)
+OSSIRA_EXPORT Result DLLRegisterBootstrap(IUnknown*, IUnknown* argument)
 {
     Reach("DLLRegisterBootstrap");
     if (Is("EntersSingleton") || Is("FlushesAndEntersSingleton"))
         return EnterSingleton(*argument);
-    if (Is("Enrols"))
-        return Enrol(*registry);
     if (Is("Holds") || Is("HoldsUntilAsked"))
         gHeld = ObjectPtr<IUnknown>(argument);
     return OrThrow(Is("BootstrapThrows"), Is("BootstrapFails") ? E_ABORT : S_OK);

@@ -1,6 +1,6 @@
 // A class as it should be, or with the mistake whose number OSSIRA_MISTAKE is.
 #include "OssiraFrame.h"
-#include "OssiraServices.h"
+#include "OssiraModified.h"
 
 using namespace Tavrik::Ossira;
 
@@ -12,13 +12,14 @@ struct IOwn : IUnknown
     using Extends = IUnknown;
     static constexpr IID Iid = {1, 0, 0, {}};
 
-    virtual Result Do() = 0;
-
 protected:
     ~IOwn() = default;
 };
 
-class T_Mistaken : public IBootstrap, public IOwn, public CObjectName, public COssiraUnknown
+class T_Mistaken : public ITouchModifiedChain,
+                   public IOwn,
+                   public CObjectName,
+                   public COssiraUnknown
 {
 public:
 #if OSSIRA_MISTAKE == 1
@@ -30,24 +31,14 @@ public:
 #if OSSIRA_MISTAKE == 2
     OSSIRA_INTERFACES(IOwn, IObjectName)
 #elif OSSIRA_MISTAKE == 3
-    OSSIRA_INTERFACES(IBootstrap, IOwn)
+    OSSIRA_INTERFACES(ITouchModifiedChain, IOwn)
 #elif OSSIRA_MISTAKE == 4
-    OSSIRA_INTERFACES(IBootstrap, CObjectName)
+    OSSIRA_INTERFACES(ITouchModifiedChain, CObjectName)
 #else
-    OSSIRA_INTERFACES(IBootstrap, IOwn, IObjectName)
+    OSSIRA_INTERFACES(ITouchModifiedChain, IOwn, IObjectName)
 #endif
 
-    Result Startup(IUnknown* /*param*/) override
-    {
-        return S_OK;
-    }
-
-    Result Cleanup(IUnknown* /*param*/) override
-    {
-        return S_OK;
-    }
-
-    Result Do() override
+    Result Touch() override
     {
         return S_OK;
     }

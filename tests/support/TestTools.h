@@ -61,12 +61,13 @@ template <class Interface>
 }
 
 // Reads modules into a factory (null: the global one), with a registry for their bootstrap classes
-// (may be null).
+// (may be null) and what they are given.
 [[nodiscard]] inline Result RegisterModule(const std::filesystem::path& file,
                                            IClsidRegistry* registry = nullptr,
-                                           IObjectFactory* factory = nullptr)
+                                           IObjectFactory* factory = nullptr,
+                                           IUnknown* argument = nullptr)
 {
-    return RegisterService(factory)->RegisterModule(file.wstring().c_str(), registry, nullptr);
+    return RegisterService(factory)->RegisterModule(file.wstring().c_str(), registry, argument);
 }
 
 // The classes that a factory knows.

@@ -1,7 +1,6 @@
 // What Linux supplies to the tests.
 #include "TestPlatform.h"
 
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
@@ -20,47 +19,43 @@ namespace Tavrik::Ossira::tTest
 struct CDebugOutputTap::State
 {
     int Former = dup(STDERR_FILENO);
-    bool IsFile = false;
-    int File = -1; // or the other end
+    int End = -1; // where it is read
     std::string Received;
 };
 
 CDebugOutputTap::CDebugOutputTap(Stream stream) : mState(std::make_unique<State>())
 {
     int ends[2] = {-1, memfd_create("ossira-test", MFD_CLOEXEC)};
-    mState->IsFile = stream == Stream::File;
-    if (!mState->IsFile)
+    if (stream == Stream::File)
+        ends[0] = open(("/proc/self/fd/" + std::to_string(ends[1])).c_str(), O_RDONLY | O_CLOEXEC);
+    else
     {
         close(ends[1]);
         if ((stream == Stream::Pipe ? pipe(ends) : socketpair(AF_UNIX, SOCK_STREAM, 0, ends)) != 0)
             std::abort();
     }
-    // Every write goes to its end: several threads write at once, and such a file does not guard
-    // its position.
-    fcntl(ends[1], F_SETFL, mState->IsFile ? O_APPEND : 0);
+    // Every write goes to its end: several threads write at once, and a file does not guard its
+    // position.
+    fcntl(ends[1], F_SETFL, stream == Stream::File ? O_APPEND : 0);
+    fcntl(ends[0], F_SETFL, O_NONBLOCK);
     dup2(ends[1], STDERR_FILENO);
-    mState->File = mState->IsFile ? ends[1] : ends[0];
-    if (!mState->IsFile)
-        close(ends[1]);
+    close(ends[1]);
+    mState->End = ends[0];
 }
 
 CDebugOutputTap::~CDebugOutputTap()
 {
     dup2(mState->Former, STDERR_FILENO);
     close(mState->Former);
-    close(mState->File);
+    close(mState->End);
 }
 
 std::string CDebugOutputTap::Text() const
 {
-    if (!mState->IsFile)
-    {
-        char text[65536];
-        fcntl(mState->File, F_SETFL, O_NONBLOCK);
-        const ssize_t size = read(mState->File, text, sizeof text);
-        return mState->Received.append(text, static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
-    }
-    return ReadFile("/proc/self/fd/" + std::to_string(mState->File));
+    char text[65536];
+    for (ssize_t size = 0; (size = read(mState->End, text, sizeof text)) > 0;)
+        mState->Received.append(text, static_cast<std::size_t>(size));
+    return mState->Received;
 }
 
 void CDebugOutputTap::Break(bool isFull)
@@ -70,7 +65,7 @@ void CDebugOutputTap::Break(bool isFull)
         ;
     fcntl(STDERR_FILENO, F_SETFL, 0);
     if (!isFull)
-        close(std::exchange(mState->File, -1));
+        close(std::exchange(mState->End, -1));
 }
 
 void (*const EndThisThread)() = []
