@@ -424,6 +424,10 @@ TEST(EveryClass, AnObjectThatAnswersSuccessAndNothingIsRefusedWhereItIsAsked)
         FAILS(list->Remove(&hollow), E_POINTER, "item");
         EXPECT_EQ(list->Contains(&hollow), S_FALSE);
         EXPECT_EQ(list->IndexOf(&hollow), E_NOT_FOUND);
+        EXPECT_EQ(list->Add(&hollow), S_OK);
+        void** targets[] = {out.PutVoid()};
+        FAILS(list->CopyTo(0, 1, IID_IUnknown, targets), E_NOINTERFACE,
+              "QueryInterface(riid, pppv[i])");
     }
     for (const CLSID& clsid : {CLSID_ValueSet, CLSID_LockableValueSet, CLSID_UnsafeValueSet})
         FAILS(Make<IValueSet>(clsid)->SetValueGUID(Numbered(1), &hollow), E_NOINTERFACE,

@@ -165,6 +165,9 @@ TEST_P(NodeList, StandsWhereAValueIsExpectedAndKnowsItsItemsByTheirIdentity)
     const auto value = As<IValue>(*list);
     FAILS(value->SetValue(GUID_Null, nullptr, 0), E_NOT_SUPPORTED,
           "Call of NodeList::IValue-Methode not supported");
+    GUID type = CLSID_Value;
+    EXPECT_EQ(value->GetType(&type), S_OK);
+    EXPECT_TRUE(SameGuid(type, GUID_Null));
     const auto other = Make<IList>(GetParam());
     EXPECT_EQ(other->Add(value.Get()), S_OK);
     EXPECT_EQ(other->IndexOf(list.Get()), 0);

@@ -373,6 +373,7 @@ TEST_F(ValueSetGroup, TheViewIsAValueSetButNoValueAndReportsWhatALayerFailsWith)
     FAILS(View->SetValueGUID(key, value.Get()), E_ACCESSDENIED,
           "ValueSetGroup without writeable ValueSets");
     EXPECT_EQ(outer.QueryTo(value), E_NOINTERFACE);
+    EXPECT_EQ(outer->IsReadOnly(), 0);
     const std::string text = "{ValueSet of Group}->";
     FAILS(SetValueSINT32(outer.Get(), key, 1), E_ACCESSDENIED, text + "SetValueData");
     FAILS(outer->RemoveGUID(key), E_ACCESSDENIED, text + "RemoveGUID");
