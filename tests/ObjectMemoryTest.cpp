@@ -97,7 +97,7 @@ TEST(ObjectMemory, IsKeptForTheNextObjectUntilTheModuleIsAskedWhetherItCanGo)
         many.shrink_to_fit();
         EXPECT_GT(LiveAllocations(), before);
         EXPECT_LE(LiveAllocations() - before, 10) << "what is kept is bounded";
-        const FailingMemory none(0, Shortage::FromThenOn);
+        const FailingMemory none(0);
         EXPECT_TRUE(Make<IUnknown>(CLSID_Value)) << "from what was kept";
     }
     EXPECT_NE(ModuleServer()->CanUnloadNow(), E_FAIL);
@@ -106,7 +106,7 @@ TEST(ObjectMemory, IsKeptForTheNextObjectUntilTheModuleIsAskedWhetherItCanGo)
     EXPECT_TRUE(Make<IUnknown>(CLSID_Value));
     EXPECT_EQ(LiveAllocations(), before) << "a module that is going will not be asked any more";
     AttachObjectMemory(true);
-    const FailingMemory none(0, Shortage::FromThenOn);
+    const FailingMemory none(0);
     EXPECT_EQ(new (std::nothrow) CComInstanceNoLock<T_Sample>(nullptr), nullptr);
     EXPECT_EQ(OpenObjectCount(), objects);
 }

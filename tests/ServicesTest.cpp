@@ -184,7 +184,7 @@ public:
                 return S_OK;
             };
         const auto disposable = As<IDisposable>(*mService);
-        FailingMemory none(0, Shortage::FromThenOn); // neither needs any
+        FailingMemory none(0); // neither needs any
         const Result result = mService->TouchModified() + disposable->Dispose();
         (void)none.Stop();
         EXPECT_EQ(result, S_OK);
