@@ -61,10 +61,6 @@ TEST(Concurrency, AModuleThatIsBeingUnloadedServesWhoComesInTimeWhileThreadsThat
                                            ModuleFile("raw", "CreatorThrows")};
     for (const auto& file : files)
         ASSERT_EQ(RegisterModule(file, nullptr, factory.Get()), S_OK);
-    const auto get = [&](ObjectPtr<ICounter>& counter)
-    {
-        return factory->GetClassObject(CLSID_Counter, IID_ICounter, counter.PutVoid());
-    };
     for (int round = 0; round < 300; ++round)
     {
         std::atomic<int> missing = ThreadCount;
@@ -72,19 +68,17 @@ TEST(Concurrency, AModuleThatIsBeingUnloadedServesWhoComesInTimeWhileThreadsThat
         InThreads(ThreadCount,
                   [&](std::uint32_t number)
                   {
-                      ObjectPtr<ICounter> counter;
                       ObjectPtr<IUnknown> none;
-                      EXPECT_EQ(get(counter), S_OK);
+                      auto counter = ObjectOf<ICounter>(*factory, CLSID_Counter);
                       EXPECT_EQ(
                           factory->GetClassObject(CLSID_RawFirst, IID_IUnknown, none.PutVoid()),
                           E_UNEXPECTED);
                       EXPECT_EQ(counter->Count(), 1);
                       counter.Reset(); // the last one is not given back beside a flush
                       Meet(missing);
-                      EXPECT_EQ(number == 0   ? factory->FlushModules()
-                                : number == 1 ? get(late)
-                                              : S_OK,
-                                S_OK);
+                      if (number == 1)
+                          late = ObjectOf<ICounter>(*factory, CLSID_Counter);
+                      EXPECT_EQ(number == 0 ? factory->FlushModules() : S_OK, S_OK);
                   });
         ASSERT_EQ(late->Count(), 1);
         late.Reset();

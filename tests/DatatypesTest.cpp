@@ -8,7 +8,6 @@
 #include <array>
 #include <cmath>
 #include <cstring>
-#include <functional>
 #include <limits>
 
 namespace Tavrik::Ossira
@@ -188,66 +187,6 @@ TEST(IntrinsicDatatypes, AreListedAndDescribedAndRefuseWhatDoesNotFit)
 }
 
 // --- The service ---------------------------------------------------------------------------------
-
-#define ANSWERS(operation, parameters, answer)                                                     \
-    Result operation parameters override                                                           \
-    {                                                                                              \
-        return Failing != #operation || CallsBefore-- > 0 ? (answer) : E_ABORT;                    \
-    }
-
-// A provider of the given datatypes and its own enumerator. It fails where it is told to, and fails
-// the test when somebody keeps a reference on it.
-struct TestProvider final : IDatatypes, IEnumeratorGUID
-{
-    explicit TestProvider(std::vector<GUID> types) : Types(std::move(types))
-    {
-    }
-
-    ~TestProvider()
-    {
-        EXPECT_EQ(References, 0u);
-    }
-
-    Result QueryInterface(const IID& iid, void** out) override
-    {
-        const bool isEnumerator = SameGuid(iid, IID_IEnumeratorGUID);
-        *out = isEnumerator ? static_cast<void*>(static_cast<IEnumeratorGUID*>(this)) : this;
-        AddRef();
-        return S_OK;
-    }
-
-    std::uint32_t AddRef() override
-    {
-        return ++References;
-    }
-
-    std::uint32_t Release() override
-    {
-        return --References;
-    }
-
-    using Bytes = const void*;
-    using Size = std::uint32_t;
-    ANSWERS(GetEnumerator, (const IID& riid, void** ppv), (At = -1, QueryInterface(riid, ppv)))
-    ANSWERS(Reset, (), E_NOTIMPL)
-    ANSWERS(MoveNext, (), ++At < static_cast<int>(Types.size()) ? S_OK : S_FALSE)
-    ANSWERS(GetCurrentGUID, (GUID * guid), (*guid = Types.begin()[At], S_OK))
-    ANSWERS(Contains, (const GUID&), (OnContains(), S_OK))
-    ANSWERS(GetCharacteristics, (const GUID&, DatatypeCharacteristics* info),
-            (std::memset(info, 'n', sizeof(*info)), S_OK)) // a name without an end
-    ANSWERS(ValueCompare, (const GUID&, Bytes, Size, Bytes, Size, std::int32_t*), S_FALSE)
-    ANSWERS(ValueLerp, (const GUID&, Bytes, Size, Bytes, Size, double, void*, Size), 77)
-
-    std::function<void()> OnContains = [] {
-    };
-    std::string_view Failing;
-    int CallsBefore = 1;
-    std::vector<GUID> Types;
-    int At = -1;
-    std::atomic<std::uint32_t> References = 0;
-};
-
-#undef ANSWERS
 
 constexpr GUID TypeA = Numbered(1);
 constexpr GUID TypeB = Numbered(2);

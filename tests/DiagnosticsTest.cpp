@@ -20,7 +20,7 @@ TEST(Diagnostics, ALineIsLaidOutByItsLevelAndCutWhereTheBuffersEnd)
     const std::string text(5000, 'x');
     const ObserverMaskScope everything(0xFF);
     const DiagnosticsCapture capture;
-    FailingMemory none(0, Shortage::FromThenOn); // nothing of this needs memory
+    FailingMemory none(0); // nothing of this needs memory
     DebugOutput(PRINT_ERROR, SomePlace, "seven is %d\n", 7);
     DebugOutput(PRINT_WARN, SomePlace, "seven is %d\n", 7);
     DebugOutput(PRINT_PROGRESS, {FIFTY, 12345, "f"}, "fifty characters\n");

@@ -195,15 +195,13 @@ TEST(Dictionaries, TakeChosenKeysAsTheyTakeRandomOnesAndGiveBackWhatTheyNoLonger
     };
     std::mt19937_64 random(3);
     const auto limit = 20 * fill([&](std::uint64_t) { return std::array{random(), random()}; });
-    for (const std::uint64_t factor : {0x9E3779B97F4A7C15U, 0x94D049BB133111EBU})
-        EXPECT_LT(fill([=](std::uint64_t at) { return std::array{at, 0 - at * factor}; }), limit);
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> factors = {{1, 0 - 0x9E3779B97F4A7C15U},
+                                                                    {1, 0 - 0x94D049BB133111EBU}};
     for (const int shift : {0, 11, 32, 48})
-        for (const std::uint64_t half : {0U, 1U})
-            EXPECT_LT(fill(
-                          [=](std::uint64_t at) {
-                              return std::array{(at << shift) * half, (at << shift) * (1 - half)};
-                          }),
-                      limit);
+        factors.insert(factors.end(),
+                       {{std::uint64_t{1} << shift, 0}, {0, std::uint64_t{1} << shift}});
+    for (const auto& [low, high] : factors)
+        EXPECT_LT(fill([=](std::uint64_t at) { return std::array{at * low, at * high}; }), limit);
 }
 
 // Any object is an item of a dictionary, and may call it when it is asked and when it dies.

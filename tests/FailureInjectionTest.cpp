@@ -113,7 +113,7 @@ struct Outcome
 };
 
 Outcome Attempt(const CLSID& clsid, const IID& iid, Part part, const Row& row, std::int64_t which,
-                Shortage shortage)
+                bool andLater)
 {
     const ObserverMaskScope everything(0xFF);
     Arguments with;
@@ -121,7 +121,7 @@ Outcome Attempt(const CLSID& clsid, const IID& iid, Part part, const Row& row, s
     Outcome outcome = {S_OK, false, StateOf(*object, with), ""};
     const auto arguments = with.Of(row.Letters);
     {
-        FailingMemory memory(which, shortage);
+        FailingMemory memory(which, andLater);
         outcome.Answer = Call(object.Get(), row.Slot, arguments);
         outcome.HasFailed = memory.Stop();
     }
@@ -136,11 +136,11 @@ int Sweep(const OperationRows& operations)
     int points = 0;
     for (const CLSID& clsid : operations.Classes)
         for (const Row& row : operations.Rows)
-            for (const Shortage shortage : {Shortage::Once, Shortage::FromThenOn})
+            for (const bool andLater : {false, true})
             {
                 const auto attempt = [&](std::int64_t which)
                 {
-                    return Attempt(clsid, operations.Iid, operations.Of, row, which, shortage);
+                    return Attempt(clsid, operations.Iid, operations.Of, row, which, andLater);
                 };
                 attempt(1'000'000); // makes what is made only once
                 const Outcome usual = attempt(1'000'000);
@@ -151,7 +151,7 @@ int Sweep(const OperationRows& operations)
                                  << ModuleServer()->FindClass(clsid)->Text << ", part "
                                  << static_cast<int>(operations.Of) << ", slot " << row.Slot
                                  << ", with " << row.Letters << ": allocation " << which
-                                 << (shortage == Shortage::Once ? " alone" : ""));
+                                 << (andLater ? "" : " alone"));
                     const std::uint32_t objects = GetObjectOpenCount();
                     const std::int64_t allocations = LiveAllocations();
                     {
@@ -196,7 +196,7 @@ TEST(FailureInjection, ALibraryIsAttachedAndHasItsSingletonOrIsNot)
         const DiagnosticsCapture capture;
         ObjectPtr<ISingleton> singletons;
         ObjectPtr<IObserverPrint> observer;
-        FailingMemory memory(which, Shortage::FromThenOn);
+        FailingMemory memory(which);
         const bool isAttached = AttachLibrary();
         const Result result =
             isAttached ? CreateObject(CLSID_GlobalSingleton, singletons) : E_OUTOFMEMORY;

@@ -55,7 +55,7 @@ TEST(ModuleExports, AnswerACreationWithItsCodeAndLineAndLeaveNothingBehind)
     EXPECT_EQ(out, nullptr);
     const auto createWithoutMemory = [&]
     {
-        const FailingMemory none(0, Shortage::Once);
+        const FailingMemory none(0, false);
         return DllGetClassObject(&T_Sample::ClassId, &IID_IUnknown, &out);
     };
     REPORTS(createWithoutMemory(), E_OUTOFMEMORY,

@@ -27,38 +27,18 @@ namespace
 
 constexpr std::uint32_t HammerThreads = 6;
 
-// A datum that shows when it was torn: every word is the first one. Of two sizes, one of which a
-// value keeps outside of itself.
-struct Datum
-{
-    explicit Datum(std::uint32_t word, bool isLong) : Words(isLong ? 40 : 2, word)
-    {
-    }
-
-    [[nodiscard]] static bool IsWhole(const std::vector<std::uint32_t>& words)
-    {
-        return std::ranges::all_of(words, [&](std::uint32_t word) { return word == words[0]; });
-    }
-
-    [[nodiscard]] std::int32_t Size() const
-    {
-        return static_cast<std::int32_t>(Words.size() * sizeof(std::uint32_t));
-    }
-
-    std::vector<std::uint32_t> Words;
-};
-
-// Asks with `get(data, size)` until nobody comes between the size and the bytes. `S_OK` for a whole
-// datum, `E_UNEXPECTED` for a torn one, or what is refused.
+// Asks with `get(data, size)` until nobody comes between the size and the bytes, which are all the
+// same in a datum that was not torn: `S_OK` for a whole one, `E_UNEXPECTED` for a torn one, or what
+// is refused.
 [[nodiscard]] Result ReadWhole(auto get)
 {
     for (;;)
     {
         const Result size = get(nullptr, 0);
-        std::vector<std::uint32_t> words(static_cast<std::size_t>(std::max(size, 4)) / 4);
-        const Result read = Failed(size) ? size : get(words.data(), size);
+        std::string bytes(static_cast<std::size_t>(std::max(size, 1)), '#');
+        const Result read = Failed(size) ? size : get(bytes.data(), size);
         if (Succeeded(read))
-            return Datum::IsWhole(words) ? S_OK : E_UNEXPECTED;
+            return bytes.find_first_not_of(bytes[0]) == bytes.npos ? S_OK : E_UNEXPECTED;
         if (Failed(size) || read != E_INVALIDARG)
             return read;
     }
@@ -97,9 +77,8 @@ class Hammer
 public:
     Hammer()
     {
-        const Datum word(1, false);
         for (const auto& value : {Value, OtherValue})
-            EXPECT_EQ(value->SetValue(DATATYPE_GUID, word.Words.data(), word.Size()), S_OK);
+            EXPECT_EQ(value->SetValue(DATATYPE_GUID, "aaaaaaaa", 8), S_OK);
         for (std::uint32_t layer = 0; layer < 3; ++layer)
         {
             Layers.push_back(Make<IValueSet>(CLSID_ValueSet));
@@ -110,8 +89,7 @@ public:
         EXPECT_EQ(RegisterModule(ModuleFile("good", "Counter"), nullptr, Factory.Get()), S_OK);
         EXPECT_EQ(RegisterModule(ModuleFile("good", "Counter")), S_OK);
         EXPECT_GE(RegisterModule(ModuleFile("raw", "CreatorFails")), S_OK);
-        EXPECT_EQ(Factory->GetClassObject(CLSID_Counter, IID_ICounter, LastCounter.PutVoid()),
-                  S_OK);
+        LastCounter = ObjectOf<ICounter>(*Factory, CLSID_Counter);
         for (ObjectPtr<ICommonThreadPoolBox>& box : Boxes)
         {
             box = Make<ICommonThreadPoolBox>(CLSID_CommonThreadPoolBox);
@@ -179,10 +157,12 @@ public:
     {
         IValue& value = step.Below(2) != 0 ? *Value : *OtherValue;
         IValue& other = step.Below(2) != 0 ? *Value : *OtherValue;
-        const Datum datum(step.Below(10), step.Below(2) != 0);
+        // Of two sizes, one of which a value keeps outside of itself.
+        const std::string datum(step.Below(2) != 0 ? 160 : 8, static_cast<char>(step.Below(10)));
+        const auto length = static_cast<std::int32_t>(datum.size());
         const GUID key = Numbered(step.Below(5));
-        EXPECT_EQ(value.SetValue(DATATYPE_GUID, datum.Words.data(), datum.Size()), S_OK);
-        EXPECT_EQ(Set->SetValueData(key, DATATYPE_GUID, datum.Words.data(), datum.Size()), S_OK);
+        EXPECT_EQ(value.SetValue(DATATYPE_GUID, datum.data(), length), S_OK);
+        EXPECT_EQ(Set->SetValueData(key, DATATYPE_GUID, datum.data(), length), S_OK);
         const Result got = ReadWhole([&](void* data, std::int32_t size)
                                      { return Set->GetValueData(key, DATATYPE_GUID, data, size); });
         EXPECT_TRUE(got == S_OK || got == E_NOT_FOUND) << got; // another thread's removal
@@ -219,8 +199,7 @@ public:
     void Factories(Step step)
     {
         const CLSID own = Numbered(step.Below(9), static_cast<std::uint16_t>(50 + step.Thread));
-        ObjectPtr<ICounter> counter;
-        EXPECT_EQ(Factory->GetClassObject(CLSID_Counter, IID_ICounter, counter.PutVoid()), S_OK);
+        const auto counter = ObjectOf<ICounter>(*Factory, CLSID_Counter);
         EXPECT_EQ(counter->Count(), 1);
         const std::size_t known = ModulesOf(*Factory).size();
         const std::wstring file = L"no file " + std::to_wstring(step.Below(9));
@@ -338,14 +317,12 @@ public:
         EXPECT_EQ(KeysOf(*View).size(), static_cast<std::size_t>(View->GetCount()));
         EXPECT_EQ(Registry->ContainsCategory(Numbered(1)), S_FALSE);
         EXPECT_EQ(CountClasses(*Factory), 3u) << "of Counter, BootstrapInner and Callback";
-        std::uint32_t touches = 0, least = 0, greatest = 0;
+        std::uint32_t touches = 0;
         EXPECT_EQ(Modified->GetModifiedCounter(&touches), S_OK);
         EXPECT_EQ(touches, mTouches);
-        std::uint64_t bytes = 1;
-        std::int32_t count = 1, peak = 0;
-        EXPECT_EQ(Allocator->GetStatistics(&bytes, &count, &peak, &least, &greatest), S_OK);
-        EXPECT_TRUE(bytes == 0 && count == 0 && least == 15 && greatest == 63);
-        EXPECT_TRUE(peak >= 2 && peak <= std::int32_t{2 * HammerThreads}) << peak;
+        const std::int64_t peak = StatisticsOf(*Allocator)[2];
+        EXPECT_EQ(StatisticsOf(*Allocator), (Statistics{0, 0, peak, 15, 63}));
+        EXPECT_TRUE(peak >= 2 && peak <= std::int64_t{2 * HammerThreads}) << peak;
         LastCounter.Reset();
         EXPECT_EQ(Set->Clear(), S_OK);
         EXPECT_EQ(Dictionary->Clear(), S_OK);

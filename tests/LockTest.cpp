@@ -58,13 +58,13 @@ TEST(ConcurrentLocks, NothingIsLostWhileHoldersOfAWordSleep)
 }
 
 // Reads in several threads until they met so often, or the lock has grown.
-void LetReadersMeet(CReadersLock& lock, int meetings, Shortage shortage, std::int64_t allocations)
+void LetReadersMeet(CReadersLock& lock, int meetings, bool andLater, std::int64_t allocations)
 {
     std::atomic<int> left = meetings;
     InThreads(3,
               [&](std::uint32_t)
               {
-                  FailingMemory memory(allocations, shortage);
+                  FailingMemory memory(allocations, andLater);
                   while (left > 0 && !lock.HasRow())
                   {
                       auto* hold = lock.begin_shared();
@@ -100,9 +100,9 @@ TEST(ConcurrentLocks, ReadersThatMeetGetWordsOfTheirOwnAndAWriterExcludesThemAll
 {
     constexpr int many = 40;
     CReadersLock lock;
-    LetReadersMeet(lock, many, Shortage::FromThenOn, 0);
+    LetReadersMeet(lock, many, true, 0);
     EXPECT_FALSE(lock.HasRow()) << "there was no memory for it";
-    LetReadersMeet(lock, many, Shortage::Once, many);
+    LetReadersMeet(lock, many, false, many);
     ASSERT_TRUE(lock.HasRow());
     {
         const CLockGuard writer(lock);

@@ -72,9 +72,7 @@ TEST(Modules, FollowTheLevelsOfWhicheverObserverIsInPlace)
                 {
                     return mask;
                 };
-                ObjectPtr<ICounter> counter;
-                EXPECT_EQ(factory->GetClassObject(CLSID_Counter, IID_ICounter, counter.PutVoid()),
-                          S_OK);
+                EXPECT_TRUE(ObjectOf<ICounter>(*factory, CLSID_Counter));
                 const bool isTold = capture.CountLinesWith(" created; ") == 1;
                 EXPECT_EQ(inPlace == own ? !host.Heard.empty() : isTold, mask != 0);
             }
@@ -168,10 +166,8 @@ TEST(Modules, OneThatChangesTheCurrentFolderChangesNothingForTheScan)
     EXPECT_EQ(result, S_OK);
     EXPECT_EQ(ModulesOf(*factory), (std::vector<std::wstring>{L".\\a.dll", L".\\b.dll"}));
     EXPECT_EQ(factory->FlushModules(), S_OK);
-    ObjectPtr<ICounter> counter;
-    EXPECT_EQ(factory->GetClassObject(CLSID_Counter, IID_ICounter, counter.PutVoid()), S_OK);
+    EXPECT_TRUE(ObjectOf<ICounter>(*factory, CLSID_Counter));
     current_path(former);
-    counter.Reset();
     EXPECT_EQ(factory->FlushModules(), S_OK);
 }
 
@@ -243,9 +239,7 @@ TEST(Lifetime, AFlushedModuleIsUnmappedAndItsNextLoadStartsAfresh)
         EXPECT_EQ(RegisterModule(file, nullptr, factory.Get()), S_OK);
         for (std::int32_t load = 0; load < 3; ++load)
         {
-            ObjectPtr<ICounter> counter;
-            EXPECT_EQ(factory->GetClassObject(CLSID_Counter, IID_ICounter, counter.PutVoid()),
-                      S_OK);
+            auto counter = ObjectOf<ICounter>(*factory, CLSID_Counter);
             EXPECT_EQ(counter->CountInModule(), stays ? load + 1 : 1) << "its static objects";
             auto last = As<IUnknown>(*counter);
             counter.Reset();
@@ -312,8 +306,7 @@ TEST(Lifetime, OneFlushUnloadsAModuleAndThoseWhoseLastObjectsItHeld)
     const std::filesystem::path files[] = {ModuleFile("good", "Counter"),
                                            ModuleFile("raw", "Holds")};
     EXPECT_EQ(RegisterModule(files[0], nullptr, factory.Get()), S_OK);
-    ObjectPtr<IUnknown> held;
-    EXPECT_EQ(factory->GetClassObject(CLSID_Counter, IID_IUnknown, held.PutVoid()), S_OK);
+    auto held = ObjectOf<IUnknown>(*factory, CLSID_Counter);
     EXPECT_EQ(RegisterModule(files[1], registry.Get(), factory.Get(), held.Get()), S_OK);
     held.Reset();
     EXPECT_EQ(factory->FlushModules(), S_OK);
@@ -328,7 +321,7 @@ TEST(Lifetime, AModuleThatIsWantedAfterItAgreedToGoStays)
     ObjectPtr<IUnknown> object;
     const auto want = [&]
     {
-        EXPECT_EQ(factory->GetClassObject(CLSID_RawFirst, IID_IUnknown, object.PutVoid()), S_OK);
+        object = ObjectOf<IUnknown>(*factory, CLSID_RawFirst);
     };
     EXPECT_EQ(RegisterModule(file, registry.Get(), factory.Get(), TestItem::New(want).Get()), S_OK);
     EXPECT_FALSE(object);

@@ -14,8 +14,6 @@ using namespace tTest;
 namespace
 {
 
-using Values = ObjectPtr<IValueSet>;
-
 using NodeList = testing::TestWithParam<CLSID>;
 
 INSTANTIATE_TEST_SUITE_P(Each, NodeList,
@@ -206,7 +204,7 @@ TEST(Collections, NestedToAnyDepthAreReleasedOneAfterAnother)
         const auto map = Make<IDictionaryGUID>(CLSID_DictionaryGUID);
         const auto set = Make<IValueSet>(CLSID_ValueSet);
         const auto group = Make<IValueSetGroup>(CLSID_ValueSetGroup);
-        Values view;
+        ObjectPtr<IValueSet> view;
         EXPECT_EQ(map->SetValueGUID(Numbered(1), nest.Get()), S_OK);
         EXPECT_EQ(list->Add(map.Get()), S_OK);
         EXPECT_EQ(set->SetValueGUID(Numbered(1), list.Get()), S_OK);

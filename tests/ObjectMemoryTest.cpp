@@ -17,15 +17,14 @@ namespace
 // The other tests of this program let memory fail and look at what is left of it.
 const bool IsOff = (KeepObjectMemory(false), true);
 
-class KeptMemory
+struct ObjectMemory : testing::Test
 {
-public:
-    KeptMemory()
+    ObjectMemory()
     {
         KeepObjectMemory(true);
     }
 
-    ~KeptMemory()
+    ~ObjectMemory() override
     {
         KeepObjectMemory(!IsOff);
     }
@@ -53,11 +52,10 @@ struct T_Sized : ISample, COssiraUnknown
     alignas(Alignment) unsigned char Content[Size];
 };
 
-TEST(ObjectMemory, AValuesCountAndDatumFillOneCacheLineAndOtherObjectsBeginOne)
+TEST_F(ObjectMemory, AValuesCountAndDatumFillOneCacheLineAndOtherObjectsBeginOne)
 {
     for (const bool isKept : {false, true})
     {
-        const KeptMemory kept;
         KeepObjectMemory(isKept);
         std::vector<ObjectPtr<IValue>> values;
         for (std::int32_t number = 1; number < 200; ++number)
@@ -79,9 +77,8 @@ TEST(ObjectMemory, AValuesCountAndDatumFillOneCacheLineAndOtherObjectsBeginOne)
     }
 }
 
-TEST(ObjectMemory, IsKeptForTheNextObjectUntilTheModuleIsAskedWhetherItCanGo)
+TEST_F(ObjectMemory, IsKeptForTheNextObjectUntilTheModuleIsAskedWhetherItCanGo)
 {
-    const KeptMemory kept;
     GiveBackObjectMemory();
     const std::int64_t before = LiveAllocations();
     const std::uint32_t objects = OpenObjectCount();
@@ -97,7 +94,7 @@ TEST(ObjectMemory, IsKeptForTheNextObjectUntilTheModuleIsAskedWhetherItCanGo)
         many.shrink_to_fit();
         EXPECT_GT(LiveAllocations(), before);
         EXPECT_LE(LiveAllocations() - before, 10) << "what is kept is bounded";
-        const FailingMemory none(0, Shortage::FromThenOn);
+        const FailingMemory none(0);
         EXPECT_TRUE(Make<IUnknown>(CLSID_Value)) << "from what was kept";
     }
     EXPECT_NE(ModuleServer()->CanUnloadNow(), E_FAIL);
@@ -106,16 +103,15 @@ TEST(ObjectMemory, IsKeptForTheNextObjectUntilTheModuleIsAskedWhetherItCanGo)
     EXPECT_TRUE(Make<IUnknown>(CLSID_Value));
     EXPECT_EQ(LiveAllocations(), before) << "a module that is going will not be asked any more";
     AttachObjectMemory(true);
-    const FailingMemory none(0, Shortage::FromThenOn);
+    const FailingMemory none(0);
     EXPECT_EQ(new (std::nothrow) CComInstanceNoLock<T_Sample>(nullptr), nullptr);
     EXPECT_EQ(OpenObjectCount(), objects);
 }
 
 // There is one object at any time and another one each time: each thread releases what another one
 // has made, when its own is alive.
-TEST(ObjectMemory, TheNumberOfLiveObjectsIsNeverTooLow)
+TEST_F(ObjectMemory, TheNumberOfLiveObjectsIsNeverTooLow)
 {
-    const KeptMemory kept;
     const std::uint32_t before = OpenObjectCount();
     std::atomic<IUnknown*> place = Make<IUnknown>(CLSID_Value).Detach();
     std::atomic<int> left = 4;

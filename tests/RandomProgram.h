@@ -58,7 +58,7 @@ protected:
     {
         if (mMayRunShort && Below(8) == 0)
         {
-            FailingMemory memory(Below(4), Below(2) == 0 ? Shortage::Once : Shortage::FromThenOn);
+            FailingMemory memory(Below(4), Below(2) != 0);
             const Result answer = call();
             if (!memory.Stop() || answer != E_OUTOFMEMORY)
                 return answer;

@@ -2,6 +2,8 @@
 #pragma once
 
 #include "DiagnosticsCapture.h"
+#include "OssiraDatatypes.h"
+#include "OssiraMemory.h"
 #include "TestItem.h"
 #include "TestModules.h"
 #include "TestTools.h"
@@ -169,5 +171,58 @@ public:
     std::string Heard;
     ObjectPtr<IObserverPrint> Former;
 };
+
+// What a memory allocator tells of itself.
+using Statistics = std::vector<std::int64_t>; // bytes, blocks, most blocks, least and greatest size
+
+[[nodiscard]] inline Statistics StatisticsOf(ICommonMemoryAllocator32& allocator)
+{
+    std::uint64_t bytes = 1;
+    std::int32_t count = 1, peak = 1;
+    std::uint32_t least = 1, greatest = 1;
+    EXPECT_EQ(allocator.GetStatistics(&bytes, &count, &peak, &least, &greatest), S_OK);
+    return {static_cast<std::int64_t>(bytes), count, peak, least, greatest};
+}
+
+#define ANSWERS(operation, parameters, answer)                                                     \
+    Result operation parameters override                                                           \
+    {                                                                                              \
+        return Failing != #operation || CallsBefore-- > 0 ? (answer) : E_ABORT;                    \
+    }
+
+// A provider of the given datatypes and its own enumerator. It fails where it is told to, and fails
+// the test when somebody keeps a reference on it.
+struct TestProvider : Uncounted<IDatatypes, IEnumeratorGUID>
+{
+    explicit TestProvider(std::vector<GUID> types = {}) : Types(std::move(types))
+    {
+    }
+
+    virtual ~TestProvider()
+    {
+        EXPECT_EQ(References, 0u);
+    }
+
+    using Bytes = const void*;
+    using Size = std::uint32_t;
+    ANSWERS(GetEnumerator, (const IID& riid, void** ppv), (At = -1, QueryInterface(riid, ppv)))
+    ANSWERS(Reset, (), E_NOTIMPL)
+    ANSWERS(MoveNext, (), ++At < static_cast<int>(Types.size()) ? S_OK : S_FALSE)
+    ANSWERS(GetCurrentGUID, (GUID * guid), (*guid = Types.begin()[At], S_OK))
+    ANSWERS(Contains, (const GUID&), (OnContains(), S_OK))
+    ANSWERS(GetCharacteristics, (const GUID&, DatatypeCharacteristics* info),
+            (std::memset(info, 'n', sizeof(*info)), S_OK)) // a name without an end
+    ANSWERS(ValueCompare, (const GUID&, Bytes, Size, Bytes, Size, std::int32_t*), S_FALSE)
+    ANSWERS(ValueLerp, (const GUID&, Bytes, Size, Bytes, Size, double, void*, Size), 77)
+
+    std::function<void()> OnContains = [] {
+    };
+    std::string_view Failing;
+    int CallsBefore = 1;
+    std::vector<GUID> Types;
+    int At = -1;
+};
+
+#undef ANSWERS
 
 } // namespace Tavrik::Ossira::tTest

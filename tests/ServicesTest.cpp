@@ -1,6 +1,5 @@
 // The memory allocator and its segments, the modified service and the object cache stack, and how
 // the services do without memory.
-#include "OssiraDatatypes.h"
 #include "RandomProgram.h"
 
 #include <algorithm>
@@ -24,17 +23,6 @@ Result Allocate(ICommonMemoryAllocator32& allocator, std::uint32_t size, std::ui
 {
     return allocator.AllocMemorySegment32(size, alignment, MEMORY_ZEROED, IID_IMemorySegment32,
                                           segment.PutVoid());
-}
-
-using Statistics = std::vector<std::int64_t>; // bytes, blocks, most blocks, least and greatest size
-
-Statistics StatisticsOf(ICommonMemoryAllocator32& allocator)
-{
-    std::uint64_t bytes = 1;
-    std::int32_t count = 1, peak = 1;
-    std::uint32_t least = 1, greatest = 1;
-    EXPECT_EQ(allocator.GetStatistics(&bytes, &count, &peak, &least, &greatest), S_OK);
-    return {static_cast<std::int64_t>(bytes), count, peak, least, greatest};
 }
 
 // Segments, zeroed, and bare blocks of right and wrong sizes and alignments. Each still holds, when
@@ -184,7 +172,7 @@ public:
                 return S_OK;
             };
         const auto disposable = As<IDisposable>(*mService);
-        FailingMemory none(0, Shortage::FromThenOn); // neither needs any
+        FailingMemory none(0); // neither needs any
         const Result result = mService->TouchModified() + disposable->Dispose();
         (void)none.Stop();
         EXPECT_EQ(result, S_OK);

@@ -11,10 +11,10 @@
 namespace Tavrik::Ossira::tTest
 {
 
-// What a test's own object is that lies where the test says: it offers one interface, and the count
-// of its references does not decide how long it lives.
-template <class Interface>
-class Uncounted : public Interface
+// What a test's own object is that lies where the test says: it offers these interfaces, the first
+// of which is who it is, and the count of its references does not decide how long it lives.
+template <class Interface, class... Others>
+class Uncounted : public Interface, public Others...
 {
 public:
     Uncounted() = default;
@@ -25,8 +25,9 @@ public:
     {
         OnQuery();
         const bool known = SameGuid(iid, IID_IUnknown) || SameGuid(iid, Interface::Iid);
-        *out = known ? this : nullptr;
-        return known ? (this->AddRef(), S_OK) : E_NOINTERFACE;
+        *out = known ? static_cast<Interface*>(this) : nullptr;
+        ((*out = SameGuid(iid, Others::Iid) ? static_cast<Others*>(this) : *out), ...);
+        return *out != nullptr ? (AddRef(), S_OK) : E_NOINTERFACE;
     }
 
     std::uint32_t AddRef() override

@@ -181,7 +181,7 @@ TEST(ThreadPool, SaysForWhichOfItsThreadsThereIsNoMemory)
     PoolPtr pool;
     for (int which = 0; pool == nullptr; ++which)
     {
-        const FailingMemory memory(which, Shortage::Once);
+        const FailingMemory memory(which, false);
         pool.reset(CreateThreadPool(2));
     }
     // How much memory a thread takes to start is the platform's affair.

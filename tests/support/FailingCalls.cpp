@@ -20,8 +20,8 @@ FailingCall::FailingCall(const FailableCall& call, int error, std::int64_t which
 {
     static const bool isReady = (ReplaceImports(), true);
     static_cast<void>(isReady);
-    if (call.Real == nullptr)
-        mMemory.emplace(which, andLater ? Shortage::FromThenOn : Shortage::Once);
+    constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
+    tSystem::FailAllocations(call.Real == nullptr ? which : never, andLater);
     gThread = tSystem::ThreadMark();
     gCallsLeft = which;
     gError = error;
@@ -33,7 +33,7 @@ FailingCall::FailingCall(const FailableCall& call, int error, std::int64_t which
 bool FailingCall::Stop()
 {
     gCall = nullptr;
-    return mMemory ? mMemory->Stop() : gHasCallFailed;
+    return tSystem::EndFailing() || gHasCallFailed;
 }
 
 int FailingCall::ErrorOf(const void* call)

@@ -3,12 +3,11 @@
 // are not concerned, but for their allocations where those are the program's own.
 #pragma once
 
-#include "FailingMemory.h"
+#include "AllocationWatch.h"
 #include "ThreadMark.h"
 
 #include <atomic>
 #include <limits>
-#include <optional>
 #include <tuple>
 #include <vector>
 
@@ -64,9 +63,6 @@ public:
 
     // The error of the call that is made now, or 0.
     [[nodiscard]] static int ErrorOf(const void* call);
-
-private:
-    std::optional<FailingMemory> mMemory;
 };
 
 // Puts what stands for the calls into the program's import table, by their names.

@@ -1,62 +1,26 @@
-// Replaces the allocation operators of the program; those for arrays call these. The state is the
-// thread's own and needs no construction, because memory is asked for before and after everything
-// else lives.
+// The allocation operators of the program, which other libraries and sanitizers leave to it; those
+// for arrays call these.
 #include "FailingMemory.h"
 
-#include <atomic>
+#include "AllocationHook.h"
+
 #include <cstdlib>
-#include <limits>
 #include <new>
 
-namespace Tavrik::Ossira::tTest
-{
+using namespace Tavrik;
 
-namespace
+// Nothing is left to be hooked.
+bool tSystem::HookAllocations(const wchar_t*)
 {
-
-constexpr std::int64_t Unlimited = std::numeric_limits<std::int64_t>::max();
-constinit thread_local std::int64_t gLeft = Unlimited; // allocations that still succeed
-constinit thread_local std::int64_t gLeftAfterwards = Unlimited;
-constinit thread_local bool gHasFailed = false;
-constinit std::atomic<std::int64_t> gLive = 0;
-
-bool IsToFail()
-{
-    if (gLeft-- > 0)
-        return false;
-    gLeft = gLeftAfterwards;
-    return gHasFailed = true;
+    return true;
 }
 
-} // namespace
-
-FailingMemory::FailingMemory(std::int64_t which, Shortage shortage)
-{
-    gHasFailed = false;
-    gLeftAfterwards = shortage == Shortage::Once ? Unlimited : 0;
-    gLeft = which;
-}
-
-bool FailingMemory::Stop()
-{
-    gLeft = Unlimited;
-    return gHasFailed;
-}
-
-std::int64_t LiveAllocations()
-{
-    return gLive;
-}
-
-} // namespace Tavrik::Ossira::tTest
-
-using namespace Tavrik::Ossira::tTest;
+static const bool IsWatching = tSystem::WatchAllocations(L"");
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept
 {
-    void* const memory = IsToFail() ? nullptr : std::malloc(size == 0 ? 1 : size);
-    gLive += memory != nullptr ? 1 : 0;
-    return memory;
+    return tSystem::IsToFail() ? nullptr
+                               : tSystem::NoteAllocated(std::malloc(size == 0 ? 1 : size));
 }
 
 void* operator new(std::size_t size)
@@ -67,7 +31,8 @@ void* operator new(std::size_t size)
 
 void operator delete(void* memory) noexcept
 {
-    gLive -= memory != nullptr ? 1 : 0;
+    if (memory != nullptr)
+        tSystem::NoteFreed(memory, 0);
     std::free(memory);
 }
 

@@ -2,23 +2,23 @@
 // replaced; memory from the C library directly is not concerned.
 #pragma once
 
-#include <cstdint>
+#include "AllocationWatch.h"
 
 namespace Tavrik::Ossira::tTest
 {
 
-enum class Shortage
-{
-    Once,      // one allocation fails, the ones after it succeed
-    FromThenOn // all allocations after it fail too
-};
+using tSystem::LiveAllocations;
 
 // While this lives, this thread's allocations are counted, and the one with that number (from 0)
-// fails. Other threads are not concerned.
+// fails, or each from that one on. Other threads are not concerned.
 class FailingMemory
 {
 public:
-    FailingMemory(std::int64_t which, Shortage shortage);
+    explicit FailingMemory(std::int64_t which, bool andLater = true)
+    {
+        tSystem::FailAllocations(which, andLater);
+    }
+
     FailingMemory(const FailingMemory&) = delete;
 
     ~FailingMemory()
@@ -27,10 +27,10 @@ public:
     }
 
     // Ends it; whether an allocation failed.
-    bool Stop();
+    bool Stop()
+    {
+        return tSystem::EndFailing();
+    }
 };
-
-// The allocations of the whole program that were not freed yet.
-[[nodiscard]] std::int64_t LiveAllocations();
 
 } // namespace Tavrik::Ossira::tTest

@@ -28,13 +28,19 @@ template <class Interface>
     return Make<ISingleton>(CLSID_GlobalSingleton);
 }
 
-// The one object of a class; the test fails when there is none.
+// What a factory or a registry of singletons has for a class; the test fails when that is nothing.
+template <class Interface>
+[[nodiscard]] ObjectPtr<Interface> ObjectOf(auto& source, const CLSID& clsid)
+{
+    ObjectPtr<Interface> object;
+    EXPECT_EQ(source.GetClassObject(clsid, Interface::Iid, object.PutVoid()), S_OK);
+    return object;
+}
+
 template <class Interface>
 [[nodiscard]] ObjectPtr<Interface> Singleton(const CLSID& clsid)
 {
-    ObjectPtr<Interface> object;
-    EXPECT_EQ(SingletonRegistry()->GetClassObject(clsid, Interface::Iid, object.PutVoid()), S_OK);
-    return object;
+    return ObjectOf<Interface>(*SingletonRegistry(), clsid);
 }
 
 [[nodiscard]] inline ObjectPtr<IObjectFactory> GlobalFactory()
