@@ -208,9 +208,9 @@ void ExpectLock(const CLSID& clsid)
               S_OK);
     ObjectPtr<IUnknown> lock, same;
     const IID& iid = isShared ? IID_ICriticalSection : IID_IObjectLock;
-    if (object->QueryInterface(iid, lock.PutVoid()) + other->QueryInterface(iid, same.PutVoid()) !=
-        S_OK)
+    if (object->QueryInterface(iid, lock.PutVoid()) != S_OK)
         return;
+    EXPECT_EQ(other->QueryInterface(iid, same.PutVoid()), S_OK);
     const auto call = [](const ObjectPtr<IUnknown>& which, std::size_t slot)
     {
         EXPECT_EQ(CallSlot<Result>(which.Get(), slot, 0), S_OK);
