@@ -63,7 +63,9 @@ public:
     {
         const auto set = [&]
         {
-            std::string(name == nullptr ? "" : name).swap(mName);
+            mName.clear(); // in steps, between which another thread may come
+            mName.shrink_to_fit();
+            mName = name == nullptr ? "" : name;
             return S_OK;
         };
         return Is("ExceptionLeaves") ? Locked(set, false) : WithLock(set, name == nullptr);
