@@ -18,7 +18,8 @@ namespace Tavrik::tSystem
 namespace
 {
 
-// The system's words, on one line.
+// The system's words, on one line; its number where it has none, as for an exception that left the
+// start-up of a library.
 std::string TextOfError(DWORD error)
 {
     wchar_t text[512];
@@ -26,7 +27,7 @@ std::string TextOfError(DWORD error)
                                 error, 0, text, static_cast<DWORD>(std::size(text)), nullptr);
     while (size > 0 && (text[size - 1] == L'\n' || text[size - 1] == L'\r'))
         --size;
-    return ToUtf8(std::wstring_view(text, size));
+    return size > 0 ? ToUtf8(std::wstring_view(text, size)) : "error " + std::to_string(error);
 }
 
 std::string CannotBeLoaded(DWORD error)

@@ -112,7 +112,7 @@ FILES = {
     "CrashUnload": (hostile("crash@unload"), f'crashed in the step "unload": {CRASH}'),
     "ThrowExport": (hostile("throw@DLLGetClassCount"),
                     "let an exception out of DLLGetClassCount: thrown on purpose"),
-    "ThrowStatic": (hostile("throw@load"), 'in the step "load"'),
+    "ThrowStatic": (hostile("throw@load"), 'in the step "load"|cannot be loaded: error'),
 } | {f"Crash{name}": (hostile(f"crash@{name}"), f'crashed in the step "{name}": {CRASH}')
      for name in EXPORTS}
 
