@@ -226,6 +226,20 @@ TEST(DamagedModules, AreReadWithoutHarmAndRefusedWhenTheyAreNotAllThere)
     RunProgram<DamageModel>(400);
 }
 
+TEST(Libraries, AreFoundByBareNamesBesideTheProgramThenInTheWorkingFolder)
+{
+    const std::filesystem::path former = std::filesystem::current_path();
+    tSystem::CLibrary library;
+    std::filesystem::current_path(ModuleFolder("dependent")); // with another one of the name
+    ASSERT_TRUE(library.Open(L"Helper.dll")) << library.FailureText();
+    const auto answer =
+        reinterpret_cast<std::int32_t (*)()>(library.Find("OssiraTestHelperAnswer"));
+    EXPECT_EQ(answer(), -1) << "of the one beside the program";
+    EXPECT_TRUE(library.Open(L"Dependent.dll")) << library.FailureText();
+    EXPECT_FALSE(library.Open(L""));
+    std::filesystem::current_path(former);
+}
+
 // --- How long they stay --------------------------------------------------------------------------
 
 TEST(Lifetime, AFlushedModuleIsUnmappedAndItsNextLoadStartsAfresh)

@@ -138,7 +138,7 @@ TEST(Memory, ASegmentKeepsItsAllocatorWhichTellsWhatIsLeft)
     EXPECT_EQ(segment->Attach32(allocator.Get(), nullptr, 0, nullptr, 0), E_ACCESSDENIED);
     EXPECT_EQ(allocator->AllocMemoryBlock(10, 3, 0, &raw, &rawSize, &address, &size), S_OK);
     allocator.Reset();
-    EXPECT_EQ(segment->GetAllocator32(allocator.Put()), S_OK) << "kept alive";
+    EXPECT_TRUE(segment->GetAllocator32(allocator.Put()) == S_OK && allocator) << "kept alive";
     segment.Reset();
     allocator = Make<ICommonMemoryAllocator32>(CLSID_CommonMemoryAllocator32);
     EXPECT_EQ(capture.CountLinesWith("-ERROR- Memory Leak: Outstanding Size: 15 Count: 1"), 1u);

@@ -265,6 +265,7 @@ TEST(ConcurrentThread, EndsByItselfAndIsHeldWhereThePlatformCan)
     CThreadJob nothing([](CAbortFlag) {});
     EXPECT_EQ(thread->GetState(), ThreadNotStarted);
     EXPECT_EQ(thread->GetThreadId() + thread->Stop(), 0u);
+    EXPECT_EQ(WinThread::LiveCount(), 1);
     EXPECT_TRUE(thread->WaitFor(0)) << "there is nothing to wait for";
     EXPECT_EQ(thread->Start(&nothing, nullptr), 1);
     for (int look = 0; thread->GetState() != ThreadFinished && look < 10000; ++look)

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
 namespace Tavrik::Ossira
 {
@@ -255,6 +256,9 @@ private:
             const std::int32_t at = index < 0 ? count : index;
             const auto added = mLayers.insert(mLayers.begin() + at, {&source, id, flags});
             EXPECT_EQ(isNamed ? S_OK : mGroup->GetValueSetIDAt(at, &added->Id), S_OK);
+            static std::set<std::string> madeUp; // by all groups
+            const std::string bytes(reinterpret_cast<const char*>(&added->Id), sizeof(GUID));
+            EXPECT_TRUE(isNamed || madeUp.insert(bytes).second);
             mWalk.IsDead = true;
         }
         else if (die < 6)
@@ -373,6 +377,7 @@ TEST_F(ValueSetGroup, TheViewIsAValueSetButNoValueAndReportsWhatALayerFailsWith)
     FAILS(View->SetValueGUID(key, value.Get()), E_ACCESSDENIED,
           "ValueSetGroup without writeable ValueSets");
     EXPECT_EQ(outer.QueryTo(value), E_NOINTERFACE);
+    FAILS(outer->AddGUID(key), E_NOTIMPL, "AddGUID not supported by IValueSet");
     EXPECT_EQ(outer->IsReadOnly(), 0);
     const std::string text = "{ValueSet of Group}->";
     FAILS(SetValueSINT32(outer.Get(), key, 1), E_ACCESSDENIED, text + "SetValueData");

@@ -55,8 +55,6 @@ Result CDynLib::Open(const wchar_t* path)
 {
     const CLoading loading;
     Close();
-    if (path == nullptr)
-        return E_FAIL;
     // A module may have failed to attach for want of memory, which does not show: once more then.
     for (int chance = 0; chance < 2; ++chance)
     {

@@ -8,23 +8,23 @@ void CWorkerSlot::Push(CQueuedCopy& copy) noexcept
 {
     {
         const CLockGuard guard(mLock);
-        (mFirst == nullptr ? mFirst : mLast->Next) = &copy;
+        if (mFirst == nullptr)
+            mFirst = &copy;
+        else
+            mLast->Next = &copy;
         mLast = &copy;
-        mCount.fetch_add(1);
     }
     Rouse();
 }
 
 CQueuedCopy* CWorkerSlot::Pop() noexcept
 {
-    if (mCount.load() == 0)
+    if (mFirst == nullptr)
         return nullptr;
     const CLockGuard guard(mLock);
     CQueuedCopy* const copy = mFirst;
-    if (copy == nullptr)
-        return nullptr;
-    mFirst = copy->Next;
-    mCount.fetch_sub(1);
+    if (copy != nullptr)
+        mFirst = copy->Next;
     return copy;
 }
 
@@ -36,10 +36,12 @@ bool CWorkerSlot::TakeBack(CQueuedCopy& copy) noexcept
     {
         if (at != &copy)
             continue;
-        (before == nullptr ? mFirst : before->Next) = at->Next;
+        if (before == nullptr)
+            mFirst = at->Next;
+        else
+            before->Next = at->Next;
         if (mLast == at)
             mLast = before;
-        mCount.fetch_sub(1);
         return copy.State.TakeBack();
     }
     return false;

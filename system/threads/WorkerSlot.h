@@ -173,7 +173,7 @@ public:
     // To be looked at without the lock.
     [[nodiscard]] bool HasCopies() const noexcept
     {
-        return First.IsOffered() || mCount.load() != 0;
+        return First.IsOffered() || mFirst != nullptr;
     }
 
     // For the worker when there is nothing to do: looks whether `isTime` for a short while, then
@@ -228,9 +228,8 @@ private:
 
     std::atomic<bool> mRests = false; // asleep, or about to be
     CFastCriticalSection mLock;       // guards the queue
-    CQueuedCopy* mFirst = nullptr;
+    std::atomic<CQueuedCopy*> mFirst = nullptr; // to be looked at without the lock
     CQueuedCopy* mLast = nullptr;
-    std::atomic<std::int32_t> mCount = 0; // of what is queued
 };
 
 } // namespace Tavrik::tSystem::tThreads
