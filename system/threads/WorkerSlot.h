@@ -226,8 +226,8 @@ private:
             Wake.Set();
     }
 
-    std::atomic<bool> mRests = false; // asleep, or about to be
-    CFastCriticalSection mLock;       // guards the queue
+    std::atomic<bool> mRests = false;           // asleep, or about to be
+    CFastCriticalSection mLock;                 // guards the queue
     std::atomic<CQueuedCopy*> mFirst = nullptr; // to be looked at without the lock
     CQueuedCopy* mLast = nullptr;
 };
