@@ -227,9 +227,9 @@ private:
     }
 
     std::atomic<bool> mRests = false; // asleep, or about to be
-    CFastCriticalSection mLock;       // guards the queue
-    CQueuedCopy* mFirst = nullptr;
-    CQueuedCopy* mLast = nullptr;
+    CFastCriticalSection mLock;
+    CQueuedCopy* mFirst OSSIRA_GUARDED_BY(mLock) = nullptr;
+    CQueuedCopy* mLast OSSIRA_GUARDED_BY(mLock) = nullptr;
     std::atomic<std::int32_t> mCount = 0; // of what is queued
 };
 
