@@ -162,7 +162,10 @@ void CDynLib::Close() noexcept
     if (!mLibrary.IsOpen())
         return;
     const CLoading loading;
-    (mPrevious != nullptr ? mPrevious->mNext : gOpenList) = mNext;
+    if (mPrevious == nullptr)
+        gOpenList = mNext;
+    else
+        mPrevious->mNext = mNext;
     if (mNext != nullptr)
         mNext->mPrevious = mPrevious;
     mLibrary.Close();

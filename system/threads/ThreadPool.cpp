@@ -58,7 +58,10 @@ void CThreadPool::Link() noexcept
 void CThreadPool::Unlink() noexcept
 {
     const CLockGuard guard(gPoolsLock);
-    (mFormerPool == nullptr ? gFirstPool : mFormerPool->mNextPool) = mNextPool;
+    if (mFormerPool == nullptr)
+        gFirstPool = mNextPool;
+    else
+        mFormerPool->mNextPool = mNextPool;
     if (mNextPool != nullptr)
         mNextPool->mFormerPool = mFormerPool;
 }
