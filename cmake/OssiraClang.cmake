@@ -43,8 +43,8 @@ function(ossira_prove_guards)
   list(FILTER sources INCLUDE REGEX "\\.cpp$")
   list(REMOVE_DUPLICATES sources)
   if(NOT OSSIRA_CLANG)
-    add_custom_target(guards
-        sh -c "echo 'No clang here: scripts/install-packages contract'; exit 1")
+    add_custom_target(guards VERBATIM
+        COMMAND sh -c "echo 'No clang here: scripts/install-packages contract'; exit 1")
     return()
   endif()
   set(folders system src/frame src/containers)
