@@ -68,7 +68,7 @@ private:
     std::atomic<std::uint32_t> mWord = Free;
 };
 
-class CFastCriticalSection : public CSpinWord
+class OSSIRA_LOCK CFastCriticalSection : public CSpinWord
 {
 public:
     constexpr CFastCriticalSection() noexcept = default;
@@ -76,6 +76,7 @@ public:
     CFastCriticalSection& operator=(const CFastCriticalSection&) = delete;
 
     [[gnu::always_inline]] void lock(const LockPlace& place = LockPlace::current()) noexcept
+        OSSIRA_TAKES()
     {
         EnterLock(this, ELockRank::Word, place);
         Take();
@@ -83,7 +84,7 @@ public:
 
     // The same where waiting is left to a second call: false when somebody is there.
     [[gnu::always_inline]] [[nodiscard]] bool
-    begin(const LockPlace& place = LockPlace::current()) noexcept
+    begin(const LockPlace& place = LockPlace::current()) noexcept OSSIRA_TAKES_IF(true)
     {
         EnterLock(this, ELockRank::Word, place);
         if (TryTake()) [[likely]]
@@ -93,6 +94,7 @@ public:
     }
 
     [[nodiscard]] bool try_lock(const LockPlace& place = LockPlace::current()) noexcept
+        OSSIRA_TAKES_IF(true)
     {
         const bool isOurs = TryTake();
         if (isOurs)
@@ -100,7 +102,7 @@ public:
         return isOurs;
     }
 
-    [[gnu::always_inline]] void unlock() noexcept
+    [[gnu::always_inline]] void unlock() noexcept OSSIRA_GIVES()
     {
         LeaveLock(this);
         Give();
@@ -108,7 +110,7 @@ public:
 
     // The same for who has something to keep meanwhile. Whether somebody waits; then `WakeWaiter`
     // is to be called.
-    [[gnu::always_inline]] [[nodiscard]] bool Leave() noexcept
+    [[gnu::always_inline]] [[nodiscard]] bool Leave() noexcept OSSIRA_GIVES()
     {
         LeaveLock(this);
         return GiveQuietly();

@@ -10,6 +10,8 @@
 // library checks the locks that were compiled into it.
 #pragma once
 
+#include "GuardedBy.h"
+
 #include <cstdint>
 #include <source_location>
 
@@ -63,7 +65,7 @@ inline void LeaveLock(const void*) noexcept
 
 // Takes a lock of whatever kind, with the place where it knows what to do with it.
 template <class Lock>
-void TakeLock(Lock& lock, const LockPlace& place)
+void TakeLock(Lock& lock, const LockPlace& place) OSSIRA_TAKES(lock)
 {
     if constexpr (requires { lock.lock(place); })
         lock.lock(place);
@@ -73,10 +75,12 @@ void TakeLock(Lock& lock, const LockPlace& place)
 
 // Holds a lock while it lives; the place that a report names is that of the guard.
 template <class Lock>
-class [[nodiscard]] CLockGuard
+class [[nodiscard]] OSSIRA_GUARD CLockGuard
 {
 public:
-    explicit CLockGuard(Lock& lock, const LockPlace& place = LockPlace::current()) : mLock(lock)
+    explicit CLockGuard(Lock& lock, const LockPlace& place = LockPlace::current())
+        OSSIRA_TAKES(lock)
+        : mLock(lock)
     {
         TakeLock(lock, place);
     }
@@ -84,7 +88,7 @@ public:
     CLockGuard(const CLockGuard&) = delete;
     CLockGuard& operator=(const CLockGuard&) = delete;
 
-    ~CLockGuard()
+    ~CLockGuard() OSSIRA_GIVES()
     {
         mLock.unlock();
     }

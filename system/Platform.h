@@ -99,7 +99,7 @@ MixNumbers(std::initializer_list<std::uint64_t> numbers) noexcept
 }
 
 // A re-entrant lock for longer sections.
-class CCriticalSection
+class OSSIRA_LOCK CCriticalSection
 {
 public:
     explicit CCriticalSection(ELockRank rank = ELockRank::Object) noexcept;
@@ -107,9 +107,10 @@ public:
     CCriticalSection(const CCriticalSection&) = delete;
     CCriticalSection& operator=(const CCriticalSection&) = delete;
 
-    void lock(const LockPlace& place = LockPlace::current()) noexcept;
-    [[nodiscard]] bool try_lock(const LockPlace& place = LockPlace::current()) noexcept;
-    void unlock() noexcept;
+    void lock(const LockPlace& place = LockPlace::current()) noexcept OSSIRA_TAKES();
+    [[nodiscard]] bool try_lock(const LockPlace& place = LockPlace::current()) noexcept
+        OSSIRA_TAKES_IF(true);
+    void unlock() noexcept OSSIRA_GIVES();
 
 private:
     alignas(std::max_align_t) unsigned char mStorage[48];

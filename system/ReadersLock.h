@@ -22,7 +22,7 @@
 namespace Tavrik::tSystem
 {
 
-class CReadersLock
+class OSSIRA_LOCK CReadersLock
 {
 public:
     constexpr CReadersLock() noexcept = default;
@@ -32,7 +32,7 @@ public:
 
     // For writing.
 
-    void lock(const LockPlace& place = LockPlace::current()) noexcept
+    void lock(const LockPlace& place = LockPlace::current()) noexcept OSSIRA_TAKES()
     {
         mWord.lock(place);
         mMeetings = 0;
@@ -40,7 +40,7 @@ public:
             TakeAll(*row);
     }
 
-    void unlock() noexcept
+    void unlock() noexcept OSSIRA_GIVES()
     {
         if (CRow* const row = mRow.load(std::memory_order_relaxed); row != nullptr) [[unlikely]]
             GiveAll(*row);
@@ -49,7 +49,7 @@ public:
 
     // For reading. Answers what the reader is to unlock.
     [[nodiscard]] CFastCriticalSection&
-    lock_shared(const LockPlace& place = LockPlace::current()) noexcept
+    lock_shared(const LockPlace& place = LockPlace::current()) noexcept OSSIRA_UNCHECKED_GUARDS
     {
         CFastCriticalSection& word = WordOfThisThread();
         if (!word.begin(place)) [[unlikely]]
@@ -106,7 +106,7 @@ private:
         return row->Seats[mixed >> (32 - RowBits)].Word;
     }
 
-    void WaitToRead(CFastCriticalSection& word, const LockPlace& place) noexcept;
+    void WaitToRead(CFastCriticalSection& word, const LockPlace& place) noexcept OSSIRA_TAKES(word);
     static void TakeAll(CRow& row) noexcept;
     static void GiveAll(CRow& row) noexcept;
 
@@ -118,7 +118,7 @@ private:
 // How a lock of any kind is held by somebody who only reads: what is answered is to be unlocked.
 // One that knows no readers is taken as it is.
 template <class Lock>
-[[nodiscard]] auto& BeginReading(Lock& lock, const LockPlace& place)
+[[nodiscard]] auto& BeginReading(Lock& lock, const LockPlace& place) OSSIRA_UNCHECKED_GUARDS
 {
     if constexpr (requires { lock.lock_shared(place); })
     {
@@ -133,8 +133,8 @@ template <class Lock>
 
 // Null where it would have to be waited for, which is left to a call of the above.
 template <class Lock>
-[[gnu::always_inline]] [[nodiscard]] inline auto* BeginReadingAtOnce(Lock& lock,
-                                                                     const LockPlace& place)
+[[gnu::always_inline]] [[nodiscard]] inline auto*
+BeginReadingAtOnce(Lock& lock, const LockPlace& place) OSSIRA_UNCHECKED_GUARDS
 {
     if constexpr (requires { lock.begin_shared(place); })
         return lock.begin_shared(place);
@@ -149,10 +149,11 @@ using ReadHold =
     std::remove_reference_t<decltype(BeginReading(std::declval<Lock&>(), LockPlace()))>;
 
 template <class Lock>
-class [[nodiscard]] CReadGuard
+class [[nodiscard]] OSSIRA_GUARD CReadGuard
 {
 public:
     explicit CReadGuard(Lock& lock, const LockPlace& place = LockPlace::current())
+        OSSIRA_TAKES_TO_READ(lock)
         : mHold(BeginReading(lock, place))
     {
     }
@@ -160,7 +161,7 @@ public:
     CReadGuard(const CReadGuard&) = delete;
     CReadGuard& operator=(const CReadGuard&) = delete;
 
-    ~CReadGuard()
+    ~CReadGuard() OSSIRA_GIVES()
     {
         mHold.unlock();
     }

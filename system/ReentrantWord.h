@@ -10,10 +10,10 @@
 namespace Tavrik::tSystem
 {
 
-class CReentrantWord
+class OSSIRA_LOCK CReentrantWord
 {
 public:
-    void lock(const LockPlace& place = LockPlace::current()) noexcept
+    void lock(const LockPlace& place = LockPlace::current()) noexcept OSSIRA_TAKES()
     {
         EnterLock(this, ELockRank::Object, place);
         const std::uintptr_t self = ThreadMark();
@@ -26,7 +26,7 @@ public:
         mOwner.store(self, std::memory_order_relaxed);
     }
 
-    void unlock() noexcept
+    void unlock() noexcept OSSIRA_GIVES()
     {
         LeaveLock(this);
         if (mDepth != 0) [[unlikely]]

@@ -180,6 +180,7 @@ public:
     OSSIRA_CATCH_RETURN
 
     [[nodiscard]] IUnknown* ItemAt(const CGuidPosition& at) const noexcept
+        OSSIRA_UNDER_TO_READ(this->mLock)
     {
         return this->mTable.Find(at.Key);
     }

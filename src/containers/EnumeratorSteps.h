@@ -7,7 +7,7 @@
 //   Primary        one of the owner's interfaces, for the reference on it
 //   Position       where a walk stands
 //   ReportedClass  the enumerator's full name in reports
-// and the owner has, the three latter called with its lock held:
+// and the owner has, the three latter called with its lock held (and saying so):
 //   EnumerationLock()       what guards the collection: lock() and unlock()
 //   EnumerationStamp()      a number that differs once the enumerator is out of date; of 64 bits,
 //   so
@@ -61,44 +61,36 @@ protected:
     static constexpr const char* OutOfDateText = "List was modified, the enumerator is invalid now";
     static constexpr const char* AtEndText = "Enumerator at End";
 
-    explicit CEnumeratorSteps(Owner* owner) : mReference(owner), mOwner(owner)
+    explicit CEnumeratorSteps(Owner* owner) : mOwner(owner), mReference(owner)
     {
-        const tSystem::CLockGuard guard(Lock());
-        mStamp = mOwner->EnumerationStamp();
+        mStamp = TakeStamp();
     }
 
-    [[nodiscard]] auto& Lock() const noexcept
+    [[nodiscard]] auto& Lock() const noexcept OSSIRA_ANSWERS_LOCK(mOwner->EnumerationLock())
     {
         return mOwner->EnumerationLock();
     }
 
-    [[nodiscard]] Owner& Collection() const noexcept
-    {
-        return *mOwner;
-    }
-
-    // The following with the lock held.
-
-    [[nodiscard]] bool IsUpToDate() const noexcept
+    [[nodiscard]] bool IsUpToDate() const noexcept OSSIRA_UNDER_TO_READ(Lock())
     {
         return mStamp == mOwner->EnumerationStamp();
     }
 
     // The position, if the walk is on an item that is still there; else null.
-    [[nodiscard]] const Position* Here() const noexcept
+    [[nodiscard]] const Position* Here() const noexcept OSSIRA_UNDER_TO_READ(Lock())
     {
         return mState == OnItem && IsUpToDate() ? &mAt : nullptr;
     }
 
     // 1 before the first item, 0 on an item, `E_FAIL` past the end.
-    [[nodiscard]] Result State() const noexcept
+    [[nodiscard]] Result State() const noexcept OSSIRA_UNDER_TO_READ(Lock())
     {
         return mState;
     }
 
     // The current position; before the first step that is the first item's already. False when
     // there is none.
-    [[nodiscard]] bool Locate(Position& at) const
+    [[nodiscard]] bool Locate(Position& at) const OSSIRA_UNDER(Lock())
     {
         if (mState == BeforeFirst)
             return mOwner->FirstPosition(at);
@@ -106,15 +98,22 @@ protected:
         return true;
     }
 
+    Owner* const mOwner;
+
 private:
     static constexpr Result BeforeFirst = 1;
     static constexpr Result OnItem = 0;
 
+    [[nodiscard]] std::uint64_t TakeStamp() const
+    {
+        const tSystem::CLockGuard guard(Lock());
+        return mOwner->EnumerationStamp();
+    }
+
     ObjectPtr<typename Traits::Primary> mReference;
-    Owner* mOwner;
-    Position mAt{};
+    Position mAt OSSIRA_GUARDED_BY(Lock()){};
     std::uint64_t mStamp = 0;
-    Result mState = BeforeFirst;
+    Result mState OSSIRA_GUARDED_BY(Lock()) = BeforeFirst;
 };
 
 } // namespace Tavrik::Ossira

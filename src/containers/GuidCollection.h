@@ -40,7 +40,8 @@ public:
     static constexpr CLSID ClassId = Traits::ClassId;
     static constexpr std::string_view OssiraReportedClass = ReportedClass<Traits>;
 
-    Result GetCount() override
+    // Read without the lock.
+    Result GetCount() OSSIRA_UNCHECKED_GUARDS override
     {
         return this->mTable.Count();
     }

@@ -96,19 +96,19 @@ public:
     }
     OSSIRA_CATCH_RETURN
 
-    // For the enumerators, which hold the lock.
+    // For the enumerators.
 
-    [[nodiscard]] std::uint64_t EnumerationStamp() const noexcept
+    [[nodiscard]] std::uint64_t EnumerationStamp() const noexcept OSSIRA_UNDER_TO_READ(this->mLock)
     {
         return mStamp.Number();
     }
 
-    [[nodiscard]] bool FirstPosition(CGuidPosition& at)
+    [[nodiscard]] bool FirstPosition(CGuidPosition& at) OSSIRA_UNDER_TO_READ(this->mLock)
     {
         return mTable.First(at);
     }
 
-    [[nodiscard]] bool NextPosition(CGuidPosition& at)
+    [[nodiscard]] bool NextPosition(CGuidPosition& at) OSSIRA_UNDER_TO_READ(this->mLock)
     {
         return mTable.Next(at);
     }
@@ -116,8 +116,14 @@ public:
 protected:
     ~CGuidEnumerable() = default;
 
-    Table mTable;
-    CStamp mStamp; // move it, and enumerators end
+    // For a change that needs nothing else of the lock.
+    void EndEnumeratorsUnlocked() noexcept OSSIRA_UNCHECKED_GUARDS
+    {
+        mStamp.MoveUnlocked();
+    }
+
+    Table mTable OSSIRA_GUARDED_BY(this->mLock);
+    CStamp mStamp OSSIRA_GUARDED_BY(this->mLock); // move it, and enumerators end
 };
 
 } // namespace Tavrik::Ossira

@@ -134,16 +134,6 @@ public:
         return mDirectory ? mOrder.Next(at) : LeastOfFew(&key, at);
     }
 
-    // Hands every key and value to `visit(const GUID&, Value&)`, in the order of the keys. `visit`
-    // may remove keys.
-    template <class Visit>
-    void ForEachOrdered(Visit visit)
-    {
-        CGuidPosition at;
-        for (bool more = First(at); more; more = Next(at))
-            visit(std::as_const(at.Key), *Find(at.Key));
-    }
-
 private:
     using Segment = CGuidSegment<Value>;
     using Owner = typename Segment::Owner;

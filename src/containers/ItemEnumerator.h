@@ -39,7 +39,7 @@ public:
             return this->State();
         typename Traits::Position at{};
         OSSIRA_CHECK(this->Locate(at), E_FAIL, Steps::AtEndText);
-        IUnknown* const item = this->Collection().ItemAt(at);
+        IUnknown* const item = this->mOwner->ItemAt(at);
         OSSIRA_CHECK(item != nullptr, E_POINTER, "*mCurrent");
         return question.Ask(item, riid, ppv);
     }
@@ -51,9 +51,10 @@ private:
     struct CFinding
     {
         [[gnu::always_inline]] IUnknown* operator()() const noexcept
+            OSSIRA_UNDER_TO_READ(Walk.Lock())
         {
             const auto* const at = Walk.Here();
-            return at != nullptr ? Walk.Collection().ItemAt(*at) : nullptr;
+            return at != nullptr ? Walk.mOwner->ItemAt(*at) : nullptr;
         }
 
         const CItemEnumerator& Walk;

@@ -26,6 +26,7 @@ namespace Tavrik::Ossira
 // Asks a foreign item that was found under a lock, after leaving it.
 template <class Hold>
 [[gnu::noinline]] Result LeaveAndAsk(Hold& hold, IUnknown* item, const IID& riid, void** ppv)
+    OSSIRA_GIVES(hold)
 {
     const ObjectPtr<IUnknown> reference(item);
     hold.unlock();
@@ -35,7 +36,7 @@ template <class Hold>
 // The same for any item, or null, which answers `E_NOT_FOUND`.
 template <class Hold>
 [[gnu::always_inline]] inline Result AskFound(Hold& hold, IUnknown* item, const IID& riid,
-                                              void** ppv)
+                                              void** ppv) OSSIRA_GIVES(hold)
 {
     if (item != nullptr && !IsOwnObject(item)) [[unlikely]]
         return LeaveAndAsk(hold, item, riid, ppv);
@@ -46,7 +47,7 @@ template <class Hold>
 
 template <class Lock, class Find>
 [[gnu::noinline]] Result WaitAndAsk(Lock& lock, Find find, const IID& riid, void** ppv,
-                                    const tSystem::LockPlace& place)
+                                    const tSystem::LockPlace& place) OSSIRA_UNCHECKED_GUARDS
 {
     auto& hold = tSystem::BeginReading(lock, place);
     return AskFound(hold, find(), riid, ppv);
@@ -54,11 +55,12 @@ template <class Lock, class Find>
 
 // Asks the item that `find` answers under the lock, or answers `E_NOT_FOUND`. In the way of a
 // reader of a collection, so it is the shortest there is: what is seldom called stands elsewhere,
-// so that no register is saved for it.
+// so that no register is saved for it. What it holds may be a part of
+// the lock, or nothing; that cannot be followed.
 template <class Lock, class Find>
 [[gnu::always_inline]] [[nodiscard]] inline Result
 AskItem(Lock& lock, Find find, const IID& riid, void** ppv,
-        const tSystem::LockPlace& place = tSystem::LockPlace::current())
+        const tSystem::LockPlace& place = tSystem::LockPlace::current()) OSSIRA_UNCHECKED_GUARDS
 {
     static_assert(noexcept(find()));
     auto* const hold = tSystem::BeginReadingAtOnce(lock, place);
@@ -70,11 +72,12 @@ AskItem(Lock& lock, Find find, const IID& riid, void** ppv,
 // For longer questions: holds the lock under which an item is looked up, at the longest until the
 // item is asked.
 template <class Lock>
-class [[nodiscard]] CItemQuestion
+class [[nodiscard]] OSSIRA_GUARD CItemQuestion
 {
 public:
     explicit CItemQuestion(Lock& lock,
                            const tSystem::LockPlace& place = tSystem::LockPlace::current())
+        OSSIRA_TAKES(lock)
         : mLock(&lock)
     {
         tSystem::TakeLock(lock, place);
@@ -83,14 +86,14 @@ public:
     CItemQuestion(const CItemQuestion&) = delete;
     CItemQuestion& operator=(const CItemQuestion&) = delete;
 
-    ~CItemQuestion()
+    ~CItemQuestion() OSSIRA_GIVES()
     {
         if (mLock != nullptr) [[likely]]
             mLock->unlock();
     }
 
     // Asks what was found under the lock; a second time too.
-    [[nodiscard]] Result Ask(IUnknown* item, const IID& riid, void** ppv)
+    [[nodiscard]] Result Ask(IUnknown* item, const IID& riid, void** ppv) OSSIRA_UNCHECKED_GUARDS
     {
         if (mLock != nullptr && !IsOwnObject(item)) [[unlikely]]
         {

@@ -22,14 +22,14 @@ using CTableLock = tSystem::CReadersLock;
 // Re-entrant, and offered to callers through `IObjectLock`.
 using CCallerLock = tSystem::CCriticalSection;
 
-class CNoLock
+class OSSIRA_LOCK CNoLock
 {
 public:
-    void lock() noexcept
+    void lock() noexcept OSSIRA_TAKES()
     {
     }
 
-    void unlock() noexcept
+    void unlock() noexcept OSSIRA_GIVES()
     {
     }
 };
@@ -41,7 +41,7 @@ class CLockHolder
 public:
     static constexpr bool IsLockable = false;
 
-    [[nodiscard]] LockType& EnumerationLock() const noexcept
+    [[nodiscard]] LockType& EnumerationLock() const noexcept OSSIRA_ANSWERS_LOCK(mLock)
     {
         return mLock;
     }
@@ -58,18 +58,18 @@ class CLockHolder<CCallerLock> : public IObjectLock
 public:
     static constexpr bool IsLockable = true;
 
-    [[nodiscard]] CCallerLock& EnumerationLock() const noexcept
+    [[nodiscard]] CCallerLock& EnumerationLock() const noexcept OSSIRA_ANSWERS_LOCK(mLock)
     {
         return mLock;
     }
 
-    Result Lock(std::uint32_t) override
+    Result Lock(std::uint32_t) OSSIRA_TAKES(mLock) override
     {
         mLock.lock();
         return S_OK;
     }
 
-    Result Unlock() override
+    Result Unlock() OSSIRA_GIVES(mLock) override
     {
         mLock.unlock();
         return S_OK;

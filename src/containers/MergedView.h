@@ -38,9 +38,9 @@ struct CMergedCount
 // What all views of a group share.
 struct GroupContent
 {
-    CLayerTable& Layers;
+    CLayerTable& Layers OSSIRA_GUARDED_BY(Lock);
     CSpinLock& Lock;
-    CMergedCount& Count;
+    CMergedCount& Count OSSIRA_GUARDED_BY(Lock);
 };
 
 // In reports it is a value set.
@@ -78,7 +78,8 @@ public:
     {
     }
 
-    Result GetEnumerator(const IID& riid, void** ppv) override;
+    Result GetEnumerator(const IID& riid, void** ppv)
+        OSSIRA_UNCHECKED_GUARDS override; // the walk locks what it gets
     Result GetCount() override;
     Result Clear() override;
     Result IsReadOnly() override;
@@ -132,17 +133,22 @@ private:
         CChange& operator=(const CChange&) = delete;
         ~CChange()
         {
+            EndEnumerations();
+        }
+
+    private:
+        void EndEnumerations() noexcept
+        {
             const tSystem::CLockGuard guard(mContent.Lock);
             mContent.Layers.MarkContentChanged();
         }
 
-    private:
         const GroupContent& mContent;
     };
 
     static constexpr const char* NotWriteableText = "ValueSetGroup without writeable ValueSets";
 
-    [[nodiscard]] TakenLayers Take() const
+    [[nodiscard]] TakenLayers Take() const OSSIRA_UNCHECKED_GUARDS // locked in there
     {
         return {mContent.Layers, mContent.Lock};
     }

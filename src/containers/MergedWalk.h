@@ -39,24 +39,25 @@ public:
             delete this;
     }
 
-    [[nodiscard]] tSystem::CReentrantWord& EnumerationLock() noexcept
+    [[nodiscard]] tSystem::CReentrantWord& EnumerationLock() noexcept OSSIRA_ANSWERS_LOCK(mLock)
     {
         return mLock;
     }
 
-    [[nodiscard]] std::uint64_t EnumerationStamp() const noexcept
+    // Read without the group's lock.
+    [[nodiscard]] std::uint64_t EnumerationStamp() const noexcept OSSIRA_UNCHECKED_GUARDS
     {
         return mLayers.ContentStamp();
     }
 
-    [[nodiscard]] bool FirstPosition(CGuidPosition& at)
+    [[nodiscard]] bool FirstPosition(CGuidPosition& at) OSSIRA_UNDER(mLock)
     {
         ReadAbove(nullptr);
         return Show(at);
     }
 
     // Passes over what can no longer be found.
-    [[nodiscard]] bool NextPosition(CGuidPosition& at)
+    [[nodiscard]] bool NextPosition(CGuidPosition& at) OSSIRA_UNDER(mLock)
     {
         const EReadAhead state = LookAtReadAhead();
         if (state == EReadAhead::MayBeGone)
@@ -77,7 +78,7 @@ private:
 
     ~CMergedWalk() = default;
 
-    [[nodiscard]] EReadAhead LookAtReadAhead() const noexcept
+    [[nodiscard]] EReadAhead LookAtReadAhead() const noexcept OSSIRA_UNDER(mLock)
     {
         const tSystem::CLockGuard guard(mGroupLock);
         if (mSeen.IsStillTrueOf(mLayers))
@@ -86,23 +87,28 @@ private:
         return isSame ? EReadAhead::MayBeGone : EReadAhead::IsOld;
     }
 
-    void SkipWhatIsGone()
+    [[nodiscard]] TakenLayers Take() const OSSIRA_UNCHECKED_GUARDS // locked in there
     {
-        const TakenLayers layers(mLayers, mGroupLock);
+        return {mLayers, mGroupLock};
+    }
+
+    void SkipWhatIsGone() OSSIRA_UNDER(mLock)
+    {
+        const TakenLayers layers = Take();
         while (mNext < mRead.Keys.size() && FindHolder(layers.All(), mRead.Keys[mNext]) == nullptr)
             ++mNext;
     }
 
-    void ReadAbove(const GUID* above)
+    void ReadAbove(const GUID* above) OSSIRA_UNDER(mLock)
     {
-        const TakenLayers layers(mLayers, mGroupLock);
+        const TakenLayers layers = Take();
         MergedKeys read(layers.All(), above);
         mRead = std::move(read);
         mSeen = CKeysSeen(layers);
         mNext = 0;
     }
 
-    [[nodiscard]] bool Show(CGuidPosition& at) noexcept
+    [[nodiscard]] bool Show(CGuidPosition& at) noexcept OSSIRA_UNDER(mLock)
     {
         if (mNext == mRead.Keys.size())
             return false;
@@ -112,12 +118,12 @@ private:
 
     std::atomic<std::int32_t> mCount = 0;
     ObjectPtr<IValueSetGroup> mGroup;
-    const CLayerTable& mLayers;
+    const CLayerTable& mLayers OSSIRA_GUARDED_BY(mGroupLock);
     CSpinLock& mGroupLock;
     tSystem::CReentrantWord mLock;
-    MergedKeys mRead;
-    std::size_t mNext = 0; // in what was read
-    CKeysSeen mSeen;
+    MergedKeys mRead OSSIRA_GUARDED_BY(mLock);
+    std::size_t mNext OSSIRA_GUARDED_BY(mLock) = 0; // in what was read
+    CKeysSeen mSeen OSSIRA_GUARDED_BY(mLock);
 };
 
 } // namespace Tavrik::Ossira

@@ -219,20 +219,22 @@ public:
     }
     OSSIRA_CATCH_RETURN
 
-    // For the enumerator, which holds the lock.
+    // For the enumerator.
 
-    [[nodiscard]] std::uint64_t EnumerationStamp() const noexcept
+    [[nodiscard]] std::uint64_t EnumerationStamp() const noexcept OSSIRA_UNDER_TO_READ(this->mLock)
     {
         return mStamp;
     }
 
     [[nodiscard]] bool FirstPosition(std::size_t& at) const noexcept
+        OSSIRA_UNDER_TO_READ(this->mLock)
     {
         at = 0;
         return mItems.Size() != 0;
     }
 
     [[nodiscard]] bool NextPosition(std::size_t& at) const noexcept
+        OSSIRA_UNDER_TO_READ(this->mLock)
     {
         if (at + 1 >= mItems.Size())
             return false;
@@ -240,7 +242,7 @@ public:
         return true;
     }
 
-    [[nodiscard]] IUnknown* ItemAt(std::size_t at) const noexcept
+    [[nodiscard]] IUnknown* ItemAt(std::size_t at) const noexcept OSSIRA_UNDER_TO_READ(this->mLock)
     {
         return mItems.At(at);
     }
@@ -296,6 +298,7 @@ private:
     struct CFinding
     {
         [[gnu::always_inline]] IUnknown* operator()() const noexcept
+            OSSIRA_UNDER_TO_READ(List.mLock)
         {
             IsInside = List.IsInside(Index);
             return IsInside ? List.ItemAt(static_cast<std::size_t>(Index)) : nullptr;
@@ -306,25 +309,25 @@ private:
         bool& IsInside; // told, because it may be otherwise behind the lock
     };
 
-    [[nodiscard]] bool IsInside(std::int32_t index) const noexcept
+    [[nodiscard]] bool IsInside(std::int32_t index) const noexcept OSSIRA_UNDER_TO_READ(this->mLock)
     {
         return index >= 0 && static_cast<std::size_t>(index) < mItems.Size();
     }
 
-    [[nodiscard]] bool IsSize(std::int32_t index) const noexcept
+    [[nodiscard]] bool IsSize(std::int32_t index) const noexcept OSSIRA_UNDER_TO_READ(this->mLock)
     {
         return index >= 0 && static_cast<std::size_t>(index) == mItems.Size();
     }
 
-    void MarkChanged() noexcept
+    void MarkChanged() noexcept OSSIRA_UNDER(this->mLock)
     {
         ++mStamp;
         mCount.store(static_cast<std::int32_t>(mItems.Size()), std::memory_order_relaxed);
     }
 
-    CItemSequence mItems;
+    CItemSequence mItems OSSIRA_GUARDED_BY(this->mLock);
     std::atomic<std::int32_t> mCount = 0; // read without the lock
-    std::uint64_t mStamp = 0;
+    std::uint64_t mStamp OSSIRA_GUARDED_BY(this->mLock) = 0;
 };
 
 struct NodeListText

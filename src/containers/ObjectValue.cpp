@@ -73,7 +73,13 @@ protected:
     CGuardedDatum() noexcept = default;
     ~CGuardedDatum() override = default;
 
-    CValueDataBuffer mData;
+    // For who made the object and has not given it to anybody.
+    [[nodiscard]] CValueDataBuffer& DataOfOwnObject() noexcept OSSIRA_UNCHECKED_GUARDS
+    {
+        return mData;
+    }
+
+    CValueDataBuffer mData OSSIRA_GUARDED_BY(mLock);
 
 private:
     [[nodiscard]] bool TryTake(CValueSnapshot& snapshot) const noexcept
@@ -107,8 +113,10 @@ public:
 
     OSSIRA_INTERFACES(IValue, IObjectName, IObjectIdentity, IComparable, ICloneable)
 
-    // What most calls come to is done here, without a call that registers had to be saved for.
-    Result GetValue(const GUID& type, void* data, std::int32_t size) override
+    // What most calls come to is done here, without a call that registers had to be saved for. It
+    // hands its hold of the lock on, which cannot be followed.
+    Result GetValue(const GUID& type, void* data,
+                    std::int32_t size) OSSIRA_UNCHECKED_GUARDS override
     {
         if (CValueDataBuffer::IsShort(data, size) && mLock.try_lock()) [[likely]]
         {
@@ -119,7 +127,8 @@ public:
         return GetValue<false>(type, data, size);
     }
 
-    Result SetValue(const GUID& type, const void* data, std::int32_t size) override
+    Result SetValue(const GUID& type, const void* data,
+                    std::int32_t size) OSSIRA_UNCHECKED_GUARDS override
     {
         if constexpr (!Traits::IsWriteOnce)
         {
@@ -170,7 +179,8 @@ public:
         OSSIRA_CHECK(clone, E_OUTOFMEMORY, Traits::NewText);
         {
             const tSystem::CLockGuard guard(mLock);
-            OSSIRA_CHECK_CALL_TWICE(clone->mData.Assign(mData), "CloneObject->mData.Assign(mData)");
+            OSSIRA_CHECK_CALL_TWICE(clone->DataOfOwnObject().Assign(mData),
+                                    "CloneObject->mData.Assign(mData)");
         }
         return clone->QueryInterface(riid, ppv);
     }
@@ -193,7 +203,8 @@ private:
     // The operations in full. They have the operations' names because a boundary reports its own.
 
     template <bool IsHeld>
-    [[gnu::noinline]] Result GetValue(const GUID& type, void* data, std::int32_t size)
+    [[gnu::noinline]] Result GetValue(const GUID& type, void* data,
+                                      std::int32_t size) OSSIRA_UNCHECKED_GUARDS
     try
     {
         const COneHold hold = Hold(IsHeld);
@@ -202,7 +213,8 @@ private:
     OSSIRA_CATCH_RETURN
 
     template <bool IsHeld>
-    [[gnu::noinline]] Result SetValue(const GUID& type, const void* data, std::int32_t size)
+    [[gnu::noinline]] Result SetValue(const GUID& type, const void* data,
+                                      std::int32_t size) OSSIRA_UNCHECKED_GUARDS
     try
     {
         const COneHold hold = Hold(IsHeld);

@@ -97,7 +97,8 @@ public:
     }
     OSSIRA_CATCH_RETURN
 
-    std::uint64_t KeysStamp() const noexcept override
+    // Read without the lock.
+    std::uint64_t KeysStamp() const noexcept OSSIRA_UNCHECKED_GUARDS override
     {
         return this->mTable.KeysStamp();
     }
@@ -141,7 +142,7 @@ private:
             return written;
         if constexpr (std::is_same_v<typename Traits::LockType, CTableLock>)
         {
-            this->mStamp.MoveUnlocked();
+            this->EndEnumeratorsUnlocked();
         }
         else
         {

@@ -47,7 +47,7 @@ private:
 
     void Insert(std::int32_t index, IValueSet* valueSet, const GUID* id, std::uint32_t flags);
 
-    CMergedCount mMergedCount;
+    CMergedCount mMergedCount OSSIRA_GUARDED_BY(mLock);
 };
 
 // Asks for an interface that only objects of the runtime have. Others are not called: what they do

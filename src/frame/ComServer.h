@@ -130,8 +130,9 @@ private:
 
     // The next live object behind one, with a reference added to it; null at the end. How many it
     // had before is told.
-    [[nodiscard]] IUnknown* NextLiveObject(IUnknown* behind, bool processEnds, CLSID& clsid,
-                                           std::int32_t& count) noexcept;
+    [[nodiscard]] IUnknown*
+    NextLiveObject(IUnknown* behind, bool processEnds, CLSID& clsid,
+                   std::int32_t& count) noexcept OSSIRA_UNCHECKED_GUARDS; // it may give the lock up
 
     friend ClassEntry;
 
@@ -140,13 +141,13 @@ private:
     static constinit inline const ClassEntry* sClassListHead = nullptr;
     static constinit inline std::atomic<CComServer*> sOfModule = nullptr;
 
-    tSystem::CFastCriticalSection mLock; // guards mLiveObjects
+    tSystem::CFastCriticalSection mLock;
     std::uint32_t mClassCount = 0;
     std::unique_ptr<const ClassEntry*[]> mSortedClasses; // by the bytes of the identifier
     std::unique_ptr<const ClassEntry*[]> mClassIndex;    // open-addressed, with a null at least
     std::size_t mClassIndexMask = 0;
     const ClassEntry* mListHeadSeen = nullptr;
-    std::map<IUnknown*, CLSID> mLiveObjects;
+    std::map<IUnknown*, CLSID> mLiveObjects OSSIRA_GUARDED_BY(mLock);
 };
 
 [[nodiscard]] inline CComServer* ModuleServer() noexcept

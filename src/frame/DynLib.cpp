@@ -14,8 +14,8 @@ namespace
 {
 
 // Needed at the end of the process, when static objects may be gone: no construction, no
-// destruction. The process-wide section guards it.
-constinit CDynLib* gOpenList = nullptr;
+// destruction.
+constinit CDynLib* gOpenList OSSIRA_GUARDED_BY(GlobalCriticalSection()) = nullptr;
 
 // The platform's own lock, which nobody sees, as the check of the order knows it.
 constinit const char gLoaderLock = 0;
@@ -23,16 +23,17 @@ constinit const char gLoaderLock = 0;
 // A library's start-up and clean-up code runs under the platform's lock and may ask for singletons,
 // which are made under the process-wide section; so whoever takes the one has taken the other
 // before.
-class CLoading
+class OSSIRA_GUARD CLoading
 {
 public:
     explicit CLoading(const tSystem::LockPlace& place = tSystem::LockPlace::current())
+        OSSIRA_TAKES(GlobalCriticalSection())
         : mSection(GlobalCriticalSection(), place)
     {
         tSystem::EnterLock(&gLoaderLock, tSystem::ELockRank::Loader, place);
     }
 
-    ~CLoading()
+    ~CLoading() OSSIRA_GIVES()
     {
         tSystem::LeaveLock(&gLoaderLock);
     }
@@ -159,13 +160,16 @@ void CDynLib::Close() noexcept
     if (!mLibrary.IsOpen())
         return;
     const CLoading loading;
-    (mPrevious != nullptr ? mPrevious->mNext : gOpenList) = mNext;
+    if (mPrevious == nullptr)
+        gOpenList = mNext;
+    else
+        mPrevious->mNext = mNext;
     if (mNext != nullptr)
         mNext->mPrevious = mPrevious;
     mLibrary.Close();
 }
 
-bool CDynLib::AnyTornDown() noexcept
+bool CDynLib::AnyTornDown() noexcept OSSIRA_UNCHECKED_GUARDS // does not wait for it
 {
     const std::unique_lock section(GlobalCriticalSection(), std::try_to_lock);
     if (!section.owns_lock())

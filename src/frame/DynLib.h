@@ -4,6 +4,7 @@
 #pragma once
 
 #include "ComServer.h"
+#include "Library.h"
 #include "Platform.h"
 
 #include <array>
@@ -81,7 +82,7 @@ private:
 
     [[nodiscard]] bool IsAttached() const noexcept;
     void ResolveExports() noexcept;
-    void EnterOpenList() noexcept;
+    void EnterOpenList() noexcept OSSIRA_UNDER(GlobalCriticalSection());
     void Close() noexcept;
 
     tSystem::CLibrary mLibrary;

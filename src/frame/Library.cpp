@@ -90,6 +90,14 @@ bool IsSingletonVariable(void** out) noexcept
     return static_cast<void*>(out) == static_cast<void*>(&gSingleton);
 }
 
+// The loser of a race releases its object again.
+static void KeepSingleton(ObjectPtr<ISingleton>& singleton) noexcept
+    OSSIRA_UNDER(GlobalCriticalSection())
+{
+    if (ExistingSingleton() == nullptr)
+        gSingleton = singleton.Detach();
+}
+
 Result InitializeGlobalSingleton()
 {
     if (ExistingSingleton() != nullptr)
@@ -111,10 +119,8 @@ Result InitializeGlobalSingleton()
         return E_NOINTERFACE;
     }
 
-    // The loser of a race releases its object again.
     const tSystem::CLockGuard guard(GlobalCriticalSection());
-    if (ExistingSingleton() == nullptr)
-        gSingleton = singleton.Detach();
+    KeepSingleton(singleton);
     return result;
 }
 

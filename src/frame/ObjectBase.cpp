@@ -17,6 +17,13 @@ namespace
 // Of all objects of the module: names are rarely asked for, and an object has no room to spare.
 constinit tSystem::CFastCriticalSection gNameLock;
 
+// The way to an object's name.
+template <class Name>
+[[nodiscard]] Name& Guarded(Name& name) noexcept OSSIRA_UNDER(gNameLock)
+{
+    return name;
+}
+
 } // namespace
 
 // A build option, on in debug builds: every birth and death then takes a lock.
@@ -104,7 +111,7 @@ try
         std::memcpy(copy.get(), name, size);
     }
     const tSystem::CLockGuard guard(gNameLock);
-    mName.swap(copy);
+    Guarded(mName).swap(copy);
     return S_OK;
 }
 OSSIRA_CATCH_RETURN
@@ -114,7 +121,8 @@ Result CObjectName::GetObjectName(char* buffer, std::int32_t size)
     if (buffer != nullptr && size < 0)
         return E_INVALIDARG;
     const tSystem::CLockGuard guard(gNameLock);
-    const std::string_view name = mName == nullptr ? std::string_view() : mName.get();
+    const char* const text = Guarded(mName).get();
+    const std::string_view name = text == nullptr ? std::string_view() : text;
     const auto length = static_cast<std::int32_t>(name.size());
     if (buffer == nullptr)
         return length;

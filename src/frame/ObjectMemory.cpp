@@ -172,7 +172,7 @@ public:
     }
 
 private:
-    void Link(CSlab& slab) noexcept
+    void Link(CSlab& slab) noexcept OSSIRA_UNDER(mLock)
     {
         slab.Previous = nullptr;
         slab.Next = mFirst;
@@ -181,7 +181,7 @@ private:
         mFirst = &slab;
     }
 
-    void Unlink(CSlab& slab) noexcept
+    void Unlink(CSlab& slab) noexcept OSSIRA_UNDER(mLock)
     {
         (slab.Previous != nullptr ? slab.Previous->Next : mFirst) = slab.Next;
         if (slab.Next != nullptr)
@@ -189,17 +189,17 @@ private:
     }
 
     tSystem::CFastCriticalSection mLock;
-    CSlab* mFirst = nullptr;
+    CSlab* mFirst OSSIRA_GUARDED_BY(mLock) = nullptr;
 };
 
 // What a thread keeps, and what it counts. More threads than there are stripes share them.
 struct alignas(64) Stripe
 {
     std::atomic<std::uintptr_t> Owner = 0; // the mark of the thread that came first
-    tSystem::CFastCriticalSection Lock;    // for all that follows; the numbers are read without it
-    std::atomic<std::uint64_t> Births = 0;
+    tSystem::CFastCriticalSection Lock;
+    std::atomic<std::uint64_t> Births = 0; // changes under the lock
     std::atomic<std::uint64_t> Deaths = 0;
-    std::array<BlockList, Kinds> Kept;
+    std::array<BlockList, Kinds> Kept OSSIRA_GUARDED_BY(Lock);
 };
 
 constexpr std::size_t StripeBits = 5;
@@ -241,9 +241,11 @@ constexpr std::size_t Nearby = 8; // how many stripes are looked at for a thread
     return isOurs ? &stripe : nullptr;
 }
 
-// With the stripe's lock held. A death that is seen makes the birth seen before it.
-void Count(std::atomic<std::uint64_t>& number) noexcept
+// A death that is seen makes the birth seen before it.
+void Count(Stripe& stripe, std::atomic<std::uint64_t> Stripe::*of) noexcept
+    OSSIRA_UNDER(stripe.Lock)
 {
+    std::atomic<std::uint64_t>& number = stripe.*of;
     number.store(number.load(std::memory_order_relaxed) + 1, std::memory_order_release);
 }
 
@@ -251,7 +253,7 @@ void CountUnderLock(std::atomic<std::uint64_t> Stripe::*number) noexcept
 {
     Stripe& stripe = StripeOfThread();
     const CLockGuard guard(stripe.Lock);
-    Count(stripe.*number);
+    Count(stripe, number);
 }
 
 [[gnu::noinline, gnu::cold]] void* WakeAndAnswer(Stripe& stripe, void* answer) noexcept
@@ -263,16 +265,16 @@ void CountUnderLock(std::atomic<std::uint64_t> Stripe::*number) noexcept
 [[gnu::noinline]] void* TakeBlockInFull(std::size_t kind)
 {
     Stripe& stripe = StripeOfThread();
-    BlockList& kept = stripe.Kept[kind];
     BlockList taken;
     for (;;)
     {
         {
             const CLockGuard guard(stripe.Lock);
+            BlockList& kept = stripe.Kept[kind];
             taken.MoveTo(kept, kept.Count + taken.Count);
             if (kept.First != nullptr)
             {
-                Count(stripe.Births);
+                Count(stripe, &Stripe::Births);
                 return &kept.Pop()->Next;
             }
         }
@@ -284,14 +286,14 @@ void CountUnderLock(std::atomic<std::uint64_t> Stripe::*number) noexcept
 [[gnu::noinline]] void GiveBlockInFull(Block* block, std::size_t kind) noexcept
 {
     Stripe& stripe = StripeOfThread();
-    BlockList& kept = stripe.Kept[kind];
     BlockList given;
     {
         const CLockGuard guard(stripe.Lock);
+        BlockList& kept = stripe.Kept[kind];
         if (kept.Count < gMostKept.load(std::memory_order_relaxed))
         {
             kept.Push(block);
-            Count(stripe.Deaths);
+            Count(stripe, &Stripe::Deaths);
             return;
         }
         given.Push(block);
@@ -302,13 +304,14 @@ void CountUnderLock(std::atomic<std::uint64_t> Stripe::*number) noexcept
 }
 
 // The same with the word of the stripe, which has none or has room for none, held.
-[[gnu::noinline]] void* LeaveAndTake(Stripe& stripe, std::size_t kind)
+[[gnu::noinline]] void* LeaveAndTake(Stripe& stripe, std::size_t kind) OSSIRA_GIVES(stripe.Lock)
 {
     stripe.Lock.unlock();
     return TakeBlockInFull(kind);
 }
 
 [[gnu::noinline]] void LeaveAndGive(Stripe& stripe, Block* block, std::size_t kind) noexcept
+    OSSIRA_GIVES(stripe.Lock)
 {
     stripe.Lock.unlock();
     GiveBlockInFull(block, kind);
@@ -323,8 +326,9 @@ void UpdateKeeping() noexcept
 
 } // namespace
 
-// Most calls need no other one, and so save no registers.
-void* tDetail::TakeBlock(std::size_t kind)
+// Most calls need no other one, and so save no registers. The stripe comes with its lock taken,
+// which cannot be followed.
+void* tDetail::TakeBlock(std::size_t kind) OSSIRA_UNCHECKED_GUARDS
 {
     Stripe* const stripe = TryStripeOfThread();
     if (stripe == nullptr) [[unlikely]]
@@ -332,12 +336,12 @@ void* tDetail::TakeBlock(std::size_t kind)
     BlockList& kept = stripe->Kept[kind];
     if (kept.First == nullptr) [[unlikely]]
         return LeaveAndTake(*stripe, kind);
-    Count(stripe->Births);
+    Count(*stripe, &Stripe::Births);
     void* const block = &kept.Pop()->Next;
     return stripe->Lock.Leave() ? WakeAndAnswer(*stripe, block) : block;
 }
 
-void tDetail::GiveBlock(void* block, std::size_t kind) noexcept
+void tDetail::GiveBlock(void* block, std::size_t kind) noexcept OSSIRA_UNCHECKED_GUARDS
 {
     auto* const given = reinterpret_cast<Block*>(static_cast<unsigned char*>(block) - BlockHeader);
     Stripe* const stripe = TryStripeOfThread();
@@ -347,7 +351,7 @@ void tDetail::GiveBlock(void* block, std::size_t kind) noexcept
     if (kept.Count >= gMostKept.load(std::memory_order_relaxed)) [[unlikely]]
         return LeaveAndGive(*stripe, given, kind);
     kept.Push(given);
-    Count(stripe->Deaths);
+    Count(*stripe, &Stripe::Deaths);
     stripe->Lock.unlock();
 }
 

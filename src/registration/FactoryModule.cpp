@@ -64,6 +64,12 @@ CDynLib* CFactoryModule::Install(std::unique_ptr<CDynLib>& opened, std::wstring&
     return mLibrary.get();
 }
 
+// It goes out of use only, and only while nobody loads it.
+std::unique_ptr<CDynLib> CFactoryModule::TakeLibrary() noexcept
+{
+    return std::move(mLibrary);
+}
+
 bool CFactoryModule::UnloadIfIdle()
 {
     CUse use;
@@ -82,7 +88,7 @@ bool CFactoryModule::UnloadIfIdle()
     const tSystem::CLockGuard guard(mLock);
     use.End();
     if (mUsesBegun == begun && !IsInUse())
-        unloaded = std::move(mLibrary);
+        unloaded = TakeLibrary();
     return unloaded != nullptr;
 }
 

@@ -6,6 +6,7 @@
 
 #include "DynLib.h"
 #include "FastCriticalSection.h"
+#include "Library.h"
 
 #include <atomic>
 #include <memory>
@@ -37,8 +38,7 @@ public:
 
         explicit CUse(CFactoryModule& module) noexcept
         {
-            const tSystem::CLockGuard guard(module.mLock);
-            Begin(module);
+            BeginUnheld(module);
         }
 
         ~CUse()
@@ -49,8 +49,8 @@ public:
         CUse(const CUse&) = delete;
         CUse& operator=(const CUse&) = delete;
 
-        // Begins the use of a module, with the factory's word held.
-        void Begin(CFactoryModule& module) noexcept
+        // Begins the use of a module.
+        void Begin(CFactoryModule& module) noexcept OSSIRA_UNDER(module.mLock)
         {
             mModule = &module;
             ++module.mUsesBegun;
@@ -81,6 +81,12 @@ public:
         void Adopt(std::unique_ptr<CDynLib>& opened, const std::wstring& path);
 
     private:
+        void BeginUnheld(CFactoryModule& module) noexcept
+        {
+            const tSystem::CLockGuard guard(module.mLock);
+            Begin(module);
+        }
+
         [[nodiscard]] Result LoadNow();
 
         CFactoryModule* mModule = nullptr;
@@ -91,20 +97,32 @@ public:
     // Whether it was unloaded. No lock is held while the module is asked.
     bool UnloadIfIdle();
 
+    // The factory's word is this module's: who holds the one holds the other.
+    void IsGuardedBy(const tSystem::CFastCriticalSection& word) const noexcept OSSIRA_UNDER(word)
+        OSSIRA_SAYS_HELD(mLock)
+    {
+        static_cast<void>(word);
+    }
+
+protected:
+    tSystem::CFastCriticalSection& mLock; // the factory's
+
 private:
     // Puts the loader in place unless there is one; answers the one in place.
-    CDynLib* Install(std::unique_ptr<CDynLib>& opened, std::wstring& path) noexcept;
+    CDynLib* Install(std::unique_ptr<CDynLib>& opened, std::wstring& path) noexcept
+        OSSIRA_UNDER(GlobalCriticalSection());
 
-    // With the word held.
-    [[nodiscard]] bool IsInUse() const noexcept
+    [[nodiscard]] std::unique_ptr<CDynLib> TakeLibrary() noexcept
+        OSSIRA_UNDER(GlobalCriticalSection(), mLock);
+
+    [[nodiscard]] bool IsInUse() const noexcept OSSIRA_UNDER(mLock)
     {
         return mUsesEnded.load(std::memory_order_acquire) != mUsesBegun;
     }
 
-    tSystem::CFastCriticalSection& mLock; // the factory's; guards what follows
-    std::wstring mPath;                   // changes under the process-wide section only
-    std::unique_ptr<CDynLib> mLibrary;    // goes only under the process-wide section, out of use
-    std::uint64_t mUsesBegun = 0;
+    std::wstring mPath OSSIRA_GUARDED_BY(GlobalCriticalSection());
+    std::unique_ptr<CDynLib> mLibrary OSSIRA_GUARDED_BY(mLock);
+    std::uint64_t mUsesBegun OSSIRA_GUARDED_BY(mLock) = 0;
     std::atomic<std::uint64_t> mUsesEnded = 0; // without the word
 };
 

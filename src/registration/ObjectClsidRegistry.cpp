@@ -42,7 +42,7 @@ public:
     Result GetClasses(const GUID& category, const IID& iid, void** ppv) override;
     Result GetGroupClasses(const GUID& category, const GUID& group, const IID& iid,
                            void** ppv) override;
-    Result GetCategories(const IID& iid, void** ppv) override;
+    Result GetCategories(const IID& iid, void** ppv) OSSIRA_UNCHECKED_GUARDS override;
 
 private:
     // What a registration met, for the lines.
@@ -63,16 +63,19 @@ private:
 
     Result InternalRegisterClass(const GUID& category, const GUID& group, const CLSID& clsid);
 
-    // The following with the section held. `TryFile` answers false when it lacks a dictionary: the
+    // `TryFile` answers false when it lacks a dictionary: the
     // spare one that is null then.
     [[nodiscard]] bool TryFile(const GUID& category, const GUID& group, const CLSID& clsid,
-                               Dictionary& spareGroups, Dictionary& spareValues, Filing& filing);
-    [[nodiscard]] Removal Remove(const GUID& category, const GUID& group, const CLSID& clsid);
-    [[nodiscard]] Dictionary FindClasses(const GUID& category, const GUID& group) const;
+                               Dictionary& spareGroups, Dictionary& spareValues, Filing& filing)
+        OSSIRA_UNDER(mLock);
+    [[nodiscard]] Removal Remove(const GUID& category, const GUID& group, const CLSID& clsid)
+        OSSIRA_UNDER(mLock);
+    [[nodiscard]] Dictionary FindClasses(const GUID& category, const GUID& group) const
+        OSSIRA_UNDER(mLock);
 
-    mutable tSystem::CCriticalSection mLock; // guards the dictionaries as a whole
-    Dictionary mCategories;
-    ObjectPtr<IValue> mDummyObject; // what every class identifier stands for
+    mutable tSystem::CCriticalSection mLock;
+    Dictionary mCategories OSSIRA_GUARDED_BY(mLock); // and what is in it, as a whole
+    ObjectPtr<IValue> mDummyObject;                  // what every class identifier stands for
 };
 
 constinit std::atomic<std::uint32_t> gShortages = 0;

@@ -16,13 +16,13 @@ public:
 
     OSSIRA_INTERFACES(ICriticalSection)
 
-    Result Lock() override
+    Result Lock() OSSIRA_TAKES(GlobalCriticalSection()) override
     {
         GlobalCriticalSection().lock();
         return S_OK;
     }
 
-    Result Unlock() override
+    Result Unlock() OSSIRA_GIVES(GlobalCriticalSection()) override
     {
         GlobalCriticalSection().unlock();
         return S_OK;

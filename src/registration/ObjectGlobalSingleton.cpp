@@ -53,21 +53,29 @@ public:
 private:
     using Object = ObjectPtr<IUnknown>;
 
-    // Each of these with the critical section held. Null stands for no object.
-    [[nodiscard]] Object Find(const CLSID& clsid) const;
-    [[nodiscard]] Object Create(const CLSID& clsid, std::uint32_t mask);
-    void Enter(const CLSID& clsid, Object object);
-    [[nodiscard]] Object Take(const CLSID& clsid) noexcept;
-    [[nodiscard]] std::vector<CLSID> Keys();
-    [[nodiscard]] bool HoldsOnlyTheFactory() const noexcept;
-    void InternalClear() noexcept;
-    void ClearOnce(std::uint32_t mask) noexcept;
-    void ReleaseInOrder(std::uint32_t mask);
+    // Null stands for no object.
+    [[nodiscard]] Object Find(const CLSID& clsid) const OSSIRA_UNDER(GlobalCriticalSection());
+    [[nodiscard]] Object Create(const CLSID& clsid, std::uint32_t mask)
+        OSSIRA_UNDER(GlobalCriticalSection());
+    void Enter(const CLSID& clsid, Object object) OSSIRA_UNDER(GlobalCriticalSection());
+    [[nodiscard]] Object Take(const CLSID& clsid) noexcept OSSIRA_UNDER(GlobalCriticalSection());
+    [[nodiscard]] std::vector<CLSID> Keys() OSSIRA_UNDER(GlobalCriticalSection());
+    [[nodiscard]] bool HoldsOnlyTheFactory() const noexcept OSSIRA_UNDER(GlobalCriticalSection());
+    void InternalClear() noexcept OSSIRA_UNDER(GlobalCriticalSection());
+    void ClearOnce(std::uint32_t mask) noexcept OSSIRA_UNDER(GlobalCriticalSection());
+    void ReleaseInOrder(std::uint32_t mask) OSSIRA_UNDER(GlobalCriticalSection());
+
+    // For reading alone the section is enough.
+    [[nodiscard]] const CGuidTable<Object>& Table() const noexcept
+        OSSIRA_UNDER(GlobalCriticalSection()) OSSIRA_UNCHECKED_GUARDS
+    {
+        return mTable;
+    }
 };
 
 T_GlobalSingleton::Object T_GlobalSingleton::Find(const CLSID& clsid) const
 {
-    const Object* const object = mTable.Find(clsid);
+    const Object* const object = Table().Find(clsid);
     return object == nullptr ? Object() : *object;
 }
 
@@ -184,7 +192,7 @@ void T_GlobalSingleton::InternalClear() noexcept
 {
     constexpr int mostRounds = 16;
     const std::uint32_t mask = CurrentLevelMask();
-    for (int round = 0; round < mostRounds && mTable.Size() != 0; ++round)
+    for (int round = 0; round < mostRounds && Table().Size() != 0; ++round)
         ClearOnce(mask);
 }
 
@@ -234,14 +242,16 @@ void T_GlobalSingleton::ReleaseInOrder(std::uint32_t mask)
 std::vector<CLSID> T_GlobalSingleton::Keys()
 {
     std::vector<CLSID> keys;
-    keys.reserve(mTable.Size());
-    mTable.ForEachOrdered([&keys](const GUID& key, const Object&) { keys.push_back(key); });
+    keys.reserve(Table().Size());
+    CGuidPosition at;
+    for (bool more = Table().First(at); more; more = Table().Next(at))
+        keys.push_back(at.Key);
     return keys;
 }
 
 bool T_GlobalSingleton::HoldsOnlyTheFactory() const noexcept
 {
-    return mTable.Size() == 1 && mTable.Find(CLSID_GlobalObjectFactory) != nullptr;
+    return Table().Size() == 1 && Table().Find(CLSID_GlobalObjectFactory) != nullptr;
 }
 
 } // namespace

@@ -23,8 +23,10 @@ struct ModuleItem : CFactoryModule
 {
     using CFactoryModule::CFactoryModule;
 
-    std::int32_t ClassCount = 0; // of all classes that were ever registered from this file
-    bool IsListed = false;       // a class of it was offered; until then it is nobody's business
+    std::int32_t ClassCount OSSIRA_GUARDED_BY(mLock) =
+        0; // of all classes that were ever registered from this file
+    bool IsListed OSSIRA_GUARDED_BY(mLock) =
+        false; // a class of it was offered; until then it is nobody's business
 };
 
 using ModuleItems = std::map<std::wstring, ModuleItem>;
@@ -85,11 +87,12 @@ private:
     // Hands every module to `visit`, in the order of the file names, with no lock held.
     template <class Visit>
     void ForEachModule(Visit visit);
+    [[nodiscard]] bool Advance(std::optional<ModuleItems::iterator>& at);
 
     [[nodiscard]] Result CreateOwnClass(const CLSID& clsid, const IID& iid, void** ppv);
     [[nodiscard]] bool IsGlobalFactory();
 
-    ModuleItems mModules; // an item, once made, stays where it is
+    ModuleItems mModules OSSIRA_GUARDED_BY(mLock); // an item, once made, stays where it is
 };
 
 ModuleItems::value_type& T_ObjectFactory::AdmitFile(const wchar_t* fileName)
@@ -105,6 +108,7 @@ ModuleItems::value_type& T_ObjectFactory::AdmitFile(const wchar_t* fileName)
 bool T_ObjectFactory::IsListed(const ModuleItem& item)
 {
     const tSystem::CLockGuard guard(mLock);
+    item.IsGuardedBy(mLock);
     return item.IsListed;
 }
 
@@ -122,17 +126,17 @@ void T_ObjectFactory::Dismiss(CFactoryModule& module)
 template <class Visit>
 void T_ObjectFactory::ForEachModule(Visit visit)
 {
-    const auto locked = [this](auto step)
-    {
-        const tSystem::CLockGuard guard(mLock);
-        return step();
-    };
-    auto at = locked([this] { return mModules.begin(); });
-    while (at != mModules.end())
-    {
-        visit(*at);
-        at = locked([at] { return std::next(at); });
-    }
+    std::optional<ModuleItems::iterator> at;
+    while (Advance(at))
+        visit(**at);
+}
+
+// To the next module, or to the first; false at the end.
+bool T_ObjectFactory::Advance(std::optional<ModuleItems::iterator>& at)
+{
+    const tSystem::CLockGuard guard(mLock);
+    at = at ? std::next(*at) : mModules.begin();
+    return *at != mModules.end();
 }
 
 // `CreateClassObject` asks the global factory for classes that the runtime lacks. If that is this
@@ -177,7 +181,10 @@ try
             isKnown = true;
             file = item->File;
             if (file != nullptr)
+            {
+                item->File->second.IsGuardedBy(mLock);
                 module.Begin(item->File->second);
+            }
         }
     }
     if (!isKnown) [[unlikely]]
@@ -221,6 +228,7 @@ bool T_ObjectFactory::EnterClass(const CLSID& clsid, ClassItem&& item,
     }
     if (file != nullptr)
     {
+        file->second.IsGuardedBy(mLock);
         file->second.IsListed = true;
         file->second.ClassCount += isNew ? 1 : 0;
     }
@@ -370,11 +378,12 @@ try
     std::int32_t classCount = 0;
     {
         const tSystem::CLockGuard guard(mLock);
-        if (const auto found = mModules.find(key);
-            found != mModules.end() && found->second.IsListed)
+        if (const auto found = mModules.find(key); found != mModules.end())
         {
-            item = &found->second;
-            classCount = item->ClassCount;
+            ModuleItem& known = found->second;
+            known.IsGuardedBy(mLock);
+            item = known.IsListed ? &known : nullptr;
+            classCount = known.ClassCount;
         }
     }
     OSSIRA_CHECK(item != nullptr, E_FAIL, "not exists");

@@ -20,15 +20,17 @@ namespace
 
 using Tavrik::tSystem::CLockGuard;
 
+constinit Tavrik::tSystem::CFastCriticalSection gObserverLock;
+
 struct Holder
 {
     IObserverPrint* Observer = nullptr; // owns one reference; null: this holder is free
-    std::uint32_t Users = 0;
+    std::uint32_t Users OSSIRA_GUARDED_BY(gObserverLock) = 0;
 };
 
-constinit Tavrik::tSystem::CFastCriticalSection gObserverLock;
-constinit Holder gHolders[16]; // one is in place, others are still in use by slow observers
-constinit Holder* gInPlace = nullptr;
+// One is in place, others are still in use by slow observers.
+constinit Holder gHolders[16] OSSIRA_GUARDED_BY(gObserverLock);
+constinit Holder* gInPlace OSSIRA_GUARDED_BY(gObserverLock) = nullptr;
 
 // Written with the lock held, read without it.
 constinit ToldMask gToldMask = 0;
@@ -47,12 +49,8 @@ void Drop(Holder* holder)
 class CObserverInUse
 {
 public:
-    CObserverInUse() noexcept
+    CObserverInUse() noexcept : mHolder(Keep())
     {
-        const CLockGuard guard(gObserverLock);
-        mHolder = gInPlace;
-        if (mHolder != nullptr)
-            ++mHolder->Users;
     }
 
     CObserverInUse(const CObserverInUse&) = delete;
@@ -69,7 +67,15 @@ public:
     }
 
 private:
-    Holder* mHolder = nullptr;
+    [[nodiscard]] static Holder* Keep() noexcept
+    {
+        const CLockGuard guard(gObserverLock);
+        if (gInPlace != nullptr)
+            ++gInPlace->Users;
+        return gInPlace;
+    }
+
+    Holder* const mHolder;
 };
 
 } // namespace
@@ -99,7 +105,7 @@ const ToldMask* GlobalToldMask() noexcept
     return &gToldMask;
 }
 
-bool IsGlobalObserver(const IObserverPrint* observer) noexcept
+bool IsGlobalObserver(const IObserverPrint* observer) noexcept OSSIRA_UNCHECKED_GUARDS // asks it
 {
     const std::unique_lock guard(gObserverLock, std::try_to_lock);
     return guard.owns_lock() && gInPlace != nullptr && gInPlace->Observer == observer;

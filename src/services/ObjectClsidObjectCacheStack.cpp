@@ -42,7 +42,7 @@ public:
     Result Create(const CLSID& clsid, const IID& iid, std::uint32_t maxObjectCount,
                   std::uint8_t disposeItems) override;
 
-    Result Lock(std::uint32_t mode) override;
+    Result Lock(std::uint32_t mode) OSSIRA_TAKES(mLock) override;
     Result Unlock() override;
 
     Result Dispose() override;
@@ -53,12 +53,13 @@ private:
     [[nodiscard]] ObjectPtr<IUnknown> First();
     [[nodiscard]] bool TryRemoveFirst(const ObjectPtr<IUnknown>& first);
     [[nodiscard]] bool MayCreate() const noexcept;
-    [[nodiscard]] bool LeaveCallersLock() noexcept;
+    [[nodiscard]] bool
+    LeaveCallersLock() noexcept OSSIRA_UNCHECKED_GUARDS; // leaves what somebody else took
     void EmptyCache();
 
-    tSystem::CCriticalSection mLock; // guards mItems and mCallersDepth
-    Items mItems;
-    std::uint32_t mCallersDepth = 0; // how often callers hold the lock
+    tSystem::CCriticalSection mLock;
+    Items mItems OSSIRA_GUARDED_BY(mLock);
+    std::uint32_t mCallersDepth OSSIRA_GUARDED_BY(mLock) = 0; // how often callers hold the lock
 
     std::atomic<bool> mIsCreated = false; // what follows is set and stays, but for the last
     CLSID mClassId = GUID_Null;

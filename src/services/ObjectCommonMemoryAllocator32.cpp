@@ -61,8 +61,8 @@ private:
     [[nodiscard]] Result AllocBlock(std::uint32_t byteSize, std::uint32_t alignment,
                                     std::uint32_t flags, CBlock& block) noexcept;
 
-    tSystem::CFastCriticalSection mLock; // guards mStatistics
-    Statistics mStatistics;
+    tSystem::CFastCriticalSection mLock;
+    Statistics mStatistics OSSIRA_GUARDED_BY(mLock);
 };
 
 // Gives a block back that found no other owner.

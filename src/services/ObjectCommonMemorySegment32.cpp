@@ -78,12 +78,12 @@ private:
         return true;
     }
 
-    tSystem::CFastCriticalSection mLock; // guards what follows
-    ObjectPtr<ICommonMemoryAllocator32> mAllocator;
-    void* mRawAddress = nullptr;
-    void* mAddress = nullptr;
-    std::uint32_t mRawSize = 0;
-    std::uint32_t mSize = 0;
+    tSystem::CFastCriticalSection mLock;
+    ObjectPtr<ICommonMemoryAllocator32> mAllocator OSSIRA_GUARDED_BY(mLock);
+    void* mRawAddress OSSIRA_GUARDED_BY(mLock) = nullptr;
+    void* mAddress OSSIRA_GUARDED_BY(mLock) = nullptr;
+    std::uint32_t mRawSize OSSIRA_GUARDED_BY(mLock) = 0;
+    std::uint32_t mSize OSSIRA_GUARDED_BY(mLock) = 0;
 };
 
 } // namespace

@@ -108,7 +108,7 @@ public:
     }
 
 private:
-    void CreatePool(std::int32_t count)
+    void CreatePool(std::int32_t count) OSSIRA_UNDER(mLock)
     {
         OSSIRA_CHECK_CALL(mPool.Create(count), "Create Threads failed");
         mIsCreated = true;

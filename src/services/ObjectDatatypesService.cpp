@@ -64,11 +64,13 @@ private:
         Installation
     };
 
-    Result InstallIntrinsic();
-    Result InstallRegistered();
+    Result InstallIntrinsic() OSSIRA_UNDER(GlobalCriticalSection());
+    Result InstallRegistered() OSSIRA_UNDER(GlobalCriticalSection());
     void InternalRegisterDatatype(IDatatypes* pTypes, ESource source);
     void InternalRegisterDatatype(const GUID& dataType, IDatatypes* pType, ESource source);
     void InternalUngegisterDatatype(const GUID& dataType);
+    [[nodiscard]] bool IsOverFor(ESource source) const noexcept OSSIRA_UNDER(mSection);
+    void EndInstallation() noexcept OSSIRA_UNDER(mSection);
     [[nodiscard]] bool Enter(const GUID& dataType, IDatatypes* pType, ESource source);
 
     tSystem::CCriticalSection mSection; // held while something is entered; no provider is called
@@ -224,11 +226,21 @@ void T_DatatypesService::InternalRegisterDatatype(const GUID& dataType, IDatatyp
                  CPrintableInfo(*pType, dataType).Name(), CGuidText(dataType).Text());
 }
 
+bool T_DatatypesService::IsOverFor(ESource source) const noexcept
+{
+    return source == ESource::Installation && mInstallation == EInstallation::Over;
+}
+
+void T_DatatypesService::EndInstallation() noexcept
+{
+    mInstallation = EInstallation::Over;
+}
+
 // False when another thread was faster.
 bool T_DatatypesService::Enter(const GUID& dataType, IDatatypes* pType, ESource source)
 {
     const tSystem::CLockGuard guard(mSection);
-    if (source == ESource::Installation && mInstallation == EInstallation::Over)
+    if (IsOverFor(source))
         return true;
     if (Holds(*mTable, dataType))
         return false;
@@ -409,7 +421,7 @@ try
     OSSIRA_PRINT(CurrentLevelMask(), PRINT_TRACE, "ClearDatatypes\n");
     {
         const tSystem::CLockGuard guard(mSection); // an installation enters nothing from now on
-        mInstallation = EInstallation::Over;
+        EndInstallation();
     }
     OSSIRA_CHECK_CALL_TWICE(mTable->Clear(), "Clear()");
     return S_OK;

@@ -68,36 +68,28 @@ private:
     // Marks the object as being touched while it lives.
     class CTouch;
 
-    [[nodiscard]] CChain TakeFirst(Identity identity) noexcept;
+    [[nodiscard]] CChain TakeFirst(Identity identity) noexcept OSSIRA_UNDER(mLock);
     void AwaitCall(Identity identity) noexcept;
 
-    tSystem::CFastCriticalSection mLock; // guards the chain, the counter and the touch
-    CChain mChain;
+    tSystem::CFastCriticalSection mLock;
+    CChain mChain OSSIRA_GUARDED_BY(mLock);
     std::atomic<std::uint32_t> mCounter = 0;
 
     // The touch, if there is one.
     std::atomic<bool> mIsTouched = false;
-    std::uintptr_t mToucher = 0;
-    std::list<CDependant>::iterator mNext;
-    Identity mCalled = nullptr;           // the dependant that is just being touched
-    std::atomic<std::uint32_t> mCall = 0; // changes with mCalled
-    std::uint32_t mWaiting = 0;           // the threads that wait for that
+    std::uintptr_t mToucher OSSIRA_GUARDED_BY(mLock) = 0;
+    std::list<CDependant>::iterator mNext OSSIRA_GUARDED_BY(mLock);
+    Identity mCalled OSSIRA_GUARDED_BY(mLock) = nullptr; // the dependant that is just being touched
+    std::atomic<std::uint32_t> mCall = 0;                // changes with mCalled
+    std::uint32_t mWaiting OSSIRA_GUARDED_BY(mLock) = 0; // the threads that wait for that
 };
 
 class T_ModifiedService::CTouch
 {
 public:
     // Counts a change, unless the object is being touched already.
-    explicit CTouch(T_ModifiedService& service) noexcept : mService(service)
+    explicit CTouch(T_ModifiedService& service) noexcept : mService(service), mIsOutermost(Begin())
     {
-        const tSystem::CLockGuard guard(mService.mLock);
-        mIsOutermost = !mService.mIsTouched;
-        if (!mIsOutermost)
-            return;
-        mService.mIsTouched = true;
-        mService.mToucher = tSystem::ThreadMark();
-        mService.mNext = mService.mChain.Order.begin();
-        mService.mCounter.fetch_add(1);
     }
 
     CTouch(const CTouch&) = delete;
@@ -121,6 +113,18 @@ public:
     }
 
 private:
+    [[nodiscard]] bool Begin() noexcept
+    {
+        const tSystem::CLockGuard guard(mService.mLock);
+        if (mService.mIsTouched)
+            return false;
+        mService.mIsTouched = true;
+        mService.mToucher = tSystem::ThreadMark();
+        mService.mNext = mService.mChain.Order.begin();
+        mService.mCounter.fetch_add(1);
+        return true;
+    }
+
     ObjectPtr<ITouchModifiedChain> GoOn(bool ends) noexcept
     {
         ObjectPtr<ITouchModifiedChain> next;
@@ -145,7 +149,7 @@ private:
     }
 
     T_ModifiedService& mService;
-    bool mIsOutermost;
+    const bool mIsOutermost;
 };
 
 Result T_ModifiedService::GetModifiedCounter(std::uint32_t* pCounter)
@@ -211,7 +215,7 @@ try
 }
 OSSIRA_CATCH_RETURN
 
-// Under the lock: the first entry of a dependant, if there is one, out of the chain.
+// The first entry of a dependant, if there is one, out of the chain.
 T_ModifiedService::CChain T_ModifiedService::TakeFirst(Identity identity) noexcept
 {
     CChain taken;

@@ -29,7 +29,7 @@ long long CallsPerSecond(std::int64_t start) noexcept
 // The pools that live, for the library's end and for finding a worker's slot. Nothing of it needs
 // to be constructed or destroyed: pools may live when the process ends.
 constinit CFastCriticalSection gPoolsLock;
-constinit CThreadPool* gFirstPool = nullptr;
+constinit CThreadPool* gFirstPool OSSIRA_GUARDED_BY(gPoolsLock) = nullptr;
 
 Result Complain(int number, Result code) noexcept
 {
@@ -43,6 +43,11 @@ CThreadPool::CThreadPool(std::int32_t threadCount) noexcept
     : mThreadCount(threadCount), mIsCrowded(threadCount >= CountProcessors())
 {
     gLivePools.fetch_add(1);
+    Link();
+}
+
+void CThreadPool::Link() noexcept
+{
     const CLockGuard guard(gPoolsLock);
     mNextPool = gFirstPool;
     if (mNextPool != nullptr)
@@ -50,14 +55,20 @@ CThreadPool::CThreadPool(std::int32_t threadCount) noexcept
     gFirstPool = this;
 }
 
+void CThreadPool::Unlink() noexcept
+{
+    const CLockGuard guard(gPoolsLock);
+    if (mFormerPool == nullptr)
+        gFirstPool = mNextPool;
+    else
+        mFormerPool->mNextPool = mNextPool;
+    if (mNextPool != nullptr)
+        mNextPool->mFormerPool = mFormerPool;
+}
+
 CThreadPool::~CThreadPool()
 {
-    {
-        const CLockGuard guard(gPoolsLock);
-        (mFormerPool == nullptr ? gFirstPool : mFormerPool->mNextPool) = mNextPool;
-        if (mNextPool != nullptr)
-            mNextPool->mFormerPool = mFormerPool;
-    }
+    Unlink();
     EndWorkers();
     gLivePools.fetch_sub(1);
 }

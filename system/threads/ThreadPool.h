@@ -59,6 +59,10 @@ private:
     void RunSymmetric(CMessage& message, std::int64_t start) noexcept;
     [[nodiscard]] bool RunAsymmetric(CMessage& message, std::int64_t start) noexcept;
 
+    // The list of the pools that live.
+    void Link() noexcept;
+    void Unlink() noexcept;
+
     [[nodiscard]] Result CreateSlots() noexcept;
     [[nodiscard]] Result StartThreads() noexcept;
 

@@ -8,23 +8,23 @@ void CWorkerSlot::Push(CQueuedCopy& copy) noexcept
 {
     {
         const CLockGuard guard(mLock);
-        if (mFirst == nullptr)
-            mFirst = &copy;
-        else
-            mLast->Next = &copy;
+        (mFirst == nullptr ? mFirst : mLast->Next) = &copy;
         mLast = &copy;
+        mHasQueued = true;
     }
     Rouse();
 }
 
 CQueuedCopy* CWorkerSlot::Pop() noexcept
 {
-    if (mFirst == nullptr)
+    if (!mHasQueued)
         return nullptr;
     const CLockGuard guard(mLock);
     CQueuedCopy* const copy = mFirst;
-    if (copy != nullptr)
-        mFirst = copy->Next;
+    if (copy == nullptr)
+        return nullptr;
+    mFirst = copy->Next;
+    mHasQueued = mFirst != nullptr;
     return copy;
 }
 
@@ -36,12 +36,10 @@ bool CWorkerSlot::TakeBack(CQueuedCopy& copy) noexcept
     {
         if (at != &copy)
             continue;
-        if (before == nullptr)
-            mFirst = at->Next;
-        else
-            before->Next = at->Next;
+        (before == nullptr ? mFirst : before->Next) = at->Next;
         if (mLast == at)
             mLast = before;
+        mHasQueued = mFirst != nullptr;
         return copy.State.TakeBack();
     }
     return false;

@@ -173,7 +173,7 @@ public:
     // To be looked at without the lock.
     [[nodiscard]] bool HasCopies() const noexcept
     {
-        return First.IsOffered() || mFirst != nullptr;
+        return First.IsOffered() || mHasQueued;
     }
 
     // For the worker when there is nothing to do: looks whether `isTime` for a short while, then
@@ -226,10 +226,11 @@ private:
             Wake.Set();
     }
 
-    std::atomic<bool> mRests = false;           // asleep, or about to be
-    CFastCriticalSection mLock;                 // guards the queue
-    std::atomic<CQueuedCopy*> mFirst = nullptr; // to be looked at without the lock
-    CQueuedCopy* mLast = nullptr;
+    std::atomic<bool> mRests = false; // asleep, or about to be
+    CFastCriticalSection mLock;
+    CQueuedCopy* mFirst OSSIRA_GUARDED_BY(mLock) = nullptr;
+    CQueuedCopy* mLast OSSIRA_GUARDED_BY(mLock) = nullptr;
+    std::atomic<bool> mHasQueued = false; // whether there is a first one, without the lock
 };
 
 } // namespace Tavrik::tSystem::tThreads
