@@ -49,6 +49,11 @@ TEST(DirectoryService, ListsFilesAndFoldersThatMatchByTheirBareNames)
         EXPECT_EQ(list ? TextsOf(*list, &DirectoryServiceParam_Path) : WideStrings(), names);
         EXPECT_EQ(!list, names.empty());
     }
+    const std::filesystem::path former = std::filesystem::current_path();
+    std::filesystem::current_path(folder.Path());
+    EXPECT_EQ(scan(ScanParameters(L"", L"*.dll").Get()), S_OK);
+    EXPECT_EQ(TextsOf(*list, &DirectoryServiceParam_Path), (WideStrings{L"a.dll", L"C.DLL"}));
+    std::filesystem::current_path(former);
     FAILS(scan(Make<IValueSet>(CLSID_ValueSet).Get()), E_NOT_FOUND,
           "GetValueUniString(param, DirectoryServiceParam_Path, &Path)");
     const ObserverMaskScope mask(PRINT_TRACE);

@@ -187,9 +187,9 @@ TEST(Dictionaries, TakeChosenKeysAsTheyTakeRandomOnesAndGiveBackWhatTheyNoLonger
         for (const GUID& key : keys)
             EXPECT_EQ(map->SetValueGUID(key, item.Get()), S_OK);
         const auto duration = std::chrono::steady_clock::now() - begin;
-        for (const GUID& key : std::span(keys).subspan(10))
+        for (const GUID& key : std::span(keys).subspan(3))
             EXPECT_EQ(map->RemoveGUID(key), S_OK);
-        EXPECT_LE(LiveAllocations() - before, 8);
+        EXPECT_LE(LiveAllocations() - before, 1);
         EXPECT_EQ(map->Clear(), S_OK);
         return duration;
     };

@@ -31,6 +31,7 @@ TEST(ModuleExports, ListTheClassesAndRefuseAWrongRange)
     std::vector<CLSID> all(count);
     EXPECT_EQ(DLLGetClassObjectID(0, count, all.data()), S_OK);
     EXPECT_EQ(DLLGetClassObjectID(1, count, all.data()), E_INVALIDARG);
+    EXPECT_EQ(DLLGetClassObjectID(0, count + 1, all.data()), E_INVALIDARG);
     EXPECT_EQ(DLLGetClassObjectID(0xFFFFFFFF, 2, all.data()), E_INVALIDARG); // wraps to 1
     EXPECT_EQ(DLLGetClassObjectID(0, 1, nullptr), E_INVALIDARG);
 
@@ -66,6 +67,8 @@ TEST(ModuleExports, AnswerACreationWithItsCodeAndLineAndLeaveNothingBehind)
     REPORTS(CreateClassObject(&CLSID_Value, nullptr, &out), E_POINTER,
             "\aOssira: CreateClassObject: invalid pointer 'iid' [Build-DynLib]");
     EXPECT_EQ(out, nullptr);
+    REPORTS(CreateClassObject(nullptr, &IID_IValue, &out), E_POINTER,
+            "\aOssira: CreateClassObject: invalid pointer 'clsid' [Build-DynLib]");
     REPORTS(CreateClassObject(&CLSID_GlobalSingleton, &IID_IValue, &out), E_NOINTERFACE,
             "] -WARN- GlobalSingleton Object failed: IID 389A1174-F380-4CCA-A15E-46248F36AA4E  "
             "[Build-DynLib]");

@@ -44,6 +44,8 @@ TEST(TextFormat, EveryArgumentIsTakenByItsType)
               "0000BEEF 0xff +5  6|   1|2   |003");
     EXPECT_EQ(Format(Room, "%c|%-3c|%s%6s|%-4s|%.2s%%|%S", 'a', 'c', "d", "ef", "gh", "ijk", L"w"),
               "a|c  |d    ef|gh  |ij%|w");
+    EXPECT_EQ(Format(Room, "%i %o %F %E %G %A %C", -1, 8, 1.5, 1.5, 1e-9, 1.0, L'w'),
+              "-1 10 1.500000 1.500000E+00 1E-09 0X1P+0 w");
     // What nobody knows ends the line as it stands, for its argument has no size.
     constexpr const char* none = nullptr;
     EXPECT_EQ(Format(Room, "%n%s %ls %d %y %d", none, none, none, 5), "(null) (null) 5 %y %d");
