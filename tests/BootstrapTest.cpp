@@ -45,7 +45,8 @@ TEST(DirectoryService, ListsFilesAndFoldersThatMatchByTheirBareNames)
         {path + L"\\none", nullptr, {}}, {path + L"\\d", nullptr, {}}};
     for (const auto& [place, pattern, names] : cases)
     {
-        FAILS(scan(ScanParameters(place, pattern).Get()), names.empty() ? E_FAIL : S_OK, "");
+        const auto parameters = ScanParameters(place, pattern);
+        FAILS(scan(parameters.Get()), names.empty() ? E_FAIL : S_OK, "");
         EXPECT_EQ(list ? TextsOf(*list, &DirectoryServiceParam_Path) : WideStrings(), names);
         EXPECT_EQ(!list, names.empty());
     }

@@ -149,7 +149,9 @@ private:
         mSet.Reset();
         Replace();
         for (std::size_t at = 1; at < std::size(mValues); ++at)
-            EXPECT_EQ(std::ranges::count(mModel | std::views::values, mValues[at].Get()) + 1,
+            EXPECT_EQ(std::ranges::count(mModel, mValues[at].Get(),
+                                         [](auto& entry) { return entry.second; }) +
+                          1,
                       ReferencesOn(*mValues[at]));
         mModel.clear();
         Begin();
@@ -201,7 +203,11 @@ TEST(Dictionaries, TakeChosenKeysAsTheyTakeRandomOnesAndGiveBackWhatTheyNoLonger
         factors.insert(factors.end(),
                        {{std::uint64_t{1} << shift, 0}, {0, std::uint64_t{1} << shift}});
     for (const auto& [low, high] : factors)
-        EXPECT_LT(fill([=](std::uint64_t at) { return std::array{at * low, at * high}; }), limit);
+        EXPECT_LT(fill(
+                      [a = low, b = high](std::uint64_t at) {
+                          return std::array{at * a, at * b};
+                      }),
+                  limit);
 }
 
 // Any object is an item of a dictionary, and may call it when it is asked and when it dies.

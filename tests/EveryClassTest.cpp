@@ -290,7 +290,8 @@ TEST(EveryClass, RefusesNullInThePlaceOfEveryArgument)
                     std::replace(text.begin(), text.end(), '_', text.front() == '_' ? '_' : ' ');
                     auto a = with.Of(letters);
                     a[at] = 0;
-                    FAILS(Call(object.Get(), slot, a), E_POINTER, text);
+                    const auto call = slot;
+                    FAILS(Call(object.Get(), call, a), E_POINTER, text);
                 }
                 EXPECT_EQ(ReferencesOn(*object), 1u);
             }

@@ -82,7 +82,7 @@ TEST(ConcurrentThreadPool, EveryWorkerAndTheCallerRunACopyAndAnyOfThemMayAbort)
             std::atomic<int> missing = workers + 1;
             std::atomic<int> copies[9] = {}; // of the caller and of each worker
             std::uint8_t flag = 1;           // left over from a former run
-            const auto work = [&](CAbortFlag abort)
+            const auto work = [&, act = act](CAbortFlag abort)
             {
                 EXPECT_FALSE(abort.IsRaised());
                 ++copies[pool->CurrentWorker() + 1];

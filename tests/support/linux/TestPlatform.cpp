@@ -125,7 +125,11 @@ void AwaitOtherThreads()
 {
 }
 
+#ifdef __clang__ // which makes none
+const bool UniqueSymbolsKeepALibraryMapped = false;
+#else
 const bool UniqueSymbolsKeepALibraryMapped = true;
+#endif
 
 MemoryInUse MeasureMemory()
 {
