@@ -149,10 +149,13 @@ private:
         mSet.Reset();
         Replace();
         for (std::size_t at = 1; at < std::size(mValues); ++at)
-            EXPECT_EQ(std::ranges::count(mModel, mValues[at].Get(),
-                                         [](auto& entry) { return entry.second; }) +
-                          1,
-                      ReferencesOn(*mValues[at]));
+        {
+            const auto isIt = [&](const auto& entry)
+            {
+                return entry.second == mValues[at].Get();
+            };
+            EXPECT_EQ(std::ranges::count_if(mModel, isIt) + 1, ReferencesOn(*mValues[at]));
+        }
         mModel.clear();
         Begin();
     }
@@ -202,12 +205,14 @@ TEST(Dictionaries, TakeChosenKeysAsTheyTakeRandomOnesAndGiveBackWhatTheyNoLonger
     for (const int shift : {0, 11, 32, 48})
         factors.insert(factors.end(),
                        {{std::uint64_t{1} << shift, 0}, {0, std::uint64_t{1} << shift}});
-    for (const auto& [low, high] : factors)
-        EXPECT_LT(fill(
-                      [a = low, b = high](std::uint64_t at) {
-                          return std::array{at * a, at * b};
-                      }),
-                  limit);
+    for (const auto& both : factors)
+    {
+        const auto keyOf = [&](std::uint64_t at)
+        {
+            return std::array{at * both.first, at * both.second};
+        };
+        EXPECT_LT(fill(keyOf), limit);
+    }
 }
 
 // Any object is an item of a dictionary, and may call it when it is asked and when it dies.

@@ -88,7 +88,8 @@ public:
         std::ranges::transform(copies, targets.begin(), [](auto& copy) { return copy.PutVoid(); });
         Expect([&] { return mItems->CopyTo(first, count, IID_IUnknown, targets.data()); },
                isRight ? S_OK : E_INVALIDARG, isRight ? "" : "Invalid Index or Count param");
-        const auto shown = std::span(mModel).subspan(isRight ? first : 0, copies.size());
+        const auto shown =
+            std::span(mModel).subspan(isRight ? std::size_t(first) : 0, copies.size());
         EXPECT_TRUE(std::ranges::equal(copies, shown, {}, &ObjectPtr<IUnknown>::Get));
         copies.clear();
         for (std::size_t at = 0; at < mModel.size(); ++at)
