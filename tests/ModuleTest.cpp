@@ -237,6 +237,7 @@ TEST(Libraries, AreFoundByBareNamesBesideTheProgramThenInTheWorkingFolder)
     EXPECT_EQ(answer(), -1) << "of the one beside the program";
     EXPECT_TRUE(library.Open(L"Dependent.dll")) << library.FailureText();
     EXPECT_FALSE(library.Open(L""));
+    EXPECT_EQ(library.FailureText(), "has no name");
     std::filesystem::current_path(former);
 }
 

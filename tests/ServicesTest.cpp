@@ -409,6 +409,7 @@ TEST(ConcurrentObjectCacheStack, NoObjectIsInTwoHandsOrLeftInsideAndAHeldLockKee
                 (void)stack->Push(item.Get());
             }
         };
+        EXPECT_EQ(lock->Lock(0) + lock->Unlock() + lock->Unlock(), S_OK); // the last leaves nothing
         std::jthread users([&] { InThreads(4, use); });
         std::this_thread::sleep_for(std::chrono::microseconds(500));
         EXPECT_EQ(lock->Lock(0) + stack->Clear(), S_OK);

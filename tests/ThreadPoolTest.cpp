@@ -245,7 +245,11 @@ TEST(ThreadPool, InACopyOfTheProcessRunsAreTheCallersAlone)
 
 TEST(ThreadPoolBox, KeepsItsPoolFromBeingDestroyedByItsSlots)
 {
-    EXPECT_EQ(CreateThreadPool(1)->Release(), S_OK);
+    {
+        IThreadPool *const older = CreateThreadPool(1), *const newer = CreateThreadPool(1);
+        EXPECT_EQ(older->Release() + newer->Release(), S_OK); // out of the midst of the list
+        CThreadPool::EndAllWorkers();
+    }
     EXPECT_EQ(CThreadPool::LiveCount(), 0);
     const auto box = Make<ICommonThreadPoolBox>(CLSID_CommonThreadPoolBox);
     EXPECT_EQ(box->Create(3), S_OK);

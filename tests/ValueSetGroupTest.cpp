@@ -367,7 +367,9 @@ TEST_F(ValueSetGroup, TheViewIsAValueSetButNoValueAndReportsWhatALayerFailsWith)
     const GUID key = Numbered(1);
     Insert(key, LAYER_READONLY);
     Group = Make<IValueSetGroup>(CLSID_ValueSetGroup); // the view keeps the former one
+    const auto walk = Walk<IEnumerator>(*Group);
     EXPECT_EQ(Group->SetValueGUID(key, View.Get()), S_OK);
+    EXPECT_EQ(walk->MoveNext(), E_ACCESSDENIED);
     FAILS(Group->SetValueGUID(key, Group.Get()), E_NOINTERFACE, "value must be IValueSet");
     FAILS(Group->AddGUID(key), E_NOTIMPL, "AddGUID not supported by IValueSetGroup");
     const Values outer = ViewOf(*Group);
