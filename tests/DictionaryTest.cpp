@@ -200,19 +200,13 @@ TEST(Dictionaries, TakeChosenKeysAsTheyTakeRandomOnesAndGiveBackWhatTheyNoLonger
     };
     std::mt19937_64 random(3);
     const auto limit = 20 * fill([&](std::uint64_t) { return std::array{random(), random()}; });
-    std::vector<std::pair<std::uint64_t, std::uint64_t>> factors = {{1, 0 - 0x9E3779B97F4A7C15U},
-                                                                    {1, 0 - 0x94D049BB133111EBU}};
+    std::vector<std::array<std::uint64_t, 2>> factors = {{1, 0 - 0x9E3779B97F4A7C15U},
+                                                         {1, 0 - 0x94D049BB133111EBU}};
     for (const int shift : {0, 11, 32, 48})
         factors.insert(factors.end(),
                        {{std::uint64_t{1} << shift, 0}, {0, std::uint64_t{1} << shift}});
-    for (const auto& both : factors)
-    {
-        const auto keyOf = [&](std::uint64_t at)
-        {
-            return std::array{at * both.first, at * both.second};
-        };
-        EXPECT_LT(fill(keyOf), limit);
-    }
+    for (const auto& f : factors)
+        EXPECT_LT(fill([&](std::uint64_t at) { return std::array{at * f[0], at * f[1]}; }), limit);
 }
 
 // Any object is an item of a dictionary, and may call it when it is asked and when it dies.
