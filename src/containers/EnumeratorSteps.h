@@ -10,8 +10,7 @@
 // and the owner has, the three latter called with its lock held (and saying so):
 //   EnumerationLock()       what guards the collection: lock() and unlock()
 //   EnumerationStamp()      a number that differs once the enumerator is out of date; of 64 bits,
-//   so
-//                           that it never comes round
+//                           so that it never comes round
 //   FirstPosition(at)       to the first item, or false
 //   NextPosition(at)        to the item behind `at`, or false; `at` is then as it was
 #pragma once

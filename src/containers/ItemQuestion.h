@@ -55,8 +55,8 @@ template <class Lock, class Find>
 
 // Asks the item that `find` answers under the lock, or answers `E_NOT_FOUND`. In the way of a
 // reader of a collection, so it is the shortest there is: what is seldom called stands elsewhere,
-// so that no register is saved for it. What it holds may be a part of
-// the lock, or nothing; that cannot be followed.
+// so that no register is saved for it. What it holds may be a part of the lock, or nothing; that
+// cannot be followed.
 template <class Lock, class Find>
 [[gnu::always_inline]] [[nodiscard]] inline Result
 AskItem(Lock& lock, Find find, const IID& riid, void** ppv,
