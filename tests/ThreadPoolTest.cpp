@@ -245,11 +245,9 @@ TEST(ThreadPool, InACopyOfTheProcessRunsAreTheCallersAlone)
 
 TEST(ThreadPoolBox, KeepsItsPoolFromBeingDestroyedByItsSlots)
 {
-    {
-        IThreadPool *const older = CreateThreadPool(1), *const newer = CreateThreadPool(1);
-        EXPECT_EQ(older->Release() + newer->Release(), S_OK); // out of the midst of the list
-        CThreadPool::EndAllWorkers();
-    }
+    IThreadPool *const older = CreateThreadPool(1), *const newer = CreateThreadPool(1);
+    EXPECT_EQ(older->Release() + newer->Release(), S_OK); // out of the midst of the list
+    CThreadPool::EndAllWorkers();
     EXPECT_EQ(CThreadPool::LiveCount(), 0);
     const auto box = Make<ICommonThreadPoolBox>(CLSID_CommonThreadPoolBox);
     EXPECT_EQ(box->Create(3), S_OK);
@@ -268,8 +266,7 @@ TEST(ConcurrentThread, EndsByItselfAndIsHeldWhereThePlatformCan)
     const std::unique_ptr<WinThread> thread(WinThread::Create());
     CThreadJob nothing([](CAbortFlag) {});
     EXPECT_EQ(thread->GetState(), ThreadNotStarted);
-    EXPECT_EQ(thread->GetThreadId() + thread->Stop(), 0u);
-    EXPECT_EQ(WinThread::LiveCount(), 1);
+    EXPECT_TRUE(thread->GetThreadId() + thread->Stop() == 0 && WinThread::LiveCount() == 1);
     EXPECT_TRUE(thread->WaitFor(0)) << "there is nothing to wait for";
     EXPECT_EQ(thread->Start(&nothing, nullptr), 1);
     for (int look = 0; thread->GetState() != ThreadFinished && look < 10000; ++look)
