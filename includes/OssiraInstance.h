@@ -178,6 +178,8 @@ public:
 
     std::uint32_t Release() override
     {
+        if (this->HasOneReference()) [[unlikely]]
+            return End(this);
         const std::int32_t count = this->CountDown();
         return count != 0 ? static_cast<std::uint32_t>(count) : End(this);
     }

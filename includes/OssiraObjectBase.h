@@ -123,11 +123,18 @@ protected:
         return mCount.fetch_sub(1, std::memory_order_acq_rel) - 1;
     }
 
+    // Whether the caller's reference is the only one: nobody else can take or give back one then,
+    // so the last goes without a locked instruction.
+    [[nodiscard]] bool HasOneReference() const noexcept
+    {
+        return mCount.load(std::memory_order_acquire) == 1;
+    }
+
     // Gives back the reference that was held meanwhile.
     void EndConstruction() noexcept
     {
-        if (mCount.load(std::memory_order_relaxed) == 1)
-            mCount.store(0, std::memory_order_relaxed); // nobody else is counting
+        if (HasOneReference())
+            mCount.store(0, std::memory_order_relaxed);
         else
             CountDown();
     }
