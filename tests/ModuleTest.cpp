@@ -120,7 +120,7 @@ TEST(Modules, AScanPassesOverFaultyModulesAndFilesThatAreNone)
         S_OK);
     EXPECT_EQ(capture.CountLinesWith("Cannot open Library \""), 3u);
     for (const char* const line :
-         {"a text.dll\" is not used: it is a text file, no library",
+         {"a text.dll\" is not used: it is a text file, no library", " stands twice in ",
           "a folder.dll\" is not used: it is a folder", " server->GetClassObjectID(): ",
           " InternalRegisterModule(): ", "SameIdTwice.dll\", as \"first\" and as \"second\"",
           "NoClasses.dll\" has no class in its table: is OSSIRA_CLASS missing?"})
@@ -135,7 +135,8 @@ TEST(Modules, AScanPassesOverFaultyModulesAndFilesThatAreNone)
 // A file that is none, and one that runs out of memory.
 TEST(Modules, WhatTheGlobalFactoryCannotCreateIsRefusedByTheRuntimeToo)
 {
-    const auto factory = GlobalFactory();
+    const auto factory = GlobalFactory(), other = Make<IObjectFactory>(CLSID_ObjectFactory);
+    EXPECT_EQ(other->RegisterClass(CLSID_RawFirst, nullptr, nullptr), S_OK);
     const ObserverMaskScope silence(0);
     for (const auto& [file, code] :
          {std::pair(std::wstring(), E_NOINTERFACE),
@@ -144,6 +145,7 @@ TEST(Modules, WhatTheGlobalFactoryCannotCreateIsRefusedByTheRuntimeToo)
         ObjectPtr<IUnknown> object;
         EXPECT_EQ(factory->RegisterClass(CLSID_RawFirst, file.c_str(), ""), S_OK);
         EXPECT_EQ(CreateFirst(*factory), code) << "and is not asked for ever";
+        EXPECT_EQ(CreateFirst(*other), code) << "which asks the global one";
         EXPECT_EQ(CreateObject(CLSID_RawFirst, object), code);
         EXPECT_EQ(
             SingletonRegistry()->GetClassObject(CLSID_RawFirst, IID_IUnknown, object.PutVoid()),

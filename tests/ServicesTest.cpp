@@ -288,7 +288,7 @@ public:
         {
             mQueue.clear();
             mMade = 0;
-            mLimit = std::array{2u, 5u, 0u, 0x80000000u}[Below(4)];
+            mLimit = std::array{1u, 5u, 0u, 0x80000000u}[Below(4)];
             mDisposes = Below(2) == 0;
             mStack = Make<IClsidObjectCacheStack>(CLSID_ClsidObjectCacheStack);
             const auto create = [this]

@@ -34,15 +34,16 @@ Result CFactoryModule::CUse::LoadNow()
     std::unique_ptr<CDynLib> opened;
     std::wstring path = mModule->mPath;
     mLoader = mModule->Install(opened, path);
-    if (mLoader != nullptr)
-        return S_OK;
-    opened = std::make_unique<CDynLib>();
-    if (const Result result = opened->Open(path.c_str()); Failed(result))
+    if (mLoader == nullptr)
     {
-        opened->ReportFailure(path.c_str());
-        return result;
+        opened = std::make_unique<CDynLib>();
+        if (const Result result = opened->Open(path.c_str()); Failed(result))
+        {
+            opened->ReportFailure(path.c_str());
+            return result;
+        }
+        mLoader = mModule->Install(opened, path);
     }
-    mLoader = mModule->Install(opened, path);
     return S_OK;
 }
 
@@ -56,7 +57,7 @@ void CFactoryModule::CUse::Adopt(std::unique_ptr<CDynLib>& opened, const std::ws
 CDynLib* CFactoryModule::Install(std::unique_ptr<CDynLib>& opened, std::wstring& path) noexcept
 {
     const tSystem::CLockGuard guard(mLock);
-    if (mLibrary == nullptr && opened != nullptr)
+    if (mLibrary == nullptr)
     {
         mLibrary = std::move(opened);
         mPath.swap(path);
@@ -87,7 +88,7 @@ bool CFactoryModule::UnloadIfIdle()
     std::unique_ptr<CDynLib> unloaded; // outside the word: the module's clean-up code runs then
     const tSystem::CLockGuard guard(mLock);
     use.End();
-    if (mUsesBegun == begun && !IsInUse())
+    if (mUsesBegun == begun) // then none lasts either
         unloaded = TakeLibrary();
     return unloaded != nullptr;
 }

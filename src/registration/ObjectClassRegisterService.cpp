@@ -64,7 +64,8 @@ public:
     CModuleInHand(IObjectFactory& factory, std::unique_ptr<CDynLib> opened, const ModuleFile& file)
         : mFile(file), mOpened(std::move(opened))
     {
-        if (Succeeded(factory.QueryInterface(IID_IFactoryModules, mModules.PutVoid())) && mModules)
+        factory.QueryInterface(IID_IFactoryModules, mModules.PutVoid());
+        if (mModules)
             HandOn();
     }
 
@@ -104,14 +105,13 @@ private:
         {
             ObjectPtr<IObjectFactory> global;
             if (Succeeded(CreateSingleton(CLSID_GlobalObjectFactory, global)) &&
-                Succeeded(global.QueryTo(mModules)) && mModules)
+                Succeeded(global.QueryTo(mModules)))
                 return HandOn();
         }
         catch (...)
         {
             DiscardCaught();
         }
-        mUse.reset();
         static_cast<void>(mOpened.release());
     }
 
@@ -175,11 +175,10 @@ Result InternalRegisterServer(IObjectFactory& factory, OssiraComServer& module,
         CLSID clsid = GUID_Null;
         OSSIRA_CHECK_CALL_TWICE(answers.Note(server->GetClassObjectID(index, 1, &clsid)),
                                 "server->GetClassObjectID()");
-        constexpr std::uint32_t infoSize = 255;
-        char info[infoSize + 1] = {}; // one more than the module knows of, for the end of the text
-        OSSIRA_CHECK_CALL_TWICE(answers.Note(server->GetClassObjectInfo(index, info, infoSize)),
-                                "server->GetClassObjectInfo()");
-        info[infoSize] = '\0';
+        char info[256] = {}; // one more than the module knows of, for the end of the text
+        OSSIRA_CHECK_CALL_TWICE(
+            answers.Note(server->GetClassObjectInfo(index, info, sizeof info - 1)),
+            "server->GetClassObjectInfo()");
         if (index > 0 && SameGuid(clsid, former)) // the table is in order
         {
             OSSIRA_PRINT(mask, PRINT_WARN,
@@ -325,8 +324,8 @@ try
         OSSIRA_CHECK_CALL(result, "Directory.ScanDirectory()");
     }
     const ObjectPtr<IObjectFactory> factory = FactoryToFill();
-    Result moved = S_OK;
-    while ((moved = Directory.MoveNext()) == S_OK)
+    Result moved = Directory.MoveNext();
+    for (; moved == S_OK; moved = Directory.MoveNext())
     {
         std::wstring ModulPath;
         OSSIRA_CHECK_CALL_TWICE(Directory.CurrentItemPath(&ModulPath),

@@ -48,17 +48,17 @@ private:
     // What a registration met, for the lines.
     struct Filing
     {
-        bool IsKnown = false;
-        bool IsNewCategory = false;
-        bool IsNewGroup = false;
+        bool IsNewCategory;
+        bool IsNewGroup;
+        bool IsKnown; // if it has all dictionaries
     };
 
     // How far the removal of a class came: `S_FALSE` with what was missing, else what went with it.
     struct Removal
     {
-        const char* Missing = nullptr;
-        bool GroupWent = false;
-        bool CategoryWent = false;
+        const char* Missing;
+        bool GroupWent;
+        bool CategoryWent;
     };
 
     Result InternalRegisterClass(const GUID& category, const GUID& group, const CLSID& clsid);
@@ -82,9 +82,7 @@ constinit std::atomic<std::uint32_t> gShortages = 0;
 
 [[nodiscard]] bool Contains(const Dictionary& dictionary, const GUID& key)
 {
-    Result contains = S_OK;
-    OSSIRA_CHECK_CALL_TWICE(contains = dictionary->ContainsGUID(key), "ContainsGUID");
-    return contains == S_OK;
+    return dictionary->ContainsGUID(key) == S_OK;
 }
 
 // The dictionary under a key, or null.
@@ -120,7 +118,6 @@ Dictionary T_ClsidRegistry::FindClasses(const GUID& category, const GUID& group)
 bool T_ClsidRegistry::TryFile(const GUID& category, const GUID& group, const CLSID& clsid,
                               Dictionary& spareGroups, Dictionary& spareValues, Filing& filing)
 {
-    filing = {};
     Dictionary groups = FindChild(mCategories, category);
     filing.IsNewCategory = !groups;
     if (filing.IsNewCategory)
@@ -156,7 +153,7 @@ Result T_ClsidRegistry::InternalRegisterClass(const GUID& category, const GUID& 
 
     Dictionary spareGroups;
     Dictionary spareValues;
-    Filing filing;
+    Filing filing = {};
     const auto tryFile = [&]
     {
         const tSystem::CLockGuard guard(mLock);
@@ -164,9 +161,9 @@ Result T_ClsidRegistry::InternalRegisterClass(const GUID& category, const GUID& 
     };
     while (!tryFile())
     {
-        if (filing.IsNewCategory && !spareGroups)
+        if (filing.IsNewCategory)
             spareGroups = MakeDictionary();
-        if (filing.IsNewGroup && !spareValues)
+        if (filing.IsNewGroup)
             spareValues = MakeDictionary();
     }
 
@@ -188,7 +185,7 @@ Result T_ClsidRegistry::InternalRegisterClass(const GUID& category, const GUID& 
 T_ClsidRegistry::Removal T_ClsidRegistry::Remove(const GUID& category, const GUID& group,
                                                  const CLSID& clsid)
 {
-    Removal removal;
+    Removal removal = {};
     const Dictionary groups = FindChild(mCategories, category);
     const Dictionary Values = groups ? FindChild(groups, group) : Dictionary();
     if (!groups)
@@ -247,7 +244,7 @@ try
     const std::uint32_t mask = CurrentLevelMask();
     OSSIRA_PRINT(mask, PRINT_TRACE, "Unregister Category:%s  Group:%s  Class:%s\n",
                  CGuidText(category).Text(), CGuidText(group).Text(), CGuidText(clsid).Text());
-    Removal removal;
+    Removal removal = {};
     {
         const tSystem::CLockGuard guard(mLock);
         removal = Remove(category, group, clsid);

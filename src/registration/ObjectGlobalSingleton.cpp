@@ -192,7 +192,7 @@ void T_GlobalSingleton::InternalClear() noexcept
 {
     constexpr int mostRounds = 16;
     const std::uint32_t mask = CurrentLevelMask();
-    for (int round = 0; round < mostRounds && Table().Size() != 0; ++round)
+    for (int round = 0; round < mostRounds; ++round)
         ClearOnce(mask);
 }
 
@@ -242,7 +242,6 @@ void T_GlobalSingleton::ReleaseInOrder(std::uint32_t mask)
 std::vector<CLSID> T_GlobalSingleton::Keys()
 {
     std::vector<CLSID> keys;
-    keys.reserve(Table().Size());
     CGuidPosition at;
     for (bool more = Table().First(at); more; more = Table().Next(at))
         keys.push_back(at.Key);

@@ -155,11 +155,10 @@ bool T_ObjectFactory::IsGlobalFactory()
     ObjectPtr<IUnknown> global;
     ObjectPtr<IUnknown> self;
     IObjectFactory* const factory = this;
-    return singleton != nullptr &&
-           Succeeded(singleton->GetClassObject(CLSID_GlobalObjectFactory, IID_IUnknown,
-                                               global.PutVoid())) &&
-           Succeeded(factory->QueryInterface(IID_IUnknown, self.PutVoid())) &&
-           global.Get() == self.Get();
+    factory->QueryInterface(IID_IUnknown, self.PutVoid());
+    if (singleton != nullptr)
+        singleton->GetClassObject(CLSID_GlobalObjectFactory, IID_IUnknown, global.PutVoid());
+    return global.Get() == self.Get();
 }
 
 Result T_ObjectFactory::GetClassObject(const CLSID& clsid, const IID& iid, void** ppv)
@@ -345,14 +344,8 @@ OSSIRA_CATCH_RETURN
 Result T_ObjectFactory::FlushModules()
 try
 {
-    std::size_t rounds = 0;
-    {
-        const tSystem::CLockGuard guard(mLock);
-        rounds = mModules.size();
-    }
-    while (rounds-- > 0 && FlushOnce())
-    {
-    }
+    bool goesOn = true;
+    ForEachModule([&](const ModuleItems::value_type&) { goesOn = goesOn && FlushOnce(); });
     GiveBackObjectMemory(); // the runtime's own, as each module has done that was asked
     return S_OK;
 }

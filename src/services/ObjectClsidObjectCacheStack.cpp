@@ -121,7 +121,6 @@ try
     ObjectPtr<IUnknown> first;
     do
     {
-        item.Reset();
         first = First();
         if (!first)
             break;
@@ -169,7 +168,6 @@ Result T_ClsidObjectCacheStack::Create(const CLSID& clsid, const IID& iid,
                                        std::uint32_t maxObjectCount, std::uint8_t disposeItems)
 try
 {
-    constexpr std::uint32_t withoutLimit = 0xFFFFFFFF;
     OSSIRA_CHECK_REFERENCE(clsid);
     OSSIRA_CHECK_REFERENCE(iid);
     OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "Create");
@@ -182,7 +180,7 @@ try
     OSSIRA_CHECK(!mIsCreated, E_ACCESSDENIED, "Already created");
     mClassId = clsid;
     mInterfaceId = iid;
-    mMaxObjectCount = maxObjectCount == 0 ? withoutLimit : maxObjectCount;
+    mMaxObjectCount = maxObjectCount;
     mDisposeItems = disposeItems != 0;
     mIsCreated = true;
     return S_OK;
@@ -238,7 +236,7 @@ try
 }
 OSSIRA_CATCH_RETURN
 
-// Read as a signed number the limit is none from 0x80000000 on.
+// Read as a signed number the limit is none from 0x80000000 on; nor is 0.
 bool T_ClsidObjectCacheStack::MayCreate() const noexcept
 {
     const auto limit = static_cast<std::int32_t>(mMaxObjectCount);
@@ -259,7 +257,7 @@ void T_ClsidObjectCacheStack::EmptyCache()
     for (const ObjectPtr<IUnknown>& item : items)
     {
         ObjectPtr<IDisposable> disposable;
-        if (!Failed(item.QueryTo(disposable)) && disposable)
+        if (Succeeded(item.QueryTo(disposable)))
             disposable->Dispose();
     }
 }

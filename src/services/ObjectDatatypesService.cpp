@@ -80,20 +80,23 @@ private:
 
 [[nodiscard]] bool Holds(IDictionaryGUID& table, const GUID& dataType)
 {
-    Result contains = S_FALSE;
-    OSSIRA_CHECK_CALL_TWICE(contains = table.ContainsGUID(dataType), "ContainsGUID");
-    return contains == S_OK;
+    return table.ContainsGUID(dataType) == S_OK;
+}
+
+// What is answered to a call, which is made again if it fails.
+template <class Call>
+[[nodiscard]] Result AnswerTo(Call call, const char* text)
+{
+    Result answer = S_OK;
+    OSSIRA_CHECK_CALL_TWICE(answer = call(), text);
+    return answer;
 }
 
 template <class Work>
 void ForEachGUID(IEnumeratorGUID& enumerator, Work work)
 {
-    for (;;)
+    while (AnswerTo([&] { return enumerator.MoveNext(); }, "MoveNext") == S_OK)
     {
-        Result step = S_FALSE;
-        OSSIRA_CHECK_CALL_TWICE(step = enumerator.MoveNext(), "MoveNext");
-        if (step != S_OK)
-            return;
         GUID guid = GUID_Null;
         OSSIRA_CHECK_CALL_TWICE(enumerator.GetCurrentGUID(&guid), "GetCurrentGUID");
         work(guid);
@@ -274,8 +277,7 @@ ObjectPtr<IDatatypes> T_DatatypesService::FindDatatype(const GUID& dataType)
         const Result asked = mTable->GetValueGUID(dataType, IID_IDatatypes, provider.PutVoid());
         return asked == E_NOT_FOUND ? S_FALSE : asked;
     };
-    Result found = S_OK;
-    OSSIRA_CHECK_CALL_TWICE(found = ask(), "GetValueGUID( dataType )");
+    const Result found = AnswerTo(ask, "GetValueGUID( dataType )");
     OSSIRA_CHECK(provider || found == S_FALSE, E_NOINTERFACE, "GetValueGUID( dataType )");
     return provider;
 }
@@ -322,10 +324,8 @@ try
     OSSIRA_CHECK_REFERENCE(dataType);
     EnsureInstalled();
     const ObjectPtr<IDatatypes> provider = InternalGetDatatype(dataType);
-    Result answer = S_OK;
-    OSSIRA_CHECK_CALL_TWICE(answer = provider->GetCharacteristics(dataType, pInfo),
-                            "GetCharacteristics");
-    return answer;
+    return AnswerTo([&] { return provider->GetCharacteristics(dataType, pInfo); },
+                    "GetCharacteristics");
 }
 OSSIRA_CATCH_RETURN
 
@@ -337,11 +337,9 @@ try
     OSSIRA_CHECK_REFERENCE(dataType);
     EnsureInstalled();
     const ObjectPtr<IDatatypes> provider = InternalGetDatatype(dataType);
-    Result answer = S_OK;
-    OSSIRA_CHECK_CALL_TWICE(
-        answer = provider->ValueCompare(dataType, dataA, sizeA, dataB, sizeB, result),
+    return AnswerTo(
+        [&] { return provider->ValueCompare(dataType, dataA, sizeA, dataB, sizeB, result); },
         "ValueCompare");
-    return answer;
 }
 OSSIRA_CATCH_RETURN
 
@@ -353,11 +351,11 @@ try
     OSSIRA_CHECK_REFERENCE(dataType);
     EnsureInstalled();
     const ObjectPtr<IDatatypes> provider = InternalGetDatatype(dataType);
-    Result written = S_OK;
-    OSSIRA_CHECK_CALL_TWICE(
-        written = provider->ValueLerp(dataType, dataA, sizeA, dataB, sizeB, t, dataR, sizeR),
-        "ValueLerp");
-    return written;
+    const auto mix = [&]
+    {
+        return provider->ValueLerp(dataType, dataA, sizeA, dataB, sizeB, t, dataR, sizeR);
+    };
+    return AnswerTo(mix, "ValueLerp");
 }
 OSSIRA_CATCH_RETURN
 

@@ -87,8 +87,8 @@ Result T_DirectoryService::ScanDirectory(ICollection* list, const std::wstring& 
         return opened;
 
     tSystem::CFolderSearch::Entry entry;
-    Result found = S_OK;
-    while ((found = scanner.Next(entry)) == S_OK)
+    Result found = scanner.Next(entry);
+    for (; found == S_OK; found = scanner.Next(entry))
     {
         OSSIRA_PRINT(mask, PRINT_TRACE, "  \"%ls\"\n", entry.Name.c_str());
         ObjectPtr<IValueSet> item;
@@ -127,7 +127,7 @@ try
     if (Failed(scanned))
         return scanned;
     OSSIRA_CHECK_CALL_TWICE(list->QueryInterface(riid, ppv), "List->QueryInterface(riid, ppv)");
-    return scanned;
+    return S_OK;
 }
 OSSIRA_CATCH_RETURN
 

@@ -52,8 +52,8 @@ struct BT
 // A class of a level, or the code with which the registry failed to name it.
 struct EnrolledClass
 {
-    Result Code = S_OK;
-    CLSID Clsid = GUID_Null;
+    Result Code;
+    CLSID Clsid;
 };
 
 class T_MasterBootstrap : public IMasterBootstrap,
@@ -198,8 +198,8 @@ try
                             "RegisterService->SetFactory(bt.mFactory)");
 
     Result result = S_OK;
-    Result moved = S_OK;
-    while ((moved = folders->MoveNext()) == S_OK)
+    Result moved = folders->MoveNext();
+    for (; moved == S_OK; moved = folders->MoveNext())
     {
         std::wstring path;
         result = ReadFolder(*folders, path);
@@ -229,8 +229,8 @@ OSSIRA_CATCH_RETURN
 [[nodiscard]] std::vector<EnrolledClass> ListClasses(IEnumeratorGUID& enumerator)
 {
     std::vector<EnrolledClass> classes;
-    Result moved = S_OK;
-    while ((moved = enumerator.MoveNext()) == S_OK)
+    Result moved = enumerator.MoveNext();
+    for (; moved == S_OK; moved = enumerator.MoveNext())
     {
         EnrolledClass& enrolled = classes.emplace_back();
         enrolled.Code = enumerator.GetCurrentGUID(&enrolled.Clsid);
@@ -289,15 +289,14 @@ void ReportClass(const Phase& phase, const Level& level, const CLSID& clsid, con
                  Result failure, std::uint32_t mask)
 try
 {
-    if ((mask & PRINT_WARN) == 0)
-        return;
     std::wstring file;
     std::string info;
     // Asked only for what it has, since it reports a class that it does not know as an error.
     ObjectPtr<IEnumeratorGUID> known;
     CLSID at = GUID_Null;
     bool isKnown = false;
-    if (Succeeded(bt.mFactory->GetClasses(IID_IEnumeratorGUID, known.PutVoid())) && known)
+    bt.mFactory->GetClasses(IID_IEnumeratorGUID, known.PutVoid());
+    if (known)
     {
         while (!isKnown && known->MoveNext() == S_OK && Succeeded(known->GetCurrentGUID(&at)))
             isKnown = SameGuid(at, clsid);
