@@ -206,8 +206,8 @@ void CThreadPool::Run(void* parameter)
     slot.Ready.Set();
     while (slot.IsToRun())
     {
-        if (!CMessage::RunNext(slot))
-            slot.Await([&] { return slot.HasCopies() || !slot.IsToRun(); });
+        CMessage::RunNext(slot);
+        slot.Await([&] { return slot.HasCopies() || !slot.IsToRun(); });
     }
     mark = 0;
 }
