@@ -213,14 +213,15 @@ std::int32_t CThreadPool::CMessage::AwaitSleeping(CWorkerSlot* own) noexcept
     while (!IsDone())
     {
         HelpOut(own);
-        if (LookWhether([&] { return IsDone() || canHelp(); }, mPool.mIsCrowded))
-            continue;
-        CCopyState& first = FirstUndone();
-        if (own != nullptr)
-            own->Sleep([&] { return canHelp() || !first.Await(); });
-        else if (first.Await())
-            mRecord.DoneEvent->Wait();
-        ++sleeps;
+        if (!LookWhether([&] { return IsDone() || canHelp(); }, mPool.mIsCrowded))
+        {
+            CCopyState& first = FirstUndone();
+            if (own != nullptr)
+                own->Sleep([&] { return canHelp() || !first.Await(); });
+            else if (first.Await())
+                mRecord.DoneEvent->Wait();
+            ++sleeps;
+        }
     }
     return sleeps;
 }
