@@ -186,9 +186,16 @@ TEST(ModuleExports, DenyAccessWithoutAServer)
     EXPECT_TRUE(AttachLibrary());
 }
 
-TEST(DynLib, AnswersThatItIsNotOpen)
+TEST(DynLib, AnswersThatItIsNotOpenAndKnowsWhatWasTornDown)
 {
-    CDynLib closed;
+    CDynLib closed, torn;
+    EXPECT_EQ(torn.Open(ModuleFile("raw", "Decent").wstring().c_str()), S_OK);
+    EXPECT_FALSE(CDynLib::AnyTornDown());
+    EXPECT_EQ(torn.Open(ModuleFile("raw", "CountDenied").wstring().c_str()), S_OK);
+    EXPECT_TRUE(CDynLib::AnyTornDown());
+    for (const Result answer :
+         {torn.AddObject(nullptr, Nobody), torn.RemoveObject(nullptr), torn.IsForeignClass(Nobody)})
+        EXPECT_EQ(answer, E_NOTIMPL);
     void* out = nullptr;
     EXPECT_EQ(closed.Open(nullptr), E_FAIL);
     EXPECT_EQ(closed.GetClassObject(CLSID_Value, IID_IUnknown, &out), E_NOINTERFACE);
@@ -213,13 +220,21 @@ TEST(Library, ListsTheObjectsThatAreStillAliveAtDetach)
     auto named = Make<IObjectName>(T_Sample::ClassId);
     EXPECT_EQ(named->SetObjectName("forgotten"), S_OK);
     EXPECT_EQ(named.QueryTo(named), S_OK); // which takes the answer itself
+    const std::regex list("\aComServer ALive Objects:\n(  0x[^\n]*\n)*"
+                          "  0x[0-9a-f]{8}: \"forgotten\" Sample " SAMPLE " \\(1 cnt\\)\n"
+                          "(  0x[^\n]*\n)*\n");
+    EXPECT_EQ(InitializeGlobalSingleton(), S_OK);
+    const auto endProcess = [&list]
+    {
+        const DiagnosticsCapture lines;
+        DetachLibrary(true); // what the library itself holds is none of the host's business
+        return std::regex_match(lines.Text(), list) && lines.CountLinesWith("Singleton") == 0;
+    };
+    EXPECT_TRUE(OSSIRA_TRACK_OBJECTS == 0 || ExitCodeInCopy(endProcess).value_or(1) == 1);
     const DiagnosticsCapture capture;
     DetachLibrary(false);
     named.Reset(); // it dies unattended, so that the next server does not miss it
     EXPECT_TRUE(AttachLibrary());
-    const std::regex list("\aComServer ALive Objects:\n(  0x[^\n]*\n)*"
-                          "  0x[0-9a-f]{8}: \"forgotten\" Sample " SAMPLE " \\(1 cnt\\)\n"
-                          "(  0x[^\n]*\n)*\n");
     EXPECT_TRUE(OSSIRA_TRACK_OBJECTS == 0 || std::regex_match(capture.Text(), list))
         << capture.Text();
 }

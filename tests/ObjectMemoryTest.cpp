@@ -3,6 +3,7 @@
 
 #include "ComServer.h"
 #include "FailingMemory.h"
+#include "Library.h"
 #include "SampleObject.h"
 #include "TestTools.h"
 
@@ -96,16 +97,16 @@ TEST_F(ObjectMemory, IsKeptForTheNextObjectUntilTheModuleIsAskedWhetherItCanGo)
         EXPECT_LE(LiveAllocations() - before, 10) << "what is kept is bounded";
         const FailingMemory none(0);
         EXPECT_TRUE(Make<IUnknown>(CLSID_Value)) << "from what was kept";
+        EXPECT_EQ(new (std::nothrow) CComInstanceNoLock<T_Sample>(nullptr), nullptr);
     }
+    EXPECT_EQ(OpenObjectCount(), objects);
     EXPECT_NE(ModuleServer()->CanUnloadNow(), E_FAIL);
     EXPECT_EQ(LiveAllocations(), before);
-    AttachObjectMemory(false);
-    EXPECT_TRUE(Make<IUnknown>(CLSID_Value));
-    EXPECT_EQ(LiveAllocations(), before) << "a module that is going will not be asked any more";
-    AttachObjectMemory(true);
-    const FailingMemory none(0);
-    EXPECT_EQ(new (std::nothrow) CComInstanceNoLock<T_Sample>(nullptr), nullptr);
-    EXPECT_EQ(OpenObjectCount(), objects);
+    DetachLibrary(false);
+    const std::int64_t detached = LiveAllocations();
+    EXPECT_TRUE(MakeObject<T_Sample>());
+    EXPECT_EQ(LiveAllocations(), detached) << "a module that is gone will not be asked any more";
+    EXPECT_TRUE(AttachLibrary());
 }
 
 // There is one object at any time and another one each time: each thread releases what another one

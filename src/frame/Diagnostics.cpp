@@ -49,11 +49,16 @@ catch (...)
 
 constexpr const char* ErrorLine = "\a0x%x %s: %s\n";
 
+[[nodiscard]] bool TellsErrors()
+{
+    return (CurrentLevelMask() & PRINT_ERROR) != 0;
+}
+
 // Something that is no exception object of ours was thrown: it has no place of its own, so the
 // line is located where it was caught.
 Result ReportForeign(const SourceLocation& location, Result code, const char* what)
 {
-    if ((CurrentLevelMask() & PRINT_ERROR) != 0)
+    if (TellsErrors())
     {
         DebugOutput(PRINT_ERROR, location, ErrorLine, static_cast<std::uint32_t>(code), what,
                     ErrorText(code));
@@ -176,7 +181,7 @@ void DebugOutputF(const char* format, ...) noexcept
 
 void ReportException(const SourceLocation& location, IException* exception)
 {
-    if ((CurrentLevelMask() & PRINT_ERROR) == 0)
+    if (!TellsErrors())
         return;
     if (exception == nullptr)
     {

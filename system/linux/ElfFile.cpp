@@ -149,30 +149,35 @@ bool CElfFile::CheckSections() noexcept
            (mHeader.e_shnum == 1 || (last.sh_type != SHT_NULL && last.sh_size != 0));
 }
 
+template <class Visit>
+bool CElfFile::ForEachSegment(Visit visit) noexcept
+{
+    Elf64_Phdr segment;
+    for (std::size_t index = 0; index < mHeader.e_phnum; ++index)
+    {
+        if (!Read(mHeader.e_phoff + index * sizeof segment, &segment, sizeof segment) ||
+            !visit(segment))
+            return false;
+    }
+    return true;
+}
+
 bool CElfFile::CheckSegments() noexcept
 {
     Elf64_Phdr dynamic = {};
-    for (std::size_t index = 0; index < mHeader.e_phnum; ++index)
+    const auto load = [&](const Elf64_Phdr& segment)
     {
-        Elf64_Phdr segment;
-        if (!Read(mHeader.e_phoff + index * sizeof segment, &segment, sizeof segment))
-            return false;
         if (segment.p_type == PT_DYNAMIC)
             dynamic = segment;
-        if (segment.p_type == PT_LOAD && !CheckLoaded(segment))
-            return false;
-    }
-    for (std::size_t index = 0; index < mHeader.e_phnum; ++index)
+        return segment.p_type != PT_LOAD || CheckLoaded(segment);
+    };
+    // The loader reads notes, and what threads begin with, from the mapped file.
+    const auto isReadable = [&](const Elf64_Phdr& segment)
     {
-        Elf64_Phdr segment;
-        if (!Read(mHeader.e_phoff + index * sizeof segment, &segment, sizeof segment))
-            return false;
-        // The loader reads notes, and what threads begin with, from the mapped file.
         const bool isRead = segment.p_type == PT_TLS || segment.p_type == PT_NOTE;
-        if (isRead && segment.p_filesz != 0 && !IsLoaded(segment.p_vaddr, segment.p_filesz))
-            return false;
-    }
-    return dynamic.p_type == PT_DYNAMIC && ReadDynamicSection(dynamic);
+        return !isRead || segment.p_filesz == 0 || IsLoaded(segment.p_vaddr, segment.p_filesz);
+    };
+    return ForEachSegment(load) && ForEachSegment(isReadable) && ReadDynamicSection(dynamic);
 }
 
 bool CElfFile::CheckLoaded(const Elf64_Phdr& segment) noexcept
@@ -193,39 +198,19 @@ bool CElfFile::CheckLoaded(const Elf64_Phdr& segment) noexcept
 
 bool CElfFile::ReadDynamicSection(const Elf64_Phdr& segment) noexcept
 {
-    Elf64_Dyn entries[64];
-    const std::uint64_t end = segment.p_filesz / sizeof(Elf64_Dyn);
-    for (std::uint64_t first = 0; first < end; first += std::size(entries))
-    {
-        const std::size_t count = std::min<std::uint64_t>(std::size(entries), end - first);
-        if (!ReadLoaded(segment.p_vaddr + first * sizeof(Elf64_Dyn), entries,
-                        count * sizeof *entries))
-            return false;
-        for (std::size_t index = 0; index < count; ++index)
-        {
-            if (entries[index].d_tag == DT_NULL)
-                return true;
-            if (!Keep(entries[index]))
-                return false;
-        }
-    }
-    return false; // it has no end
-}
-
-bool CElfFile::Keep(const Elf64_Dyn& entry) noexcept
-{
-    if (entry.d_tag == DT_NEEDED)
-    {
-        if (mNeededCount < NeededLimit)
-            mNeeded[mNeededCount++] = entry.d_un.d_val;
-        return true;
-    }
-    if (entry.d_tag == DT_STRTAB)
-        mNames = entry.d_un.d_ptr;
-    if (mDynamicCount == DynamicLimit)
+    const std::size_t count = std::min(segment.p_filesz / sizeof(Elf64_Dyn), DynamicLimit);
+    if (!ReadLoaded(segment.p_vaddr, mDynamic, count * sizeof(Elf64_Dyn)))
         return false;
-    mDynamic[mDynamicCount++] = entry;
-    return true;
+    const auto end = std::ranges::find(mDynamic, mDynamic + count, DT_NULL, &Elf64_Dyn::d_tag);
+    mDynamicCount = static_cast<std::size_t>(end - mDynamic);
+    for (const Elf64_Dyn& entry : Dynamic())
+    {
+        if (entry.d_tag == DT_STRTAB)
+            mNames = entry.d_un.d_ptr;
+        if (entry.d_tag == DT_NEEDED)
+            mNeeded[mNeededCount++] = entry.d_un.d_val;
+    }
+    return mDynamicCount < count; // else it has no end
 }
 
 const Elf64_Phdr* CElfFile::SegmentOf(std::uint64_t address) const noexcept

@@ -17,8 +17,7 @@ namespace Tavrik::tSystem
 class CElfFile
 {
 public:
-    static constexpr std::size_t NameLimit = 256;  // with the terminating zero
-    static constexpr std::size_t NeededLimit = 64; // those behind are left to the system's loader
+    static constexpr std::size_t NameLimit = 256; // with the terminating zero
 
     explicit CElfFile(const char* path) noexcept;
     ~CElfFile();
@@ -42,7 +41,7 @@ public:
     // What is wrong with the content of a file that is not complete, as the rest of a sentence.
     [[nodiscard]] std::string Fault() const;
 
-    // The number of libraries that a complete file depends on, as far as they are known here.
+    // The number of libraries that a complete file depends on.
     [[nodiscard]] std::size_t NeededCount() const noexcept
     {
         return mNeededCount;
@@ -62,7 +61,7 @@ public:
     [[nodiscard]] bool IsLoaded(std::uint64_t address, std::uint64_t size, std::uint32_t flags = 0,
                                 bool orCleared = false) const noexcept;
 
-    // The dynamic section up to its end, without the names of libraries.
+    // The dynamic section up to its end.
     [[nodiscard]] std::span<const Elf64_Dyn> Dynamic() const noexcept
     {
         return {mDynamic, mDynamicCount};
@@ -70,16 +69,17 @@ public:
 
 private:
     static constexpr std::size_t SegmentLimit = 64;
-    static constexpr std::size_t DynamicLimit = 128;
+    static constexpr std::size_t DynamicLimit = 512;
 
     bool Open(const char* path) noexcept;
     bool ReadHeaders() noexcept;
     bool CheckKind() noexcept;
     bool CheckSections() noexcept;
+    template <class Visit>
+    bool ForEachSegment(Visit visit) noexcept;
     bool CheckSegments() noexcept;
     bool CheckLoaded(const Elf64_Phdr& segment) noexcept;
     bool ReadDynamicSection(const Elf64_Phdr& segment) noexcept;
-    bool Keep(const Elf64_Dyn& entry) noexcept;
     bool Read(std::uint64_t offset, void* to, std::size_t size) noexcept;
     [[nodiscard]] const Elf64_Phdr* SegmentOf(std::uint64_t address) const noexcept;
 
@@ -97,7 +97,7 @@ private:
     std::size_t mLoadedCount = 0;
     mutable std::size_t mLastLoaded = 0; // where an address was found last: the next is near it
     std::size_t mDynamicCount = 0;
-    std::uint64_t mNeeded[NeededLimit];
+    std::uint64_t mNeeded[DynamicLimit];
     Elf64_Phdr mLoaded[SegmentLimit]; // by ascending address
     Elf64_Dyn mDynamic[DynamicLimit];
     std::size_t mHeadSize = 0;

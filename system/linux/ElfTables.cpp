@@ -37,7 +37,7 @@ std::optional<std::uint64_t> CElfTables::Find(std::int64_t tag) const noexcept
 template <class Entry, class Visit>
 bool CElfTables::ForEach(std::uint64_t address, std::uint64_t count, Visit visit) noexcept
 {
-    if (count > CountLimit || (count > 0 && !mFile.IsLoaded(address, count * sizeof(Entry))))
+    if (count > CountLimit)
         return false;
     constexpr std::uint64_t pieceCount = 4096 / sizeof(Entry);
     Entry piece[pieceCount];
@@ -76,9 +76,8 @@ bool CElfTables::CheckNames() noexcept
 {
     const std::uint64_t names = Value(DT_STRTAB);
     mNamesSize = Value(DT_STRSZ);
-    char end = 1;
-    if (mNamesSize == 0 || !mFile.IsLoaded(names, mNamesSize) ||
-        !Read(names + mNamesSize - 1, end) || end != '\0')
+    char end;
+    if (!mFile.IsLoaded(names, mNamesSize) || !Read(names + mNamesSize - 1, end) || end != '\0')
         return false;
     for (const std::int64_t tag : {DT_SONAME, DT_RPATH, DT_RUNPATH})
     {
@@ -302,14 +301,12 @@ bool CElfTables::IsOfNeeded(std::uint64_t name) noexcept
     char asked[CElfFile::NameLimit];
     for (std::size_t index = 0; index < mFile.NeededCount(); ++index)
     {
-        if (!mFile.ReadNeeded(index, needed))
-            continue;
-        const std::size_t size = std::strlen(needed) + 1;
-        if (mFile.ReadLoaded(Value(DT_STRTAB) + name, asked, size) &&
-            std::memcmp(needed, asked, size) == 0)
+        if (mFile.ReadNeeded(index, needed) &&
+            mFile.ReadLoaded(Value(DT_STRTAB) + name, asked, std::strlen(needed) + 1) &&
+            std::strcmp(needed, asked) == 0)
             return true;
     }
-    return mFile.NeededCount() == CElfFile::NeededLimit; // there may be more
+    return false;
 }
 
 } // namespace Tavrik::tSystem

@@ -1,7 +1,7 @@
 // Where a program that has no C++ in it loads the runtime, the variables of the compiler's library
 // are made by the system's loader when a thread first uses them, and the loader stops the process
-// when it has no memory for them. So they are made here, while there is memory, and when there is
-// none a block that was kept for it is given back right before.
+// when it has no memory for them. So they are made here, and a block that was kept for it is given
+// back right before.
 //
 // What remains: a thread whose first throw of all is that of an allocation, the standard library's
 // `std::bad_alloc`, and one that loses the block's memory to another thread in between.
@@ -22,21 +22,12 @@ namespace
 constexpr std::size_t ReserveSize = 8192;
 constinit std::atomic<void*> gReserve = nullptr;
 
-// Whether there is one afterwards.
-bool Refill() noexcept
-{
-    void* none = nullptr;
-    void* const memory = gReserve == nullptr ? std::malloc(ReserveSize) : nullptr;
-    if (memory != nullptr && !gReserve.compare_exchange_strong(none, memory))
-        std::free(memory);
-    return gReserve != nullptr;
-}
-
 } // namespace
 
 bool KeepThrowReserve() noexcept
 {
-    return Refill();
+    std::free(gReserve.exchange(std::malloc(ReserveSize)));
+    return gReserve != nullptr;
 }
 
 void DropThrowReserve() noexcept
@@ -46,15 +37,10 @@ void DropThrowReserve() noexcept
 
 void PrepareThrow() noexcept
 {
-    // Both are volatile, or the compiler would leave out what has no use but its effect.
-    void* volatile probe = std::malloc(ReserveSize);
-    const bool isShort = probe == nullptr;
-    std::free(probe);
-    if (isShort)
-        DropThrowReserve();
+    DropThrowReserve();
+    // Volatile, or the compiler would leave out what has no use but its effect.
     [[maybe_unused]] void* volatile made = abi::__cxa_get_globals();
-    if (!isShort)
-        static_cast<void>(Refill());
+    static_cast<void>(KeepThrowReserve()); // where there is memory again
 }
 
 } // namespace Tavrik::tSystem

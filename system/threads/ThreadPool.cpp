@@ -91,13 +91,13 @@ void CThreadPool::EndWorkers() noexcept
         if (slot.Thread == nullptr)
             continue;
         constexpr std::uint32_t patience = 5;
-        for (int poll = 0; poll < 100 && !slot.Thread->WaitFor(patience); ++poll)
+        // What the worker still touches goes with the pool, so there is no end to the waiting.
+        for (std::uint32_t poll = 0; !slot.Thread->WaitFor(patience); ++poll)
         {
-            if (poll > 50)
+            if (poll > 50 && poll < 100)
                 DebugOutputF("\aCThreadPool delayed thread termination at %d\n",
                              static_cast<int>(index));
         }
-        slot.Thread->Wait(); // what the worker still touches goes with the pool
         slot.Thread.reset();
     }
 }
@@ -206,8 +206,8 @@ void CThreadPool::Run(void* parameter)
     slot.Ready.Set();
     while (slot.IsToRun())
     {
-        if (!CMessage::RunNext(slot))
-            slot.Await([&] { return slot.HasCopies() || !slot.IsToRun(); });
+        CMessage::RunNext(slot);
+        slot.Await([&] { return slot.HasCopies() || !slot.IsToRun(); });
     }
     mark = 0;
 }

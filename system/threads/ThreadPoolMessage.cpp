@@ -91,18 +91,12 @@ void CThreadPool::CMessage::Run() noexcept
     CallJob(mRecord);
 }
 
-bool CThreadPool::CMessage::RunNext(CWorkerSlot& slot) noexcept
+void CThreadPool::CMessage::RunNext(CWorkerSlot& slot) noexcept
 {
     if (slot.First.Take())
-    {
         RunCopy(*slot.Record, slot.First);
-        return true;
-    }
-    CQueuedCopy* const copy = slot.Pop();
-    if (copy == nullptr || !copy->State.Take())
-        return false;
-    RunCopy(*copy->Run, copy->State);
-    return true;
+    else if (CQueuedCopy* const copy = slot.Pop(); copy != nullptr && copy->State.Take())
+        RunCopy(*copy->Run, copy->State);
 }
 
 // A caller that sleeps stays until this leaves; one that is awake is gone as soon as it sees the
@@ -165,10 +159,8 @@ void CThreadPool::CMessage::TakeBackCopies() noexcept
     {
         const auto worker = static_cast<std::size_t>(std::countr_zero(left));
         CWorkerSlot& slot = mPool.mSlots[worker];
-        if (mOwnsRecord ? !slot.First.TakeBack() : !slot.TakeBack(mCopies[worker]))
-            continue;
-        mUndone &= ~(std::uint64_t{1} << worker);
-        --mHandedOut;
+        if (mOwnsRecord ? slot.First.TakeBack() : slot.TakeBack(mCopies[worker]))
+            mUndone &= ~(std::uint64_t{1} << worker);
     }
 }
 
@@ -181,14 +173,13 @@ bool CThreadPool::CMessage::Helps(const CWorkerSlot& own) noexcept
     return own.Helping < deepest;
 }
 
-bool CThreadPool::CMessage::HelpOut(CWorkerSlot& own) noexcept
+void CThreadPool::CMessage::HelpOut(CWorkerSlot* own) noexcept
 {
-    if (!own.HasCopies() || !Helps(own))
-        return false;
-    ++own.Helping;
-    const bool helped = RunNext(own);
-    --own.Helping;
-    return helped;
+    if (own == nullptr || !Helps(*own))
+        return;
+    ++own->Helping;
+    RunNext(*own);
+    --own->Helping;
 }
 
 std::int32_t CThreadPool::CMessage::AwaitSpinning() noexcept
@@ -203,7 +194,8 @@ std::int32_t CThreadPool::CMessage::AwaitSpinning() noexcept
             Pause();
         else if (spins == pauses)
             own = OwnSlot();
-        else if (own == nullptr || !HelpOut(*own))
+        HelpOut(own);
+        if (spins > pauses)
             GiveWay();
     }
     return spins;
@@ -220,16 +212,16 @@ std::int32_t CThreadPool::CMessage::AwaitSleeping(CWorkerSlot* own) noexcept
     std::int32_t sleeps = 0;
     while (!IsDone())
     {
-        if (own != nullptr && HelpOut(*own))
-            continue;
-        if (LookWhether([&] { return IsDone() || canHelp(); }, mPool.mIsCrowded))
-            continue;
-        CCopyState& first = FirstUndone();
-        if (own != nullptr)
-            own->Sleep([&] { return canHelp() || !first.Await(); });
-        else if (first.Await())
-            mRecord.DoneEvent->Wait();
-        ++sleeps;
+        HelpOut(own);
+        if (!LookWhether([&] { return IsDone() || canHelp(); }, mPool.mIsCrowded))
+        {
+            CCopyState& first = FirstUndone();
+            if (own != nullptr)
+                own->Sleep([&] { return canHelp() || !first.Await(); });
+            else if (first.Await())
+                mRecord.DoneEvent->Wait();
+            ++sleeps;
+        }
     }
     return sleeps;
 }

@@ -19,8 +19,8 @@ public:
     CMessage(const CMessage&) = delete;
     CMessage& operator=(const CMessage&) = delete;
 
-    // Runs what was handed out to a worker; false when there is nothing.
-    static bool RunNext(CWorkerSlot& slot) noexcept;
+    // Runs what was handed out to a worker, if there is something.
+    static void RunNext(CWorkerSlot& slot) noexcept;
 
     // Calls the job once, whatever the flag says.
     void Run() noexcept;
@@ -44,6 +44,7 @@ public:
     std::int32_t AwaitSpinning() noexcept;
     std::int32_t AwaitSleeping(CWorkerSlot* own) noexcept;
 
+    // Of the copies that were handed out, as long as none is taken back.
     [[nodiscard]] int CountDone() const noexcept;
     [[nodiscard]] bool IsAborted() const noexcept;
     [[nodiscard]] const char* Name() const noexcept;
@@ -55,13 +56,13 @@ private:
     [[nodiscard]] CCopyState& FirstUndone() noexcept;
     [[nodiscard]] bool IsDone() noexcept;
     [[nodiscard]] static bool Helps(const CWorkerSlot& own) noexcept;
-    static bool HelpOut(CWorkerSlot& own) noexcept;
+    static void HelpOut(CWorkerSlot* own) noexcept;
 
     CThreadPool& mPool;
     bool mOwnsRecord;
     CRunRecord mOwnRecord;
-    CRunRecord& mRecord;       // the pool's, or that one
-    int mHandedOut = 0;        // and not taken back
+    CRunRecord& mRecord; // the pool's, or that one
+    int mHandedOut = 0;
     std::uint64_t mUndone = 0; // the workers that have a copy which was not seen done, bit by bit
     union                      // so that nothing of it is made before it is queued
     {

@@ -206,7 +206,9 @@ TEST(ElfFile, IsReadInTheOtherFormsThatItsTablesMayHave)
     packed.Value(DT_RELRSZ) = 24;
     packed.Expect("", Set(words[2], 3));
     packed.Expect(Damaged, Set(words[2], 5), Set(words[0], packed.Code));
-    words[0] = functions;
+    words[0] = functions; // which nothing else fills
+    packed.Value(DT_RELACOUNT) = 0;
+    packed.Relocation(R_X86_64_RELATIVE).r_info = R_X86_64_NONE;
     packed.Expect("", Set(function, packed.Code));
     packed.Expect(Damaged, Set(function, functions));
 }

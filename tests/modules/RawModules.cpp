@@ -140,7 +140,9 @@ OSSIRA_EXPORT Result DLLGetClassCount()
 #else
     const Result many = Is("HugeCount") ? 0x7FFFFFFF : Is("CountRunsOut") ? E_OUTOFMEMORY : 2;
     const bool hasNone = Is("NoClasses") || Is("EntersSingleton");
-    return OrThrow(Is("CountThrows"), OrDenied(Is("NegativeCount") ? E_ABORT : hasNone ? 0 : many));
+    const Result negative = Is("CountDenied") ? E_ACCESSDENIED : E_ABORT;
+    const bool isNegative = Is("NegativeCount") || Is("CountDenied");
+    return OrThrow(Is("CountThrows"), OrDenied(isNegative ? negative : hasNone ? 0 : many));
 #endif
 }
 
