@@ -42,6 +42,8 @@ public:
         if (Below(3000) == 0)
             Renew();
         const std::ptrdiff_t size = std::ssize(mModel);
+        if (size == 4300)
+            TurnRound();
         const bool grows = Grows();
         const ObjectPtr<TestItem> held = AnyItem();
         IUnknown* const item = held.Get();
@@ -92,14 +94,10 @@ public:
             std::span(mModel).subspan(isRight ? std::size_t(first) : 0, copies.size());
         EXPECT_TRUE(std::ranges::equal(copies, shown, {}, &ObjectPtr<IUnknown>::Get));
         copies.clear();
-        for (std::size_t at = 0; at < mModel.size(); ++at)
-        {
-            ObjectPtr<IUnknown> item;
-            const auto index = static_cast<std::int32_t>(at);
-            EXPECT_EQ(mItems->GetItemAt(index, IID_IUnknown, item.PutVoid()), S_OK);
-            EXPECT_EQ(item.Get(), mModel[at]) << at;
-        }
         const bool isThere = first >= 0 && first < size;
+        ObjectPtr<IUnknown> item;
+        (void)mItems->GetItemAt(first, IID_IUnknown, item.PutVoid());
+        EXPECT_EQ(item.Get(), isThere ? mModel[std::size_t(first)] : nullptr);
         void* none = nullptr;
         Expect([&] { return mItems->GetItemAt(first, IID_IValue, &none); },
                isThere ? E_NOINTERFACE : E_INVALIDARG,
@@ -107,6 +105,19 @@ public:
     }
 
 private:
+    // As a queue, twice all through: it ends where it was, but lies elsewhere in its blocks.
+    void TurnRound()
+    {
+        for (std::size_t at = 0; at < 2 * mModel.size(); ++at)
+        {
+            ObjectPtr<IUnknown> first;
+            EXPECT_EQ(mItems->GetItemAt(0, IID_IUnknown, first.PutVoid()), S_OK);
+            ASSERT_EQ(first.Get(), mModel[at % mModel.size()]);
+            EXPECT_EQ(mItems->Add(first.Get()) + mItems->RemoveAt(0), S_OK);
+        }
+        BeginWalk();
+    }
+
     std::int32_t AnyIndex()
     {
         return Below(20) == 0 ? std::array{-1, INT32_MIN, INT32_MAX}[Below(3)]
@@ -140,10 +151,6 @@ private:
     void Renew()
     {
         Replace();
-        for (IUnknown* const item :
-             std::span(mModel).first(std::min(mModel.size(), std::size_t{100})))
-            EXPECT_EQ(ReferencesOn(*item),
-                      static_cast<std::uint32_t>(std::ranges::count(mModel, item)));
         mModel.clear();
         BeginWalk();
     }
