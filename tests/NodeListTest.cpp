@@ -42,8 +42,6 @@ public:
         if (Below(3000) == 0)
             Renew();
         const std::ptrdiff_t size = std::ssize(mModel);
-        if (size == 4300)
-            TurnRound();
         const bool grows = Grows();
         const ObjectPtr<TestItem> held = AnyItem();
         IUnknown* const item = held.Get();
@@ -105,19 +103,6 @@ public:
     }
 
 private:
-    // As a queue, twice all through: it ends where it was, but lies elsewhere in its blocks.
-    void TurnRound()
-    {
-        for (std::size_t at = 0; at < 2 * mModel.size(); ++at)
-        {
-            ObjectPtr<IUnknown> first;
-            EXPECT_EQ(mItems->GetItemAt(0, IID_IUnknown, first.PutVoid()), S_OK);
-            ASSERT_EQ(first.Get(), mModel[at % mModel.size()]);
-            EXPECT_EQ(mItems->Add(first.Get()) + mItems->RemoveAt(0), S_OK);
-        }
-        BeginWalk();
-    }
-
     std::int32_t AnyIndex()
     {
         return Below(20) == 0 ? std::array{-1, INT32_MIN, INT32_MAX}[Below(3)]
