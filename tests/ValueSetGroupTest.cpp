@@ -106,9 +106,7 @@ public:
 
     ~GroupModel() override
     {
-        mLayers.clear();
         EXPECT_EQ(mGroup->Clear(), S_OK);
-        EXPECT_EQ(ReferencesOn(*mSources[0].Set), 2u);
     }
 
     void Step() override
@@ -388,6 +386,14 @@ TEST_F(ValueSetGroup, TheViewIsAValueSetButNoValueAndReportsWhatALayerFailsWith)
     const std::string text = "{ValueSet of Group}->";
     FAILS(SetValueSINT32(outer.Get(), key, 1), E_ACCESSDENIED, text + "SetValueData");
     FAILS(outer->RemoveGUID(key), E_ACCESSDENIED, text + "RemoveGUID");
+    ForeignLayer restless;
+    restless.OnCall = [&]
+    {
+        (void)SetValueSINT32(restless.Inner.Get(), key, 1);
+    };
+    EXPECT_EQ(Group->InsertValueSet(0, &restless, nullptr, 0), S_OK);
+    FAILS(Walk<IEnumerator>(*outer)->MoveNext(), E_ACCESSDENIED, "EA->MoveNext");
+    EXPECT_EQ(Group->Clear(), S_OK);
 }
 
 // What leads back through many groups takes long to find, and gives two threads time to meet.

@@ -41,9 +41,8 @@ namespace Tavrik::Ossira
 template <class Value>
 class CGuidTable
 {
-    static_assert(std::is_nothrow_default_constructible_v<Value>);
-    static_assert(std::is_nothrow_move_constructible_v<Value>);
-    static_assert(std::is_nothrow_move_assignable_v<Value>);
+    static_assert(std::is_nothrow_move_constructible_v<Value> &&
+                  std::is_nothrow_move_assignable_v<Value>);
 
 public:
     CGuidTable() noexcept = default;
@@ -96,7 +95,8 @@ public:
         if (mDirectory)
         {
             const std::uint64_t hash = Hash(key);
-            mDirectory[hash >> mShift]->Remove(*entry, [this](const GUID& k) { return Hash(k); });
+            mDirectory[hash >> mIndex.Shift]->Remove(*entry,
+                                                     [this](const GUID& k) { return Hash(k); });
             mOrder.Remove(key);
             Shrink(hash);
         }
@@ -113,10 +113,7 @@ public:
         std::swap(mSize, other.mSize);
         mFew.swap(other.mFew);
         mDirectory.swap(other.mDirectory);
-        std::swap(mSeed, other.mSeed);
-        std::swap(mMask, other.mMask);
-        std::swap(mShift, other.mShift);
-        std::swap(mDeepest, other.mDeepest);
+        std::swap(mIndex, other.mIndex);
         mOrder.Swap(other.mOrder);
     }
 
@@ -146,6 +143,15 @@ private:
     static constexpr std::uint32_t LastSlotCount = 1024;
     static constexpr std::uint32_t DepthLimit = 32; // the bits behind it choose slot and mark
 
+    // How keys find their places in the directory and in a segment; as a first directory needs it.
+    struct Index
+    {
+        Halves Seed = {};
+        std::size_t Mask = FirstSlotCount - 1; // of the slots of every segment
+        std::uint32_t Shift = 63;  // brings the bits of the hash that choose a place down
+        std::uint32_t Deepest = 0; // how many segments have one place alone
+    };
+
     // The product of the halves, each changed by a number of the table's own, with its upper half
     // folded in: which keys meet cannot be worked out beforehand. The second multiplication spreads
     // keys that were made by counting in a few of their bits, for which the first one leaves
@@ -154,7 +160,7 @@ private:
     {
         __extension__ using Product = unsigned __int128;
         const auto halves = std::bit_cast<Halves>(key);
-        const Product product = Product{halves[0] ^ mSeed[0]} * (halves[1] ^ mSeed[1]);
+        const Product product = Product{halves[0] ^ mIndex.Seed[0]} * (halves[1] ^ mIndex.Seed[1]);
         std::uint64_t hash =
             static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
         hash *= 0x9E3779B97F4A7C15;
@@ -167,7 +173,7 @@ private:
         if (mDirectory) [[likely]]
         {
             const std::uint64_t hash = Hash(key);
-            return mDirectory[hash >> mShift]->Find(key, hash, mMask);
+            return mDirectory[hash >> mIndex.Shift]->Find(key, hash, mIndex.Mask);
         }
         for (Entry& entry : mFew)
         {
@@ -183,14 +189,14 @@ private:
         if (!mDirectory)
             MakeDirectory();
         const std::uint64_t hash = Hash(key);
-        Segment* segment = mDirectory[hash >> mShift];
+        Segment* segment = mDirectory[hash >> mIndex.Shift];
         while ((segment->Count + 1) * 3 > segment->SlotCount * 2)
         {
             if (segment->SlotCount < LastSlotCount)
                 Resize(Segment::Make(segment->SlotCount * 2, 0));
             else
                 Split(*segment, hash);
-            segment = mDirectory[hash >> mShift];
+            segment = mDirectory[hash >> mIndex.Shift];
         }
         mOrder.Insert(key);
         return segment->Enter({key, {}}, hash);
@@ -205,10 +211,7 @@ private:
             order.Insert(entry.Key);
         Owner segment = Segment::Make(FirstSlotCount, 0);
         mDirectory.reset(new Segment* [2] {});
-        mSeed = {tSystem::UnguessableNumber(), tSystem::UnguessableNumber()};
-        mMask = FirstSlotCount - 1;
-        mShift = 63;
-        mDeepest = 0;
+        mIndex = {.Seed = {tSystem::UnguessableNumber(), tSystem::UnguessableNumber()}};
         for (Entry& entry : mFew)
             segment->Enter(std::move(entry), Hash(entry.Key));
         std::fill_n(mDirectory.get(), 2, segment.release());
@@ -221,7 +224,7 @@ private:
     {
         const Owner old(mDirectory[0]);
         MoveEntries(*old, [&fresh](std::uint64_t) -> Segment& { return *fresh; });
-        mMask = fresh->SlotCount - 1;
+        mIndex.Mask = fresh->SlotCount - 1;
         std::fill_n(mDirectory.get(), DirectorySize(), fresh.release());
     }
 
@@ -237,11 +240,12 @@ private:
         MoveEntries(full,
                     [&](std::uint64_t h) -> Segment& { return *halves[(h >> (64 - depth)) & 1]; });
         const std::size_t width = Width(depth);
-        Segment** const first = mDirectory.get() + (hash >> mShift) / (2 * width) * (2 * width);
+        Segment** const first =
+            mDirectory.get() + (hash >> mIndex.Shift) / (2 * width) * (2 * width);
         for (std::size_t half = 0; half < 2; ++half)
             std::fill_n(first + half * width, width, halves[half].release());
         if (depth == Depth())
-            mDeepest += 2;
+            mIndex.Deepest += 2;
     }
 
     void DoubleDirectory()
@@ -251,19 +255,19 @@ private:
         for (std::size_t at = 0; at < size * 2; ++at)
             directory[at] = mDirectory[at / 2];
         mDirectory.swap(directory);
-        --mShift;
-        mDeepest = 0;
+        --mIndex.Shift;
+        mIndex.Deepest = 0;
     }
 
     // Gives back what the segment of a removed key no longer needs.
     void Shrink(std::uint64_t hash) noexcept
     {
-        const std::size_t at = hash >> mShift;
+        const std::size_t at = hash >> mIndex.Shift;
         while (mDirectory[at]->Depth > 0 && TryMerge(at))
             continue;
-        while (mDeepest == 0 && mShift < 63 && TryHalveDirectory())
+        while (mIndex.Deepest == 0 && mIndex.Shift < 63 && TryHalveDirectory())
             continue;
-        const Segment& segment = *mDirectory[hash >> mShift];
+        const Segment& segment = *mDirectory[hash >> mIndex.Shift];
         if (mSize <= ScannedSize / 2)
             TryLeaveDirectory();
         else if (segment.SlotCount > FirstSlotCount && segment.Depth == 0 &&
@@ -287,7 +291,7 @@ private:
         const Owner old(&from);
         MoveEntries(from, [&to](std::uint64_t) -> Segment& { return to; });
         if (to.Depth-- == Depth())
-            mDeepest -= 2;
+            mIndex.Deepest -= 2;
         std::fill_n(mDirectory.get() + at / width * width, width, &to);
         return true;
     }
@@ -303,9 +307,9 @@ private:
         for (std::size_t at = 0; at < size; ++at)
             directory[at] = mDirectory[at * 2];
         for (std::size_t at = 0; at < size; ++at)
-            mDeepest += directory[at] != directory[at ^ 1] ? 1U : 0U;
+            mIndex.Deepest += directory[at] != directory[at ^ 1] ? 1U : 0U;
         mDirectory.swap(directory);
-        ++mShift;
+        ++mIndex.Shift;
         return true;
     }
 
@@ -371,7 +375,7 @@ private:
 
     [[nodiscard]] std::uint32_t Depth() const noexcept
     {
-        return 64 - mShift;
+        return 64 - mIndex.Shift;
     }
 
     [[nodiscard]] std::size_t DirectorySize() const noexcept
@@ -387,10 +391,7 @@ private:
 
     std::size_t mSize = 0;
     std::unique_ptr<Segment*[]> mDirectory; // null while the entries are few
-    Halves mSeed = {};
-    std::size_t mMask = 0;      // of the slots of every segment
-    std::uint32_t mShift = 63;  // brings the bits of the hash that choose a place down
-    std::uint32_t mDeepest = 0; // how many segments have one place alone
+    Index mIndex;
     std::vector<Entry> mFew;
     COrderedKeys mOrder;
 };

@@ -237,16 +237,14 @@ private:
                                 [&key](const Sized& counted)
                                 { return HoldsKey(*counted.Of, key); });
         };
-        MergedKeys some(std::span(sizes[at].Of, 1), nullptr);
-        for (;;)
+        MergedKeys some;
+        do
         {
+            some = MergedKeys(std::span(sizes[at].Of, 1),
+                              some.Keys.empty() ? nullptr : &some.Keys.back());
             count +=
                 static_cast<std::int32_t>(std::count_if(some.Keys.begin(), some.Keys.end(), isNew));
-            if (some.AreAll)
-                break;
-            const GUID last = some.Keys.back();
-            some = MergedKeys(std::span(sizes[at].Of, 1), &last);
-        }
+        } while (!some.AreAll);
     }
     return count;
 }

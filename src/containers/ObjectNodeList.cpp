@@ -197,12 +197,13 @@ public:
         bool isInside = false;
         const CFinding find = {*this, index, isInside};
         Result asked = AskItem(this->mLock, find, riid, ppv);
-        if (Succeeded(asked)) [[likely]]
-            return S_OK;
-        if (isInside)
-            asked = AskItem(this->mLock, find, riid, ppv);
-        OSSIRA_CHECK(isInside, E_INVALIDARG, IndexText);
-        OSSIRA_CHECK(!Failed(asked), asked, "Item->QueryInterface(riid, ppv)");
+        if (Failed(asked)) [[unlikely]]
+        {
+            if (isInside)
+                asked = AskItem(this->mLock, find, riid, ppv);
+            OSSIRA_CHECK(isInside, E_INVALIDARG, IndexText);
+            OSSIRA_CHECK(!Failed(asked), asked, "Item->QueryInterface(riid, ppv)");
+        }
         return S_OK;
     }
     OSSIRA_CATCH_RETURN
