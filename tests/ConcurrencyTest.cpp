@@ -27,30 +27,6 @@ TEST(Concurrency, RacingRequestsForASingletonGetOneObject)
     }
 }
 
-// The first moments of a factory, when every file is new and few are there to be passed.
-TEST(Concurrency, FilesEnterAFactoryWhileOthersListThem)
-{
-    constexpr std::uint32_t fileCount = 4; // of each thread
-    const ObserverMaskScope silence(0);
-    for (int round = 0; round < 20; ++round)
-    {
-        const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
-        InThreads(ThreadCount,
-                  [&](std::uint32_t thread)
-                  {
-                      for (std::uint32_t at = 0; at < fileCount; ++at)
-                      {
-                          const std::uint32_t number = thread * fileCount + at;
-                          const std::wstring file = L"no file " + std::to_wstring(number);
-                          EXPECT_EQ(factory->RegisterClass(Numbered(number), file.c_str(), ""),
-                                    S_OK);
-                          EXPECT_GT(ModulesOf(*factory).size(), at);
-                      }
-                  });
-        EXPECT_EQ(ModulesOf(*factory).size(), ThreadCount * fileCount);
-    }
-}
-
 // What a thread leaves behind in a module, the state of an exception for one, goes with either; and
 // a module that said that it may go is wanted before it is gone.
 TEST(Concurrency, AModuleThatIsBeingUnloadedServesWhoComesInTimeWhileThreadsThatUsedItEnd)

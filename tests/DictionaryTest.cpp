@@ -147,6 +147,14 @@ private:
         mShown.Reset();
         mSet.Reset();
         Replace();
+        for (std::size_t at = 1; at < std::size(mValues); ++at)
+        {
+            const auto isIt = [&](const auto& entry)
+            {
+                return entry.second == mValues[at].Get();
+            };
+            EXPECT_EQ(std::ranges::count_if(mModel, isIt) + 1, ReferencesOn(*mValues[at]));
+        }
         mModel.clear();
         Begin();
     }

@@ -92,10 +92,14 @@ public:
             std::span(mModel).subspan(isRight ? std::size_t(first) : 0, copies.size());
         EXPECT_TRUE(std::ranges::equal(copies, shown, {}, &ObjectPtr<IUnknown>::Get));
         copies.clear();
+        for (std::size_t at = 0; at < mModel.size(); ++at)
+        {
+            ObjectPtr<IUnknown> item;
+            const auto index = static_cast<std::int32_t>(at);
+            EXPECT_EQ(mItems->GetItemAt(index, IID_IUnknown, item.PutVoid()), S_OK);
+            EXPECT_EQ(item.Get(), mModel[at]) << at;
+        }
         const bool isThere = first >= 0 && first < size;
-        ObjectPtr<IUnknown> item;
-        (void)mItems->GetItemAt(first, IID_IUnknown, item.PutVoid());
-        EXPECT_EQ(item.Get(), isThere ? mModel[std::size_t(first)] : nullptr);
         void* none = nullptr;
         Expect([&] { return mItems->GetItemAt(first, IID_IValue, &none); },
                isThere ? E_NOINTERFACE : E_INVALIDARG,
@@ -136,6 +140,10 @@ private:
     void Renew()
     {
         Replace();
+        for (IUnknown* const item :
+             std::span(mModel).first(std::min(mModel.size(), std::size_t{100})))
+            EXPECT_EQ(ReferencesOn(*item),
+                      static_cast<std::uint32_t>(std::ranges::count(mModel, item)));
         mModel.clear();
         BeginWalk();
     }

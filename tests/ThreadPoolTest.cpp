@@ -200,20 +200,6 @@ TEST(ThreadPool, TheNumberOfWorkersIsBounded)
     }
 }
 
-TEST(ThreadPool, SaysForWhichOfItsThreadsThereIsNoMemory)
-{
-    const DiagnosticsCapture capture;
-    PoolPtr pool;
-    for (int which = 0; pool == nullptr; ++which)
-    {
-        const FailingMemory memory(which, false);
-        pool.reset(CreateThreadPool(2));
-    }
-    // How much memory a thread takes to start is the platform's affair.
-    EXPECT_EQ(capture.CountLinesWith("\aCThreadPool Error #13"), 2u);
-    EXPECT_GE(capture.CountLinesWith("\aCThreadPool Error #14"), 2u);
-}
-
 TEST(ConcurrentThreadPoolBox, MayGoWithAJobOfItsOwnPoolThousandsOfTimesAndLeavesNothing)
 {
     const std::thread::id caller = std::this_thread::get_id();

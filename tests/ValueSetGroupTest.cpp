@@ -106,7 +106,9 @@ public:
 
     ~GroupModel() override
     {
+        mLayers.clear();
         EXPECT_EQ(mGroup->Clear(), S_OK);
+        EXPECT_EQ(ReferencesOn(*mSources[0].Set), 2u);
     }
 
     void Step() override

@@ -86,6 +86,7 @@ public:
             GUID type = Numbered(99);
             EXPECT_EQ(slot.Value->GetType(&type), S_OK);
             EXPECT_TRUE(SameGuid(type, slot.IsEmpty ? GUID_Null : slot.Type));
+            EXPECT_EQ(ReferencesOn(*slot.Value), 1u);
         }
     }
 
@@ -162,13 +163,11 @@ TEST(Bullets, WideTextIsStoredAsUtf16AndComesBack)
     };
     for (const auto& [text, units] : cases)
     {
-        const auto* const bytes = reinterpret_cast<const unsigned char*>(units.data());
         EXPECT_EQ(SetValueUniString(value.Get(), text), S_OK);
-        Bytes stored(units.size() * 2);
-        EXPECT_EQ(value->GetValue(DATATYPE_UniString, stored.data(),
-                                  static_cast<std::int32_t>(stored.size())),
-                  static_cast<Result>(stored.size()));
-        EXPECT_EQ(stored, Bytes(bytes, bytes + stored.size()));
+        std::u16string stored(units.size(), u'#');
+        const auto size = static_cast<std::int32_t>(stored.size() * 2);
+        EXPECT_EQ(value->GetValue(DATATYPE_UniString, stored.data(), size), size);
+        EXPECT_TRUE(stored == units);
         EXPECT_EQ(GetValueUniString(value.Get(), &read), S_OK);
         EXPECT_TRUE(read == text) << units.size();
     }

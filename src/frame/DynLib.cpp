@@ -15,7 +15,7 @@ namespace
 
 // Needed at the end of the process, when static objects may be gone: no construction, no
 // destruction.
-constinit CDynLib* gOpenList OSSIRA_GUARDED_BY(GlobalCriticalSection()) = nullptr;
+constinit tSystem::CLinkedList<CDynLib> gOpenList OSSIRA_GUARDED_BY(GlobalCriticalSection());
 
 // The platform's own lock, which nobody sees, as the check of the order knows it.
 constinit const char gLoaderLock = 0;
@@ -64,7 +64,7 @@ Result CDynLib::Open(const wchar_t* path)
         ResolveExports();
         if (mMissingCount == 0 && IsAttached())
         {
-            EnterOpenList();
+            gOpenList.Enter(*this);
             return S_OK;
         }
         mLibrary.Close();
@@ -145,27 +145,13 @@ void CDynLib::ReportFailure(const wchar_t* name) const
                  WhyNot().c_str());
 }
 
-void CDynLib::EnterOpenList() noexcept
-{
-    mNext = gOpenList;
-    mPrevious = nullptr;
-    if (mNext != nullptr)
-        mNext->mPrevious = this;
-    gOpenList = this;
-}
-
 // It leaves the list first: the library's clean-up code may open and close others.
 void CDynLib::Close() noexcept
 {
     if (!mLibrary.IsOpen())
         return;
     const CLoading loading;
-    if (mPrevious == nullptr)
-        gOpenList = mNext;
-    else
-        mPrevious->mNext = mNext;
-    if (mNext != nullptr)
-        mNext->mPrevious = mPrevious;
+    gOpenList.Leave(*this);
     mLibrary.Close();
 }
 
@@ -174,7 +160,8 @@ bool CDynLib::AnyTornDown() noexcept OSSIRA_UNCHECKED_GUARDS // does not wait fo
     const std::unique_lock section(GlobalCriticalSection(), std::try_to_lock);
     if (!section.owns_lock())
         return true;
-    for (CDynLib* library = gOpenList; library != nullptr; library = library->mNext)
+    for (CDynLib* library = gOpenList.First(); library != nullptr;
+         library = gOpenList.Next(*library))
     {
         // What the exports answer once the module's server is gone.
         if (library->GetClassCount() == E_ACCESSDENIED)

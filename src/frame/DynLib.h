@@ -5,6 +5,7 @@
 
 #include "ComServer.h"
 #include "Library.h"
+#include "LinkedList.h"
 #include "Platform.h"
 
 #include <array>
@@ -13,7 +14,7 @@
 namespace Tavrik::Ossira
 {
 
-class CDynLib final : public OssiraComServer
+class CDynLib final : public OssiraComServer, public tSystem::CLinkedList<CDynLib>::CLinks
 {
 public:
     CDynLib() = default;
@@ -82,17 +83,12 @@ private:
 
     [[nodiscard]] bool IsAttached() const noexcept;
     void ResolveExports() noexcept;
-    void EnterOpenList() noexcept OSSIRA_UNDER(GlobalCriticalSection());
     void Close() noexcept;
 
     tSystem::CLibrary mLibrary;
     Exports mExports;
     std::array<const char*, 6> mMissing = {}; // the exports that the last library lacks
     std::size_t mMissingCount = 0;
-
-    // Every open library, linked through its neighbours.
-    CDynLib* mNext = nullptr;
-    CDynLib* mPrevious = nullptr;
 };
 
 } // namespace Tavrik::Ossira

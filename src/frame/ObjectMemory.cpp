@@ -3,6 +3,7 @@
 #include "ObjectMemory.h"
 
 #include "FastCriticalSection.h"
+#include "LinkedList.h"
 #include "OssiraInstance.h"
 #include "ThreadMark.h"
 
@@ -74,7 +75,7 @@ struct BlockList
 };
 
 // The memory of some blocks.
-class CSlab
+class CSlab : public tSystem::CLinkedList<CSlab>::CLinks
 {
 public:
     [[nodiscard]] static CSlab* Make(std::size_t kind)
@@ -106,8 +107,6 @@ public:
         return Free.Count == mCount;
     }
 
-    CSlab* Next = nullptr;
-    CSlab* Previous = nullptr;
     BlockList Free;
 
 private:
@@ -128,11 +127,12 @@ public:
         BlockList taken;
         {
             const CLockGuard guard(mLock);
-            while (mFirst != nullptr && taken.Count < BatchSize)
+            while (mSlabs.First() != nullptr && taken.Count < BatchSize)
             {
-                mFirst->Free.MoveTo(taken, BatchSize);
-                if (mFirst->Free.Count == 0)
-                    Unlink(*mFirst);
+                CSlab& slab = *mSlabs.First();
+                slab.Free.MoveTo(taken, BatchSize);
+                if (slab.Free.Count == 0)
+                    mSlabs.Leave(slab);
             }
         }
         if (taken.Count > 0)
@@ -142,14 +142,14 @@ public:
         if (slab->Free.Count > 0)
         {
             const CLockGuard guard(mLock);
-            Link(*slab);
+            mSlabs.Enter(*slab);
         }
         return taken;
     }
 
     void Give(BlockList blocks) noexcept
     {
-        CSlab* unused = nullptr;
+        tSystem::CLinkedList<CSlab> unused;
         {
             const CLockGuard guard(mLock);
             while (blocks.First != nullptr)
@@ -157,39 +157,25 @@ public:
                 Block* const block = blocks.Pop();
                 CSlab& slab = *block->Home;
                 if (slab.Free.Count == 0)
-                    Link(slab);
+                    mSlabs.Enter(slab);
                 slab.Free.Push(block);
                 if (slab.IsUnused())
                 {
-                    Unlink(slab);
-                    slab.Next = unused;
-                    unused = &slab;
+                    mSlabs.Leave(slab);
+                    unused.Enter(slab);
                 }
             }
         }
-        while (unused != nullptr)
-            CSlab::Delete(std::exchange(unused, unused->Next));
+        while (CSlab* const slab = unused.First())
+        {
+            unused.Leave(*slab);
+            CSlab::Delete(slab);
+        }
     }
 
 private:
-    void Link(CSlab& slab) noexcept OSSIRA_UNDER(mLock)
-    {
-        slab.Previous = nullptr;
-        slab.Next = mFirst;
-        if (mFirst != nullptr)
-            mFirst->Previous = &slab;
-        mFirst = &slab;
-    }
-
-    void Unlink(CSlab& slab) noexcept OSSIRA_UNDER(mLock)
-    {
-        (slab.Previous != nullptr ? slab.Previous->Next : mFirst) = slab.Next;
-        if (slab.Next != nullptr)
-            slab.Next->Previous = slab.Previous;
-    }
-
     tSystem::CFastCriticalSection mLock;
-    CSlab* mFirst OSSIRA_GUARDED_BY(mLock) = nullptr;
+    tSystem::CLinkedList<CSlab> mSlabs OSSIRA_GUARDED_BY(mLock);
 };
 
 // What a thread keeps, and what it counts. More threads than there are stripes share them.

@@ -64,8 +64,7 @@ public:
     CModuleInHand(IObjectFactory& factory, std::unique_ptr<CDynLib> opened, const ModuleFile& file)
         : mFile(file), mOpened(std::move(opened))
     {
-        factory.QueryInterface(IID_IFactoryModules, mModules.PutVoid());
-        if (mModules)
+        if (Succeeded(factory.QueryInterface(IID_IFactoryModules, mModules.PutVoid())) && mModules)
             HandOn();
     }
 

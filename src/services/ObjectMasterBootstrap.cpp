@@ -289,14 +289,15 @@ void ReportClass(const Phase& phase, const Level& level, const CLSID& clsid, con
                  Result failure, std::uint32_t mask)
 try
 {
+    if ((mask & PRINT_WARN) == 0)
+        return;
     std::wstring file;
     std::string info;
     // Asked only for what it has, since it reports a class that it does not know as an error.
     ObjectPtr<IEnumeratorGUID> known;
     CLSID at = GUID_Null;
     bool isKnown = false;
-    bt.mFactory->GetClasses(IID_IEnumeratorGUID, known.PutVoid());
-    if (known)
+    if (Succeeded(bt.mFactory->GetClasses(IID_IEnumeratorGUID, known.PutVoid())) && known)
     {
         while (!isKnown && known->MoveNext() == S_OK && Succeeded(known->GetCurrentGUID(&at)))
             isKnown = SameGuid(at, clsid);

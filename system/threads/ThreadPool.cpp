@@ -29,7 +29,7 @@ long long CallsPerSecond(std::int64_t start) noexcept
 // The pools that live, for the library's end and for finding a worker's slot. Nothing of it needs
 // to be constructed or destroyed: pools may live when the process ends.
 constinit CFastCriticalSection gPoolsLock;
-constinit CThreadPool* gFirstPool OSSIRA_GUARDED_BY(gPoolsLock) = nullptr;
+constinit CLinkedList<CThreadPool> gPools OSSIRA_GUARDED_BY(gPoolsLock);
 
 Result Complain(int number, Result code) noexcept
 {
@@ -43,32 +43,16 @@ CThreadPool::CThreadPool(std::int32_t threadCount) noexcept
     : mThreadCount(threadCount), mIsCrowded(threadCount >= CountProcessors())
 {
     gLivePools.fetch_add(1);
-    Link();
-}
-
-void CThreadPool::Link() noexcept
-{
     const CLockGuard guard(gPoolsLock);
-    mNextPool = gFirstPool;
-    if (mNextPool != nullptr)
-        mNextPool->mFormerPool = this;
-    gFirstPool = this;
-}
-
-void CThreadPool::Unlink() noexcept
-{
-    const CLockGuard guard(gPoolsLock);
-    if (mFormerPool == nullptr)
-        gFirstPool = mNextPool;
-    else
-        mFormerPool->mNextPool = mNextPool;
-    if (mNextPool != nullptr)
-        mNextPool->mFormerPool = mFormerPool;
+    gPools.Enter(*this);
 }
 
 CThreadPool::~CThreadPool()
 {
-    Unlink();
+    {
+        const CLockGuard guard(gPoolsLock);
+        gPools.Leave(*this);
+    }
     EndWorkers();
     gLivePools.fetch_sub(1);
 }
@@ -107,9 +91,9 @@ void CThreadPool::EndAllWorkers() noexcept
     const auto nextWithWorkers = []
     {
         const CLockGuard guard(gPoolsLock);
-        CThreadPool* pool = gFirstPool;
+        CThreadPool* pool = gPools.First();
         while (pool != nullptr && !pool->mHasWorkers)
-            pool = pool->mNextPool;
+            pool = gPools.Next(*pool);
         return pool != nullptr ? pool->Enter() : Use();
     };
     while (const Use pool = nextWithWorkers())
@@ -231,7 +215,7 @@ std::int32_t CThreadPool::CurrentWorker() noexcept
 CWorkerSlot* CThreadPool::OwnSlot() noexcept
 {
     const CLockGuard guard(gPoolsLock);
-    for (CThreadPool* pool = gFirstPool; pool != nullptr; pool = pool->mNextPool)
+    for (CThreadPool* pool = gPools.First(); pool != nullptr; pool = gPools.Next(*pool))
     {
         if (const std::int32_t worker = pool->CurrentWorker(); worker >= 0)
             return &pool->mSlots[static_cast<std::size_t>(worker)];

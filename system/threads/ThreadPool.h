@@ -2,6 +2,7 @@
 // it. What its operations promise is said in OssiraThreads.h.
 #pragma once
 
+#include "LinkedList.h"
 #include "OssiraThreads.h"
 #include "WorkerSlot.h"
 
@@ -11,7 +12,9 @@ namespace Tavrik::tSystem::tThreads
 {
 
 // The pool is the function of its own workers: their `Run` is the worker loop.
-class CThreadPool final : public IThreadPool, public IThreadFunction
+class CThreadPool final : public IThreadPool,
+                          public IThreadFunction,
+                          public CLinkedList<CThreadPool>::CLinks
 {
 public:
     static constexpr std::int32_t MaxThreads = 64;
@@ -59,10 +62,6 @@ private:
     void RunSymmetric(CMessage& message, std::int64_t start) noexcept;
     [[nodiscard]] bool RunAsymmetric(CMessage& message, std::int64_t start) noexcept;
 
-    // The list of the pools that live.
-    void Link() noexcept;
-    void Unlink() noexcept;
-
     [[nodiscard]] Result CreateSlots() noexcept;
     [[nodiscard]] Result StartThreads() noexcept;
 
@@ -94,8 +93,6 @@ private:
     std::atomic<std::int32_t> mUses = 1; // and whether the record is taken
     std::atomic<bool> mHasWorkers = false;
     std::uint32_t mForks = 0; // when they were started
-    CThreadPool* mNextPool = nullptr;
-    CThreadPool* mFormerPool = nullptr;
 
     std::int32_t mThreadCount;
     bool mIsCrowded; // there are more threads than processors

@@ -175,7 +175,7 @@ bool CThreadPool::CMessage::Helps(const CWorkerSlot& own) noexcept
 
 void CThreadPool::CMessage::HelpOut(CWorkerSlot* own) noexcept
 {
-    if (own == nullptr || !Helps(*own))
+    if (own == nullptr || !own->HasCopies() || !Helps(*own))
         return;
     ++own->Helping;
     RunNext(*own);
