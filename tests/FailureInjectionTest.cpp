@@ -201,6 +201,7 @@ TEST(FailureInjection, ALibraryIsAttachedAndHasItsSingletonOrIsNot)
         const Result result =
             isAttached ? CreateObject(CLSID_GlobalSingleton, singletons) : E_OUTOFMEMORY;
         hasFailed = memory.Stop();
+        EXPECT_TRUE(which > 0 || capture.CountLinesWith("CreateComServer failed - fatal") == 1u);
         EXPECT_EQ(GetGlobalObserver(observer.Put()), isAttached ? S_OK : E_ACCESSDENIED);
         EXPECT_TRUE(isAttached == (ModuleServer() != nullptr) && !observer != isAttached);
         observer.Reset();

@@ -24,11 +24,6 @@ public:
         return mCount.load(std::memory_order_relaxed);
     }
 
-    [[nodiscard]] bool Contains(const GUID& key) const noexcept
-    {
-        return Find(key) != nullptr;
-    }
-
     // The item under a key, or null; borrowed.
     [[gnu::always_inline]] [[nodiscard]] Item* Find(const GUID& key) const noexcept
     {

@@ -190,10 +190,6 @@ try
     OSSIRA_CHECK_POINTER(pTouch);
     OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "AddTouchModified");
     OSSIRA_CHECK(pTouch != this, E_UNEXPECTED, "'this' for pTouch is not allowed");
-    constexpr const char* innerRing =
-        "Inner Ring: Touch(ObjA) -> Touch(ObjB) -> ObjA.AddTouchModified()";
-    OSSIRA_CHECK(!mIsTouched, E_UNEXPECTED, innerRing);
-
     tSystem::CheckForeignCall();
     ObjectPtr<IUnknown> identity;
     OSSIRA_CHECK_CALL_TWICE(pTouch->QueryInterface(IID_IUnknown, identity.PutVoid()), "Add");
@@ -211,7 +207,7 @@ try
     if (added.Order.empty())
         return S_OK;
     OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "AddTouchModified"); // since the chain was emptied
-    OSSIRA_THROW(E_UNEXPECTED, innerRing);                     // since a touch has begun
+    OSSIRA_THROW(E_UNEXPECTED, "Inner Ring: Touch(ObjA) -> Touch(ObjB) -> ObjA.AddTouchModified()");
 }
 OSSIRA_CATCH_RETURN
 
