@@ -117,7 +117,7 @@ def table_entries(table):
     places = words(directory, segment)[0]
     if int(places) == 0:
         return
-    depth, at = 64 - int(table["mShift"]), 0
+    depth, at = 64 - int(table["mIndex"]["Shift"]), 0
     while at < 1 << depth:
         here = places[at]
         slots = int(here["SlotCount"])
