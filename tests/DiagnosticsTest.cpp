@@ -244,12 +244,22 @@ const char* Free HERE(const std::string&, int)
     EXPECT_EQ(Free(here, 1), here + "Free");
     EXPECT_STREQ(T_Standing().Stands(1, nullptr), "Tavrik::Elsewhere::T_Else::Stands");
     OSSIRA_LOCATION(place);
-    IException* const exception = NewException(1, &place, std::string("a text of its own").c_str());
-    EXPECT_STREQ(exception->GetExpression(), "a text of its own");
-    EXPECT_EQ(exception->GetDescription(),
-              "tests/DiagnosticsTest.cpp:" + std::to_string(place.Line) + " " + here +
-                  "Exceptions_TellTheirPlaceAlikeOnEveryCompiler_Test::TestBody");
-    exception->Release();
+    const std::string named = "tests/DiagnosticsTest.cpp:" + std::to_string(place.Line) + " " +
+                              here + "Exceptions_TellTheirPlaceAlikeOnEveryCompiler_Test::TestBody";
+    const std::string text(3000, 'x');
+    for (const auto& [where, description] :
+         {std::pair(place, named),
+          {{nullptr, 1, "f"}, "?"},
+          {{"f", 1, nullptr}, "?"},
+          {{"f", 1, text.c_str()}, "f:1 " + text.substr(0, 1995)}})
+    {
+        IException* const exception = NewException(1, &where, std::string("its own").c_str());
+        EXPECT_STREQ(exception->GetExpression(), "its own");
+        EXPECT_EQ(exception->GetDescription(), description);
+        EXPECT_EQ(exception->DeletingDestructor(0), exception);
+        ::operator delete(exception); // which is left to who asked for the end alone
+    }
+    EXPECT_EQ(GetExceptionOpenCount(), 0);
 }
 
 } // namespace
