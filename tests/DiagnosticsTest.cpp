@@ -192,6 +192,11 @@ TEST(Checks, WhateverIsThrownEndsAsACodeAndOneLine)
     const char* const first = ErrorText(unknown);
     EXPECT_STREQ(ErrorText(unknown + 1), "0x80abcdf0");
     EXPECT_STREQ(first, "0x80abcdef") << "each has a place of its own";
+    for (const Result code :
+         {S_OK, S_FALSE, E_PENDING, E_NOTIMPL, E_NOINTERFACE, E_POINTER, E_ABORT, E_FAIL,
+          E_UNEXPECTED, E_ACCESSDENIED, E_OUTOFMEMORY, E_FILE_EXISTS, E_INVALIDARG, E_NOT_FOUND,
+          E_NOT_SUPPORTED, E_DISPOSED})
+        EXPECT_NE(ErrorText(code)[0], '0') << "has words";
 }
 
 TEST(Checks, AFailingCallIsMadeTwiceAndTheRepeatCounts)
