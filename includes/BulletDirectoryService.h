@@ -36,9 +36,7 @@ public:
 private:
     Result InternalScanDirectory(const wchar_t* path, const wchar_t* pattern);
 
-    ObjectPtr<ICollection> mCollection;
-    ObjectPtr<IEnumerator> mEnumerator;
-    ObjectPtr<IValueSet> mParam;
+    ObjectPtr<IEnumerator> mEnumerator; // of what was found
 };
 
 } // namespace Tavrik::Ossira

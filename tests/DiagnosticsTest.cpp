@@ -192,6 +192,11 @@ TEST(Checks, WhateverIsThrownEndsAsACodeAndOneLine)
     const char* const first = ErrorText(unknown);
     EXPECT_STREQ(ErrorText(unknown + 1), "0x80abcdf0");
     EXPECT_STREQ(first, "0x80abcdef") << "each has a place of its own";
+    for (const Result code :
+         {S_OK, S_FALSE, E_PENDING, E_NOTIMPL, E_NOINTERFACE, E_POINTER, E_ABORT, E_FAIL,
+          E_UNEXPECTED, E_ACCESSDENIED, E_OUTOFMEMORY, E_FILE_EXISTS, E_INVALIDARG, E_NOT_FOUND,
+          E_NOT_SUPPORTED, E_DISPOSED})
+        EXPECT_NE(ErrorText(code)[0], '0') << "has words";
 }
 
 TEST(Checks, AFailingCallIsMadeTwiceAndTheRepeatCounts)
@@ -244,12 +249,22 @@ const char* Free HERE(const std::string&, int)
     EXPECT_EQ(Free(here, 1), here + "Free");
     EXPECT_STREQ(T_Standing().Stands(1, nullptr), "Tavrik::Elsewhere::T_Else::Stands");
     OSSIRA_LOCATION(place);
-    IException* const exception = NewException(1, &place, std::string("a text of its own").c_str());
-    EXPECT_STREQ(exception->GetExpression(), "a text of its own");
-    EXPECT_EQ(exception->GetDescription(),
-              "tests/DiagnosticsTest.cpp:" + std::to_string(place.Line) + " " + here +
-                  "Exceptions_TellTheirPlaceAlikeOnEveryCompiler_Test::TestBody");
-    exception->Release();
+    const std::string named = "tests/DiagnosticsTest.cpp:" + std::to_string(place.Line) + " " +
+                              here + "Exceptions_TellTheirPlaceAlikeOnEveryCompiler_Test::TestBody";
+    const std::string text(3000, 'x');
+    for (const auto& [where, description] :
+         {std::pair(place, named),
+          {{nullptr, 1, "f"}, "?"},
+          {{"f", 1, nullptr}, "?"},
+          {{"f", 1, text.c_str()}, "f:1 " + text.substr(0, 1995)}})
+    {
+        IException* const exception = NewException(1, &where, std::string("its own").c_str());
+        EXPECT_STREQ(exception->GetExpression(), "its own");
+        EXPECT_EQ(exception->GetDescription(), description);
+        EXPECT_EQ(exception->DeletingDestructor(0), exception);
+        ::operator delete(exception); // which is left to who asked for the end alone
+    }
+    EXPECT_EQ(GetExceptionOpenCount(), 0);
 }
 
 } // namespace

@@ -343,11 +343,13 @@ TEST(EveryClass, RefusesEveryOperationAfterItsDisposal)
 // Says that it has every interface, and has nothing to show for it.
 struct Hollow final : TestProvider
 {
-    Result QueryInterface(const IID&, void** out) override
+    Result QueryInterface(const IID& iid, void** out) override
     {
         *out = nullptr;
-        return S_OK;
+        return Honest-- > 0 ? TestProvider::QueryInterface(iid, out) : S_OK;
     }
+
+    int Honest = 0; // so many times it is not
 };
 
 // Can be created, and is hollow then.
@@ -430,17 +432,23 @@ TEST(EveryClass, AnObjectThatAnswersSuccessAndNothingIsRefusedWhereItIsAsked)
     FAILS(Make<IValueSetGroup>(CLSID_ValueSetGroup)->SetValueGUID(Numbered(1), hollow),
           E_NOINTERFACE, "value must be IValueSet");
     const auto cache = Make<IClsidObjectCacheStack>(CLSID_ClsidObjectCacheStack);
-    EXPECT_EQ(cache->Create(CLSID_Value, IID_IValue, 0, 0), S_OK);
-    FAILS(cache->Push(hollow), E_POINTER, "Add");
+    EXPECT_EQ(cache->Create(CLSID_Value, IID_IDatatypes, 0, 0), S_OK);
+    for (const int times : {0, 1})
+    {
+        itself.Honest = times;
+        FAILS(cache->Push(hollow), E_POINTER, "Add");
+    }
     FAILS(Library_BootstrapRegisterChain(hollow), E_NOINTERFACE, "clsidRegistry->QueryInterface()");
     FAILS(Make<IComparable>(CLSID_Value)->Compare(hollow, &order), E_NOINTERFACE,
           "pv->QueryInterface(IID_IValue, (void**)&BValue)");
     const auto singletons = Make<ISingleton>(CLSID_DebugSingleton);
-    EXPECT_EQ(singletons->RegisterObject(Numbered(1), hollow), S_OK);
+    REPORTS((ObserverMaskScope(PRINT_TRACE), singletons->RegisterObject(Numbered(1), hollow)), S_OK,
+            "Singleton register 0x");
     FAILS(singletons->GetClassObject(Numbered(1), IID_IUnknown, out.PutVoid()), E_NOINTERFACE,
           "QueryInterface()");
     const auto types = Make<IDatatypesService>(CLSID_DatatypesService);
     EXPECT_EQ(types->RegisterDatatype(Numbered(1), hollow), S_OK);
+    FAILS(types->RegisterDatatypes(hollow), E_NOINTERFACE, "GetEnumerator");
     FAILS(types->ValueCompare(Numbered(1), &order, 4, &order, 4, &order), E_NOINTERFACE,
           "GetValueGUID( dataType )");
 

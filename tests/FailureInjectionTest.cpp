@@ -194,13 +194,19 @@ TEST(FailureInjection, ALibraryIsAttachedAndHasItsSingletonOrIsNot)
     for (std::int64_t which = 0; hasFailed && !HasFailure(); ++which)
     {
         const DiagnosticsCapture capture;
-        ObjectPtr<ISingleton> singletons;
+        void *made = &made, *unknown = &made;
         ObjectPtr<IObserverPrint> observer;
         FailingMemory memory(which);
         const bool isAttached = AttachLibrary();
         const Result result =
-            isAttached ? CreateObject(CLSID_GlobalSingleton, singletons) : E_OUTOFMEMORY;
+            isAttached ? CreateClassObject(&CLSID_GlobalSingleton, &IID_ISingleton, &made)
+                       : E_OUTOFMEMORY;
+        if (result == S_OK) // a class that the global factory is asked for, which may fail as well
+            (void)CreateClassObject(&GUID_Null, &IID_IUnknown, &unknown);
         hasFailed = memory.Stop();
+        EXPECT_TRUE(result != S_OK || unknown == nullptr) << which;
+        auto singletons =
+            ObjectPtr<ISingleton>::Adopt(static_cast<ISingleton*>(isAttached ? made : nullptr));
         EXPECT_TRUE(which > 0 || capture.CountLinesWith("CreateComServer failed - fatal") == 1u);
         EXPECT_EQ(GetGlobalObserver(observer.Put()), isAttached ? S_OK : E_ACCESSDENIED);
         EXPECT_TRUE(isAttached == (ModuleServer() != nullptr) && !observer != isAttached);

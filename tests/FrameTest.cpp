@@ -69,6 +69,7 @@ TEST(ModuleExports, AnswerACreationWithItsCodeAndLineAndLeaveNothingBehind)
     EXPECT_EQ(out, nullptr);
     REPORTS(CreateClassObject(nullptr, &IID_IValue, &out), E_POINTER,
             "\aOssira: CreateClassObject: invalid pointer 'clsid' [Build-DynLib]");
+    out = &out;
     REPORTS(CreateClassObject(&CLSID_GlobalSingleton, &IID_IValue, &out), E_NOINTERFACE,
             "] -WARN- GlobalSingleton Object failed: IID 389A1174-F380-4CCA-A15E-46248F36AA4E  "
             "[Build-DynLib]");
@@ -169,6 +170,7 @@ TEST(ComServer, AClassThatMisbehavesWhileItIsCreatedGetsItsCodeAndLineAndLeavesN
 
 TEST(ModuleExports, DenyAccessWithoutAServer)
 {
+    const auto service = RegisterService(nullptr); // which looks for the global factory
     DetachLibrary(false);
     CLSID clsid = {};
     char text[8];
@@ -180,10 +182,11 @@ TEST(ModuleExports, DenyAccessWithoutAServer)
     REPORTS(DLLGetClassObjectID(0, 1, &clsid), E_ACCESSDENIED);
     REPORTS(DLLGetClassObjectInfo(0, text, 8), E_ACCESSDENIED);
     REPORTS(InitializeGlobalSingleton(), E_ACCESSDENIED);
+    REPORTS(service->RegisterModule(L"none", nullptr, nullptr), E_NOINTERFACE);
     REPORTS(CreateClassObject(&CLSID_Value, &IID_IUnknown, &out), E_ACCESSDENIED,
             "\aOssira: CreateClassObject: gbComServer not available: Access Denied [Build-DynLib]");
     EXPECT_EQ(GetObjectOpenCount(), 0u);
-    EXPECT_TRUE(AttachLibrary());
+    EXPECT_TRUE(AttachLibrary() && AttachLibrary());
 }
 
 TEST(DynLib, AnswersThatItIsNotOpenAndKnowsWhatWasTornDown)
@@ -208,7 +211,7 @@ struct T_Restless : T_Troubled
     Result InternalQueryInterface(const IID& iid, void** out) override
     {
         Victim = MakeObject<T_Sample>();
-        return AnswerInterfaces<ISample>(this, iid, out);
+        return AnswerInterfaces<ISample>(this, iid, out), S_OK;
     }
 
     ObjectPtr<CComInstanceNoLock<T_Sample>> Victim = MakeObject<T_Sample>();

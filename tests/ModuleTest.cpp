@@ -269,11 +269,12 @@ TEST(Lifetime, AFlushedModuleIsUnmappedAndItsNextLoadStartsAfresh)
     }
 }
 
-// A factory that knows nothing of loaders.
+// A factory that knows nothing of loaders, and answers success and nothing when asked for more.
 class ForeignFactory final : public Uncounted<IObjectFactory>
 {
 public:
     // clang-format off
+    Result QueryInterface(const IID& i, void** o) override { return Uncounted::QueryInterface(i, o), S_OK; }
     Result GetClassObject(const CLSID&, const IID&, void**) override { return E_NOTIMPL; }
     Result RegisterClass(const CLSID&, const wchar_t*, const char*) override { return S_OK; }
     Result UnregisterClass(const CLSID&) override { return E_NOTIMPL; }

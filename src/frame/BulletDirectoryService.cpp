@@ -30,28 +30,27 @@ Result CDirectoryCollection::InternalScanDirectory(const wchar_t* path, const wc
     ObjectPtr<IDirectoryService> directoryService;
     OSSIRA_CHECK_CALL_TWICE(CreateSingleton(CLSID_DirectoryService, directoryService),
                             "CreateSingletonDirectoryService(&DirectoryService)");
-    mCollection.Reset();
     mEnumerator.Reset();
-    mParam.Reset();
-
-    OSSIRA_CHECK_CALL_TWICE(CreateValueSet(mParam.Put()), "CreateValueSet(&ValueSet)");
+    ObjectPtr<IValueSet> param;
+    OSSIRA_CHECK_CALL_TWICE(CreateValueSet(param.Put()), "CreateValueSet(&ValueSet)");
     if (path != nullptr)
     {
-        OSSIRA_CHECK_CALL_TWICE(SetValueUniString(mParam.Get(), DirectoryServiceParam_Path, path),
+        OSSIRA_CHECK_CALL_TWICE(SetValueUniString(param.Get(), DirectoryServiceParam_Path, path),
                                 "SetValueUniString(ValueSet, DirectoryServiceParam_Path, path)");
     }
     if (pattern != nullptr)
     {
         OSSIRA_CHECK_CALL_TWICE(
-            SetValueUniString(mParam.Get(), DirectoryServiceParam_Pattern, pattern),
+            SetValueUniString(param.Get(), DirectoryServiceParam_Pattern, pattern),
             "SetValueUniString(ValueSet, DirectoryServiceParam_Pattern, pattern)");
     }
 
-    const Result result = directoryService->GetDirectoryCollection(mParam.Get(), IID_ICollection,
-                                                                   mCollection.PutVoid());
+    ObjectPtr<ICollection> found;
+    const Result result =
+        directoryService->GetDirectoryCollection(param.Get(), IID_ICollection, found.PutVoid());
     if (Failed(result))
         return result;
-    return mCollection->GetEnumerator(IID_IEnumerator, mEnumerator.PutVoid());
+    return found->GetEnumerator(IID_IEnumerator, mEnumerator.PutVoid());
 }
 
 Result CDirectoryCollection::MoveNext()

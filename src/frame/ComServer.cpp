@@ -111,13 +111,13 @@ Result CComServer::CreateObjectInFull(const ClassEntry* entry, const CLSID& clsi
                                       void** out)
 try
 {
+    *out = nullptr;
     if (entry == nullptr)
     {
         OSSIRA_PRINT(CurrentLevelMask(), PRINT_ERROR, "No such class available: CLSID %s\n",
                      CGuidText(clsid).Text());
         return E_NOINTERFACE;
     }
-    *out = nullptr;
     Result result = S_OK;
     const ECreation creation = CreateAndAsk(*entry, iid, out, result);
     return ReportCreation(*entry, iid, out, creation, result);

@@ -225,7 +225,8 @@ catch (...)
 {
     OSSIRA_LOCATION(here);
     const Result result = ReportCaught(here);
-    gShortages += result == E_OUTOFMEMORY ? 1 : 0;
+    if (result == E_OUTOFMEMORY)
+        ++gShortages;
     return result;
 }
 

@@ -76,7 +76,6 @@ try
     if (SameGuid(*clsid, CLSID_GlobalSingleton))
         return HandOutGlobalSingleton(*iid, out);
 
-    *out = nullptr;
     const ClassEntry* const entry = server->FindClass(*clsid);
     if (ISingleton* const singleton = ExistingSingleton(); entry == nullptr && singleton != nullptr)
     {

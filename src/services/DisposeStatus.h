@@ -24,23 +24,22 @@ protected:
     // True from the beginning of the disposal on: the object refuses work.
     [[nodiscard]] bool IsClosed() const noexcept
     {
-        return mDisposing || mDisposed;
+        return mIsClosed;
     }
 
     // False when another call began before.
     [[nodiscard]] bool BeginDisposal() noexcept
     {
-        return !mDisposed && !mDisposing.exchange(true);
+        return !mIsClosed.exchange(true);
     }
 
     void EndDisposal() noexcept
     {
         mDisposed = true;
-        mDisposing = false;
     }
 
 private:
-    std::atomic<bool> mDisposing = false;
+    std::atomic<bool> mIsClosed = false;
     std::atomic<bool> mDisposed = false;
 };
 

@@ -65,33 +65,6 @@ private:
     Statistics mStatistics OSSIRA_GUARDED_BY(mLock);
 };
 
-// Gives a block back that found no other owner.
-class CBlockGuard
-{
-public:
-    explicit CBlockGuard(ICommonMemoryAllocator32& allocator) noexcept : mAllocator(allocator)
-    {
-    }
-
-    CBlockGuard(const CBlockGuard&) = delete;
-    CBlockGuard& operator=(const CBlockGuard&) = delete;
-
-    ~CBlockGuard()
-    {
-        mAllocator.FreeBlock(Block.RawAddress, Block.RawSize);
-    }
-
-    void Dismiss() noexcept
-    {
-        Block = {};
-    }
-
-    CBlock Block;
-
-private:
-    ICommonMemoryAllocator32& mAllocator;
-};
-
 void T_CommonMemoryAllocator32::CheckRequest(std::uint32_t byteSize, std::uint32_t alignment)
 {
     constexpr std::uint32_t sizeLimit = 100000000;
@@ -213,13 +186,11 @@ try
     ObjectPtr<IMemorySegment32> segment;
     OSSIRA_CHECK_CALL_TWICE(CreateObject(CLSID_CommonMemorySegment32, segment),
                             "CreateCommonMemorySegment32");
-    CBlockGuard guard(*this);
-    const CBlock& block = guard.Block;
-    OSSIRA_CHECK_CALL_TWICE(AllocBlock(byteSize, alignment, flags, guard.Block), "AllocBlock");
-    OSSIRA_CHECK_CALL_TWICE(
+    CBlock block;
+    OSSIRA_CHECK_CALL_TWICE(AllocBlock(byteSize, alignment, flags, block), "AllocBlock");
+    OSSIRA_CHECK_CALL_TWICE( // a segment takes its first block whatever happens
         segment->Attach32(this, block.RawAddress, block.RawSize, block.Address, block.Size),
         "Segm->Attach32()");
-    guard.Dismiss();
     *ppv = segment.Detach();
     return S_OK;
 }

@@ -89,13 +89,10 @@ public:
     try
     {
         OSSIRA_CHECK_POINTER(ppThreadPool);
+        const tSystem::CLockGuard guard(mLock);
+        constexpr std::int32_t asManyAsFit = -1;
         if (!mIsCreated)
-        {
-            const tSystem::CLockGuard guard(mLock);
-            constexpr std::int32_t asManyAsFit = -1;
-            if (!mIsCreated)
-                CreatePool(asManyAsFit);
-        }
+            CreatePool(asManyAsFit);
         *ppThreadPool = &mPool;
         return S_OK;
     }
@@ -115,7 +112,7 @@ private:
     }
 
     tSystem::CCriticalSection mLock; // held while the pool is made
-    std::atomic<bool> mIsCreated = false;
+    bool mIsCreated OSSIRA_GUARDED_BY(mLock) = false;
     CSharedThreadPool mPool;
 };
 

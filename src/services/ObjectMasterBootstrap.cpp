@@ -166,10 +166,7 @@ OSSIRA_CATCH_RETURN
 [[nodiscard]] Result ReadFolder(IEnumerator& folders, std::wstring& path)
 {
     ObjectPtr<IValue> value;
-    const Result isValue = folders.GetCurrent(IID_IValue, value.PutVoid());
-    if (isValue == E_OUTOFMEMORY)
-        return isValue;
-    if (Succeeded(isValue))
+    if (Succeeded(folders.GetCurrent(IID_IValue, value.PutVoid())))
     {
         const Result read = GetValueUniString(value.Get(), &path);
         if (Succeeded(read) || read == E_OUTOFMEMORY)
@@ -198,8 +195,7 @@ try
                             "RegisterService->SetFactory(bt.mFactory)");
 
     Result result = S_OK;
-    Result moved = folders->MoveNext();
-    for (; moved == S_OK; moved = folders->MoveNext())
+    while (folders->MoveNext() == S_OK)
     {
         std::wstring path;
         result = ReadFolder(*folders, path);
@@ -219,7 +215,6 @@ try
             RegisterService->RegisterFolder(path.c_str(), nullptr, bt.mClsidRegistry.Get(), param),
             "RegisterService->RegisterFolder()");
     }
-    OSSIRA_CHECK(moved != E_OUTOFMEMORY, moved, "folders->MoveNext()");
     return result;
 }
 OSSIRA_CATCH_RETURN
