@@ -166,7 +166,10 @@ OSSIRA_CATCH_RETURN
 [[nodiscard]] Result ReadFolder(IEnumerator& folders, std::wstring& path)
 {
     ObjectPtr<IValue> value;
-    if (Succeeded(folders.GetCurrent(IID_IValue, value.PutVoid())))
+    const Result isValue = folders.GetCurrent(IID_IValue, value.PutVoid());
+    if (isValue == E_OUTOFMEMORY) // of a host's own object
+        return isValue;
+    if (Succeeded(isValue))
     {
         const Result read = GetValueUniString(value.Get(), &path);
         if (Succeeded(read) || read == E_OUTOFMEMORY)
