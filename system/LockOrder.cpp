@@ -26,7 +26,7 @@ struct HeldLock
 constexpr std::size_t HeldLimit = 64; // a thread that holds more is not looked at any further
 
 constinit thread_local HeldLock tHeld[HeldLimit] = {};
-constinit thread_local std::size_t tCount = 0;
+constinit thread_local std::size_t tCount;
 
 [[nodiscard]] std::span<const HeldLock> Held() noexcept
 {
@@ -82,8 +82,7 @@ void LeaveLock(const void* lock) noexcept
         std::move(tHeld + at + 1, tHeld + Held().size(), tHeld + at);
         break;
     }
-    if (tCount > 0)
-        --tCount;
+    --tCount;
 }
 
 void CheckForeignCall(const LockPlace& place) noexcept

@@ -217,7 +217,7 @@ const Elf64_Phdr* CElfFile::SegmentOf(std::uint64_t address) const noexcept
 {
     const auto holds = [address](const Elf64_Phdr& segment)
     {
-        return address >= segment.p_vaddr && address - segment.p_vaddr < segment.p_memsz;
+        return address - segment.p_vaddr < segment.p_memsz; // else it is far behind, without a sign
     };
     if (mLastLoaded < mLoadedCount && holds(mLoaded[mLastLoaded]))
         return &mLoaded[mLastLoaded];

@@ -16,14 +16,6 @@
 #include <utility>
 #include <vector>
 
-extern "C"
-{
-    // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names for this library's own parts
-    [[gnu::visibility("hidden")]] extern const Elf64_Dyn _DYNAMIC[];
-    [[gnu::visibility("hidden")]] extern const unsigned char __ehdr_start[];
-    // NOLINTEND(bugprone-reserved-identifier)
-}
-
 namespace Tavrik::tSystem
 {
 
@@ -115,25 +107,6 @@ bool Exists(const std::string& path)
     return access(path.c_str(), F_OK) == 0 || IsShortage(FailureOf(errno));
 }
 
-// Whether this library needs that one too, or is it: then it is loaded, and the folder need not be
-// asked. Most modules need nothing else.
-bool IsLoadedWithThisLibrary(const char* name) noexcept
-{
-    const Elf64_Dyn* table = _DYNAMIC;
-    while (table->d_tag != DT_STRTAB) // none is without
-        ++table;
-    // Some loaders leave there what stands in the file.
-    const auto begin = reinterpret_cast<std::uintptr_t>(__ehdr_start);
-    const std::uint64_t names = table->d_un.d_ptr + (table->d_un.d_ptr < begin ? begin : 0);
-    for (const Elf64_Dyn* entry = _DYNAMIC; entry->d_tag != DT_NULL; ++entry)
-    {
-        if ((entry->d_tag == DT_NEEDED || entry->d_tag == DT_SONAME) &&
-            std::strcmp(reinterpret_cast<const char*>(names + entry->d_un.d_val), name) == 0)
-            return true;
-    }
-    return false;
-}
-
 bool IsLoaded(const char* name)
 {
     return LibraryHandle(dlopen(name, RTLD_LAZY | RTLD_NOLOAD)) != nullptr;
@@ -178,7 +151,7 @@ public:
 private:
     bool LoadNeighbour(const char* name, int level)
     {
-        if (std::strchr(name, '/') != nullptr || IsLoadedWithThisLibrary(name))
+        if (std::strchr(name, '/') != nullptr)
             return true;
         const std::string path = std::string(mFolder) + name;
         if (!Exists(path) || IsLoaded(name) ||
@@ -212,13 +185,14 @@ LibraryHandle LoadFile(const std::string& path, Reason& reason)
     return MapLibrary(path.c_str(), reason);
 }
 
-// The folder of the program that runs, with a slash at its end; empty when it cannot be told.
+// The folder of the program that runs, with a slash at its end; the current one when it cannot be
+// told.
 std::string HostFolder()
 {
     char program[PATH_MAX];
     const ssize_t size = readlink("/proc/self/exe", program, sizeof program);
     if (size <= 0)
-        return {};
+        return "./";
     const std::string_view path(program, static_cast<std::size_t>(size));
     return std::string(path.substr(0, path.rfind('/') + 1));
 }
@@ -229,7 +203,7 @@ LibraryHandle LoadByName(const std::string& name, Reason& reason)
     for (const std::string& folder : {HostFolder(), std::string("./")})
     {
         const std::string path = folder + name;
-        if (!folder.empty() && Exists(path))
+        if (Exists(path))
             return LoadFile(path, reason);
     }
     return MapLibrary(name.c_str(), reason);
@@ -242,8 +216,6 @@ bool CLibrary::Open(const wchar_t* path)
     Close();
     mFailure = ELoadFailure::NotFound;
     mFailureText = "has no name";
-    if (path == nullptr)
-        return false;
     const std::string native = NativePath(path);
     if (native.empty()) // the loader would answer with the program itself
         return false;

@@ -27,7 +27,7 @@ struct WinThread::CRun
     std::atomic<std::int32_t> Owners = 1;
     IThreadFunction* Function;
     void* Parameter;
-    std::atomic<std::uint32_t> ThreadId = 0; // told by the thread itself
+    std::atomic<std::uint32_t> ThreadId; // 0 until the thread itself has told it
     std::atomic<bool> Finished = false;
     CEvent FinishedEvent;
 };

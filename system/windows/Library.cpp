@@ -91,7 +91,7 @@ bool CLibrary::Open(const wchar_t* path)
     Close();
     mFailure = ELoadFailure::NotFound;
     mFailureText = "has no name";
-    if (path == nullptr || *path == L'\0')
+    if (*path == L'\0')
         return false;
     const CNoErrorBoxes noErrorBoxes;
     const bool isBareName = std::wcspbrk(path, L"\\/:") == nullptr;
