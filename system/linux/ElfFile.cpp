@@ -42,8 +42,7 @@ CElfFile::CElfFile(const char* path) noexcept
 
 CElfFile::~CElfFile()
 {
-    if (mFile >= 0)
-        close(mFile);
+    close(mFile); // which does nothing where there is none
 }
 
 std::string CElfFile::Fault() const
@@ -58,8 +57,6 @@ std::string CElfFile::Fault() const
 
 bool CElfFile::ReadNeeded(std::size_t index, char (&name)[NameLimit]) noexcept
 {
-    if (index >= mNeededCount || mNames == 0)
-        return false;
     const std::uint64_t address = mNames + mNeeded[index];
     const Elf64_Phdr* const segment = SegmentOf(address);
     if (segment == nullptr)
@@ -210,7 +207,7 @@ bool CElfFile::ReadDynamicSection(const Elf64_Phdr& segment) noexcept
         if (entry.d_tag == DT_NEEDED)
             mNeeded[mNeededCount++] = entry.d_un.d_val;
     }
-    return mDynamicCount < count; // else it has no end
+    return mDynamicCount < count && mNames != 0; // else without an end, or names
 }
 
 const Elf64_Phdr* CElfFile::SegmentOf(std::uint64_t address) const noexcept

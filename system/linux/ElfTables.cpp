@@ -293,9 +293,10 @@ bool CElfTables::IsOfNeeded(std::uint64_t name) noexcept
     char asked[CElfFile::NameLimit];
     for (std::size_t index = 0; index < mFile.NeededCount(); ++index)
     {
-        if (mFile.ReadNeeded(index, needed) &&
-            mFile.ReadLoaded(Value(DT_STRTAB) + name, asked, std::strlen(needed) + 1) &&
-            std::strcmp(needed, asked) == 0)
+        static_cast<void>(mFile.ReadNeeded(index, needed)); // which was found well before
+        const std::size_t size = std::strlen(needed) + 1;
+        if (mFile.ReadLoaded(Value(DT_STRTAB) + name, asked, size) &&
+            std::memcmp(needed, asked, size) == 0)
             return true;
     }
     return false;

@@ -156,9 +156,10 @@ TEST(ElfFile, IsRefusedForAnyNumberThatLeadsTheLoaderAstray)
         Set(i.Value(DT_SYMTAB), Far), Set(symbols[defined].st_name, Far),
         Set(symbols[count - 1].st_name, Far), Set(hash[4 + 2 * hash[2]], 1),
         Set(object.r_info, std::uint64_t{count} << 32 | R_X86_64_GLOB_DAT),
-        Set((&i.Value(DT_NEEDED))[2], Far), Set(needed->vn_version, 2), Set(needed->vn_file, Far),
-        Set(needed->vn_file, 1), Set(needed->vn_aux, Far), Set(needed->vn_next, Far),
-        Set(version->vna_name, Far), Set(versions[defined], 0x7FFF));
+        Set((&i.Value(DT_NEEDED))[2], Far), Set((&i.Value(DT_STRTAB))[-1], DT_DEBUG),
+        Set(needed->vn_version, 2), Set(needed->vn_file, Far), Set(needed->vn_file, 1),
+        Set(needed->vn_aux, Far), Set(needed->vn_next, Far), Set(version->vna_name, Far),
+        Set(versions[defined], 0x7FFF));
     i.Expect("", Set(head.e_shnum, 0), Set(head.e_shnum, 1), Set(head.e_shoff, 0),
              Set(i.Value(DT_RELASZ), i.Value(DT_RELACOUNT) * sizeof(Elf64_Rela)),
              Set(object.r_info, (std::uint64_t{count} - 1) << 32 | R_X86_64_GLOB_DAT),
