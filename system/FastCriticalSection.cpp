@@ -14,10 +14,7 @@ void CSpinWord::WaitAndTake() noexcept
     constexpr int spins = 50; // about as long as a thread needs to fall asleep and be woken
     for (int spin = 0; spin < spins; ++spin)
     {
-        std::uint32_t expected = Free;
-        if (mWord.load(std::memory_order_relaxed) == Free &&
-            mWord.compare_exchange_weak(expected, Taken, std::memory_order_acquire,
-                                        std::memory_order_relaxed))
+        if (!IsTaken() && TryTake())
             return;
         Pause();
     }

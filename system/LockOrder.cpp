@@ -82,8 +82,7 @@ void LeaveLock(const void* lock) noexcept
         std::move(tHeld + at + 1, tHeld + Held().size(), tHeld + at);
         break;
     }
-    if (tCount > 0)
-        --tCount;
+    --tCount;
 }
 
 void CheckForeignCall(const LockPlace& place) noexcept

@@ -11,7 +11,6 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
-#include <utility>
 
 namespace Tavrik::tSystem
 {
@@ -135,16 +134,6 @@ class CLibrary
 {
 public:
     CLibrary() noexcept = default;
-    CLibrary(CLibrary&& other) noexcept
-    {
-        Swap(other);
-    }
-    CLibrary& operator=(CLibrary&& other) noexcept
-    {
-        CLibrary moved(std::move(other));
-        Swap(moved);
-        return *this;
-    }
     CLibrary(const CLibrary&) = delete;
     CLibrary& operator=(const CLibrary&) = delete;
     ~CLibrary()
@@ -181,13 +170,6 @@ public:
     [[nodiscard]] void* Find(const char* name) const noexcept;
 
 private:
-    void Swap(CLibrary& other) noexcept
-    {
-        std::swap(mHandle, other.mHandle);
-        std::swap(mFailure, other.mFailure);
-        mFailureText.swap(other.mFailureText);
-    }
-
     void* mHandle = nullptr;
     ELoadFailure mFailure = ELoadFailure::None;
     std::string mFailureText;

@@ -99,7 +99,7 @@ private:
         if (row == nullptr) [[likely]]
             return mWord;
         constexpr int granule = 16; // bits; a stack is larger
-        char here = 0;
+        char here;                  // NOLINT: it is never read
         const auto thread =
             static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(&here) >> granule);
         const std::uint32_t mixed = thread * row->Factor.load(std::memory_order_relaxed);

@@ -200,7 +200,7 @@ TEST(DynLib, AnswersThatItIsNotOpenAndKnowsWhatWasTornDown)
          {torn.AddObject(nullptr, Nobody), torn.RemoveObject(nullptr), torn.IsForeignClass(Nobody)})
         EXPECT_EQ(answer, E_NOTIMPL);
     void* out = nullptr;
-    EXPECT_EQ(closed.Open(nullptr), E_FAIL);
+    EXPECT_EQ(closed.Open(L""), E_FAIL);
     EXPECT_EQ(closed.GetClassObject(CLSID_Value, IID_IUnknown, &out), E_NOINTERFACE);
     EXPECT_EQ(closed.RegisterBootstrap(nullptr, nullptr), E_NOINTERFACE);
 }

@@ -58,8 +58,6 @@ std::string CElfFile::Fault() const
 
 bool CElfFile::ReadNeeded(std::size_t index, char (&name)[NameLimit]) noexcept
 {
-    if (index >= mNeededCount || mNames == 0)
-        return false;
     const std::uint64_t address = mNames + mNeeded[index];
     const Elf64_Phdr* const segment = SegmentOf(address);
     if (segment == nullptr)
@@ -210,14 +208,14 @@ bool CElfFile::ReadDynamicSection(const Elf64_Phdr& segment) noexcept
         if (entry.d_tag == DT_NEEDED)
             mNeeded[mNeededCount++] = entry.d_un.d_val;
     }
-    return mDynamicCount < count; // else it has no end
+    return mDynamicCount < count && mNames != 0; // else without an end, or names
 }
 
 const Elf64_Phdr* CElfFile::SegmentOf(std::uint64_t address) const noexcept
 {
     const auto holds = [address](const Elf64_Phdr& segment)
     {
-        return address >= segment.p_vaddr && address - segment.p_vaddr < segment.p_memsz;
+        return address - segment.p_vaddr < segment.p_memsz; // else it is far behind, without a sign
     };
     if (mLastLoaded < mLoadedCount && holds(mLoaded[mLastLoaded]))
         return &mLoaded[mLastLoaded];

@@ -47,7 +47,8 @@ public:
         return mNeededCount;
     }
 
-    // Reads the name of one of them; false when the file holds no proper name there.
+    // Reads the name of one of them, by an index below that number; false when the file holds no
+    // proper name there.
     [[nodiscard]] bool ReadNeeded(std::size_t index, char (&name)[NameLimit]) noexcept;
 
     // --- For the check of the tables -----------------------------------------------------------
@@ -92,7 +93,7 @@ private:
     std::uint64_t mFileSize = 0;
     std::uint64_t mWantedSize = 0; // as far as what was looked for behind the end tells
     Elf64_Ehdr mHeader = {};
-    std::uint64_t mNames = 0; // their address; 0: not known
+    std::uint64_t mNames = 0; // their address
     std::size_t mNeededCount = 0;
     std::size_t mLoadedCount = 0;
     mutable std::size_t mLastLoaded = 0; // where an address was found last: the next is near it

@@ -12,7 +12,6 @@ namespace Tavrik::tSystem
 namespace
 {
 
-constexpr std::uint64_t CountLimit = std::uint64_t{1} << 32; // of anything, so that nothing wraps
 constexpr std::uint32_t VersionMask = 0x7FFF;
 constexpr std::uint64_t Address = sizeof(std::uint64_t);
 
@@ -37,8 +36,6 @@ std::optional<std::uint64_t> CElfTables::Find(std::int64_t tag) const noexcept
 template <class Entry, class Visit>
 bool CElfTables::ForEach(std::uint64_t address, std::uint64_t count, Visit visit) noexcept
 {
-    if (count > CountLimit)
-        return false;
     constexpr std::uint64_t pieceCount = 4096 / sizeof(Entry);
     Entry piece[pieceCount];
     for (std::uint64_t first = 0; first < count; first += pieceCount)
@@ -104,7 +101,7 @@ bool CElfTables::CheckHash() noexcept
     mSymbolCount = std::max<std::uint64_t>(mSymbolCount, counts[1]);
     return ForEach<std::uint32_t>(*table + sizeof counts, std::uint64_t{counts[0]} + counts[1],
                                   [&](std::uint64_t, std::uint32_t symbol)
-                                  { return symbol == 0 || symbol < counts[1]; });
+                                  { return symbol < counts[1]; });
 }
 
 // Each chain of symbols ends with an odd number; the last symbol is where the last chain ends.
@@ -170,12 +167,9 @@ bool CElfTables::CheckRelocation(const Elf64_Rela& relocation, bool mustBeRelati
         !mFile.IsLoaded(relocation.r_offset, size, mWritesEverywhere ? 0 : PF_W, true))
         return false;
     mSymbolCount = std::max(mSymbolCount, symbol + 1);
-    if (Functions* const functions = FunctionsAt(relocation.r_offset); functions != nullptr)
-    {
-        if (isRelative ? !IsCode(code) : symbol == 0)
-            return false;
+    if (Functions* const functions = FunctionsAt(relocation.r_offset);
+        functions != nullptr && (isRelative ? IsCode(code) : symbol != 0))
         ++functions->Filled;
-    }
     return true;
 }
 
@@ -204,21 +198,21 @@ bool CElfTables::CheckPackedRelocations() noexcept
 
 bool CElfTables::CheckPackedRelocation(std::uint64_t address) noexcept
 {
-    std::uint64_t target = 0;
     if (!mFile.IsLoaded(address, Address, mWritesEverywhere ? 0 : PF_W, true))
         return false;
-    Functions* const functions = FunctionsAt(address);
-    if (functions == nullptr)
-        return true;
-    ++functions->Filled;
-    return Read(address, target) && IsCode(target);
+    std::uint64_t target;
+    if (Functions* const functions = FunctionsAt(address);
+        functions != nullptr && Read(address, target) && IsCode(target))
+        ++functions->Filled;
+    return true;
 }
 
+// What lies before the functions is, without a sign, far behind them.
 CElfTables::Functions* CElfTables::FunctionsAt(std::uint64_t address) noexcept
 {
     for (Functions& functions : mFunctions)
     {
-        if (address >= functions.Address && address - functions.Address < functions.Size)
+        if (address - functions.Address < functions.Size)
             return &functions;
     }
     return nullptr;
@@ -228,8 +222,7 @@ bool CElfTables::CheckFunctions() noexcept
 {
     for (const Functions& functions : mFunctions)
     {
-        if (functions.Size % Address != 0 || functions.Filled < functions.Size / Address ||
-            (functions.Size != 0 && !mFile.IsLoaded(functions.Address, functions.Size)))
+        if (functions.Size % Address != 0 || functions.Filled < functions.Size / Address)
             return false;
     }
     for (const std::int64_t tag : {DT_INIT, DT_FINI})
@@ -262,28 +255,27 @@ bool CElfTables::CheckSymbols() noexcept
 bool CElfTables::CheckVersions() noexcept
 {
     std::uint32_t last = 1;
-    std::uint64_t left = CountLimit >> 8; // for a chain that leads back
-    const auto needed = Find(DT_VERNEED);
-    for (std::uint64_t at = needed.value_or(0), next = needed ? 1 : 0; next != 0; at += next)
+    std::uint32_t left = 1U << 24; // for chains that run into each other
+    for (std::uint64_t at = Value(DT_VERNEED), next = at; next != 0; at += next)
     {
         Elf64_Verneed library;
         if (!Read(at, library) || library.vn_version != 1 || !IsOfNeeded(library.vn_file))
             return false;
-        for (std::uint64_t aux = at + library.vn_aux, step = 1; step != 0; aux += step)
+        std::uint64_t aux = at + library.vn_aux;
+        Elf64_Vernaux version;
+        do
         {
-            Elf64_Vernaux version;
             if (left-- == 0 || !Read(aux, version) || !IsName(version.vna_name))
                 return false;
             last = std::max(last, version.vna_other & VersionMask);
-            step = version.vna_next;
-        }
+            aux += version.vna_next;
+        } while (version.vna_next != 0);
         next = library.vn_next;
     }
-    const auto defined = Find(DT_VERDEF);
-    for (std::uint64_t at = defined.value_or(0), next = defined ? 1 : 0; next != 0; at += next)
+    for (std::uint64_t at = Value(DT_VERDEF), next = at; next != 0; at += next)
     {
         Elf64_Verdef version;
-        if (left-- == 0 || !Read(at, version) || version.vd_version != 1)
+        if (!Read(at, version) || version.vd_version != 1)
             return false;
         last = std::max(last, version.vd_ndx & VersionMask);
         next = version.vd_next;

@@ -26,7 +26,7 @@ private:
     {
         std::uint64_t Address = 0;
         std::uint64_t Size = 0;
-        std::uint64_t Filled = 0;
+        std::uint64_t Filled = 0; // with a function, as far as can be told
     };
 
     [[nodiscard]] std::optional<std::uint64_t> Find(std::int64_t tag) const noexcept;

@@ -212,13 +212,14 @@ LibraryHandle LoadFile(const std::string& path, Reason& reason)
     return MapLibrary(path.c_str(), reason);
 }
 
-// The folder of the program that runs, with a slash at its end; empty when it cannot be told.
+// The folder of the program that runs, with a slash at its end; the current one when it cannot be
+// told.
 std::string HostFolder()
 {
     char program[PATH_MAX];
     const ssize_t size = readlink("/proc/self/exe", program, sizeof program);
     if (size <= 0)
-        return {};
+        return "./";
     const std::string_view path(program, static_cast<std::size_t>(size));
     return std::string(path.substr(0, path.rfind('/') + 1));
 }
@@ -229,7 +230,7 @@ LibraryHandle LoadByName(const std::string& name, Reason& reason)
     for (const std::string& folder : {HostFolder(), std::string("./")})
     {
         const std::string path = folder + name;
-        if (!folder.empty() && Exists(path))
+        if (Exists(path))
             return LoadFile(path, reason);
     }
     return MapLibrary(name.c_str(), reason);
@@ -242,8 +243,6 @@ bool CLibrary::Open(const wchar_t* path)
     Close();
     mFailure = ELoadFailure::NotFound;
     mFailureText = "has no name";
-    if (path == nullptr)
-        return false;
     const std::string native = NativePath(path);
     if (native.empty()) // the loader would answer with the program itself
         return false;

@@ -21,10 +21,9 @@ CQueuedCopy* CWorkerSlot::Pop() noexcept
         return nullptr;
     const CLockGuard guard(mLock);
     CQueuedCopy* const copy = mFirst;
-    if (copy == nullptr)
-        return nullptr;
-    mFirst = copy->Next;
-    mHasQueued = mFirst != nullptr;
+    if (copy != nullptr)
+        mFirst = copy->Next;
+    mHasQueued = mFirst != nullptr; // also for what was taken back
     return copy;
 }
 
@@ -39,7 +38,6 @@ bool CWorkerSlot::TakeBack(CQueuedCopy& copy) noexcept
         (before == nullptr ? mFirst : before->Next) = at->Next;
         if (mLast == at)
             mLast = before;
-        mHasQueued = mFirst != nullptr;
         return copy.State.TakeBack();
     }
     return false;

@@ -9,6 +9,7 @@
 
 #include <cwchar>
 #include <new>
+#include <utility>
 
 namespace Tavrik::tSystem
 {
@@ -91,7 +92,7 @@ bool CLibrary::Open(const wchar_t* path)
     Close();
     mFailure = ELoadFailure::NotFound;
     mFailureText = "has no name";
-    if (path == nullptr || *path == L'\0')
+    if (*path == L'\0')
         return false;
     const CNoErrorBoxes noErrorBoxes;
     const bool isBareName = std::wcspbrk(path, L"\\/:") == nullptr;

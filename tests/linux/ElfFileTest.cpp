@@ -122,6 +122,7 @@ TEST(ElfFile, IsRefusedForAnyNumberThatLeadsTheLoaderAstray)
     std::size_t defined = hash[1]; // a function of the file's own
     while (ELF64_ST_TYPE(symbols[defined].st_info) != STT_FUNC)
         ++defined;
+    const std::size_t count = (i.Value(DT_STRTAB) - i.Value(DT_SYMTAB)) / sizeof(Elf64_Sym);
     auto* const versions = i.Table<Elf64_Half>(DT_VERSYM);
     auto* const needed = i.Table<Elf64_Verneed>(DT_VERNEED);
     auto* const version = reinterpret_cast<Elf64_Vernaux*>(needed + 1);
@@ -152,10 +153,15 @@ TEST(ElfFile, IsRefusedForAnyNumberThatLeadsTheLoaderAstray)
         Set(i.Value(DT_FINI_ARRAYSZ), i.Value(DT_FINI_ARRAYSZ) + 8),
         Set(i.Value(DT_INIT), functions), Set(i.Value(DT_FINI), Far), Set(i.Value(DT_SYMENT), 25),
         Set(i.Value(DT_SYMTAB), Far), Set(symbols[defined].st_name, Far),
+        Set(symbols[count - 1].st_name, Far), Set(hash[4 + 2 * hash[2]], 1),
+        Set(object.r_info, std::uint64_t{count} << 32 | R_X86_64_GLOB_DAT),
+        Set((&i.Value(DT_NEEDED))[2], Far), Set((&i.Value(DT_STRTAB))[-1], DT_DEBUG),
         Set(needed->vn_version, 2), Set(needed->vn_file, Far), Set(needed->vn_file, 1),
         Set(needed->vn_aux, Far), Set(needed->vn_next, Far), Set(version->vna_name, Far),
         Set(versions[defined], 0x7FFF));
     i.Expect("", Set(head.e_shnum, 0), Set(head.e_shnum, 1), Set(head.e_shoff, 0),
+             Set(i.Value(DT_RELASZ), i.Value(DT_RELACOUNT) * sizeof(Elf64_Rela)),
+             Set(object.r_info, (std::uint64_t{count} - 1) << 32 | R_X86_64_GLOB_DAT),
              Set(i.Value(DT_RELACOUNT), 0), Set(object.r_info, R_X86_64_NONE),
              Set(object.r_offset, i.DataEnd - 8), Set(symbols[1].st_info, chosen),
              Set(symbols[defined].st_info, chosen), Set(versions[defined], 0x8001));
@@ -181,13 +187,16 @@ TEST(ElfFile, IsRefusedForAnyNumberThatLeadsTheLoaderAstray)
     auto* const versioned = i.Put<std::uint32_t>(DT_VERDEF, {1, 0x7FFE, 0, 0, 0});
     i.Expect("", Set(versions[defined], 0x7FFE));
     i.Expect(Damaged, Set(versioned[0], 2), Set(versioned[4], Far));
+    i.Value(DT_RELACOUNT) = 0;
+    i.Expect("", Set(function.r_info, std::uint64_t{defined} << 32 | R_X86_64_64));
+    i.Expect(Damaged, Set(function.r_info, R_X86_64_64));
 }
 
 TEST(ElfFile, IsReadInTheOtherFormsThatItsTablesMayHave)
 {
     Image hashed;
     auto* const counts = hashed.Put<std::uint32_t>(DT_HASH, {1, 2, 1, 0, 0});
-    hashed.Expect("", Set(counts[2], 0));
+    hashed.Expect("", Set(counts[2], 0), Set((&hashed.Value(DT_GNU_HASH))[-1], DT_DEBUG));
     hashed.Expect(Damaged, Set(counts[0], 0), Set(counts[0], Far), Set(counts[2], 2));
 
     Image called;
@@ -210,7 +219,7 @@ TEST(ElfFile, IsReadInTheOtherFormsThatItsTablesMayHave)
     packed.Value(DT_RELACOUNT) = 0;
     packed.Relocation(R_X86_64_RELATIVE).r_info = R_X86_64_NONE;
     packed.Expect("", Set(function, packed.Code));
-    packed.Expect(Damaged, Set(function, functions));
+    packed.Expect(Damaged, Set(function, functions), Set(words[0], end - 16 - 63 * 8));
 }
 
 } // namespace
