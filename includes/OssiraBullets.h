@@ -154,7 +154,7 @@ catch (const std::exception&)
     return true;
 }
 
-[[nodiscard]] inline std::wstring WideFromUtf16(std::u16string_view units)
+[[nodiscard]] inline std::wstring WideFromUtf16(const std::u16string& units)
 {
     std::wstring text;
     text.reserve(units.size());
@@ -162,7 +162,7 @@ catch (const std::exception&)
     {
         std::uint32_t code = units[at];
         const bool isPair = sizeof(wchar_t) > sizeof(char16_t) && (code & 0xFC00) == 0xD800 &&
-                            at + 1 < units.size() && (units[at + 1] & 0xFC00) == 0xDC00;
+                            (units[at + 1] & 0xFC00) == 0xDC00; // behind the last one is 0
         if (isPair)
             code = 0x10000 + ((code & 0x3FF) << 10) + (units[++at] & 0x3FFu);
         text.push_back(static_cast<wchar_t>(code));

@@ -123,26 +123,13 @@ private:
 
     static constexpr auto Sorted = Sort();
 
-    // Where the entries from `first` to `last` are divided: in front of the first of those that
-    // have a number in common, so that none of them is left behind; nowhere (0) if all have it.
+    // Where the entries from `first` to `last` are divided: in the middle, unless those beside it
+    // have a number in common, of which none may be left behind; then nowhere (0).
     [[nodiscard]] static constexpr std::size_t Middle(std::size_t first, std::size_t last) noexcept
     {
         const std::size_t half = first + (last - first) / 2;
-        const auto divides = [](std::size_t at)
-        {
-            return Sorted[at - 1].Iid.Data1 != Sorted[at].Iid.Data1;
-        };
-        for (std::size_t at = half; at > first; --at)
-        {
-            if (divides(at))
-                return at;
-        }
-        for (std::size_t at = half + 1; at < last; ++at)
-        {
-            if (divides(at))
-                return at;
-        }
-        return 0;
+        const bool divides = half > first && Sorted[half - 1].Iid.Data1 != Sorted[half].Iid.Data1;
+        return divides ? half : 0;
     }
 
     template <std::size_t First, std::size_t Last, class Answer>

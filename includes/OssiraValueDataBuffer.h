@@ -11,10 +11,12 @@
 #include "OssiraPointer.h"
 #include "OssiraValue.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string_view>
 
 namespace Tavrik::Ossira
 {
@@ -219,23 +221,40 @@ public:
             // An empty value has no size, and no rewriting brings one.
             const bool mayBeWritten = retries > 0 && !SameGuid(otherType, GUID_Null);
             const Result otherSize = AskTwice(*other, otherType, nullptr, 0);
-            if (Failed(otherSize) && IsOfRewriting(otherSize) && mayBeWritten)
+            if (IsOfRewriting(otherSize) && mayBeWritten)
                 continue;
             OSSIRA_CHECK(!Failed(otherSize), otherSize, "BValue->GetValue(BType, NULL, 0)");
-            if (size != otherSize)
+            if (const std::int32_t order = OrderOfSizes(size, otherSize); order != 0)
             {
-                *result = size < otherSize ? -1 : 1;
+                *result = order;
                 return S_OK;
             }
             OSSIRA_CHECK_CALL_TWICE(bytes.Alloc(size), "StackBuffer.Alloc( Size )");
             const Result got = AskTwice(*other, otherType, bytes.Data(), size);
-            if (Failed(got) && IsOfRewriting(got) && mayBeWritten)
+            if (IsOfRewriting(got) && mayBeWritten)
                 continue;
             OSSIRA_CHECK(!Failed(got), got, "BValue->GetValue(BType, Buf, Size)");
-            *result =
-                size > 0 ? std::memcmp(data, bytes.Data(), static_cast<std::size_t>(size)) : 0;
+            *result = OrderOfBytes(data, bytes.Data(), size);
             return S_OK;
         }
+    }
+
+    // How two data of one datatype are ordered: by their sizes, -1, 0 or 1, and those of one size
+    // by their bytes. Of no bytes the addresses may be null.
+    [[nodiscard]] static std::int32_t OrderOfSizes(std::int32_t left, std::int32_t right) noexcept
+    {
+        return (left > right) - (left < right);
+    }
+
+    [[nodiscard]] static std::int32_t
+    OrderOfBytes(const unsigned char* left, const unsigned char* right, std::int32_t size) noexcept
+    {
+        const auto bytes = [size](const unsigned char* data)
+        {
+            return std::string_view(reinterpret_cast<const char*>(data),
+                                    static_cast<std::size_t>(size));
+        };
+        return bytes(left).compare(bytes(right));
     }
 
     static constexpr std::int32_t InlineSize = 16;
@@ -337,8 +356,7 @@ public:
         mIsEmpty = buffer.IsEmpty();
         if (mSize > mRoom)
             return false;
-        if (mSize > 0)
-            std::memcpy(mBytes.Data(), buffer.Data, static_cast<std::size_t>(mSize));
+        std::copy_n(buffer.Data, mSize, mBytes.Data());
         return true;
     }
 
@@ -366,10 +384,10 @@ public:
     {
         if (const int order = std::memcmp(&mType, &other.mType, sizeof(GUID)); order != 0)
             return order;
-        if (mSize != other.mSize)
-            return mSize < other.mSize ? -1 : 1;
-        const auto size = static_cast<std::size_t>(mSize);
-        return size > 0 ? std::memcmp(mBytes.Data(), other.mBytes.Data(), size) : 0;
+        if (const std::int32_t order = CValueDataBuffer::OrderOfSizes(mSize, other.mSize);
+            order != 0)
+            return order;
+        return CValueDataBuffer::OrderOfBytes(mBytes.Data(), other.mBytes.Data(), mSize);
     }
 
 private:

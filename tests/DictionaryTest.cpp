@@ -270,9 +270,8 @@ TEST(ValueSets, AFailedWriteLeavesNoTrace)
                          : "AddGUID not supported by IValueSet");
         FAILS(As<IValue>(*set)->SetValue(type, &type, 4), E_NOT_SUPPORTED,
               "Call of IValueSet::IValue-Methode not supported");
-        EXPECT_EQ(set->GetValueData(KeyA, type, nullptr, 0), 4);
-        EXPECT_EQ(set->GetCount(), 1);
-        EXPECT_EQ(enumerator->MoveNext(), S_OK);
+        EXPECT_TRUE(set->GetValueData(KeyA, type, nullptr, 0) == 4 && set->GetCount() == 1 &&
+                    enumerator->MoveNext() == S_OK);
     }
 }
 

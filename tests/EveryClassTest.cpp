@@ -2,8 +2,10 @@
 // and answer for; and tables of the refusals that every operation has.
 #include "ComServer.h"
 #include "EveryOperation.h"
+#include "FailingMemory.h"
 #include "Library.h"
 #include "SampleObject.h"
+#include "ServiceTools.h"
 
 namespace Tavrik::Ossira::tTest
 {
@@ -397,16 +399,39 @@ TEST(EveryClass, TheHeadersReadWhatTheyWroteAndRefuseNoPlaceAndNoDatum)
     expect(E_POINTER, [](auto... place) { return GetValueUniString(place..., nullptr); });
     expect(E_POINTER, [](auto... place) { return GetValueCharString(place..., nullptr); });
     expect(E_POINTER, [](auto... place) { return GetValueSINT32(place..., nullptr); });
+    const std::string_view endless(narrow.data(), std::size_t{1} << 31);
+    expect(E_OUTOFMEMORY, [&](auto... place) { return SetValueCharString(place..., endless); });
     EXPECT_EQ(value->SetValue(DATATYPE_UniString, "odd", 3), S_OK);
     EXPECT_EQ(GetValueUniString(value.Get(), &wide), E_INVALIDARG);
 
     CStackBuffer buffer;
-    EXPECT_EQ(buffer.Alloc(-1), E_INVALIDARG);
     const void* const onStack = buffer.Data();
-    EXPECT_EQ(buffer.Alloc(CStackBuffer::StackSize), S_OK);
-    EXPECT_EQ(buffer.Data(), onStack);
-    EXPECT_EQ(buffer.Alloc(CStackBuffer::StackSize + 1), S_OK);
-    EXPECT_NE(buffer.Data(), onStack);
+    constexpr std::int32_t room = CStackBuffer::StackSize;
+    EXPECT_TRUE(buffer.Alloc(-1) == E_INVALIDARG && buffer.Alloc(room) == S_OK &&
+                buffer.Data() == onStack);
+    EXPECT_TRUE(buffer.Alloc(room + 1) == S_OK && buffer.Data() != onStack);
+    CValueDataBuffer full;
+    EXPECT_TRUE(full.SetValue(DATATYPE_GUID, &guid, sizeof guid) == S_OK && !full.IsEmpty() &&
+                full.Assign({}) == S_OK && full.IsEmpty());
+}
+
+TEST(EveryClass, AGroupThatKnowsItsKeysCountsAndWalksThemWithoutMemory)
+{
+    const auto group = Make<IValueSetGroup>(CLSID_ValueSetGroup);
+    for (const std::uint32_t key : {1u, 2u})
+    {
+        const auto layer = Make<IValueSet>(CLSID_ValueSet);
+        EXPECT_EQ(SetValueSINT32(layer.Get(), Numbered(key), 0) +
+                      SetValueSINT32(layer.Get(), Numbered(key + 1), 0) +
+                      group->InsertValueSet(-1, layer.Get(), nullptr, 0),
+                  S_OK);
+    }
+    ObjectPtr<IValueSet> view;
+    EXPECT_EQ(group->GetValueSet(view.Put()), S_OK);
+    const auto walk = Walk<IEnumeratorGUID>(*view);
+    EXPECT_EQ(view->GetCount() + walk->MoveNext(), 3);
+    const FailingMemory none(0);
+    EXPECT_EQ(view->GetCount() + walk->MoveNext(), 3);
 }
 
 TEST(EveryClass, AnObjectThatAnswersSuccessAndNothingIsRefusedWhereItIsAsked)

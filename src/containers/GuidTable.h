@@ -32,6 +32,7 @@
 #include <algorithm>
 #include <limits>
 #include <optional>
+#include <span>
 #include <type_traits>
 #include <vector>
 
@@ -252,8 +253,9 @@ private:
     {
         const std::size_t size = DirectorySize();
         std::unique_ptr<Segment*[]> directory(new Segment*[size * 2]);
-        for (std::size_t at = 0; at < size * 2; ++at)
-            directory[at] = mDirectory[at / 2];
+        std::size_t at = 0;
+        for (Segment*& place : std::span(directory.get(), size * 2))
+            place = mDirectory[at++ / 2];
         mDirectory.swap(directory);
         --mIndex.Shift;
         mIndex.Deepest = 0;
@@ -296,18 +298,21 @@ private:
         return true;
     }
 
-    // Where no segment needs the directory's last bit. In the half that stays, a segment needs all
-    // bits where the place beside it holds another one.
+    // Where no segment needs the directory's last bit. Then one needs all others where the next
+    // pair of places holds another one.
     [[nodiscard]] bool TryHalveDirectory() noexcept
     {
         const std::size_t size = DirectorySize() / 2;
         std::unique_ptr<Segment*[]> directory(new (std::nothrow) Segment*[size]);
         if (!directory)
             return false;
-        for (std::size_t at = 0; at < size; ++at)
-            directory[at] = mDirectory[at * 2];
-        for (std::size_t at = 0; at < size; ++at)
-            mIndex.Deepest += directory[at] != directory[at ^ 1] ? 1U : 0U;
+        std::size_t at = 0;
+        for (Segment*& place : std::span(directory.get(), size))
+        {
+            place = mDirectory[at];
+            mIndex.Deepest += place != mDirectory[at ^ 2] ? 1U : 0U;
+            at += 2;
+        }
         mDirectory.swap(directory);
         ++mIndex.Shift;
         return true;
