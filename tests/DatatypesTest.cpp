@@ -209,6 +209,7 @@ TEST(DatatypesService, InstallsTheIntrinsicDatatypesAtTheFirstQuestionBehindEarl
     EXPECT_EQ(service->UnregisterDatatypes(&late), S_OK) << "whoever provides them";
     EXPECT_EQ(service->UnregisterDatatype(TypeA), S_OK);
     EXPECT_EQ(KeysOf(*service).size(), 8u);
+    EXPECT_EQ(KeysOf(*Make<IDatatypesService>(CLSID_DatatypesService)).size(), 8u);
     const std::string name = '"' + std::string(47, 'n') + '"'; // as much as a record holds
     EXPECT_EQ(capture.CountLinesWith("Datatype " + name + " already registerd"), 1u);
     for (const auto& cleared : {service, Make<IDatatypesService>(CLSID_DatatypesService)})
@@ -226,6 +227,7 @@ TEST(DatatypesService, RefusesBadArgumentsAndProvidersThatLie)
     EXPECT_EQ(s.Contains(TypeA), S_FALSE);
     const char* const null = "GUID_Null for dataType not allowed";
     FAILS(s.RegisterDatatype(TypeA, &s), E_INVALIDARG, "this as pType not allowed");
+    FAILS(s.UnregisterDatatypes(&s), E_INVALIDARG, "this as pTypes not allowed");
     FAILS(s.UnregisterDatatype(GUID_Null), E_INVALIDARG, null);
     FAILS(s.ValueCompare(TypeA, &s, 0, &s, 0, nullptr), E_NOT_FOUND, "GetValueGUID( dataType )");
     const ObserverMaskScope mask(PRINT_TRACE | PRINT_ERROR); // asks for descriptions

@@ -412,7 +412,7 @@ TEST(EveryClass, TheHeadersReadWhatTheyWroteAndRefuseNoPlaceAndNoDatum)
     EXPECT_TRUE(buffer.Alloc(room + 1) == S_OK && buffer.Data() != onStack);
     CValueDataBuffer full;
     EXPECT_TRUE(full.SetValue(DATATYPE_GUID, &guid, sizeof guid) == S_OK && !full.IsEmpty() &&
-                full.Assign({}) == S_OK && full.IsEmpty());
+                full.AllocBuffer(sizeof guid) == S_OK && full.Assign({}) == S_OK && full.IsEmpty());
 }
 
 TEST(EveryClass, AGroupThatKnowsItsKeysCountsAndWalksThemWithoutMemory)

@@ -178,7 +178,10 @@ const Trial Trials[] = {
     {"a pool",
      [](World& w)
      {
-         return w.Box->Create(3);
+         IThreadPool* pool = nullptr;
+         const Result made = w.Box->Create(3);
+         const bool isThere = made != S_OK || w.Box->GetThreadPool(&pool) == S_OK;
+         return isThere && (pool == nullptr || pool->GetThreadCount() == 3) ? made : E_UNEXPECTED;
      }},
     {"a library of a folder",
      [](World&)

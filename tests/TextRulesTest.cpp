@@ -40,8 +40,9 @@ TEST(TextFormat, EveryArgumentIsTakenByItsType)
               "ffffffffffffffff 9223372036854775807 18446744073709551615 -9223372036854775808");
     EXPECT_EQ(Format(Room, "%f %.3e %g %a|%.2Lf|%d", 1.5, 12345.678, 0.0001, 1.0, 1.25L, 4),
               "1.500000 1.235e+04 0.0001 0x1p+0|1.25|4");
-    EXPECT_EQ(Format(Room, "%08X %#x %+d % d|%*d|%*d|%.*d", 0xBEEFu, 255u, 5, 6, 4, 1, -4, 2, 3, 3),
-              "0000BEEF 0xff +5  6|   1|2   |003");
+    EXPECT_EQ(
+        Format(Room, "%010X %#x %+d % d|%*d|%*d|%.*d", 0xBEEFu, 255u, 5, 6, 4, 1, -4, 2, 3, 3),
+        "000000BEEF 0xff +5  6|   1|2   |003");
     EXPECT_EQ(Format(Room, "%c|%-3c|%s%6s|%-4s|%.2s%%|%S", 'a', 'c', "d", "ef", "gh", "ijk", L"w"),
               "a|c  |d    ef|gh  |ij%|w");
     EXPECT_EQ(Format(Room, "%i %o %F %E %G %A %C", -1, 8, 1.5, 1.5, 1e-9, 1.0, L'w'),

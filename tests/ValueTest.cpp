@@ -146,6 +146,11 @@ TEST(Value, IsComparedWithSomebodyElsesValueThatIsWrittenMeanwhileOrCannotBeRead
               failures < 1000 ? "" : "BValue->GetValue(BType, NULL, 0)");
         EXPECT_EQ(result <=> 0, failures < 1000 ? 5 <=> failures : 1 <=> 0);
     }
+    constexpr GUID greatest = {~0U, 0, 0, {}};
+    EXPECT_EQ(left->SetValue(greatest, &result, 4), S_OK);
+    result = 0;
+    EXPECT_EQ(As<IComparable>(*left)->Compare(&foreign, &result), S_OK);
+    EXPECT_GT(result, 0);
 }
 
 TEST(Bullets, WideTextIsStoredAsUtf16AndComesBack)

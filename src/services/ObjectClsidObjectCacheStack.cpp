@@ -170,14 +170,12 @@ try
 {
     OSSIRA_CHECK_REFERENCE(clsid);
     OSSIRA_CHECK_REFERENCE(iid);
+    OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "Create"); // at once, whoever holds the lock
+    const tSystem::CLockGuard guard(mLock);
     OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "Create");
     OSSIRA_CHECK(!mIsCreated, E_ACCESSDENIED, "Already created");
     OSSIRA_CHECK(!SameGuid(clsid, GUID_Null) && !SameGuid(iid, GUID_Null), E_INVALIDARG,
                  "clsid and iid cannot be GUID_Null");
-
-    const tSystem::CLockGuard guard(mLock); // other threads may have been faster
-    OSSIRA_CHECK(!IsClosed(), E_DISPOSED, "Create");
-    OSSIRA_CHECK(!mIsCreated, E_ACCESSDENIED, "Already created");
     mClassId = clsid;
     mInterfaceId = iid;
     mMaxObjectCount = maxObjectCount;
