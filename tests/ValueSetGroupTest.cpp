@@ -288,6 +288,7 @@ private:
     void StepView()
     {
         const std::uint32_t die = Below(200);
+        const bool clears = die > 196;
         const int target = Target();
         const GUID key = Numbered(mNumber);
         if (die < 120)
@@ -302,17 +303,17 @@ private:
         }
         const auto isMeant = [&](const Layer& layer)
         {
-            return die == 199 ? (layer.Flags & LAYER_HIDDEN) == 0 : layer.Holds(mNumber);
+            return clears ? (layer.Flags & LAYER_HIDDEN) == 0 : layer.Holds(mNumber);
         };
         const bool isGuarded = std::ranges::any_of(mLayers, [&](const Layer& layer)
                                                    { return isMeant(layer) && layer.Flags != 0; });
-        EXPECT_EQ(die == 199 ? mView->Clear() : mView->RemoveGUID(key),
+        EXPECT_EQ(clears ? mView->Clear() : mView->RemoveGUID(key),
                   isGuarded ? E_ACCESSDENIED : S_OK);
         mWalk.IsDead |= !isGuarded;
         for (const Layer& layer : mLayers)
         {
             if (!isGuarded && isMeant(layer))
-                die == 199 ? layer.From->Model.clear() : void(layer.From->Model.erase(mNumber));
+                clears ? layer.From->Model.clear() : void(layer.From->Model.erase(mNumber));
         }
     }
 
