@@ -80,8 +80,11 @@ bool IsFree(CReadersLock& lock)
     InThreads(32,
               [&](std::uint32_t)
               {
-                  if (auto* const hold = lock.begin_shared(); hold != nullptr)
-                      hold->unlock(), isFree = true;
+                  auto* const hold = lock.begin_shared();
+                  if (hold == nullptr)
+                      return;
+                  hold->unlock();
+                  isFree = true;
               });
     return isFree;
 }
