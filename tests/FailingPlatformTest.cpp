@@ -40,7 +40,8 @@ struct World
     [[nodiscard]] static std::wstring OneModule()
     {
         static const TempFolder folder;
-        folder.Write("One.dll", ReadFile(ModuleFile("bootstrap", "BootstrapInner")));
+        static const auto module =
+            folder.Write("One.dll", ReadFile(ModuleFile("bootstrap", "BootstrapInner")));
         return folder.Path().wstring();
     }
 
@@ -54,7 +55,7 @@ struct World
     }
 
     DiagnosticsCapture Lines;
-    static inline const std::wstring Bootstrap = OneModule();
+    const std::wstring Bootstrap = OneModule();
     const std::wstring Relative = std::filesystem::proximate(ModuleFolder("dependent")).wstring();
     std::size_t Told = 0; // of the lines
     bool TellsLines = false;
