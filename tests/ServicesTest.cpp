@@ -189,8 +189,10 @@ public:
             Expect([&] { return mService->AddTouchModified(mProbes[number].Get()); }, S_OK);
             mChain.push_back(number);
             const auto own = As<ITouchModifiedChain>(*mService);
-            Expect([&] { return mService->AddTouchModified(own.Get()); }, E_UNEXPECTED,
-                   "'this' for pTouch is not allowed");
+            for (const auto change :
+                 {&IModifiedService::AddTouchModified, &IModifiedService::RemoveTouchModified})
+                Expect([&] { return (mService.Get()->*change)(own.Get()); }, E_UNEXPECTED,
+                       "'this' for pTouch is not allowed");
         }
         else if (die < 6)
             Remove();
