@@ -66,6 +66,7 @@ TEST(MasterBootstrap, RunsOnceAndItsClassesMayUseEveryService)
 {
     const auto bootstrap = NewBootstrap({Item("bootstrap").Get(), Item("callback").Get()});
     const auto trace = Singleton<IValueSet>(CLSID_ValueSet);
+    const std::uint32_t references = ReferencesOn(*SingletonRegistry());
     const std::wstring file = ModuleFile("callback", "Callback").wstring();
     EXPECT_EQ(GlobalFactory()->RegisterClass(CLSID_Callback, file.c_str(), "loaded here"), S_OK);
     EXPECT_EQ(bootstrap->Startup(trace.Get()), S_OK);
@@ -73,6 +74,7 @@ TEST(MasterBootstrap, RunsOnceAndItsClassesMayUseEveryService)
     EXPECT_EQ(GlobalFactory()->FlushModules(), S_OK);
     EXPECT_EQ(As<IBootstrap>(*bootstrap)->Cleanup(trace.Get()), S_OK);
     EXPECT_EQ(TextOf(*trace, BootstrapTrace), "mA+B+csdD+eD-C-A-B-") << "C was taken out";
+    EXPECT_EQ(ReferencesOn(*SingletonRegistry()), references) << "modules gave theirs back";
 }
 
 TEST(MasterBootstrap, AFailingClassEndsStartUpButNotCleanUp)

@@ -255,21 +255,6 @@ TEST(EveryClass, IsOneObjectWithItsNamesThatCanBeAggregatedAndLeavesNothing)
     }
 }
 
-TEST(EveryClass, ConcurrentCreationLosesNothing)
-{
-    for (const ClassCase& each : Classes)
-    {
-        const std::uint32_t before = GetObjectOpenCount();
-        InThreads(4,
-                  [&](std::uint32_t)
-                  {
-                      for (int round = 0; round < 100; ++round)
-                          EXPECT_EQ(ReferencesOn(*New(each.Clsid)), 1u);
-                  });
-        EXPECT_EQ(GetObjectOpenCount(), before) << ModuleServer()->FindClass(each.Clsid)->Text;
-    }
-}
-
 // --- Refusals ------------------------------------------------------------------------------------
 
 // Null in the place of one argument after the other, all others being right.
@@ -293,8 +278,7 @@ TEST(EveryClass, RefusesNullInThePlaceOfEveryArgument)
                     auto a = with.Of(letters);
                     a[at] = 0;
                     const auto call = slot;
-                    const bool isReset =
-                        letters.find("gio") < 9 && !SameGuid(iid, IID_IDictionaryGUID);
+                    const bool isReset = letters.find("gio") < 9 && slot != 10; // a set's
                     with.Out[0] = &with;
                     FAILS(Call(object.Get(), call, a), E_POINTER, text);
                     EXPECT_TRUE(!isReset || letters[at] == 'o' || with.Out[0] == nullptr);

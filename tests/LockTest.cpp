@@ -152,6 +152,7 @@ TEST(LockOrder, ABrokenOrderStopsTheProcessAndNamesBothPlaces)
         {[&] { Take(word, inner); }, "a spin word at .*LockTest.*Take", "a spin word"},
         {[&]
          {
+             const CLockGuard first(wide);
              container.lock();
              word.lock();
              container.unlock(); // before what was taken within

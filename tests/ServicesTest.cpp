@@ -419,6 +419,7 @@ TEST(ConcurrentObjectCacheStack, NoObjectIsInTwoHandsOrLeftInsideAndAHeldLockKee
         std::jthread disposer([&] { EXPECT_EQ(As<IDisposable>(*stack)->Dispose(), S_OK); });
         while (stack->IsEmpty() == S_OK)
             std::this_thread::yield();
+        std::jthread([&] { EXPECT_EQ(stack->Create({}, {}, 0, 0), E_DISPOSED); }).join();
         EXPECT_EQ(lock->Unlock(), S_OK);
         disposer.join();
         EXPECT_EQ(lock->Unlock(), E_DISPOSED);

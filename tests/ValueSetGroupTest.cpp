@@ -51,7 +51,7 @@ public:
     { return Call().GetValueData(key, type, data, size); }
     Result SetValueData(const GUID& key, const GUID& type, const void* data,
                         std::int32_t size) override
-    { return Call().SetValueData(key, type, data, size); }
+    { return Call().SetValueData(key, type, data, size) == S_OK ? S_FALSE : E_FAIL; }
     Result GetDataType(const GUID& key, GUID* type) override
     { return Call().GetDataType(key, type); }
     // clang-format on
@@ -294,7 +294,9 @@ private:
         if (die < 120)
         {
             Expect([&] { return SetValueSINT32(mView.Get(), key, mDatum); },
-                   target < 0 ? E_ACCESSDENIED : S_OK,
+                   target < 0                        ? E_ACCESSDENIED
+                   : At(target).From == &mSources[3] ? S_FALSE
+                                                     : S_OK,
                    target < 0 ? "ValueSetGroup without writeable ValueSets" : "");
             mWalk.IsDead |= target >= 0;
             if (target >= 0)

@@ -67,9 +67,8 @@ WinThread::WinThread() noexcept
 
 WinThread::~WinThread()
 {
-    constexpr std::uint32_t patience = 100;
-    if (!WaitFor(patience))
-        WaitFor(patience);
+    constexpr std::uint32_t patience = 200;
+    WaitFor(patience);
     mThread.Close(IsFinishedOrGone());
     gLiveThreads.fetch_sub(1);
 }

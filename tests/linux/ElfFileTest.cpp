@@ -141,9 +141,8 @@ TEST(ElfFile, IsRefusedForAnyNumberThatLeadsTheLoaderAstray)
         Set(data.p_memsz, std::uint64_t{3} << 46), Set(data.p_offset, data.p_offset + 0x1000000),
         Set(i.Value(DT_STRSZ), 0), Set(i.Value(DT_STRSZ), names - 1), Set(i.Value(DT_STRTAB), Far),
         Set(i.Value(DT_SONAME), names), Set(i.Value(DT_RUNPATH), names),
-        Set(i.Value(DT_NEEDED), names), Set(i.Value(DT_GNU_HASH), Far), Set(hash[0], 0),
-        Set(hash[1], 1000), Set(hash[2], 3), Set(i.Value(DT_RELA), Far),
-        Set(i.Value(DT_RELASZ), Far), Set(i.Value(DT_RELAENT), 25),
+        Set(i.Value(DT_GNU_HASH), Far), Set(hash[0], 0), Set(hash[1], 1000), Set(hash[2], 3),
+        Set(i.Value(DT_RELA), Far), Set(i.Value(DT_RELASZ), Far), Set(i.Value(DT_RELAENT), 25),
         Set(i.Value(DT_RELACOUNT), i.Value(DT_RELACOUNT) + 1), Set(i.Value(DT_RELACOUNT), Far),
         Set(object.r_offset, i.Code), Set(object.r_offset, i.DataEnd - 4),
         Set(object.r_info, R_X86_64_IRELATIVE),
@@ -190,6 +189,8 @@ TEST(ElfFile, IsRefusedForAnyNumberThatLeadsTheLoaderAstray)
     i.Value(DT_RELACOUNT) = 0;
     i.Expect("", Set(function.r_info, std::uint64_t{defined} << 32 | R_X86_64_64));
     i.Expect(Damaged, Set(function.r_info, R_X86_64_64));
+    (&i.Value(DT_VERSYM))[-1] = (&i.Value(DT_VERNEED))[-1] = DT_DEBUG;
+    i.Expect(Damaged, Set(i.Value(DT_NEEDED), names));
 }
 
 TEST(ElfFile, IsReadInTheOtherFormsThatItsTablesMayHave)

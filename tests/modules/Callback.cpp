@@ -53,7 +53,7 @@ public:
     Result Startup(IUnknown*) override
     {
         UseServices('s');
-        return S_OK;
+        return CDirectoryCollection().ScanDirectory(L".", nullptr);
     }
 
     Result Cleanup(IUnknown*) override
