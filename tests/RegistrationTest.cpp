@@ -1,5 +1,6 @@
 // The object factory, the class register service, the CLSID registry, the singleton registry and
 // the process-wide lock, as a host sees them.
+#include "ModuleExports.h"
 #include "RandomProgram.h"
 
 #include <algorithm>
@@ -421,16 +422,26 @@ TEST(SingletonRegistry, ReleasesInOrderAndTheFactoryLastWhateverTheyDoMeanwhile)
     }
 }
 
-TEST(KeyEnumerators, ReportWhereItIsAMistakeThatTheyAreAskedAtTheirEnd)
+// In the order of the identifiers.
+TEST(ClassTable, SaysWhatTheRuntimeHas)
 {
-    for (const CLSID& clsid : {CLSID_ObjectFactory, CLSID_GlobalSingleton, CLSID_DictionaryGUID})
+    std::string table;
+    for (std::uint32_t index = 0; index < static_cast<std::uint32_t>(DLLGetClassCount()); ++index)
     {
-        const auto walk = Walk<IEnumerator>(*Make<IEnumerable>(clsid));
-        EXPECT_EQ(walk->MoveNext(), S_FALSE);
-        ObjectPtr<IValue> value;
-        FAILS(walk->GetCurrent(IID_IValue, value.PutVoid()), E_FAIL,
-              SameGuid(clsid, CLSID_DictionaryGUID) ? "" : "Enumerator at End");
+        char text[64];
+        ASSERT_EQ(DLLGetClassObjectInfo(index, text, sizeof text), S_OK);
+        table += std::string(text) + ", ";
     }
+    EXPECT_EQ(table, "UnsafeDictionaryGUID, DatatypesService, DictionaryGUID, "
+                     "ModifiedService, ClsidRegistry, LockableDictionaryGUID, DebugSingleton, "
+                     "GlobalCriticalSection - via gbCS, UnsafeValueSet, "
+                     "DebugOutputObserverPrint, UnsafeNodeList, CommonMemoryAllocator32, "
+                     "Read-Only Value, ClsidObjectCacheStack, MasterBootstrap, "
+                     "IntrinsicDatatypes, LockableValueSet, Value, NodeList, GlobalSingleton, "
+                     "DirectoryService, CommonMemorySegment32, ValueSetGroup, "
+                     "LockableNodeList, CommonThreadPoolBox, ClassRegisterService, "
+                     "ObjectFactory, ValueSet, ");
+    EXPECT_EQ(DllCanUnloadNow(), S_FALSE) << "the observer is alive";
 }
 
 } // namespace

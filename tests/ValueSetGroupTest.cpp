@@ -85,6 +85,7 @@ class GroupModel final : public RandomModel
 public:
     GroupModel()
     {
+        mWalk.EndText = "";
         mWalk.Begin(*mView);
         mForeign.OnCall = [this]
         {
