@@ -255,6 +255,21 @@ TEST(EveryClass, IsOneObjectWithItsNamesThatCanBeAggregatedAndLeavesNothing)
     }
 }
 
+TEST(EveryClass, ConcurrentCreationLosesNothing)
+{
+    for (const ClassCase& each : Classes)
+    {
+        const std::uint32_t before = GetObjectOpenCount();
+        InThreads(4,
+                  [&](std::uint32_t)
+                  {
+                      for (int round = 0; round < 100; ++round)
+                          EXPECT_EQ(ReferencesOn(*New(each.Clsid)), 1u);
+                  });
+        EXPECT_EQ(GetObjectOpenCount(), before) << ModuleServer()->FindClass(each.Clsid)->Text;
+    }
+}
+
 // --- Refusals ------------------------------------------------------------------------------------
 
 // Null in the place of one argument after the other, all others being right.

@@ -163,7 +163,8 @@ TEST(ThreadPool, StatisticsAreOneLineForEachRun)
         const auto keepCallerWaiting = [&](CAbortFlag abort)
         {
             Meet(missing);
-            symmetric ? void() : abort.Raise();
+            if (!symmetric)
+                abort.Raise();
             std::this_thread::sleep_for(std::chrono::milliseconds(9 + 9 * two->CurrentWorker()));
         };
         RunJob(*two, symmetric, keepCallerWaiting);

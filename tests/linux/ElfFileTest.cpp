@@ -189,7 +189,7 @@ TEST(ElfFile, IsRefusedForAnyNumberThatLeadsTheLoaderAstray)
     i.Value(DT_RELACOUNT) = 0;
     i.Expect("", Set(function.r_info, std::uint64_t{defined} << 32 | R_X86_64_64));
     i.Expect(Damaged, Set(function.r_info, R_X86_64_64));
-    (&i.Value(DT_VERSYM))[-1] = (&i.Value(DT_VERNEED))[-1] = DT_DEBUG;
+    (&i.Value(DT_VERSYM))[-1] = (&i.Value(DT_VERNEED))[-1] = DT_DEBUG; // no version names a library
     i.Expect(Damaged, Set(i.Value(DT_NEEDED), names));
 }
 

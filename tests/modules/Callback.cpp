@@ -53,7 +53,8 @@ public:
     Result Startup(IUnknown*) override
     {
         UseServices('s');
-        return CDirectoryCollection().ScanDirectory(L".", nullptr);
+        return CDirectoryCollection() // by a singleton, which the module holds from then on
+            .ScanDirectory(L".", nullptr);
     }
 
     Result Cleanup(IUnknown*) override
