@@ -146,11 +146,16 @@ TEST(Value, IsComparedWithSomebodyElsesValueThatIsWrittenMeanwhileOrCannotBeRead
               failures < 1000 ? "" : "BValue->GetValue(BType, NULL, 0)");
         EXPECT_EQ(result <=> 0, failures < 1000 ? 5 <=> failures : 1 <=> 0);
     }
-    constexpr GUID greatest = {~0U, 0, 0, {}};
-    EXPECT_EQ(left->SetValue(greatest, &result, 4), S_OK);
-    result = 0;
-    EXPECT_EQ(As<IComparable>(*left)->Compare(&foreign, &result), S_OK);
-    EXPECT_GT(result, 0);
+    constexpr std::pair<GUID, std::int32_t> others[] = {
+        {{~0U, 0, 0, {}}, 4}, {DATATYPE_SINT32, 2}, {DATATYPE_SINT32, 8}};
+    foreign.Failures = 0;
+    for (const auto& [type, size] : others)
+    {
+        EXPECT_EQ(left->SetValue(type, "\1\2\3\4\5\6\7", size), S_OK);
+        result = 0;
+        EXPECT_EQ(As<IComparable>(*left)->Compare(&foreign, &result), S_OK);
+        EXPECT_EQ(result <=> 0, size <=> 3) << "by datatype, then by size";
+    }
 }
 
 TEST(Bullets, WideTextIsStoredAsUtf16AndComesBack)
