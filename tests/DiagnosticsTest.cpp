@@ -28,6 +28,8 @@ TEST(Diagnostics, ALineIsLaidOutByItsLevelAndCutWhereTheBuffersEnd)
     DebugOutput(PRINT_ERROR, {nullptr, 1, "f"}, "%ls\n", L"Gr\u00F6\u00DFe \u65E5 \U0001F600");
     DebugOutput(PRINT_ERROR, SomePlace, "%s", text.c_str());
     DebugOutputF("\n%ls %s", L"\u00E9", text.c_str());
+    void (*const print)(const char*, ...) = &DebugOutputF;
+    print(nullptr);
     EXPECT_FALSE(none.Stop());
     EXPECT_EQ(capture.Text(), "\a[src/Some.cpp:  12] -ERROR- seven is 7\n"
                               "w[src/Some.cpp:  12] -WARN- seven is 7\n"
@@ -35,7 +37,8 @@ TEST(Diagnostics, ALineIsLaidOutByItsLevelAndCutWhereTheBuffersEnd)
                               " [" FIFTY ":   1]  the last fifty of more\n"
                               "\a[?:   1] -ERROR- Gr\u00F6\u00DFe \u65E5 \U0001F600\n"
                               "\a[src/Some.cpp:  12] -ERROR- " +
-                                  text.substr(0, 1999) + "\n\u00E9 " + text.substr(0, 3995));
+                                  text.substr(0, 1999) + "\n\u00E9 " + text.substr(0, 3995) +
+                                  "\aDebugOutputF invalid pointer: format == NULL\n");
 }
 
 // --- Observers ---------------------------------------------------------------------------------
@@ -54,6 +57,7 @@ TEST(Diagnostics, TheObserverInPlaceDecidesWhatIsPrinted)
     };
     const DiagnosticsCapture capture;
 
+    EXPECT_EQ(GetGlobalObserver(nullptr), E_POINTER);
     EXPECT_EQ(SetGlobalObserver(own.Get()), S_OK);
     EXPECT_EQ(CurrentLevelMask(), PRINT_ERROR);
     EXPECT_EQ(own->SetLevelMask(PRINT_WARN, 0xFF), S_OK); // what is set wins
