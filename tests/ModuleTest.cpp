@@ -244,20 +244,28 @@ TEST(Libraries, AreFoundByBareNamesBesideTheProgramThenInTheWorkingFolder)
 
 // --- How long they stay --------------------------------------------------------------------------
 
-// One that the platform's loader may keep; all others are in the models and rounds.
 TEST(Lifetime, AFlushedModuleIsUnmappedAndItsNextLoadStartsAfresh)
 {
-    const std::filesystem::path file = ModuleFile("unique", "UniqueSymbols");
-    const bool stays = UniqueSymbolsKeepALibraryMapped; // the loader's decision
-    const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
-    EXPECT_EQ(RegisterModule(file, nullptr, factory.Get()), S_OK);
-    for (std::int32_t load = 0; load < 3; ++load)
+    const std::filesystem::path files[] = {ModuleFile("good", "Counter"),
+                                           ModuleFile("unique", "UniqueSymbols")};
+    for (const std::filesystem::path& file : files)
     {
-        auto counter = ObjectOf<ICounter>(*factory, CLSID_Counter);
-        EXPECT_EQ(counter->CountInModule(), stays ? load + 1 : 1) << "its static objects";
-        counter.Reset();
-        EXPECT_EQ(factory->FlushModules(), S_OK);
-        EXPECT_EQ(IsMapped(file), stays);
+        const bool stays = file == files[1] && UniqueSymbolsKeepALibraryMapped;
+        const auto factory = Make<IObjectFactory>(CLSID_ObjectFactory);
+        EXPECT_EQ(RegisterModule(file, nullptr, factory.Get()), S_OK);
+        for (std::int32_t load = 0; load < 3; ++load)
+        {
+            auto counter = ObjectOf<ICounter>(*factory, CLSID_Counter);
+            EXPECT_EQ(counter->CountInModule(), stays ? load + 1 : 1) << "its static objects";
+            auto last = As<IUnknown>(*counter);
+            counter.Reset();
+            EXPECT_EQ(factory->FlushModules(), S_OK);
+            EXPECT_TRUE(IsMapped(file)) << "an object is alive";
+            last.Reset();
+            EXPECT_TRUE(IsMapped(file)) << "nobody asked for the flush yet";
+            EXPECT_EQ(factory->FlushModules(), S_OK);
+            EXPECT_EQ(IsMapped(file), stays);
+        }
     }
 }
 

@@ -43,8 +43,9 @@ TEST(TextFormat, EveryArgumentIsTakenByItsType)
     EXPECT_EQ(
         Format(Room, "%010X %#x %+d % d|%*d|%*d|%.*d", 0xBEEFu, 255u, 5, 6, 4, 1, -4, 2, 3, 3),
         "000000BEEF 0xff +5  6|   1|2   |003");
-    EXPECT_EQ(Format(Room, "%c|%-3c|%s%6s|%-4s|%.2s%%|%S", 'a', 'c', "d", "ef", "gh", "ijk", L"w"),
-              "a|c  |d    ef|gh  |ij%|w");
+    EXPECT_EQ(
+        Format(Room, "%c|%-3c|%s%6s|%-4s|%.2s%%|%S%s", 'a', 'c', "d", "ef", "gh", "ijk", L"w", ""),
+        "a|c  |d    ef|gh  |ij%|w");
     EXPECT_EQ(Format(Room, "%i %o %F %E %G %A %C", -1, 8, 1.5, 1.5, 1e-9, 1.0, L'w'),
               "-1 10 1.500000 1.500000E+00 1E-09 0X1P+0 w");
     // What nobody knows ends the line as it stands, for its argument has no size.
