@@ -176,6 +176,7 @@ TEST(IntrinsicDatatypes, AreListedAndDescribedAndRefuseWhatDoesNotFit)
     }
     EXPECT_EQ(types->MoveNext(), S_FALSE);
     FAILS(types->GetCurrentGUID(&type), E_FAIL, "Invalid postion - see Reset(), MoveNext()");
+    FAILS(types->GetCurrentGUID(nullptr), E_POINTER, "pguid");
 
     const char* const text = "wrong sizeA or/and sizeB";
     FAILS(p.ValueCompare(Numbered(1), x, 8, x, 8, &order), E_NOT_SUPPORTED, "dataType");

@@ -42,8 +42,12 @@ TEST(ModuleExports, ListTheClassesAndRefuseAWrongRange)
     EXPECT_STREQ(text, "#######");
     EXPECT_EQ(DLLGetClassObjectInfo(count - 1, text, 7), S_OK);
     EXPECT_STREQ(text, "Sample");
-    EXPECT_EQ(DLLGetClassObjectInfo(count - 1, text, 6), S_OK);
-    EXPECT_STREQ(text, "") << "a text that does not fit as a whole";
+    for (const std::uint32_t size : {6u, 1u})
+    {
+        text[0] = '#';
+        EXPECT_EQ(DLLGetClassObjectInfo(count - 1, text, size), S_OK);
+        EXPECT_STREQ(text, "") << "a text that does not fit as a whole";
+    }
 }
 
 TEST(ModuleExports, AnswerACreationWithItsCodeAndLineAndLeaveNothingBehind)

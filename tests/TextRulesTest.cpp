@@ -88,6 +88,7 @@ TEST(WideText, EveryCharacterSurvivesBothWays)
         const std::string utf8(bytes, EncodeUtf8(code, bytes));
         const std::wstring wide = FromUtf8(utf8);
         std::wstring_view rest = wide;
+        ASSERT_EQ(wide.size(), code > 0xFFFF && sizeof(wchar_t) == 2 ? 2u : 1u);
         ASSERT_EQ(TakeCharacter(rest), code);
         ASSERT_TRUE(rest.empty());
         ASSERT_EQ(ToUtf8(wide), utf8);
@@ -175,11 +176,12 @@ TEST(FolderSearch, NamesOfBytesKeepTheirIdentity)
         GTEST_SKIP();
     const TempFolder folder;
     const std::wstring path = folder.Path().wstring() + L"/";
-    for (const char* name : {".hidden.txt", "plain.txt", "x.dllx", "caf\xE9.dll", "1\\.dll"})
+    for (const char* name :
+         {".hidden.txt", "plz.txt", "plain.txt", "x.dllx", "caf\xE9.dll", "1\\.dll"})
         folder.Write(name, "");
     create_directory(folder.Path() / "x\\\xFF");
     folder.Write("x\\\xFF/inner", "");
-    EXPECT_EQ(List(path + L"*.txt"), L"[.hidden.txt] plain.txt ");
+    EXPECT_EQ(List(path + L"*.txt"), L"[.hidden.txt] plain.txt plz.txt ");
     EXPECT_EQ(List(path + L"*.dll"), L"1\xDC5C.dll caf\xDCE9.dll ");
     EXPECT_EQ(List(path + L"x\xDC5C\xDCFF\\*.*"), L"inner "); // what was listed is found again
 }
