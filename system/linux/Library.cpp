@@ -256,8 +256,7 @@ bool CLibrary::Open(const wchar_t* path)
 
 void CLibrary::Close() noexcept
 {
-    if (void* handle = std::exchange(mHandle, nullptr))
-        dlclose(handle);
+    LibraryHandle(std::exchange(mHandle, nullptr)).reset();
 }
 
 void* CLibrary::Find(const char* name) const noexcept
