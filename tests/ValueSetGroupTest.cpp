@@ -85,7 +85,6 @@ class GroupModel final : public RandomModel
 public:
     GroupModel()
     {
-        mWalk.EndText = "";
         mWalk.Begin(*mView);
         mForeign.OnCall = [this]
         {
