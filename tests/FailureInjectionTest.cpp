@@ -178,6 +178,7 @@ TEST(FailureInjection, EveryOperationOfEveryClassFailsAsAWholeOrNotAtAll)
     (void)GlobalFactory();
     for (const OperationRows& operations : EveryOperation)
         points += Sweep(operations);
+    std::printf("%d points\n", points);
     EXPECT_GT(points, 400);
 }
 
