@@ -102,6 +102,8 @@ TEST_F(ObjectMemory, IsKeptForTheNextObjectUntilTheModuleIsAskedWhetherItCanGo)
     EXPECT_EQ(OpenObjectCount(), objects);
     EXPECT_NE(ModuleServer()->CanUnloadNow(), E_FAIL);
     EXPECT_EQ(LiveAllocations(), before);
+    constexpr std::size_t valueKind = 3; // of two lines, with what is seldom used in front
+    EXPECT_THROW((FailingMemory(0), tDetail::TakeBlock(valueKind)), std::bad_alloc);
     DetachLibrary(false);
     const std::int64_t detached = LiveAllocations();
     EXPECT_TRUE(MakeObject<T_Sample>());
@@ -115,8 +117,8 @@ TEST_F(ObjectMemory, TheNumberOfLiveObjectsIsNeverTooLow)
 {
     const std::uint32_t before = OpenObjectCount();
     std::atomic<IUnknown*> place = Make<IUnknown>(CLSID_Value).Detach();
-    std::atomic<int> left = 4;
-    InThreads(5,
+    std::atomic<int> left = 49;
+    InThreads(50, // more than have stripes of their own
               [&](std::uint32_t number)
               {
                   for (int round = 0; number > 0 && round < 20'000; ++round)

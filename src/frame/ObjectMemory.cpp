@@ -178,60 +178,61 @@ private:
     tSystem::CLinkedList<CSlab> mSlabs OSSIRA_GUARDED_BY(mLock);
 };
 
-// What a thread keeps, and what it counts. More threads than there are stripes share them.
+// What threads keep, and what they count. A stripe with an owner is counted in by that thread
+// alone, one of the others under its lock.
 struct alignas(64) Stripe
 {
-    std::atomic<std::uintptr_t> Owner = 0; // the mark of the thread that came first
-    tSystem::CFastCriticalSection Lock;
-    std::atomic<std::uint64_t> Births = 0; // changes under the lock
+    std::atomic<std::uint64_t> Births = 0;
     std::atomic<std::uint64_t> Deaths = 0;
+    // The owner puts a block here where there is none, which only it does, so that a store is
+    // enough; whoever takes it leaves null in exchange. Most blocks pass here, without the lock.
+    std::array<std::atomic<Block*>, Kinds> Ready = {};
+    tSystem::CFastCriticalSection Lock;
     std::array<BlockList, Kinds> Kept OSSIRA_GUARDED_BY(Lock);
 };
 
-constexpr std::size_t StripeBits = 5;
-constinit std::array<Stripe, std::size_t{1} << StripeBits> gStripes;
+constexpr std::size_t OwnerBits = 5;
+constexpr std::size_t Owners = std::size_t{1} << OwnerBits;
+constinit std::array<std::atomic<std::uintptr_t>, Owners> gOwners; // the marks of their threads
+constinit std::array<Stripe, 2 * Owners> gStripes;                 // the owners' come first
 constinit std::array<CSlabList, Kinds> gSlabs;
 
 constexpr std::size_t Nearby = 8; // how many stripes are looked at for a thread
 
 [[nodiscard]] std::size_t HomeOf(std::uintptr_t mark) noexcept
 {
-    return (mark * 0x9E3779B97F4A7C15u) >> (64 - StripeBits);
+    return (mark * 0x9E3779B97F4A7C15u) >> (64 - OwnerBits);
 }
 
-// A thread's stripe is the first one from its home on that nobody else has. Where all are taken it
-// becomes the owner of its home: the former one may be long gone, and if not, the two share it.
+// A thread's stripe is the first one from its home on that nobody else has; where all are taken,
+// one without an owner, which it may share. A thread that has ended keeps its stripe, for the next
+// one with its mark.
 [[nodiscard]] Stripe& StripeOfThread() noexcept
 {
     const std::uintptr_t mark = tSystem::ThreadMark();
     const std::size_t home = HomeOf(mark);
     for (std::size_t step = 0; step < Nearby; ++step)
     {
-        Stripe& stripe = gStripes[(home + step) % gStripes.size()];
-        std::uintptr_t owner = 0;
-        if (stripe.Owner.load(std::memory_order_relaxed) == mark ||
-            stripe.Owner.compare_exchange_strong(owner, mark, std::memory_order_relaxed))
-            return stripe;
+        const std::size_t index = (home + step) % Owners;
+        std::uintptr_t owner = gOwners[index].load(std::memory_order_relaxed);
+        if (owner == mark || (owner == 0 && gOwners[index].compare_exchange_strong(
+                                                owner, mark, std::memory_order_relaxed)))
+            return gStripes[index];
     }
-    gStripes[home].Owner.store(mark, std::memory_order_relaxed);
-    return gStripes[home];
+    return gStripes[Owners + home];
 }
 
-// The same for most calls, with its lock taken; null where that takes longer.
-[[gnu::always_inline]] [[nodiscard]] inline Stripe* TryStripeOfThread() noexcept
+// The same for most calls; null where that takes longer.
+[[gnu::always_inline]] [[nodiscard]] inline Stripe* OwnStripe() noexcept
 {
     const std::uintptr_t mark = tSystem::ThreadMark();
-    Stripe& stripe = gStripes[HomeOf(mark)];
-    const bool isOurs =
-        stripe.Owner.load(std::memory_order_relaxed) == mark && stripe.Lock.try_lock();
-    return isOurs ? &stripe : nullptr;
+    const std::size_t home = HomeOf(mark);
+    return gOwners[home].load(std::memory_order_relaxed) == mark ? &gStripes[home] : nullptr;
 }
 
-// A death that is seen makes the birth seen before it.
-void Count(Stripe& stripe, std::atomic<std::uint64_t> Stripe::*of) noexcept
-    OSSIRA_UNDER(stripe.Lock)
+// By who may count there. A death that is seen makes the birth seen before it.
+void Count(std::atomic<std::uint64_t>& number) noexcept
 {
-    std::atomic<std::uint64_t>& number = stripe.*of;
     number.store(number.load(std::memory_order_relaxed) + 1, std::memory_order_release);
 }
 
@@ -239,16 +240,10 @@ void CountUnderLock(std::atomic<std::uint64_t> Stripe::*number) noexcept
 {
     Stripe& stripe = StripeOfThread();
     const CLockGuard guard(stripe.Lock);
-    Count(stripe, number);
+    Count(stripe.*number);
 }
 
-[[gnu::noinline, gnu::cold]] void* WakeAndAnswer(Stripe& stripe, void* answer) noexcept
-{
-    stripe.Lock.WakeWaiter();
-    return answer;
-}
-
-[[gnu::noinline]] void* TakeBlockInFull(std::size_t kind)
+[[gnu::noinline]] void* TakeKeptBlock(std::size_t kind)
 {
     Stripe& stripe = StripeOfThread();
     BlockList taken;
@@ -260,7 +255,7 @@ void CountUnderLock(std::atomic<std::uint64_t> Stripe::*number) noexcept
             taken.MoveTo(kept, kept.Count + taken.Count);
             if (kept.First != nullptr)
             {
-                Count(stripe, &Stripe::Births);
+                Count(stripe.Births);
                 return &kept.Pop()->Next;
             }
         }
@@ -269,7 +264,7 @@ void CountUnderLock(std::atomic<std::uint64_t> Stripe::*number) noexcept
 }
 
 // The death is counted when no more is to be done: the module may be unloaded then.
-[[gnu::noinline]] void GiveBlockInFull(Block* block, std::size_t kind) noexcept
+[[gnu::noinline]] void KeepBlock(Block* block, std::size_t kind) noexcept
 {
     Stripe& stripe = StripeOfThread();
     BlockList given;
@@ -279,7 +274,7 @@ void CountUnderLock(std::atomic<std::uint64_t> Stripe::*number) noexcept
         if (kept.Count < gMostKept.load(std::memory_order_relaxed))
         {
             kept.Push(block);
-            Count(stripe, &Stripe::Deaths);
+            Count(stripe.Deaths);
             return;
         }
         given.Push(block);
@@ -287,20 +282,6 @@ void CountUnderLock(std::atomic<std::uint64_t> Stripe::*number) noexcept
     }
     gSlabs[kind].Give(given);
     CountUnderLock(&Stripe::Deaths);
-}
-
-// The same with the word of the stripe, which has none or has room for none, held.
-[[gnu::noinline]] void* LeaveAndTake(Stripe& stripe, std::size_t kind) OSSIRA_GIVES(stripe.Lock)
-{
-    stripe.Lock.unlock();
-    return TakeBlockInFull(kind);
-}
-
-[[gnu::noinline]] void LeaveAndGive(Stripe& stripe, Block* block, std::size_t kind) noexcept
-    OSSIRA_GIVES(stripe.Lock)
-{
-    stripe.Lock.unlock();
-    GiveBlockInFull(block, kind);
 }
 
 void UpdateKeeping() noexcept
@@ -312,33 +293,35 @@ void UpdateKeeping() noexcept
 
 } // namespace
 
-// Most calls need no other one, and so save no registers. The stripe comes with its lock taken,
-// which cannot be followed.
-void* tDetail::TakeBlock(std::size_t kind) OSSIRA_UNCHECKED_GUARDS
+// Most calls need no other one, and so save no registers.
+void* tDetail::TakeBlock(std::size_t kind)
 {
-    Stripe* const stripe = TryStripeOfThread();
-    if (stripe == nullptr) [[unlikely]]
-        return TakeBlockInFull(kind);
-    BlockList& kept = stripe->Kept[kind];
-    if (kept.First == nullptr) [[unlikely]]
-        return LeaveAndTake(*stripe, kind);
-    Count(*stripe, &Stripe::Births);
-    void* const block = &kept.Pop()->Next;
-    return stripe->Lock.Leave() ? WakeAndAnswer(*stripe, block) : block;
+    Stripe* const stripe = OwnStripe();
+    if (stripe != nullptr && stripe->Ready[kind].load(std::memory_order_relaxed) != nullptr)
+        [[likely]]
+    {
+        Block* const block = stripe->Ready[kind].exchange(nullptr, std::memory_order_acquire);
+        if (block != nullptr) [[likely]]
+        {
+            Count(stripe->Births);
+            return &block->Next;
+        }
+    }
+    return TakeKeptBlock(kind);
 }
 
-void tDetail::GiveBlock(void* block, std::size_t kind) noexcept OSSIRA_UNCHECKED_GUARDS
+void tDetail::GiveBlock(void* block, std::size_t kind) noexcept
 {
     auto* const given = reinterpret_cast<Block*>(static_cast<unsigned char*>(block) - BlockHeader);
-    Stripe* const stripe = TryStripeOfThread();
-    if (stripe == nullptr) [[unlikely]]
-        return GiveBlockInFull(given, kind);
-    BlockList& kept = stripe->Kept[kind];
-    if (kept.Count >= gMostKept.load(std::memory_order_relaxed)) [[unlikely]]
-        return LeaveAndGive(*stripe, given, kind);
-    kept.Push(given);
-    Count(*stripe, &Stripe::Deaths);
-    stripe->Lock.unlock();
+    Stripe* const stripe = OwnStripe();
+    if (stripe != nullptr && stripe->Ready[kind].load(std::memory_order_relaxed) == nullptr &&
+        IsKeeping()) [[likely]]
+    {
+        stripe->Ready[kind].store(given, std::memory_order_release);
+        Count(stripe->Deaths);
+    }
+    else
+        KeepBlock(given, kind);
 }
 
 void* tDetail::TakeMemory(std::size_t size, std::size_t alignment)
@@ -377,15 +360,19 @@ void GiveBackObjectMemory() noexcept
 {
     for (Stripe& stripe : gStripes)
     {
-        if (stripe.Owner.load(std::memory_order_relaxed) == 0)
-            continue;
+        if (stripe.Births == 0 && stripe.Deaths == 0)
+            continue; // no thread has come here
         std::array<BlockList, Kinds> given = {};
         {
             const CLockGuard guard(stripe.Lock);
             given.swap(stripe.Kept);
         }
         for (std::size_t kind = 0; kind < Kinds; ++kind)
+        {
+            if (Block* const block = stripe.Ready[kind].exchange(nullptr))
+                given[kind].Push(block);
             gSlabs[kind].Give(given[kind]);
+        }
     }
 }
 
