@@ -177,6 +177,9 @@ TEST(IntrinsicDatatypes, AreListedAndDescribedAndRefuseWhatDoesNotFit)
     EXPECT_EQ(types->MoveNext(), S_FALSE);
     FAILS(types->GetCurrentGUID(&type), E_FAIL, "Invalid postion - see Reset(), MoveNext()");
     FAILS(types->GetCurrentGUID(nullptr), E_POINTER, "pguid");
+    EXPECT_EQ(types->Reset(), S_OK);
+    EXPECT_EQ(types->GetCurrentGUID(&type), E_FAIL);
+    EXPECT_EQ(types->MoveNext(), S_OK);
 
     const char* const text = "wrong sizeA or/and sizeB";
     FAILS(p.ValueCompare(Numbered(1), x, 8, x, 8, &order), E_NOT_SUPPORTED, "dataType");

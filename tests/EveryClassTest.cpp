@@ -395,6 +395,10 @@ TEST(EveryClass, TheHeadersReadWhatTheyWroteAndRefuseNoPlaceAndNoDatum)
     expect(S_OK, [&](auto... place) { return GetValueGUID(place..., &guid); });
     EXPECT_TRUE(wide == L"\u20ac" && narrow == "text" && number == -7 &&
                 SameGuid(guid, Numbered(9)));
+    const wchar_t* const noWide = nullptr;
+    const char* const noNarrow = nullptr;
+    expect(E_POINTER, [=](auto... place) { return SetValueUniString(place..., noWide); });
+    expect(E_POINTER, [=](auto... place) { return SetValueCharString(place..., noNarrow); });
     expect(E_POINTER, [](auto... place) { return GetValueUniString(place..., nullptr); });
     expect(E_POINTER, [](auto... place) { return GetValueCharString(place..., nullptr); });
     expect(E_POINTER, [](auto... place) { return GetValueSINT32(place..., nullptr); });

@@ -227,6 +227,7 @@ TEST(Library, ListsTheObjectsThatAreStillAliveAtDetach)
     auto named = Make<IObjectName>(T_Sample::ClassId);
     EXPECT_EQ(named->SetObjectName("forgotten"), S_OK);
     EXPECT_EQ(named.QueryTo(named), S_OK); // which takes the answer itself
+    EXPECT_EQ(ObjectPtr<IUnknown>().QueryTo(named), E_POINTER);
     const std::regex list("\aComServer ALive Objects:\n(  0x[^\n]*\n)*"
                           "  0x[0-9a-f]{8}: \"forgotten\" Sample " SAMPLE " \\(1 cnt\\)\n"
                           "(  0x[^\n]*\n)*\n");

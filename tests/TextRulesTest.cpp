@@ -53,6 +53,7 @@ TEST(TextFormat, EveryArgumentIsTakenByItsType)
     EXPECT_EQ(Format(Room, "%n%s %ls %d %y %d", none, none, none, 5), "(null) (null) 5 %y %d");
     EXPECT_TRUE(Format(Room, "%p|%d", none, 5).ends_with("|5")) << "each platform has its form";
     EXPECT_EQ(Format(Room, nullptr), "(null)");
+    EXPECT_EQ(Format(Room, "%lc|5%", std::wint_t(0)), "|5%");
     EXPECT_EQ(FormatInto(nullptr, 0, "%d", 1), 0u);
 }
 
@@ -177,12 +178,14 @@ TEST(FolderSearch, NamesOfBytesKeepTheirIdentity)
     const TempFolder folder;
     const std::wstring path = folder.Path().wstring() + L"/";
     for (const char* name :
-         {".hidden.txt", "plz.txt", "plain.txt", "x.dllx", "caf\xE9.dll", "1\\.dll"})
+         {".hidden.txt", "plz.txt", "plain.txt", "x.dllx", "caf\xE9.dll", "1\\.dll", "Plz.txt",
+          "plz.dll.dll", "plz.dll", "q\uFFFD.dll", "q\U0001F600.dll"})
         folder.Write(name, "");
     create_directory(folder.Path() / "x\\\xFF");
     folder.Write("x\\\xFF/inner", "");
-    EXPECT_EQ(List(path + L"*.txt"), L"[.hidden.txt] plain.txt plz.txt ");
-    EXPECT_EQ(List(path + L"*.dll"), L"1\xDC5C.dll caf\xDCE9.dll ");
+    EXPECT_EQ(List(path + L"*.txt"), L"[.hidden.txt] plain.txt Plz.txt plz.txt ");
+    EXPECT_EQ(List(path + L"*.dll"), L"1\xDC5C.dll caf\xDCE9.dll plz.dll plz.dll.dll "
+                                     L"q\U0001F600.dll q\uFFFD.dll "); // as UTF-16 is ordered
     EXPECT_EQ(List(path + L"x\xDC5C\xDCFF\\*.*"), L"inner "); // what was listed is found again
 }
 

@@ -30,6 +30,7 @@ TEST(DebugText, ToAPipeThatNobodyReadsLeavesTheCallersSignalsAsTheyWere)
             if (isPending)
                 pthread_kill(pthread_self(), SIGPIPE);
             errno = ERANGE;
+            tSystem::WriteDebugText(nullptr);
             tSystem::WriteDebugText("nobody reads this\n");
             EXPECT_EQ(errno, ERANGE);
             sigset_t pending, blocked;
