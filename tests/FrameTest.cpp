@@ -1,5 +1,6 @@
 // The component server, the module exports and the library's front door, seen from inside: these
 // tests are the library, with classes of their own in its class table.
+#include "BulletDirectoryService.h"
 #include "ComServer.h"
 #include "DiagnosticsCapture.h"
 #include "DynLib.h"
@@ -57,6 +58,7 @@ TEST(ModuleExports, AnswerACreationWithItsCodeAndLineAndLeaveNothingBehind)
     void* out = &out;
     REPORTS(DllGetClassObject(&CLSID_Value, &IID_IValue, nullptr), E_INVALIDARG);
     REPORTS(DllGetClassObject(nullptr, &IID_IValue, &out), E_POINTER);
+    REPORTS(DllGetClassObject(&CLSID_Value, nullptr, &out), E_POINTER);
     EXPECT_EQ(out, nullptr);
     const auto createWithoutMemory = [&]
     {
@@ -220,6 +222,15 @@ struct T_Restless : T_Troubled
 
     ObjectPtr<CComInstanceNoLock<T_Sample>> Victim = MakeObject<T_Sample>();
 };
+
+TEST(DirectoryCollection, HasNothingBeforeItsFirstScan)
+{
+    CDirectoryCollection none;
+    std::wstring path;
+    EXPECT_EQ(none.MoveNext(), E_FAIL);
+    EXPECT_EQ(none.CurrentItemPath(&path), E_FAIL);
+    EXPECT_FALSE(IsRuntimeFile(nullptr));
+}
 
 TEST(Library, ListsTheObjectsThatAreStillAliveAtDetach)
 {

@@ -197,6 +197,7 @@ public:
         EXPECT_FALSE(library.Open(file.wstring().c_str())) << kept;
         EXPECT_EQ(library.FailureText(), fault);
         EXPECT_NE(fault, "");
+        EXPECT_EQ(library.Find("free"), nullptr);
     }
 
     void Check() override

@@ -94,6 +94,8 @@ TEST(WideText, EveryCharacterSurvivesBothWays)
         ASSERT_TRUE(rest.empty());
         ASSERT_EQ(ToUtf8(wide), utf8);
     }
+    char bytes[Utf8CharacterLimit];
+    EXPECT_EQ(std::string(bytes, EncodeUtf8(0x110000, bytes)), "\uFFFD");
 }
 
 TEST(WideText, InvalidBytesAreEscapedOneByOne)
