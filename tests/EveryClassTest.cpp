@@ -467,6 +467,8 @@ TEST(EveryClass, AnObjectThatAnswersSuccessAndNothingIsRefusedWhereItIsAsked)
         FAILS(cache->Push(hollow), E_POINTER, "Add");
     }
     FAILS(Library_BootstrapRegisterChain(hollow), E_NOINTERFACE, "clsidRegistry->QueryInterface()");
+    REPORTS((ObserverMaskScope(PRINT_ERROR), Library_BootstrapRegisterChain(cache.Get())),
+            E_NOINTERFACE, "clsidRegistry->QueryInterface(IID_IClsidRegistry, ) failed");
     FAILS(Make<IComparable>(CLSID_Value)->Compare(hollow, &order), E_NOINTERFACE,
           "pv->QueryInterface(IID_IValue, (void**)&BValue)");
     const auto singletons = Make<ISingleton>(CLSID_DebugSingleton);

@@ -129,6 +129,9 @@ TEST(Memory, ASegmentKeepsItsAllocatorWhichTellsWhatIsLeft)
     ObjectPtr<IMemorySegment32> segment;
     void *raw = nullptr, *address = nullptr;
     std::uint32_t rawSize = 0, size = 0;
+    EXPECT_EQ(StatisticsOf(*allocator), Statistics(5));
+    FAILS(allocator->AllocMemoryBlock(10, 3, 0, &raw, &rawSize, nullptr, &size), E_POINTER,
+          "ppPhyAddr != NULL && pPhySize != NULL && ppAddr != NULL && pSize != NULL");
     EXPECT_EQ(Allocate(*allocator, 99999999, 1, segment), S_OK);
     const ObserverMaskScope warnings(PRINT_ERROR | PRINT_WARN);
     const DiagnosticsCapture capture;

@@ -29,7 +29,7 @@ class ForeignLayer final : public Uncounted<IValueSet>
 public:
     Result GetEnumerator(const IID& riid, void** ppv) override
     {
-        const Result result = Inner->GetEnumerator(riid, ppv);
+        const Result result = Inner ? Inner->GetEnumerator(riid, ppv) : S_OK;
         OnCall(); // what is changed now ends the enumerator
         return result;
     }
@@ -398,6 +398,8 @@ TEST_F(ValueSetGroup, TheViewIsAValueSetButNoValueAndReportsWhatALayerFailsWith)
     };
     EXPECT_EQ(Group->InsertValueSet(0, &restless, nullptr, 0), S_OK);
     FAILS(Walk<IEnumerator>(*outer)->MoveNext(), E_ACCESSDENIED, "EA->MoveNext");
+    restless.Inner.Reset();
+    FAILS(Walk<IEnumerator>(*outer)->MoveNext(), E_NOINTERFACE, "Values->GetEnumerator");
     EXPECT_EQ(Group->Clear(), S_OK);
 }
 
