@@ -56,7 +56,7 @@ public:
                                                             &block.RawSize, &address, &usable);
         };
         const bool isRight = size > 0 && size < 100000000 && alignment <= 1024;
-        if (!isRight && !isSegment && size > 0)
+        if (!isRight && size > 0)
         {
             const ObserverMaskScope errors(PRINT_ERROR);
             FAILS(allocate(), E_INVALIDARG,
