@@ -8,6 +8,7 @@
 #include "Library.h"
 #include "ModuleExports.h"
 #include "SampleObject.h"
+#include "TestItem.h"
 #include "TestTools.h"
 
 #include <regex>
@@ -230,6 +231,31 @@ TEST(DirectoryCollection, HasNothingBeforeItsFirstScan)
     EXPECT_EQ(none.MoveNext(), E_FAIL);
     EXPECT_EQ(none.CurrentItemPath(&path), E_FAIL);
     EXPECT_FALSE(IsRuntimeFile(nullptr));
+}
+
+TEST(ComServer, ListsWhatIsAddedToItButNotWhatIsDyingOrWasTakenOut)
+{
+    TestValue values[3]; // listed in the order of their addresses
+    values[0].References = 0xFFFFFFFF;
+    values[1].References = 2;
+    values[2].References = 2;
+    auto counted = MakeObject<T_Sample>();
+    const DiagnosticsCapture capture;
+    for (TestValue& value : values)
+        EXPECT_EQ(ModuleServer()->AddObject(&value, Numbered(7)), S_OK);
+    EXPECT_EQ(ModuleServer()->RemoveObject(&values[2]), S_OK);
+    EXPECT_EQ(capture.Text(), "");
+    EXPECT_EQ(ModuleServer()->AddObject(&values[1], Numbered(7)), S_OK);
+    DetachLibrary(false);
+    counted.Reset();
+    EXPECT_TRUE(AttachLibrary());
+    const std::regex lines("\aCComServer::AddObject: Object already exists\n"
+                           "\aComServer ALive Objects:\n(  0x[^\n]*\n)*"
+                           "  0x[0-9a-f]{8}: \"\" [-0-9A-F]{36} \\(2 cnt\\)\n"
+                           "(  0x[^\n]*\n)*\n");
+    EXPECT_TRUE(std::regex_match(capture.Text(), lines)) << capture.Text();
+    EXPECT_EQ(capture.CountLinesWith(": \"\" "), tDetail::TracksObjects ? 2u : 1u);
+    EXPECT_EQ(values[1].References, 2u);
 }
 
 TEST(Library, ListsTheObjectsThatAreStillAliveAtDetach)
