@@ -7,6 +7,7 @@
 #include "FailingMemory.h"
 #include "Library.h"
 #include "ModuleExports.h"
+#include "OssiraDatatypeBuilder.h"
 #include "SampleObject.h"
 #include "TestItem.h"
 #include "TestTools.h"
@@ -223,6 +224,41 @@ struct T_Restless : T_Troubled
 
     ObjectPtr<CComInstanceNoLock<T_Sample>> Victim = MakeObject<T_Sample>();
 };
+
+// A provider by the building kit of a datatype of any size, whose name is too long.
+const GUID Loose = Numbered(1, 8);
+const std::string LongName(60, 'n');
+const Building::TypeRow LooseRow = {
+    LongName.c_str(),
+    &Loose,
+    4,
+    0,
+    [](const void*, std::uint32_t a, const void*, std::uint32_t b) { return a < b ? -1 : 1; },
+    [](const void*, std::uint32_t a, const void*, std::uint32_t b, double, void*, std::uint32_t r)
+    {
+        return static_cast<Result>(a + b + r);
+    }};
+
+struct LooseTraits
+{
+    static constexpr CLSID ClassId = {8, 0, 0, {}};
+    static constexpr std::string_view ClassName = "Loose", ReportedClass = "Loose";
+    inline static Building::TypeTable Types{&LooseRow, 1};
+};
+
+TEST(BuiltDatatypes, MayHaveAnySizeAndAreCutToTheirRecord)
+{
+    const auto provider = MakeObject<Building::CTypeProvider<LooseTraits>>();
+    DatatypeCharacteristics info;
+    std::int32_t order = 0;
+    char room[1] = {};
+    EXPECT_EQ(provider->GetCharacteristics(Loose, &info), S_OK);
+    EXPECT_EQ(info.Name, LongName.substr(0, 47));
+    EXPECT_EQ(info.IsFixedSize, 0);
+    EXPECT_EQ(provider->ValueCompare(Loose, room, 9, room, 10, &order), S_OK);
+    EXPECT_EQ(order, -1);
+    EXPECT_EQ(provider->ValueLerp(Loose, room, 9, room, 10, 0, room, 1), 20);
+}
 
 TEST(DirectoryCollection, HasNothingBeforeItsFirstScan)
 {
