@@ -43,6 +43,15 @@ TEST(Diagnostics, ALineIsLaidOutByItsLevelAndCutWhereTheBuffersEnd)
 
 // --- Observers ---------------------------------------------------------------------------------
 
+Result PrintBy(IObserverPrint& observer, std::uint32_t level, const char* format, ...)
+{
+    std::va_list arguments;
+    va_start(arguments, format);
+    const Result result = observer.Print(level, &SomePlace, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
 TEST(Diagnostics, TheObserverInPlaceDecidesWhatIsPrinted)
 {
     const auto own = Make<IObserverPrint>(CLSID_DebugOutputObserverPrint);
@@ -63,6 +72,8 @@ TEST(Diagnostics, TheObserverInPlaceDecidesWhatIsPrinted)
     EXPECT_EQ(own->SetLevelMask(PRINT_WARN, 0xFF), S_OK); // what is set wins
     EXPECT_EQ(CurrentLevelMask(), PRINT_WARN);
     DebugOutput(PRINT_ERROR, SomePlace, "not of its levels\n");
+    EXPECT_EQ(PrintBy(*own, PRINT_ERROR, nullptr), S_OK) << "nothing is looked at";
+    EXPECT_EQ(PrintBy(*own, PRINT_WARN, "by hand\n"), S_OK);
 
     EXPECT_EQ(host.References, 0u);
     EXPECT_EQ(SetGlobalObserver(&host), S_OK);
@@ -79,7 +90,7 @@ TEST(Diagnostics, TheObserverInPlaceDecidesWhatIsPrinted)
     EXPECT_EQ(CurrentLevelMask(), 0u);
     DebugOutput(PRINT_TRACE, SomePlace, "unfiltered and not located");
     EXPECT_EQ(Make<IValue>(CLSID_Value)->GetType(nullptr), E_POINTER);
-    EXPECT_EQ(capture.Text(), "unfiltered and not located");
+    EXPECT_EQ(capture.Text(), "w[src/Some.cpp:  12] -WARN- by hand\nunfiltered and not located");
 }
 
 // Whatever it is called for, it causes a line, which calls it again.

@@ -136,6 +136,7 @@ TEST(Value, IsComparedWithSomebodyElsesValueThatIsWrittenMeanwhileOrCannotBeRead
     const auto left = Make<IValue>(CLSID_Value);
     std::int32_t result = 0;
     EXPECT_EQ(SetValueSINT32(left.Get(), 5), S_OK);
+    FAILS(As<IComparable>(*left)->Compare(left.Get(), nullptr), E_POINTER, "result");
     TestValue foreign;
     for (const int failures : {0, 1, 2, 3, 10, 1000})
     {
