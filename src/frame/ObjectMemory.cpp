@@ -284,6 +284,26 @@ void CountUnderLock(std::atomic<std::uint64_t> Stripe::*number) noexcept
     CountUnderLock(&Stripe::Deaths);
 }
 
+// The same with the word of the thread's own stripe, which has none or has room for none, held.
+[[gnu::noinline]] void* LeaveAndTake(Stripe& stripe, std::size_t kind) OSSIRA_GIVES(stripe.Lock)
+{
+    stripe.Lock.unlock();
+    return TakeKeptBlock(kind);
+}
+
+[[gnu::noinline]] void LeaveAndKeep(Stripe& stripe, Block* block, std::size_t kind) noexcept
+    OSSIRA_GIVES(stripe.Lock)
+{
+    stripe.Lock.unlock();
+    KeepBlock(block, kind);
+}
+
+[[gnu::noinline, gnu::cold]] void* WakeAndAnswer(Stripe& stripe, void* answer) noexcept
+{
+    stripe.Lock.WakeWaiter();
+    return answer;
+}
+
 void UpdateKeeping() noexcept
 {
     gMostKept = gIsKept && gIsAttached ? MostKept : 0;
@@ -293,12 +313,14 @@ void UpdateKeeping() noexcept
 
 } // namespace
 
-// Most calls need no other one, and so save no registers.
-void* tDetail::TakeBlock(std::size_t kind)
+// Most calls need no other one, and so save no registers: a block that is ready, or else the first
+// of the list. The lock is handed on, which cannot be followed.
+void* tDetail::TakeBlock(std::size_t kind) OSSIRA_UNCHECKED_GUARDS
 {
     Stripe* const stripe = OwnStripe();
-    if (stripe != nullptr && stripe->Ready[kind].load(std::memory_order_relaxed) != nullptr)
-        [[likely]]
+    if (stripe == nullptr) [[unlikely]]
+        return TakeKeptBlock(kind);
+    if (stripe->Ready[kind].load(std::memory_order_relaxed) != nullptr)
     {
         Block* const block = stripe->Ready[kind].exchange(nullptr, std::memory_order_acquire);
         if (block != nullptr) [[likely]]
@@ -307,21 +329,36 @@ void* tDetail::TakeBlock(std::size_t kind)
             return &block->Next;
         }
     }
-    return TakeKeptBlock(kind);
+    if (!stripe->Lock.try_lock()) [[unlikely]]
+        return TakeKeptBlock(kind);
+    BlockList& kept = stripe->Kept[kind];
+    if (kept.First == nullptr) [[unlikely]]
+        return LeaveAndTake(*stripe, kind);
+    Count(stripe->Births);
+    void* const block = &kept.Pop()->Next;
+    return stripe->Lock.Leave() ? WakeAndAnswer(*stripe, block) : block;
 }
 
-void tDetail::GiveBlock(void* block, std::size_t kind) noexcept
+void tDetail::GiveBlock(void* block, std::size_t kind) noexcept OSSIRA_UNCHECKED_GUARDS
 {
     auto* const given = reinterpret_cast<Block*>(static_cast<unsigned char*>(block) - BlockHeader);
     Stripe* const stripe = OwnStripe();
-    if (stripe != nullptr && stripe->Ready[kind].load(std::memory_order_relaxed) == nullptr &&
-        IsKeeping()) [[likely]]
+    if (stripe == nullptr) [[unlikely]]
+        return KeepBlock(given, kind);
+    if (IsKeeping() && stripe->Ready[kind].load(std::memory_order_relaxed) == nullptr)
     {
         stripe->Ready[kind].store(given, std::memory_order_release);
         Count(stripe->Deaths);
+        return;
     }
-    else
-        KeepBlock(given, kind);
+    if (!stripe->Lock.try_lock()) [[unlikely]]
+        return KeepBlock(given, kind);
+    BlockList& kept = stripe->Kept[kind];
+    if (kept.Count >= gMostKept.load(std::memory_order_relaxed)) [[unlikely]]
+        return LeaveAndKeep(*stripe, given, kind);
+    kept.Push(given);
+    Count(stripe->Deaths);
+    stripe->Lock.unlock();
 }
 
 void* tDetail::TakeMemory(std::size_t size, std::size_t alignment)
