@@ -12,10 +12,11 @@ namespace Tavrik::Ossira
 {
 
 // Counted references by GUID. All but `Count` is called with the collection's lock held; what is
-// removed is handed out, so that it dies after the lock was left.
+// removed is handed out, so that it dies after the lock was left. A `Key` is made of a GUID before
+// the lock is taken.
 template <class Table>
 concept ItemsByGuid = WalkedByGuid<Table> &&
-    requires(Table& table, const GUID& key, typename Table::Removed& removed)
+    requires(Table& table, const typename Table::Key& key, typename Table::Removed& removed)
 {
     {
         std::as_const(table).Count()
@@ -71,10 +72,11 @@ public:
     try
     {
         OSSIRA_CHECK_REFERENCE(key);
+        const typename Table::Key sought(key);
         ObjectPtr<typename Table::Item> removed;
         const tSystem::CLockGuard guard(this->mLock);
         ++this->mStamp;
-        removed = this->mTable.Take(key);
+        removed = this->mTable.Take(sought);
         return S_OK;
     }
     OSSIRA_CATCH_RETURN
@@ -83,8 +85,9 @@ public:
     try
     {
         OSSIRA_CHECK_REFERENCE(key);
+        const typename Table::Key sought(key);
         const tSystem::CReadGuard guard(this->mLock);
-        return this->mTable.Find(key) != nullptr ? S_OK : S_FALSE;
+        return this->mTable.Find(sought) != nullptr ? S_OK : S_FALSE;
     }
     OSSIRA_CATCH_RETURN
 
@@ -94,7 +97,7 @@ public:
         OSSIRA_CHECK_POINTER(ppv);
         OSSIRA_CHECK_REFERENCE(key);
         OSSIRA_CHECK_REFERENCE(riid);
-        return AskItem(this->mLock, CFinding{this->mTable, key}, riid, ppv);
+        return AskItem(this->mLock, CFinding{this->mTable, typename Table::Key(key)}, riid, ppv);
     }
     OSSIRA_CATCH_RETURN
 
@@ -107,7 +110,7 @@ private:
         }
 
         const Table& Items;
-        const GUID& Key;
+        const typename Table::Key Key;
     };
 };
 

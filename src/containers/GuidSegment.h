@@ -8,7 +8,7 @@
 // that this header need not be fetched.
 #pragma once
 
-#include "OssiraBase.h"
+#include "GuidHash.h"
 
 #include <cstring>
 #include <memory>
@@ -56,13 +56,13 @@ public:
     CGuidSegment& operator=(const CGuidSegment&) = delete;
 
     // The entry of a key, or null.
-    [[gnu::always_inline]] [[nodiscard]] Entry* Find(const GUID& key, std::uint64_t hash,
+    [[gnu::always_inline]] [[nodiscard]] Entry* Find(const CHashedGuid& key,
                                                      std::size_t mask) noexcept
     {
         const std::uint8_t* const marks = Marks();
-        const std::uint8_t mark = Mark(hash);
-        std::size_t at = hash & mask;
-        while (marks[at] != mark || !SameGuid(At(at).Key, key))
+        const std::uint8_t mark = Mark(key.Hash);
+        std::size_t at = key.Hash & mask;
+        while (marks[at] != mark || !SameGuid(At(at).Key, key.Key))
             [[unlikely]]
             {
                 if (marks[at] == 0)
@@ -86,14 +86,13 @@ public:
 
     // Frees the slot of an entry, and moves those behind it up that would no longer be found: so
     // removals leave nothing behind that later searches would have to step over.
-    template <class Hash>
-    void Remove(Entry& entry, Hash hash) noexcept
+    void Remove(Entry& entry) noexcept
     {
         const std::size_t mask = SlotCount - 1;
         auto hole = static_cast<std::size_t>(reinterpret_cast<Entry*>(this) - &entry) - 1;
         for (std::size_t at = (hole + 1) & mask; Marks()[at] != 0; at = (at + 1) & mask)
         {
-            const std::size_t home = hash(At(at).Key) & mask;
+            const std::size_t home = CHashedGuid(At(at).Key).Hash & mask;
             if (((at - home) & mask) < ((at - hole) & mask))
                 continue;
             Marks()[hole] = Marks()[at];

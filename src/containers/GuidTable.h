@@ -17,17 +17,16 @@
 // keys' order is kept beside them (see OrderedKeys.h). Memory follows the content; that a removal
 // may shrink something takes a small allocation, without which things stay as they are.
 //
-// The hash is keyed with numbers that the table draws for itself, so that nobody can choose keys
-// that meet in one place.
+// Who looks for a key hands its hash in with it; see GuidHash.h.
 //
 // Order is that of the 16 stored bytes. A walk goes from key to key, never from entry to entry:
 // whoever walks holds a copy of a key and asks for the least greater one, so removals, of the
 // current key too, cannot disturb it. A walk reads only.
 #pragma once
 
+#include "GuidHash.h"
 #include "GuidSegment.h"
 #include "OrderedKeys.h"
-#include "Platform.h"
 
 #include <algorithm>
 #include <limits>
@@ -46,7 +45,11 @@ class CGuidTable
                   std::is_nothrow_move_assignable_v<Value>);
 
 public:
-    CGuidTable() noexcept = default;
+    CGuidTable() noexcept
+    {
+        CHashSeed::Draw();
+    }
+
     CGuidTable(const CGuidTable&) = delete;
     CGuidTable& operator=(const CGuidTable&) = delete;
 
@@ -61,32 +64,32 @@ public:
     }
 
     // The value of a key, or null. Good until the next insertion or removal.
-    [[gnu::always_inline]] [[nodiscard]] Value* Find(const GUID& key) noexcept
+    [[gnu::always_inline]] [[nodiscard]] Value* Find(const CHashedGuid& key) noexcept
     {
         Entry* const entry = FindEntry(key);
         return entry != nullptr ? &entry->Content : nullptr;
     }
 
-    [[gnu::always_inline]] [[nodiscard]] const Value* Find(const GUID& key) const noexcept
+    [[gnu::always_inline]] [[nodiscard]] const Value* Find(const CHashedGuid& key) const noexcept
     {
         return const_cast<CGuidTable*>(this)->Find(key);
     }
 
     // Enters a key that is not there. Throws `std::bad_alloc`, also when the count would no longer
     // fit into 32 bits; table and value are then as they were.
-    Value& Insert(const GUID& key, Value&& value)
+    Value& Insert(const CHashedGuid& key, Value&& value)
     {
         if (mSize >= MaximumSize)
             throw std::bad_alloc();
         Entry& entry = mSize < ScannedSize && !mDirectory ? mFew.emplace_back() : Place(key);
-        entry.Key = key;
+        entry.Key = key.Key;
         entry.Content = std::move(value);
         ++mSize;
         return entry.Content;
     }
 
     // Removes a key and hands its value out, so that it can die where no lock is held.
-    [[nodiscard]] std::optional<Value> Take(const GUID& key) noexcept
+    [[nodiscard]] std::optional<Value> Take(const CHashedGuid& key) noexcept
     {
         Entry* const entry = FindEntry(key);
         if (entry == nullptr)
@@ -95,11 +98,9 @@ public:
         --mSize;
         if (mDirectory)
         {
-            const std::uint64_t hash = Hash(key);
-            mDirectory[hash >> mIndex.Shift]->Remove(*entry,
-                                                     [this](const GUID& k) { return Hash(k); });
-            mOrder.Remove(key);
-            Shrink(hash);
+            SegmentOf(key.Hash)->Remove(*entry);
+            mOrder.Remove(key.Key);
+            Shrink(key.Hash);
         }
         else
         {
@@ -136,7 +137,6 @@ private:
     using Segment = CGuidSegment<Value>;
     using Owner = typename Segment::Owner;
     using Entry = typename Segment::Entry;
-    using Halves = COrderedKey::Halves;
 
     static constexpr std::size_t MaximumSize = std::numeric_limits<std::int32_t>::max();
     static constexpr std::size_t ScannedSize = 8; // so many entries are compared one by one
@@ -147,60 +147,45 @@ private:
     // How keys find their places in the directory and in a segment; as a first directory needs it.
     struct Index
     {
-        Halves Seed = {};
         std::size_t Mask = FirstSlotCount - 1; // of the slots of every segment
         std::uint32_t Shift = 63;  // brings the bits of the hash that choose a place down
         std::uint32_t Deepest = 0; // how many segments have one place alone
     };
 
-    // The product of the halves, each changed by a number of the table's own, with its upper half
-    // folded in: which keys meet cannot be worked out beforehand. The second multiplication spreads
-    // keys that were made by counting in a few of their bits, for which the first one leaves
-    // patterns.
-    [[gnu::always_inline]] [[nodiscard]] std::uint64_t Hash(const GUID& key) const noexcept
+    [[gnu::always_inline]] [[nodiscard]] Segment*& SegmentOf(std::uint64_t hash) const noexcept
     {
-        __extension__ using Product = unsigned __int128;
-        const auto halves = std::bit_cast<Halves>(key);
-        const Product product = Product{halves[0] ^ mIndex.Seed[0]} * (halves[1] ^ mIndex.Seed[1]);
-        std::uint64_t hash =
-            static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
-        hash *= 0x9E3779B97F4A7C15;
-        return hash ^ (hash >> 32);
+        return mDirectory[hash >> mIndex.Shift];
     }
 
     // Inline, as what it calls: it is most of what a reader waits for.
-    [[gnu::always_inline]] [[nodiscard]] Entry* FindEntry(const GUID& key) noexcept
+    [[gnu::always_inline]] [[nodiscard]] Entry* FindEntry(const CHashedGuid& key) noexcept
     {
         if (mDirectory) [[likely]]
-        {
-            const std::uint64_t hash = Hash(key);
-            return mDirectory[hash >> mIndex.Shift]->Find(key, hash, mIndex.Mask);
-        }
+            return SegmentOf(key.Hash)->Find(key, mIndex.Mask);
         for (Entry& entry : mFew)
         {
-            if (SameGuid(entry.Key, key))
+            if (SameGuid(entry.Key, key.Key))
                 return &entry;
         }
         return nullptr;
     }
 
     // The entry of a new key, in its segment and in the order.
-    [[nodiscard]] Entry& Place(const GUID& key)
+    [[nodiscard]] Entry& Place(const CHashedGuid& key)
     {
         if (!mDirectory)
             MakeDirectory();
-        const std::uint64_t hash = Hash(key);
-        Segment* segment = mDirectory[hash >> mIndex.Shift];
+        Segment* segment = SegmentOf(key.Hash);
         while ((segment->Count + 1) * 3 > segment->SlotCount * 2)
         {
             if (segment->SlotCount < LastSlotCount)
                 Resize(Segment::Make(segment->SlotCount * 2, 0));
             else
-                Split(*segment, hash);
-            segment = mDirectory[hash >> mIndex.Shift];
+                Split(*segment, key.Hash);
+            segment = SegmentOf(key.Hash);
         }
-        mOrder.Insert(key);
-        return segment->Enter({key, {}}, hash);
+        mOrder.Insert(key.Key);
+        return segment->Enter({key.Key, {}}, key.Hash);
     }
 
     // Leaves the dense entries for a first segment. The directory begins with two places, of the
@@ -212,9 +197,12 @@ private:
             order.Insert(entry.Key);
         Owner segment = Segment::Make(FirstSlotCount, 0);
         mDirectory.reset(new Segment* [2] {});
-        mIndex = {.Seed = {tSystem::UnguessableNumber(), tSystem::UnguessableNumber()}};
+        mIndex = {};
         for (Entry& entry : mFew)
-            segment->Enter(std::move(entry), Hash(entry.Key));
+        {
+            const std::uint64_t hash = CHashedGuid(entry.Key).Hash;
+            segment->Enter(std::move(entry), hash);
+        }
         std::fill_n(mDirectory.get(), 2, segment.release());
         mOrder.Swap(order);
         std::vector<Entry>().swap(mFew);
@@ -269,7 +257,7 @@ private:
             continue;
         while (mIndex.Deepest == 0 && mIndex.Shift < 63 && TryHalveDirectory())
             continue;
-        const Segment& segment = *mDirectory[hash >> mIndex.Shift];
+        const Segment& segment = *SegmentOf(hash);
         if (mSize <= ScannedSize / 2)
             TryLeaveDirectory();
         else if (segment.SlotCount > FirstSlotCount && segment.Depth == 0 &&
@@ -340,7 +328,7 @@ private:
         from.ForEach(
             [&](Entry& entry)
             {
-                const std::uint64_t hash = Hash(entry.Key);
+                const std::uint64_t hash = CHashedGuid(entry.Key).Hash;
                 choose(hash).Enter(std::move(entry), hash);
             });
     }

@@ -16,6 +16,7 @@ class CItemTable
 {
 public:
     using Item = ItemType;
+    using Key = CHashedGuid;
     using Removed = CGuidTable<ObjectPtr<Item>>;
 
     // The only operation that needs no lock.
@@ -25,7 +26,7 @@ public:
     }
 
     // The item under a key, or null; borrowed.
-    [[gnu::always_inline]] [[nodiscard]] Item* Find(const GUID& key) const noexcept
+    [[gnu::always_inline]] [[nodiscard]] Item* Find(const CHashedGuid& key) const noexcept
     {
         const auto* const place = mTable.Find(key);
         if (place == nullptr) [[unlikely]]
@@ -43,7 +44,7 @@ public:
     }
 
     // Enters an item and leaves the one that was there in its place. Throws `std::bad_alloc`.
-    void Put(const GUID& key, ObjectPtr<Item>& item)
+    void Put(const CHashedGuid& key, ObjectPtr<Item>& item)
     {
         if (auto* const place = mTable.Find(key); place != nullptr)
         {
@@ -55,7 +56,7 @@ public:
     }
 
     // Empty when the key is absent.
-    [[nodiscard]] ObjectPtr<Item> Take(const GUID& key) noexcept
+    [[nodiscard]] ObjectPtr<Item> Take(const CHashedGuid& key) noexcept
     {
         auto item = mTable.Take(key);
         if (!item)

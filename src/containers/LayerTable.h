@@ -42,6 +42,7 @@ public:
     static constexpr std::int32_t OnTop = -1;
 
     using Item = IValueSet;
+    using Key = GUID;
     using Removed = std::array<ObjectPtr<IValueSet>, ItemMaximum>;
 
     // The used layers, the bottom one first.

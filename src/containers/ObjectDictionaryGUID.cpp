@@ -33,9 +33,10 @@ public:
     {
         OSSIRA_CHECK_POINTER(value);
         OSSIRA_CHECK_REFERENCE(key);
+        const CHashedGuid place(key);
         ObjectPtr<IUnknown> item(value);
         const tSystem::CLockGuard guard(this->mLock);
-        this->mTable.Put(key, item);
+        this->mTable.Put(place, item);
         ++this->mStamp;
         return S_OK;
     }

@@ -45,8 +45,9 @@ public:
         ObjectPtr<IValue> item;
         OSSIRA_CHECK_CALL_TWICE(value->QueryInterface(IID_IValue, item.PutVoid()), NoValueText);
         OSSIRA_CHECK(item, E_NOINTERFACE, NoValueText);
+        const CHashedGuid place(key);
         const tSystem::CLockGuard guard(this->mLock);
-        this->mTable.Put(key, item);
+        this->mTable.Put(place, item);
         ++this->mStamp;
         return S_OK;
     }
@@ -70,10 +71,11 @@ public:
     {
         OSSIRA_CHECK_REFERENCE(key);
         OSSIRA_CHECK_REFERENCE(type);
+        const CHashedGuid place(key);
         ObjectPtr<IValue> fresh;
         for (;;)
         {
-            if (const ObjectPtr<IValue> present = Find(key); present)
+            if (const ObjectPtr<IValue> present = Find(place); present)
                 return MarkWritten(present->SetValue(type, data, size));
             if (!fresh)
             {
@@ -82,7 +84,7 @@ public:
                 if (Failed(result))
                     return result;
             }
-            if (TryEnter(key, fresh))
+            if (TryEnter(place, fresh))
                 return S_OK;
         }
     }
@@ -119,13 +121,13 @@ public:
 private:
     static constexpr const char* NoValueText = "item-object must be IValue";
 
-    [[nodiscard]] ObjectPtr<IValue> Find(const GUID& key) const noexcept
+    [[nodiscard]] ObjectPtr<IValue> Find(const CHashedGuid& key) const noexcept
     {
         const tSystem::CReadGuard guard(this->mLock);
         return ObjectPtr(this->mTable.Find(key));
     }
 
-    [[nodiscard]] bool TryEnter(const GUID& key, ObjectPtr<IValue>& value)
+    [[nodiscard]] bool TryEnter(const CHashedGuid& key, ObjectPtr<IValue>& value)
     {
         const tSystem::CLockGuard guard(this->mLock);
         if (this->mTable.Find(key) != nullptr)

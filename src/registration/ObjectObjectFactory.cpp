@@ -170,12 +170,13 @@ try
     OSSIRA_CHECK_REFERENCE(iid);
     OSSIRA_CHECK(!SameGuid(clsid, CLSID_GlobalSingleton), E_INVALIDARG,
                  "CLSID_GlobalSingleton - cannot create singleton from singleton");
+    const CHashedGuid sought(clsid);
     const ModuleItems::value_type* file = nullptr;
     CFactoryModule::CUse module;
     bool isKnown = false;
     {
         const tSystem::CLockGuard guard(mLock);
-        if (const ClassItem* const item = mTable.Find(clsid))
+        if (const ClassItem* const item = mTable.Find(sought))
         {
             isKnown = true;
             file = item->File;
