@@ -111,6 +111,12 @@ public:
 protected:
     ~CObjectName() = default;
 
+    // For an object that nobody has a reference on.
+    [[nodiscard]] bool HasName() const noexcept
+    {
+        return mName != nullptr;
+    }
+
 private:
     std::unique_ptr<char[]> mName; // one pointer, because most objects have no name
 };

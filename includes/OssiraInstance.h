@@ -178,8 +178,6 @@ public:
 
     std::uint32_t Release() override
     {
-        if (this->HasOneReference()) [[unlikely]]
-            return End(this);
         const std::int32_t count = this->CountDown();
         return count != 0 ? static_cast<std::uint32_t>(count) : End(this);
     }
@@ -190,8 +188,8 @@ private:
     {
         object->BeginDestruction();
         // A class may have a way of its own in which its objects end.
-        if constexpr (requires { Implementation::DestroyInTurn(object); })
-            Implementation::DestroyInTurn(object);
+        if constexpr (requires { Implementation::Destroy(object); })
+            Implementation::Destroy(object);
         else
             delete object;
         return 0;

@@ -123,20 +123,10 @@ protected:
         return mCount.fetch_sub(1, std::memory_order_acq_rel) - 1;
     }
 
-    // Whether the caller's reference is the only one, so that nobody else counts and it can go
-    // without a locked instruction. The report of live objects counts those that it tells of.
-    [[nodiscard]] bool HasOneReference() const noexcept
-    {
-        return mCount.load(std::memory_order_acquire) == 1 && !tDetail::TracksObjects;
-    }
-
     // Gives back the reference that was held meanwhile.
     void EndConstruction() noexcept
     {
-        if (HasOneReference())
-            mCount.store(0, std::memory_order_relaxed);
-        else
-            CountDown();
+        CountDown();
     }
 
     void MarkAggregated() noexcept

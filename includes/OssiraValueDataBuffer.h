@@ -71,6 +71,12 @@ public:
         return Data == nullptr;
     }
 
+    // Whether the datum has memory of its own, outside the buffer.
+    [[nodiscard]] bool HasMemory() const noexcept
+    {
+        return Data != nullptr && Data != Inline;
+    }
+
     // Room for `size` bytes, whose content is undefined unless the size stays as it was. Answers
     // `E_INVALIDARG` for a negative size and `E_OUTOFMEMORY`; the buffer is then what it was.
     [[nodiscard]] Result AllocBuffer(std::int32_t size) noexcept
@@ -107,7 +113,7 @@ public:
     // Empties the buffer; the datatype stays where it is.
     void Free() noexcept
     {
-        if (Data != Inline)
+        if (HasMemory())
             delete[] Data;
         Data = nullptr;
         Size = 0;
@@ -178,7 +184,7 @@ public:
             return false;
         if (size != Size) [[unlikely]]
         {
-            if (size > InlineSize || (!IsEmpty() && Data != Inline))
+            if (size > InlineSize || HasMemory())
                 return false;
             Data = Inline;
             Size = size;

@@ -106,9 +106,53 @@ TEST_F(ObjectMemory, IsKeptForTheNextObjectUntilTheModuleIsAskedWhetherItCanGo)
     EXPECT_THROW((FailingMemory(0), tDetail::TakeBlock(valueKind)), std::bad_alloc);
     DetachLibrary(false);
     const std::int64_t detached = LiveAllocations();
-    EXPECT_TRUE(MakeObject<T_Sample>());
+    for (int round = 0; round < 2; ++round)
+        EXPECT_TRUE(MakeObject<T_Sample>());
     EXPECT_EQ(LiveAllocations(), detached) << "a module that is gone will not be asked any more";
     EXPECT_TRUE(AttachLibrary());
+}
+
+TEST_F(ObjectMemory, AThreadGivesBackWhatItHasAtHandAtItsNextReleaseOrWhenTheModuleGoes)
+{
+    std::atomic<int> step = 0; // the thread takes the odd ones
+    const auto await = [&step](int number)
+    {
+        while (step < number)
+            std::this_thread::yield();
+    };
+    const std::jthread thread(
+        [&]
+        {
+            await(1);
+            for (int round = 0; round < 2; ++round)
+                EXPECT_TRUE(Make<IUnknown>(CLSID_Value));
+            step = 2;
+            await(3);
+            EXPECT_TRUE(MakeObject<T_Sample>()) << "of another size";
+            step = 4;
+            await(5);
+            for (int round = 0; round < 2; ++round)
+                EXPECT_TRUE(Make<IUnknown>(CLSID_Value));
+            step = 6;
+            await(7);
+        });
+    GiveBackObjectMemory();
+    const std::int64_t before = LiveAllocations();
+    step = 1;
+    await(2);
+    EXPECT_EQ(LiveAllocations(), before + 1) << "a block lies in a piece of memory";
+    GiveBackObjectMemory();
+    EXPECT_LE(LiveAllocations(), before + 1) << "what is at hand";
+    step = 3;
+    await(4);
+    GiveBackObjectMemory();
+    EXPECT_EQ(LiveAllocations(), before);
+    step = 5;
+    await(6);
+    AttachObjectMemory(false);
+    EXPECT_EQ(LiveAllocations(), before);
+    AttachObjectMemory(true);
+    step = 7;
 }
 
 // There is one object at any time and another one each time: each thread releases what another one

@@ -113,6 +113,18 @@ public:
 
     OSSIRA_INTERFACES(IValue, IObjectName, IObjectIdentity, IComparable, ICloneable)
 
+    // Most values end with nothing to give back, where the whole destructor would only set each
+    // table of operations twice more. Its innermost part goes by all the same: it makes a further
+    // call of `IValue` show itself.
+    template <class Instance>
+    static void Destroy(Instance* object) noexcept OSSIRA_UNCHECKED_GUARDS
+    {
+        if (object->HasName() || object->mData.HasMemory() || tDetail::TracksObjects) [[unlikely]]
+            return DestroyInFull(object);
+        object->CGuardedDatum::~CGuardedDatum();
+        Instance::operator delete(object);
+    }
+
     // What most calls come to is done here, without a call that registers had to be saved for. It
     // hands its hold of the lock on, which cannot be followed.
     Result GetValue(const GUID& type, void* data,
@@ -192,6 +204,12 @@ private:
     [[nodiscard]] COneHold Hold(bool isHeld)
     {
         return isHeld ? COneHold(mLock, std::adopt_lock) : COneHold(mLock);
+    }
+
+    template <class Instance>
+    [[gnu::noinline]] static void DestroyInFull(Instance* object) noexcept
+    {
+        delete object;
     }
 
     [[gnu::noinline, gnu::cold]] Result WakeAndAnswer(Result answer) noexcept

@@ -82,12 +82,14 @@ public:
     [[nodiscard]] const ClassEntry* FindClass(const CLSID& clsid) noexcept
     {
         BuildClassTableIfStale();
-        for (std::size_t slot = HashOf(clsid);; ++slot)
-        {
-            const ClassEntry* const entry = mClassIndex[slot & mClassIndexMask];
-            if (entry == nullptr || SameGuid(entry->ClassId, clsid))
-                return entry;
-        }
+        return FindIndexedClass(clsid);
+    }
+
+    // The same with nothing called, so that no register is saved for it; null as well while the
+    // table is out of date.
+    [[nodiscard]] const ClassEntry* FindClassAtOnce(const CLSID& clsid) const noexcept
+    {
+        return IsStale() ? nullptr : FindIndexedClass(clsid);
     }
 
     // As `GetClassObject`, for a class that was looked up already; a null entry is an unknown one.
@@ -113,10 +115,25 @@ private:
     // when memory is exhausted: the former one stays.
     [[nodiscard]] bool BuildClassTable() noexcept;
 
+    [[nodiscard]] bool IsStale() const noexcept
+    {
+        return mListHeadSeen != sClassListHead;
+    }
+
     void BuildClassTableIfStale() noexcept
     {
-        if (mListHeadSeen != sClassListHead) [[unlikely]]
+        if (IsStale()) [[unlikely]]
             static_cast<void>(BuildClassTable());
+    }
+
+    [[nodiscard]] const ClassEntry* FindIndexedClass(const CLSID& clsid) const noexcept
+    {
+        for (std::size_t slot = HashOf(clsid);; ++slot)
+        {
+            const ClassEntry* const entry = mClassIndex[slot & mClassIndexMask];
+            if (entry == nullptr || SameGuid(entry->ClassId, clsid))
+                return entry;
+        }
     }
 
     [[nodiscard]] static std::size_t HashOf(const GUID& guid) noexcept

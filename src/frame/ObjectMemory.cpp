@@ -29,7 +29,8 @@ constexpr std::uint32_t MostKept = 2 * BatchSize;
 constinit std::atomic<bool> gIsKept = KeepsByDefault;
 constinit std::atomic<bool> gIsAttached = true; // or about to be
 constinit std::atomic<std::uint32_t> gMostKept =
-    KeepsByDefault ? MostKept : 0; // of one kind, by a stripe
+    KeepsByDefault ? MostKept : 0;                 // of one kind, by a stripe
+constinit std::atomic<std::uint64_t> gFlushes = 1; // how often memory was asked back, and one more
 
 [[nodiscard]] bool IsKeeping() noexcept
 {
@@ -184,9 +185,11 @@ struct alignas(64) Stripe
 {
     std::atomic<std::uint64_t> Births = 0;
     std::atomic<std::uint64_t> Deaths = 0;
-    // The owner puts a block here where there is none, which only it does, so that a store is
-    // enough; whoever takes it leaves null in exchange. Most blocks pass here, without the lock.
+    // A block of each kind that the owner alone puts here and takes, so that it needs neither lock
+    // nor locked instruction. Most blocks pass here. It puts them only while it knows of all
+    // flushes; at the first release behind one it gives back what is here.
     std::array<std::atomic<Block*>, Kinds> Ready = {};
+    std::uint64_t KnownFlushes = 0; // the owner's
     tSystem::CFastCriticalSection Lock;
     std::array<BlockList, Kinds> Kept OSSIRA_GUARDED_BY(Lock);
 };
@@ -304,11 +307,53 @@ void CountUnderLock(std::atomic<std::uint64_t> Stripe::*number) noexcept
     return answer;
 }
 
+// What the owner has ready. For the owner, or while nobody creates or releases.
+void GiveBackReady(Stripe& stripe) noexcept
+{
+    for (std::size_t kind = 0; kind < Kinds; ++kind)
+    {
+        Block* const block = stripe.Ready[kind].load(std::memory_order_acquire);
+        if (block == nullptr)
+            continue;
+        stripe.Ready[kind].store(nullptr, std::memory_order_relaxed);
+        BlockList given;
+        given.Push(block);
+        gSlabs[kind].Give(given);
+    }
+}
+
+// The owner's first release behind a flush, and every one while nothing is kept.
+[[gnu::noinline]] void LearnOfFlush(Stripe& stripe, Block* block, std::size_t kind) noexcept
+{
+    const std::uint64_t flushes = gFlushes.load(std::memory_order_acquire);
+    if (IsKeeping())
+    {
+        stripe.KnownFlushes = flushes;
+        GiveBackReady(stripe);
+    }
+    KeepBlock(block, kind);
+}
+
+// What lies in lists.
+void GiveBackKept(Stripe& stripe) noexcept
+{
+    std::array<BlockList, Kinds> given = {};
+    {
+        const CLockGuard guard(stripe.Lock);
+        given.swap(stripe.Kept);
+    }
+    for (std::size_t kind = 0; kind < Kinds; ++kind)
+        gSlabs[kind].Give(given[kind]);
+}
+
 void UpdateKeeping() noexcept
 {
     gMostKept = gIsKept && gIsAttached ? MostKept : 0;
-    if (!IsKeeping())
-        GiveBackObjectMemory();
+    if (IsKeeping())
+        return;
+    GiveBackObjectMemory();
+    for (Stripe& stripe : gStripes)
+        GiveBackReady(stripe);
 }
 
 } // namespace
@@ -320,14 +365,11 @@ void* tDetail::TakeBlock(std::size_t kind) OSSIRA_UNCHECKED_GUARDS
     Stripe* const stripe = OwnStripe();
     if (stripe == nullptr) [[unlikely]]
         return TakeKeptBlock(kind);
-    if (stripe->Ready[kind].load(std::memory_order_relaxed) != nullptr)
+    if (Block* const block = stripe->Ready[kind].load(std::memory_order_acquire); block != nullptr)
     {
-        Block* const block = stripe->Ready[kind].exchange(nullptr, std::memory_order_acquire);
-        if (block != nullptr) [[likely]]
-        {
-            Count(stripe->Births);
-            return &block->Next;
-        }
+        stripe->Ready[kind].store(nullptr, std::memory_order_relaxed);
+        Count(stripe->Births);
+        return &block->Next;
     }
     if (!stripe->Lock.try_lock()) [[unlikely]]
         return TakeKeptBlock(kind);
@@ -345,7 +387,9 @@ void tDetail::GiveBlock(void* block, std::size_t kind) noexcept OSSIRA_UNCHECKED
     Stripe* const stripe = OwnStripe();
     if (stripe == nullptr) [[unlikely]]
         return KeepBlock(given, kind);
-    if (IsKeeping() && stripe->Ready[kind].load(std::memory_order_relaxed) == nullptr)
+    if (stripe->KnownFlushes != gFlushes.load(std::memory_order_relaxed)) [[unlikely]]
+        return LearnOfFlush(*stripe, given, kind);
+    if (stripe->Ready[kind].load(std::memory_order_relaxed) == nullptr)
     {
         stripe->Ready[kind].store(given, std::memory_order_release);
         Count(stripe->Deaths);
@@ -395,22 +439,14 @@ std::uint32_t OpenObjectCount() noexcept
 
 void GiveBackObjectMemory() noexcept
 {
+    gFlushes.fetch_add(1, std::memory_order_release);
     for (Stripe& stripe : gStripes)
     {
-        if (stripe.Births == 0 && stripe.Deaths == 0)
-            continue; // no thread has come here
-        std::array<BlockList, Kinds> given = {};
-        {
-            const CLockGuard guard(stripe.Lock);
-            given.swap(stripe.Kept);
-        }
-        for (std::size_t kind = 0; kind < Kinds; ++kind)
-        {
-            if (Block* const block = stripe.Ready[kind].exchange(nullptr))
-                given[kind].Push(block);
-            gSlabs[kind].Give(given[kind]);
-        }
+        if (stripe.Births != 0 || stripe.Deaths != 0) // or no thread has come here
+            GiveBackKept(stripe);
     }
+    if (Stripe* const own = OwnStripe(); own != nullptr)
+        GiveBackReady(*own);
 }
 
 void KeepObjectMemory(bool isKept) noexcept

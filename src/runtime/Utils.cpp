@@ -95,7 +95,7 @@ Result CreateClassObject(const CLSID* clsid, const IID* iid, void** out)
     CComServer* const server = ModuleServer();
     if (server != nullptr && out != nullptr && clsid != nullptr && iid != nullptr) [[likely]]
     {
-        const ClassEntry* const entry = server->FindClass(*clsid);
+        const ClassEntry* const entry = server->FindClassAtOnce(*clsid);
         if (entry != nullptr && !SameGuid(*clsid, CLSID_GlobalSingleton)) [[likely]]
             return server->CreateObject(entry, *clsid, *iid, out);
     }
