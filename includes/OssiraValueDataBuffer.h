@@ -174,7 +174,10 @@ public:
     {
         if (IsNullReference(type) || size != Size || !SameGuid(type, Type)) [[unlikely]]
             return false;
-        CopyShort(data, Data, static_cast<std::uint32_t>(size));
+        if (size <= InlineSize)
+            CopyInline(data, Inline, static_cast<std::uint32_t>(size));
+        else
+            CopyShort(data, Data, static_cast<std::uint32_t>(size));
         return true;
     }
 
@@ -190,7 +193,10 @@ public:
             Size = size;
         }
         Type = type;
-        CopyShort(Data, data, static_cast<std::uint32_t>(size));
+        if (size <= InlineSize)
+            CopyInline(Inline, data, static_cast<std::uint32_t>(size));
+        else
+            CopyShort(Data, data, static_cast<std::uint32_t>(size));
         return true;
     }
 
@@ -267,7 +273,7 @@ public:
 
     GUID Type = GUID_Null;
     std::int32_t Size = 0;
-    unsigned char* Data = nullptr; // null exactly when the buffer is empty
+    unsigned char* Data = nullptr; // null exactly when empty, `Inline` exactly up to its size
     unsigned char Inline[InlineSize];
 
 private:
@@ -321,16 +327,23 @@ private:
         {
             std::uint64_t Halves[2];
         };
+        if (size <= sizeof(Sixteen))
+            return CopyInline(target, source, size);
         auto* const to = static_cast<unsigned char*>(target);
         const auto* const from = static_cast<const unsigned char*>(source);
-        if (size > sizeof(Sixteen))
-        {
-            const std::size_t last = size - sizeof(Sixteen);
-            for (std::size_t at = 0; at < last; at += sizeof(Sixteen))
-                std::memcpy(to + at, from + at, sizeof(Sixteen));
-            std::memcpy(to + last, from + last, sizeof(Sixteen));
-        }
-        else if (size >= sizeof(std::uint64_t))
+        const std::size_t last = size - sizeof(Sixteen);
+        for (std::size_t at = 0; at < last; at += sizeof(Sixteen))
+            std::memcpy(to + at, from + at, sizeof(Sixteen));
+        std::memcpy(to + last, from + last, sizeof(Sixteen));
+    }
+
+    // The same for what an `Inline` may hold. Nobody who knows where the bytes lie should have to
+    // wait for a pointer to them.
+    static void CopyInline(void* target, const void* source, std::size_t size) noexcept
+    {
+        auto* const to = static_cast<unsigned char*>(target);
+        const auto* const from = static_cast<const unsigned char*>(source);
+        if (size >= sizeof(std::uint64_t))
             CopyEnds<std::uint64_t>(to, from, size);
         else if (size >= sizeof(std::uint32_t))
             CopyEnds<std::uint32_t>(to, from, size);

@@ -1,6 +1,6 @@
 // What every enumerator of the system has in common: it keeps its collection alive, remembers the
-// collection's stamp, and steps. It holds a position (an index, or a copy of a key) and no pointer
-// into the collection, so nothing it does can touch an entry that is gone.
+// collection's stamp, and steps. Its position, a copy of a key or a place that is looked at only
+// while the stamp is the same, is none from which it could touch an entry that is gone.
 //
 // `Traits` names
 //   Owner          the collection's class

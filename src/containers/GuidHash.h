@@ -34,7 +34,7 @@ public:
 private:
     static void DrawFirst() noexcept;
 
-    [[gnu::visibility("hidden")]] static constinit std::array<std::atomic<std::uint64_t>, 2>
+    static constinit std::array<std::atomic<std::uint64_t>, 2>
         gNumbers; // the first is 0 until both are drawn
 };
 

@@ -2,6 +2,7 @@
 // the size. It has no lock of its own; its owner guards every call.
 //
 //   At, Replace, Size, Swap   constant
+//   First, Next               constant
 //   Append                    constant, and but a store as long as a block has room
 //   Insert, Take              constant at both ends; in between the shorter side moves by one
 //   place,
@@ -50,6 +51,34 @@ public:
     [[nodiscard]] IUnknown* At(std::size_t index) const noexcept
     {
         return Slot(mHead + index);
+    }
+
+    // Where a walk stands, among items that lie side by side. Good until the sequence changes, but
+    // for `Replace`; a change that fails is none.
+    struct Place
+    {
+        IUnknown* const* Slot = nullptr;
+        IUnknown* const* RunEnd = nullptr;
+        std::size_t IndexBehindRun = 0;
+    };
+
+    // To the first item; false, and `at` as it was, when there is none.
+    [[nodiscard]] bool First(Place& at) const noexcept
+    {
+        return BeginRun(at, 0);
+    }
+
+    // To the next item; false, and `at` as it was, when there is none. Who walks through many waits
+    // for the memory of each, unless it is asked for early.
+    [[nodiscard]] bool Next(Place& at) const noexcept
+    {
+        constexpr std::ptrdiff_t ahead = 8;
+        if (at.Slot + 1 == at.RunEnd) [[unlikely]]
+            return BeginRun(at, at.IndexBehindRun);
+        ++at.Slot;
+        if (at.RunEnd - at.Slot > ahead) [[likely]]
+            __builtin_prefetch(at.Slot[ahead]);
+        return true;
     }
 
     // Behind the last item. Throws `std::bad_alloc`; sequence and item are then as they were.
@@ -165,6 +194,17 @@ private:
         return place % std::min(mCapacity, BlockSize) + 1;
     }
 
+    [[gnu::noinline]] bool BeginRun(Place& at, std::size_t index) const noexcept
+    {
+        if (index >= mSize)
+            return false;
+        const std::size_t count = std::min(mSize - index, RunUpFrom(mHead + index));
+        at.Slot = &Slot(mHead + index);
+        at.RunEnd = at.Slot + count;
+        at.IndexBehindRun = index + count;
+        return true;
+    }
+
     // Moves the items at `count` places from `to` + 1 on down by one, or those from `from` on up.
 
     void MoveDown(std::size_t to, std::size_t count) noexcept
@@ -205,14 +245,22 @@ private:
         mTail = mTailEnd = nullptr;
     }
 
-    // Sees that there is a free place before the head, or behind the last item.
+    // Sees that there is a free place before the head, or behind the last item. Moves nothing
+    // before it has all the memory that is needed.
     void MakeRoom(bool atHead)
     {
-        if (mCapacity <= BlockSize ? mSize == mCapacity : IsBlockTaken(atHead))
+        const auto block = [&]() -> Block&
+        {
+            return BlockOf(atHead ? mHead - 1 : mHead + mSize);
+        };
+        const bool isFull = mCapacity <= BlockSize ? mSize == mCapacity : IsBlockTaken(atHead);
+        Block fresh;
+        if (mCapacity >= BlockSize && (isFull || !block()))
+            fresh.reset(new IUnknown*[BlockSize]);
+        if (isFull)
             ChangeCapacity(std::max(FirstCapacity, mCapacity * 2));
-        Block& block = BlockOf(atHead ? mHead - 1 : mHead + mSize);
-        if (!block)
-            block.reset(new IUnknown*[BlockSize]);
+        if (!block())
+            block() = std::move(fresh);
     }
 
     // Whether the ring has come round: a step over a block's end meets the block at the other end.

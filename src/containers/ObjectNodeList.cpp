@@ -30,7 +30,7 @@ class CNodeList : public IList,
     {
         using Owner = CNodeList;
         using Primary = IList;
-        using Position = std::size_t;
+        using Position = CItemSequence::Place;
         static constexpr std::string_view ReportedClass = ReportedNested<Traits, EnumeratorName>;
     };
 
@@ -138,7 +138,7 @@ public:
                 *pppv[i] = nullptr;
             }
             for (std::int32_t i = 0; i < count; ++i)
-                *pppv[i] = ObjectPtr(ItemAt(static_cast<std::size_t>(index + i))).Detach();
+                *pppv[i] = ObjectPtr(mItems.At(static_cast<std::size_t>(index + i))).Detach();
         }
         for (Unasked rest = {pppv, pppv + count}; rest.At != rest.End;)
         {
@@ -227,25 +227,22 @@ public:
         return mStamp;
     }
 
-    [[nodiscard]] bool FirstPosition(std::size_t& at) const noexcept
+    [[nodiscard]] bool FirstPosition(CItemSequence::Place& at) const noexcept
         OSSIRA_UNDER_TO_READ(this->mLock)
     {
-        at = 0;
-        return mItems.Size() != 0;
+        return mItems.First(at);
     }
 
-    [[nodiscard]] bool NextPosition(std::size_t& at) const noexcept
+    [[nodiscard]] bool NextPosition(CItemSequence::Place& at) const noexcept
         OSSIRA_UNDER_TO_READ(this->mLock)
     {
-        if (at + 1 >= mItems.Size())
-            return false;
-        ++at;
-        return true;
+        return mItems.Next(at);
     }
 
-    [[nodiscard]] IUnknown* ItemAt(std::size_t at) const noexcept OSSIRA_UNDER_TO_READ(this->mLock)
+    [[nodiscard]] IUnknown* ItemAt(const CItemSequence::Place& at) const noexcept
+        OSSIRA_UNDER_TO_READ(this->mLock)
     {
-        return mItems.At(at);
+        return *at.Slot;
     }
 
 private:
@@ -302,7 +299,7 @@ private:
             OSSIRA_UNDER_TO_READ(List.mLock)
         {
             IsInside = List.IsInside(Index);
-            return IsInside ? List.ItemAt(static_cast<std::size_t>(Index)) : nullptr;
+            return IsInside ? List.mItems.At(static_cast<std::size_t>(Index)) : nullptr;
         }
 
         const CNodeList& List;
