@@ -312,45 +312,40 @@ private:
 
     static constexpr std::uint32_t ShortSize = 128;
 
-    template <class Unit>
-    static void CopyEnds(unsigned char* to, const unsigned char* from, std::size_t size) noexcept
+    // Copies in parts of sizes that the compiler knows, each of them once: what is read as it was
+    // written need not wait until it has reached the cache. A call would take longer, and its
+    // caller would have to save registers.
+    template <std::size_t... Parts>
+    static void CopyParts(void* target, const void* source, std::size_t size) noexcept
     {
-        std::memcpy(to, from, sizeof(Unit));
-        std::memcpy(to + size - sizeof(Unit), from + size - sizeof(Unit), sizeof(Unit));
+        auto* to = static_cast<unsigned char*>(target);
+        const auto* from = static_cast<const unsigned char*>(source);
+        const auto copy = [&]<std::size_t Part>(std::integral_constant<std::size_t, Part>)
+        {
+            if ((size & Part) == 0)
+                return;
+            std::memcpy(to, from, Part);
+            to += Part;
+            from += Part;
+        };
+        (copy(std::integral_constant<std::size_t, Parts>()), ...);
     }
 
-    // Copies both ends in units of a size that the compiler knows; where the two meet, bytes are
-    // copied twice. A call would take longer, and its caller would have to save registers.
     static void CopyShort(void* target, const void* source, std::size_t size) noexcept
     {
-        struct Sixteen
-        {
-            std::uint64_t Halves[2];
-        };
-        if (size <= sizeof(Sixteen))
-            return CopyInline(target, source, size);
-        auto* const to = static_cast<unsigned char*>(target);
-        const auto* const from = static_cast<const unsigned char*>(source);
-        const std::size_t last = size - sizeof(Sixteen);
-        for (std::size_t at = 0; at < last; at += sizeof(Sixteen))
-            std::memcpy(to + at, from + at, sizeof(Sixteen));
-        std::memcpy(to + last, from + last, sizeof(Sixteen));
+        CopyParts<128, 64, 32, 16, 8, 4, 2, 1>(target, source, size);
     }
 
-    // The same for what an `Inline` may hold. Nobody who knows where the bytes lie should have to
-    // wait for a pointer to them.
+    // The same for what an `Inline` may hold, which as a rule is a number. Nobody who knows where
+    // the bytes lie should have to wait for a pointer to them.
     static void CopyInline(void* target, const void* source, std::size_t size) noexcept
     {
-        auto* const to = static_cast<unsigned char*>(target);
-        const auto* const from = static_cast<const unsigned char*>(source);
-        if (size >= sizeof(std::uint64_t))
-            CopyEnds<std::uint64_t>(to, from, size);
-        else if (size >= sizeof(std::uint32_t))
-            CopyEnds<std::uint32_t>(to, from, size);
-        else if (size >= sizeof(std::uint16_t))
-            CopyEnds<std::uint16_t>(to, from, size);
-        else if (size == 1)
-            *to = *from;
+        if (size == 4)
+            std::memcpy(target, source, 4);
+        else if (size == 8)
+            std::memcpy(target, source, 8);
+        else
+            CopyParts<16, 8, 4, 2, 1>(target, source, size);
     }
 
     static void Copy(void* to, const void* from, std::int32_t size) noexcept

@@ -23,7 +23,7 @@ public:
         Slot& slot = mSlots[Below(std::size(mSlots))];
         const Slot& other = mSlots[Below(std::size(mSlots))];
         const GUID type = Types[Below(std::size(Types))];
-        Bytes bytes(Below(8) == 0 ? Below(3000) : Below(40));
+        Bytes bytes(Below(std::array{40U, 40U, 140U, 3000U}[Below(4)]));
         std::ranges::generate(bytes, [this] { return static_cast<unsigned char>(Below(200)); });
         const auto size = static_cast<std::int32_t>(bytes.size());
         const auto isSet = [&](const GUID& to, const void* data, std::int32_t count, Result answer,
