@@ -188,8 +188,8 @@ private:
     {
         object->BeginDestruction();
         // A class may have a way of its own in which its objects end.
-        if constexpr (requires { Implementation::Destroy(object); })
-            Implementation::Destroy(object);
+        if constexpr (requires { Implementation::OssiraDestroy(object); })
+            Implementation::OssiraDestroy(object);
         else
             delete object;
         return 0;

@@ -182,6 +182,31 @@ TEST(FailureInjection, EveryOperationOfEveryClassFailsAsAWholeOrNotAtAll)
     EXPECT_GT(points, 400);
 }
 
+// A list grows in several steps, of which a later one may fail.
+TEST(FailureInjection, AListThatCouldNotGrowIsWalkedOn)
+{
+    for (const CLSID& clsid : {CLSID_NodeList, CLSID_LockableNodeList, CLSID_UnsafeNodeList})
+    {
+        const auto list = Make<IList>(clsid);
+        const auto value = Make<IValue>(CLSID_Value);
+        while (list->GetCount() < 4096) // what one of its blocks holds
+            EXPECT_EQ(list->Add(value.Get()), S_OK);
+        ObjectPtr<IEnumerator> walk;
+        EXPECT_EQ(list->GetEnumerator(IID_IEnumerator, walk.PutVoid()), S_OK);
+        std::int32_t pieces = 0; // of memory
+        for (; (FailingMemory(pieces), list->Add(value.Get())) != S_OK; ++pieces)
+        {
+            const auto replacing = Make<IValue>(CLSID_Value);
+            EXPECT_EQ(list->SetItemAt(pieces, replacing.Get()), S_OK);
+            ObjectPtr<IValue> item;
+            EXPECT_EQ(walk->MoveNext() + walk->GetCurrent(IID_IValue, item.PutVoid()), S_OK);
+            EXPECT_EQ(item.Get(), replacing.Get());
+        }
+        EXPECT_GE(pieces, 3);
+        EXPECT_EQ(walk->MoveNext(), E_ACCESSDENIED);
+    }
+}
+
 TEST(FailureInjection, ALibraryIsAttachedAndHasItsSingletonOrIsNot)
 {
     DetachLibrary(false);

@@ -191,28 +191,6 @@ TEST_P(NodeList, CopiesItsItemsAndGivesBackWhatItNoLongerNeeds)
     EXPECT_LE(LiveAllocations() - before, 2);
 }
 
-// A list may grow in several steps, of which a later one may fail.
-TEST_P(NodeList, IsWalkedOnWhereItCouldNotGrow)
-{
-    const auto list = Make<IList>(GetParam());
-    const auto value = Make<IValue>(CLSID_Value);
-    while (list->GetCount() < 4096) // what one of its blocks holds
-        EXPECT_EQ(list->Add(value.Get()), S_OK);
-    ObjectPtr<IEnumerator> walk;
-    EXPECT_EQ(list->GetEnumerator(IID_IEnumerator, walk.PutVoid()), S_OK);
-    std::int32_t pieces = 0; // of memory
-    for (; (FailingMemory(pieces), list->Add(value.Get())) != S_OK; ++pieces)
-    {
-        const auto replacing = Make<IValue>(CLSID_Value);
-        EXPECT_EQ(list->SetItemAt(pieces, replacing.Get()), S_OK);
-        ObjectPtr<IValue> item;
-        EXPECT_EQ(walk->MoveNext() + walk->GetCurrent(IID_IValue, item.PutVoid()), S_OK);
-        EXPECT_EQ(item.Get(), replacing.Get());
-    }
-    EXPECT_GE(pieces, 3);
-    EXPECT_EQ(walk->MoveNext(), E_ACCESSDENIED);
-}
-
 // Each holds the one before. Released by nested calls, far fewer use up a thread's stack.
 TEST(Collections, NestedToAnyDepthAreReleasedOneAfterAnother)
 {

@@ -9,7 +9,7 @@
 namespace Tavrik::Ossira
 {
 
-void CDestroyedInTurn::Destroy(CDestroyedInTurn* object) noexcept
+void CDestroyedInTurn::OssiraDestroy(CDestroyedInTurn* object) noexcept
 {
     if (void* const pointer = tSystem::ThreadPointer(); pointer != nullptr)
     {

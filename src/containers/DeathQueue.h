@@ -16,7 +16,7 @@ public:
 
     // Destroys an object without references, now or as soon as the one is done that is being
     // destroyed now. The queue is made of the objects themselves and needs no memory.
-    static void Destroy(CDestroyedInTurn* object) noexcept;
+    static void OssiraDestroy(CDestroyedInTurn* object) noexcept;
 
 protected:
     CDestroyedInTurn() noexcept = default;

@@ -117,7 +117,7 @@ public:
     // table of operations twice more. Its innermost part goes by all the same: it makes a further
     // call of `IValue` show itself.
     template <class Instance>
-    static void Destroy(Instance* object) noexcept OSSIRA_UNCHECKED_GUARDS
+    static void OssiraDestroy(Instance* object) noexcept OSSIRA_UNCHECKED_GUARDS
     {
         if (object->HasName() || object->mData.HasMemory() || tDetail::TracksObjects) [[unlikely]]
             return DestroyInFull(object);
