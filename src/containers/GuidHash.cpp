@@ -6,15 +6,15 @@
 namespace Tavrik::Ossira
 {
 
-constinit std::array<std::atomic<std::uint64_t>, 2> CHashSeed::gNumbers = {};
+constinit CHashSeed::Numbers CHashSeed::gNumbers = {};
 
 // Threads that meet here agree on those of the first. What is drawn is never 0.
 void CHashSeed::DrawFirst() noexcept
 {
-    for (std::size_t at = gNumbers.size(); at > 0; --at)
+    for (auto* const number : {&gNumbers.Drawn[1], &gNumbers.Drawn[0]})
     {
         std::uint64_t none = 0;
-        gNumbers[at - 1].compare_exchange_strong(none, tSystem::UnguessableNumber() | 1);
+        number->compare_exchange_strong(none, tSystem::UnguessableNumber() | 1);
     }
 }
 

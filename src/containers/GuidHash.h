@@ -21,21 +21,26 @@ public:
     // Called by every table before its first key.
     static void Draw() noexcept
     {
-        if (gNumbers[0].load(std::memory_order_acquire) == 0) [[unlikely]]
+        if (gNumbers.Drawn[0].load(std::memory_order_acquire) == 0) [[unlikely]]
             DrawFirst();
     }
 
     [[gnu::always_inline]] [[nodiscard]] static Halves Get() noexcept
     {
-        return {gNumbers[0].load(std::memory_order_relaxed),
-                gNumbers[1].load(std::memory_order_relaxed)};
+        return {gNumbers.Drawn[0].load(std::memory_order_relaxed),
+                gNumbers.Drawn[1].load(std::memory_order_relaxed)};
     }
 
 private:
     static void DrawFirst() noexcept;
 
-    static constinit std::array<std::atomic<std::uint64_t>, 2>
-        gNumbers; // the first is 0 until both are drawn
+    // In a cache line that is not written to: every reader of every table looks here.
+    struct alignas(64) Numbers
+    {
+        std::atomic<std::uint64_t> Drawn[2]; // the first is 0 until both are drawn
+    };
+
+    static constinit Numbers gNumbers;
 };
 
 // A key with its hash, as long as a call.
